@@ -1,0 +1,54 @@
+// The host's bridge tree: one record for each bridge, below one record for each root bus.
+//
+// Records belong to the host and are never freed; modules only read them. parent, bdf, class_code,
+// bridge_kind and pcie_cap are fixed once a record exists and need no lock.
+#pragma once
+
+#include <pthread.h>
+
+#include "capability.h"
+#include "types.h"
+
+constexpr std::uint8_t BRIDGE_KIND_HOST = 0;
+constexpr std::uint8_t BRIDGE_KIND_PCI_TO_PCI = 1;
+
+struct bridge_rec {
+    bridge_rec *next_sibling;       // next bridge with the same parent; guarded by the parent's
+                                    // children_lock
+    std::uint8_t bridge_kind;       // BRIDGE_KIND_*
+    bdf_t bdf;                      // the bridge's own address; of a root bus's record, that of
+                                    // device 0, function 0 on it
+    std::uint32_t class_code;       // 24 bits; HOST_BRIDGE_CLASS ends every walk up the tree
+    pcie_cap_t *pcie_cap;           // the bridge's PCI Express capability, null when it has none
+    bridge_rec *parent;             // the bridge above; null at the top
+    bridge_rec *children;           // first bridge on the secondary side; null when there is none
+    std::uint32_t num_children;     // bridges on the secondary side
+    pthread_mutex_t children_lock;  // guards children and num_children; parent before child
+    pthread_rwlock_t devs_lock;     // guards num_devs and devs; a thread that holds it for reading
+                                    // may take it for reading again, also while a writer waits
+    std::uint32_t num_devs;         // functions on the secondary bus, bridges among them
+    const bdf_t *devs;              // their addresses, as pci_device_find() gives them
+};
+
+extern "C" {
+
+// Lookups. `start` is null (search the whole tree). The result is null when there is no such
+// bridge.
+//
+// The bridge whose secondary side holds the function `bdf`: for a function on a root bus that bus's
+// host bridge record. BDF_NONE gives the first record of the topmost sibling list, from which
+// next_sibling and children lead to every bridge. Looked up by modules with dlsym.
+HOPLAR_EXPORT bridge_rec *find_parent_bridge(bridge_rec *start, bdf_t bdf);
+
+// The bridge whose own address is `bdf` (header types 1 and 2). Looked up by modules with dlsym.
+HOPLAR_EXPORT bridge_rec *find_bridge_bdf(bridge_rec *start, bdf_t bdf);
+
+// The bridge whose secondary bus is `bus`; null for a root bus.
+HOPLAR_EXPORT bridge_rec *find_bridge_sec_busnum(bridge_rec *start, std::uint32_t bus);
+
+// Secondary bus number (1 to 255) of a bridge, negative when it is not available. `value` is what
+// came with a hook call: 0 asks for the number in the host's record, 1 to 255 is the number itself,
+// anything above is not available.
+HOPLAR_EXPORT int cached_param_get_sec_busnum(bridge_rec *bridge, std::uint32_t value);
+
+}  // extern "C"

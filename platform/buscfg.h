@@ -1,0 +1,56 @@
+// The host's bus configuration object: modules register functions that the host calls before and
+// after it inserts, removes, resets or reconfigures functions.
+#pragma once
+
+#include "bridge.h"
+#include "types.h"
+
+// Hook kinds, the host's numbering.
+constexpr std::uint32_t BUSCFG_HOOK_PRE_INSERTION = 1;
+constexpr std::uint32_t BUSCFG_HOOK_POST_INSERTION = 2;
+constexpr std::uint32_t BUSCFG_HOOK_PRE_REMOVAL = 3;
+constexpr std::uint32_t BUSCFG_HOOK_POST_REMOVAL = 4;
+constexpr std::uint32_t BUSCFG_HOOK_PRE_RESET = 5;
+constexpr std::uint32_t BUSCFG_HOOK_POST_RESET = 6;
+constexpr std::uint32_t BUSCFG_HOOK_PRE_RECONFIG = 7;
+constexpr std::uint32_t BUSCFG_HOOK_POST_RECONFIG = 8;
+
+// Reset types.
+constexpr std::uint32_t RESET_TYPE_BUS = 1;  // everything below the bridge above the function
+constexpr std::uint32_t RESET_TYPE_FLR = 2;  // the function alone
+
+// Hooks run on the host's threads, several at once, and possibly while the module still starts.
+// The host holds none of a bridge's locks while it calls one.
+//
+// Insertion and removal: the bridge below which functions come or go, a value for
+// cached_param_get_sec_busnum(), and the status of the event as an error code, 0 = success.
+using insertion_hook_t = void (*)(bridge_rec *bridge, std::uint32_t value, int status);
+using removal_hook_t = void (*)(bridge_rec *bridge, std::uint32_t value, int status);
+// Reset: RESET_TYPE_*, the function that was reset, the status as an error code, 0 = success.
+using reset_hook_t = void (*)(std::uint32_t reset_type, bdf_t bdf, int status);
+// Reconfiguration: no arguments are settled yet, and no host calls these hooks.
+using reconfig_hook_t = void (*)();
+// Any of them, as a registration carries it; `kind` tells the real type.
+using buscfg_hook_t = void (*)();
+
+// One registration. The module allocates it zero-filled with calloc and sets `kind` and `hook`.
+// After add_hook() took it, it belongs to the host for the life of the process.
+struct buscfg_hook_reg_t {
+    void *host_links[2];
+    std::uint32_t kind;  // BUSCFG_HOOK_*
+    buscfg_hook_t hook;
+    void *host_words[2];
+};
+
+struct buscfg_t {
+    // Registers one hook. 0; PCI_ERR_INVALID for an unknown kind or a null hook (the block then
+    // stays the caller's). Hooks of one kind are called in the order of their registration.
+    pci_err_t (*add_hook)(buscfg_hook_reg_t *block);
+};
+
+extern "C" {
+
+// The object, null while the host has none. Looked up by modules with dlsym as "buscfg".
+HOPLAR_EXPORT extern buscfg_t *buscfg;
+
+}  // extern "C"

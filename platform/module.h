@@ -1,0 +1,35 @@
+// What a host calls in a module: the two functions that a module's shared object exports.
+//
+// A host loads the object with dlopen (its own exports must be visible to it), checks the version,
+// and calls server_mod_init once, from its initialising thread, after it has enumerated the buses.
+// A module stays loaded until the process ends. The non-loaded section "Zantor_usage" of the file
+// holds the module's usage text; "%C" in it stands for the module's name.
+#pragma once
+
+#include "types.h"
+
+struct version_pair_t {
+    std::uint16_t major;
+    std::uint16_t minor;
+};
+
+struct mod_init_args_t {
+    version_pair_t server_version;
+    version_pair_t lib_version;
+    std::uint32_t argc;
+    const char *const
+        *argv;  // the module's arguments, the first at index 0; null when there are none
+};
+
+extern "C" {
+
+// Starts the module. `args` and all that it points to stay the host's; the module reads it during
+// the call and keeps no pointer. 0, or PCI_ERR_INCOMPATIBLE when the library or the server is too
+// old: nothing has been done then.
+HOPLAR_EXPORT pci_err_t server_mod_init(const mod_init_args_t *args);
+
+// The module's version as a packed version_pair_t: major in bits 15:0, minor in bits 31:16. At any
+// time, from any thread.
+HOPLAR_EXPORT std::uint32_t server_mod_version(void);
+
+}  // extern "C"

@@ -1,0 +1,63 @@
+// The host server: its identity, its event records and its hardware access.
+#pragma once
+
+#include "capability.h"
+#include "types.h"
+
+// Value of an unknown packed version.
+constexpr std::uint32_t BAD_VERSION = 0xFFFF'FFFF;
+
+// Records behind event agents and event notification. All belong to the host; modules only read.
+struct event_device_t {
+    bdf_t bdf;
+};
+
+struct event_capset_t {
+    const event_device_t *device;
+    msi_cap_t *msi;    // null when the function has no such capability
+    msix_cap_t *msix;  // likewise
+    rcec_cap_t *rcec;  // likewise
+};
+
+// A root complex event collector's record.
+struct event_agent_t {
+    event_capset_t *capset;
+};
+
+// A device's event-notification record.
+struct event_notification_t {
+    event_capset_t *capset;
+};
+
+// Hardware access to configuration space: `width` 1, 2 or 4 bytes at `offset` (0 to 4095, naturally
+// aligned) of the function; `flags` is 0. 0, PCI_ERR_INVALID, PCI_ERR_NO_DEVICE or PCI_ERR_IO.
+// Values are in the processor's byte order.
+struct pci_hw_ops_t {
+    pci_err_t (*cfg_read)(bdf_t bdf, std::uint32_t offset, std::uint32_t width, void *value,
+                          std::uint32_t flags);
+    pci_err_t (*cfg_write)(bdf_t bdf, std::uint32_t offset, std::uint32_t width, const void *value,
+                           std::uint32_t flags);
+};
+
+extern "C" {
+
+// The marker of an unknown version, BAD_VERSION.
+HOPLAR_EXPORT extern const std::uint32_t bad_version;
+
+// ID of this server instance, and of the instance that manages a function, whether or not a
+// function answers there. IDs are compared on their low 8 bits.
+HOPLAR_EXPORT std::uint32_t my_server_id(void);
+HOPLAR_EXPORT std::uint32_t hoplar_get_id(bdf_t bdf);
+
+// Function number (0 to 255) of the function after `bdf` (ARI form) in its device, 256 when there
+// is none. `reserved` is 0. Source: Next Function Number, ARI Capability register (+0x04), bits
+// 15:8.
+HOPLAR_EXPORT std::uint32_t enum_next_ari_func(bdf_t bdf, std::uint32_t reserved);
+
+// Record of the event collector at `bdf`, null when the host has none.
+HOPLAR_EXPORT event_agent_t *find_event_agent(bdf_t bdf);
+
+// Hardware access operations; never null.
+HOPLAR_EXPORT extern const pci_hw_ops_t *pci_hw;
+
+}  // extern "C"
