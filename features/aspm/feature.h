@@ -1,0 +1,14 @@
+// Link power management (ASPM) as a feature: switched off in this version.
+#pragma once
+
+#include "module/feature_table.h"
+
+namespace enable_features {
+
+// PCI_ERR_NOT_SUPPORTED; does nothing else.
+pci_err_t aspm_init(feature_t *row);
+
+// Ignores the line.
+void param_parse_aspm(const char *keyword, char *value, feature_t *row);
+
+}  // namespace enable_features

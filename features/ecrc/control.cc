@@ -1,0 +1,98 @@
+#include "features/ecrc/control.h"
+
+#include "features/ecrc/controls.h"
+#include "module/bdf.h"
+#include "module/capability_call.h"
+#include "module/guards.h"
+#include "module/log.h"
+#include "platform/bridge.h"
+#include "platform/pci_access.h"
+
+namespace enable_features {
+
+namespace {
+
+pci_err_t apply(ecrc_entry *entry, const ecrc_control_t &control) {
+    const bool enable = entry->*control.wish == 1;
+    const char *word = enable ? "enable" : "disable";
+    if (entry->*control.capable == 0) {
+        LOG_WARNING(1, control.not_capable, BDF_ARGS(entry->bdf), word);
+        return PCI_ERR_NOT_SUPPORTED;
+    }
+    const pci_err_t result =
+        call(entry->aer_cap, enable ? control.enable : control.disable, token_of(entry->bdf));
+    if (result == PCI_OK || result == PCI_ERR_ALREADY)
+        LOG_INFO(2, control.changed, BDF_ARGS(entry->bdf), word,
+                 result == PCI_OK ? "d" : "d already");
+    else
+        LOG_ERROR(1, control.failed, BDF_ARGS(entry->bdf), word, pci_strerror(result));
+    return result;
+}
+
+void apply_wishes_of(bdf_t bdf) {
+    ecrc_entry *entry = ecrc_find_entry(bdf);
+    if (entry == nullptr) {
+        LOG_INFO(2, "No ECRC record for B%u:D%u:F%u, skipping", BDF_ARGS(bdf));
+        return;
+    }
+    if (entry->gen != 0)
+        set_ecrc_gen(entry);
+    if (entry->chk != 0)
+        set_ecrc_chk(entry);
+}
+
+// Depth first: a bridge's own functions, then each child's whole subtree.
+void apply_below(bridge_rec *bridge, std::uint32_t value) {
+    if (cached_param_get_sec_busnum(bridge, value) < 0) {
+        LOG_ERROR(0, "%s(B%u:D%u:F%u, %u, %s), secondary bus number unavailable",
+                  "post_insertion_ecrc_enable", BDF_ARGS(bridge->bdf), value, pci_strerror(PCI_OK));
+        return;
+    }
+    {
+        const read_guard guard(bridge->devs_lock);
+        for (std::uint32_t i = 0; i < bridge->num_devs; i++)
+            apply_wishes_of(bridge->devs[i]);
+    }
+    for (bridge_rec *child = bridge->children; child != nullptr; child = child->next_sibling)
+        apply_below(child, 0);
+}
+
+}  // namespace
+
+pci_err_t set_ecrc_gen(ecrc_entry *entry) {
+    return apply(entry, ecrc_generation);
+}
+
+pci_err_t set_ecrc_chk(ecrc_entry *entry) {
+    return apply(entry, ecrc_checking);
+}
+
+pci_err_t ecrc_init(feature_t *row) {
+    if (row->list.count == 0)
+        return PCI_ERR_NOTHING_TO_DO;
+    row->hooks.post_insertion = post_insertion_ecrc_enable;
+    pci_err_t result = install_buscfg_hooks(&row->hooks);
+    if (result != PCI_OK)
+        return result;
+
+    const auto counted = [](pci_err_t outcome) {
+        return outcome == PCI_ERR_ALREADY ? PCI_OK : outcome;
+    };
+    const mutex_guard guard(row->list.lock);
+    for (list_entry_t *link = row->list.first; link != nullptr; link = link->next) {
+        auto *entry = static_cast<ecrc_entry *>(link);
+        if (entry->gen != 0)
+            result = counted(set_ecrc_gen(entry));
+        if (entry->chk != 0)
+            result = counted(set_ecrc_chk(entry));
+    }
+    return result;
+}
+
+void post_insertion_ecrc_enable(bridge_rec *bridge, std::uint32_t value, int status) {
+    if (status != PCI_OK)
+        return;
+    apply_below(bridge, value);
+}
+
+}  // namespace enable_features

@@ -1,0 +1,110 @@
+#include "features/ecrc/entry_list.h"
+
+#include <cstdlib>
+
+#include "features/ecrc/controls.h"
+#include "module/bdf.h"
+#include "module/bdf_index.h"
+#include "module/capability_call.h"
+#include "module/feature_table.h"
+#include "module/log.h"
+#include "module/pcie_capability.h"
+
+namespace enable_features {
+
+bdf_index_t ecrc_index;
+
+namespace {
+
+entry_list_t &ecrc_list = feature_list[ROW_ECRC].list;
+
+// The caller holds the list's lock.
+ecrc_entry *recorded(bdf_t bdf) {
+    return static_cast<ecrc_entry *>(find_indexed(ecrc_index, bdf));
+}
+
+struct release_entry {
+    void operator()(ecrc_entry *entry) const {
+        std::free(entry->aer_cap);
+        std::free(entry->pcie_cap);
+        std::free(entry);
+    }
+};
+
+// Gets the entry's two capability objects; what was got stays in the entry also on failure.
+pci_err_t read_capabilities(ecrc_entry &entry, bdf_t bdf) {
+    heap_ptr<pcie_cap_t> pcie_cap;
+    pci_err_t result = read_pcie_cap(bdf, pcie_cap);
+    if (result != PCI_OK)
+        return result;
+    entry.pcie_cap = pcie_cap.release();
+
+    const int aer_index = call(entry.pcie_cap, &pcie_cap_ops_t::find_ext_cap, EXT_CAPID_AER);
+    if (aer_index < 0)
+        return PCI_ERR_NOT_SUPPORTED;
+    pci_cap_t *object = nullptr;
+    result = call(entry.pcie_cap, &pcie_cap_ops_t::read_ext_cap, &object, aer_index);
+    if (result == PCI_OK)
+        entry.aer_cap = reinterpret_cast<aer_cap_t *>(object);
+    return result;
+}
+
+// Finds out whether a control can be switched, by disabling it. A control of which something is
+// wished may stay disabled: the wish is applied at start-up.
+void probe(ecrc_entry &entry, bdf_t bdf, const ecrc_control_t &control, ecrc_setting wish) {
+    const bdf_token token = token_of(bdf);
+    const pci_err_t result = call(entry.aer_cap, control.disable, token);
+    entry.*control.capable = result != PCI_ERR_NOT_SUPPORTED ? 1 : 0;
+    if (result != PCI_OK || wish != 0)
+        return;
+    const pci_err_t restored = call(entry.aer_cap, control.enable, token);
+    LOG_INFO(2, control.restored, pci_strerror(restored));
+}
+
+void update(ecrc_entry &entry, ecrc_setting gen, ecrc_setting chk) {
+    if (gen != 0)
+        entry.gen = gen;
+    if (chk != 0)
+        entry.chk = chk;
+}
+
+}  // namespace
+
+ecrc_entry *ecrc_find_entry(bdf_t bdf) {
+    ecrc_entry *entry = nullptr;
+    {
+        const mutex_guard guard(ecrc_list.lock);
+        entry = recorded(bdf);
+    }
+    LOG_DEBUG(3, "%s(B%u:D%u:F%u) returns %p", "ecrc_find_entry", BDF_ARGS(bdf),
+              static_cast<void *>(entry));
+    return entry;
+}
+
+pci_err_t ecrc_add_or_update_entry(bdf_t bdf, ecrc_setting gen, ecrc_setting chk) {
+    const mutex_guard guard(ecrc_list.lock);
+    if (ecrc_entry *known = recorded(bdf)) {
+        update(*known, gen, chk);
+        return PCI_OK;
+    }
+    std::unique_ptr<ecrc_entry, release_entry> entry(
+        static_cast<ecrc_entry *>(std::calloc(1, sizeof(ecrc_entry))));
+    if (entry == nullptr)
+        return PCI_ERR_NO_MEMORY;
+    const pci_err_t result = read_capabilities(*entry, bdf);
+    if (result != PCI_OK)
+        return result;
+    probe(*entry, bdf, ecrc_generation, gen);
+    probe(*entry, bdf, ecrc_checking, chk);
+    if (entry->gen_capable == 0 && entry->chk_capable == 0)
+        return PCI_ERR_NOT_SUPPORTED;
+
+    entry->bdf = bdf;
+    entry->gen = gen;
+    entry->chk = chk;
+    append_entry(ecrc_list, entry.get());
+    ecrc_index.entries[bdf] = entry.release();
+    return PCI_OK;
+}
+
+}  // namespace enable_features

@@ -1,0 +1,225 @@
+// A value has three fields, parted by ":".
+//   functions   all   every function      B    every function on bus B
+//               B.*   those of device 0 on bus B, ARI functions among them
+//               B.F   ARI function F      B.D.*   those of device D      B.D.F   one function
+//   generation  "+" enable, "-" disable, "=" no change; only the first character counts
+//   checking    likewise
+// The fields are examined in that order and the first mistake drops the record. Separators run
+// together, further fields and parts are ignored, and so is what follows a number's digits.
+#include "features/ecrc/parameters.h"
+
+#include <strings.h>
+
+#include <cstring>
+
+#include "features/ecrc/entry_list.h"
+#include "module/bdf.h"
+#include "module/log.h"
+#include "module/managed.h"
+#include "module/value_text.h"
+#include "platform/pci_access.h"
+
+namespace enable_features {
+
+namespace {
+
+constexpr char own_name[] = "param_parse_ecrc";
+
+enum class scope_t { every_function, bus, device, single };
+
+// For scopes `bus` and `device` the address gives the bus and the device to compare with.
+struct selection_t {
+    scope_t scope;
+    bdf_t bdf;
+};
+
+struct wishes_t {
+    ecrc_setting gen;
+    ecrc_setting chk;
+};
+
+// A record's text, as far as messages quote it.
+struct record_t {
+    const char *keyword;
+    const char *param;      // the whole value
+    const char *functions;  // its first field
+};
+
+void report_bad_number(const record_t &record, const char *what) {
+    LOG_ERROR(0, "%s, (param '%s') bad BDF %s value '%s', ignoring record", own_name, record.param,
+              what, record.functions);
+}
+
+// B.*, B.F
+bool parse_two_parts(const record_t &record, unsigned bus, const char *second,
+                     selection_t *selection) {
+    if (*second == '*') {
+        *selection = {scope_t::device, ari_bdf(bus, 0)};
+        return true;
+    }
+    unsigned function = 0;
+    if (!read_number(second, 255, &function)) {
+        report_bad_number(record, "function");
+        return false;
+    }
+    *selection = {scope_t::single, ari_bdf(bus, function)};
+    return true;
+}
+
+// B.D.*, B.D.F
+bool parse_three_parts(const record_t &record, unsigned bus, const char *second, const char *third,
+                       selection_t *selection) {
+    unsigned device = 0;
+    if (!read_number(second, 31, &device)) {
+        report_bad_number(record, "device");
+        return false;
+    }
+    if (*third == '*') {
+        *selection = {scope_t::device, plain_bdf(bus, device, 0)};
+        return true;
+    }
+    unsigned function = 0;
+    if (!read_number(third, 7, &function)) {
+        LOG_ERROR(0, "%s, (param '%s') bad BDF function value '%s', ignoring record", own_name,
+                  record.param, record.functions);
+        return false;
+    }
+    *selection = {scope_t::single, plain_bdf(bus, device, function)};
+    return true;
+}
+
+// Cuts `text`, a copy of the first field.
+bool parse_functions(const record_t &record, char *text, selection_t *selection) {
+    char *rest = nullptr;
+    const char *bus_text = strtok_r(text, ".", &rest);
+    const char *second = bus_text != nullptr ? strtok_r(nullptr, ".", &rest) : nullptr;
+    const char *third = second != nullptr ? strtok_r(nullptr, ".", &rest) : nullptr;
+    unsigned bus = 0;
+    if (bus_text == nullptr || !read_number(bus_text, 255, &bus)) {
+        LOG_ERROR(0, "%s, (param '%s') bad BDF bus value '%s', ignoring record", own_name,
+                  record.param, record.functions);
+        return false;
+    }
+    if (second == nullptr) {
+        *selection = {scope_t::bus, plain_bdf(bus, 0, 0)};
+        return true;
+    }
+    if (!is_hex_digit(*second) && (*second != '*' || third != nullptr)) {
+        LOG_ERROR(0, "%s, (param '%s') bad BDF value '%s', ignoring record", own_name, record.param,
+                  record.functions);
+        return false;
+    }
+    return third == nullptr ? parse_two_parts(record, bus, second, selection)
+                            : parse_three_parts(record, bus, second, third, selection);
+}
+
+bool parse_setting(const char *text, ecrc_setting *setting) {
+    switch (*text) {
+    case '+':
+        *setting = 1;
+        return true;
+    case '-':
+        *setting = -1;
+        return true;
+    case '=':
+        *setting = 0;
+        return true;
+    default:
+        return false;
+    }
+}
+
+bool parse_wishes(const record_t &record, const char *gen, const char *chk, wishes_t *wishes) {
+    if (!parse_setting(gen, &wishes->gen) || !parse_setting(chk, &wishes->chk)) {
+        LOG_ERROR(0, "%s, (param '%s') bad ECRC gen or check values '%s'/'%s', ignoring record",
+                  own_name, record.param, gen, chk);
+        return false;
+    }
+    if (wishes->gen == 0 && wishes->chk == 0) {
+        LOG_WARNING(2, "ignoring record which doesn't change anything");
+        return false;
+    }
+    return true;
+}
+
+bool is_selected(const selection_t &selection, bdf_t bdf) {
+    if (selection.scope == scope_t::every_function)
+        return true;
+    if (bus_of(bdf) != bus_of(selection.bdf))
+        return false;
+    return selection.scope == scope_t::bus || device_of(bdf) == device_of(selection.bdf);
+}
+
+void report_record(const record_t &record, pci_err_t status) {
+    LOG_INFO(2, "Add record '%s=%s', %s", record.keyword, record.param, pci_strerror(status));
+}
+
+void record_single(const record_t &record, bdf_t bdf, wishes_t wishes) {
+    if (skip_unmanaged(own_name, bdf))
+        return;
+    report_record(record, ecrc_add_or_update_entry(bdf, wishes.gen, wishes.chk));
+}
+
+// A function that cannot switch ECRC does not end a set; any other failure does.
+void record_set(const record_t &record, const selection_t &selection, wishes_t wishes) {
+    pci_err_t status = PCI_OK;
+    bdf_t bdf = BDF_NONE;
+    for (std::uint32_t i = 0; status == PCI_OK; i++) {
+        bdf = pci_device_find(i, ANY_VENDOR, ANY_DEVICE, ANY_CLASS);
+        if (bdf == BDF_NONE)
+            break;
+        if (skip_unmanaged(own_name, bdf) || !is_selected(selection, bdf))
+            continue;
+        const pci_err_t result = ecrc_add_or_update_entry(bdf, wishes.gen, wishes.chk);
+        LOG_DEBUG(3, "Add/update ECRC entry for B%u:D%u:F%u, gen=%d, chk=%d, %s", BDF_ARGS(bdf),
+                  wishes.gen, wishes.chk, pci_strerror(result));
+        if (result != PCI_ERR_NOT_SUPPORTED)
+            status = result;
+    }
+    report_record(record, status);
+}
+
+// `functions_copy` may be cut up.
+void parse_record(const record_t &record, char *functions_copy, const char *gen, const char *chk) {
+    selection_t selection = {scope_t::every_function, BDF_NONE};
+    if (strcasecmp(record.functions, "all") != 0 &&
+        !parse_functions(record, functions_copy, &selection))
+        return;
+    wishes_t wishes = {};
+    if (!parse_wishes(record, gen, chk, &wishes))
+        return;
+    if (selection.scope == scope_t::single)
+        record_single(record, selection.bdf, wishes);
+    else
+        record_set(record, selection, wishes);
+}
+
+}  // namespace
+
+void param_parse_ecrc(const char *keyword, char *value, feature_t *) {
+    const heap_ptr<char> param = copy_text(value);
+    record_t record = {.keyword = keyword, .param = param.get(), .functions = nullptr};
+    if (param == nullptr) {
+        record.param = value;  // not cut yet
+        return report_record(record, PCI_ERR_NO_MEMORY);
+    }
+    char *rest = nullptr;
+    record.functions = strtok_r(value, ":", &rest);
+    const char *gen = record.functions != nullptr ? strtok_r(nullptr, ":", &rest) : nullptr;
+    const char *chk = gen != nullptr ? strtok_r(nullptr, ":", &rest) : nullptr;
+    if (chk == nullptr) {
+        LOG_ERROR(0, "%s, Invalid ECRC parameter value '%s', all fields required", own_name,
+                  record.param);
+        return;
+    }
+    const heap_ptr<char> functions_copy = copy_text(record.functions);
+    if (functions_copy == nullptr)
+        return report_record(record, PCI_ERR_NO_MEMORY);
+    parse_record(record, functions_copy.get(), gen, chk);
+}
+
+bool valid_ecrc_param_char(char c) {
+    return is_letter(c) || is_digit(c) || (c != '\0' && std::strchr("*+-.:=", c) != nullptr);
+}
+
+}  // namespace enable_features

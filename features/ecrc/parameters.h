@@ -1,0 +1,16 @@
+// ECRC=<functions>:<generation>:<checking>, for example ECRC=2.0.1:+:=.
+#pragma once
+
+#include "module/feature_table.h"
+
+namespace enable_features {
+
+// Parses one value (cut up in place) and records the wishes of every function that it selects and
+// this server instance manages. Reports everything through the log. Numbers are decimal, or
+// hexadecimal behind 0x, or octal behind 0.
+void param_parse_ecrc(const char *keyword, char *value, feature_t *row);
+
+// Letters, digits and "*+-.:=".
+bool valid_ecrc_param_char(char c);
+
+}  // namespace enable_features

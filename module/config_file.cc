@@ -1,0 +1,183 @@
+// A line counts when it holds a keyword, "=" and a value; the first "=" separates. Keywords match
+// without regard to case. A value ends at the first character that its feature does not take. Bad
+// lines are reported and passed over; nothing ends the parse before the file's end.
+//
+// Limit: a file that is cut short by somebody else while it is parsed takes the process with it, as
+// every mapped file does.
+#include "module/config_file.h"
+
+#include <alloca.h>
+#include <fcntl.h>
+#include <strings.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "module/feature_table.h"
+#include "module/log.h"
+#include "module/stack_room.h"
+#include "module/value_text.h"
+#include "platform/config_text.h"
+
+namespace enable_features {
+
+namespace {
+
+struct file_guard {
+    explicit file_guard(int descriptor) : fd(descriptor) {}
+    ~file_guard() {
+        if (fd >= 0)
+            close(fd);
+    }
+    file_guard(const file_guard &) = delete;
+    file_guard &operator=(const file_guard &) = delete;
+
+    int fd;
+};
+
+// The whole file, read only. The host's helpers stop at a zero byte, so one must stand behind the
+// last byte. It does: the file lies over the start of an anonymous mapping of one byte more. Where
+// the file ends within a page the kernel fills that page with zeros; where it ends with a page the
+// next page is the anonymous one.
+struct map_guard {
+    map_guard(int fd, std::size_t file_size) : size(file_size) {
+        room = mmap(nullptr, size + 1, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        if (room == MAP_FAILED)
+            return;
+        void *text = mmap(room, size, PROT_READ, MAP_PRIVATE | MAP_FIXED, fd, 0);
+        mapped = text != MAP_FAILED;  // an empty file fails
+    }
+    ~map_guard() {
+        if (room != MAP_FAILED)
+            munmap(room, size + 1);
+    }
+    map_guard(const map_guard &) = delete;
+    map_guard &operator=(const map_guard &) = delete;
+
+    const char *first() const { return static_cast<const char *>(room); }
+    const char *last() const { return first() + size - 1; }
+
+    std::size_t size;
+    void *room = MAP_FAILED;
+    bool mapped = false;
+};
+
+struct token_t {
+    const char *text;  // null when there is none
+    std::uint32_t length;
+};
+
+// The name in [begin, end).
+token_t name_in(const char *begin, const char *end, name_char_t is_name_char) {
+    token_t token = {nullptr, 0};
+    if (begin < end)
+        token.text = find_name(begin, end - 1, &token.length, is_name_char);
+    return token;
+}
+
+// Next position to look for a line: behind the comments that follow `eol`. The file's last line may
+// have no line end; then `eol` is behind the last byte, nothing may be read from there on, and
+// find_eol() finds no line there.
+const char *line_after(const char *eol, const char *last) {
+    return eol > last ? eol : skip_comment(eol + 1);
+}
+
+// Whether the stack has room for a copy of `length` characters: the copy, rounded up to a multiple
+// of 8, and 128 bytes.
+bool room_for_copy(std::uint32_t length) {
+    const std::size_t size = (std::size_t{length} + 1 + 7) / 8 * 8;
+    return __stackavail() > size + 128;
+}
+
+char *copy_token(void *room, token_t token) {
+    char *copy = static_cast<char *>(std::memcpy(room, token.text, token.length));
+    copy[token.length] = '\0';
+    return copy;
+}
+
+// A copy of the token in the calling function's stack frame, through its variable `copy_room`, or
+// `no_room`. A macro, because memory of alloca lives as long as the function that called it; a
+// variable, because alloca must not stand in a list of arguments.
+#define MAKE_TMP_STRING(token)                                                                     \
+    (room_for_copy((token).length)                                                                 \
+         ? (copy_room = alloca((token).length + 1), copy_token(copy_room, token))                  \
+         : no_room)
+
+feature_t *row_of(const char *keyword) {
+    struct keyword_row_t {
+        const char *keyword;
+        feature_row row;
+    };
+    static constexpr keyword_row_t keyword_rows[] = {
+        {"FB2B", ROW_FB2B}, {"ASPM", ROW_ASPM}, {"MPS", ROW_MPS}, {"ECRC", ROW_ECRC}};
+    for (const keyword_row_t &candidate : keyword_rows) {
+        if (strcasecmp(keyword, candidate.keyword) == 0)
+            return &feature_list[candidate.row];
+    }
+    return nullptr;
+}
+
+// The copies of all lines stay on the stack until the last line has been parsed: what a feature's
+// parser is given lives until then.
+void parse_lines(const char *first, const char *last) {
+    char no_room[] = "MAKE_TMP_STRING alloca() failed";
+    void *copy_room = nullptr;
+    const char *line = skip_comment(first);
+    const char *eol = nullptr;
+    for (; (eol = find_eol(line, last)) != nullptr; line = line_after(eol, last)) {
+        const char *equals = find_token('=', line, eol);
+        if (equals == nullptr)
+            continue;
+        const token_t keyword_token = name_in(line, equals, nullptr);
+        if (keyword_token.text == nullptr)
+            continue;
+        const char *keyword = MAKE_TMP_STRING(keyword_token);
+        feature_t *row = row_of(keyword);
+        if (row == nullptr) {
+            LOG_WARNING(0, "Unknown feature parameter '%s', ignoring", keyword);
+            continue;
+        }
+        const name_char_t rule =
+            row->valid_param_char != nullptr ? row->valid_param_char : valid_param_val_char;
+        const token_t value_token = name_in(equals + 1, eol, rule);
+        if (value_token.text == nullptr) {
+            LOG_WARNING(0, "No feature parameter for '%s', ignoring", keyword);
+            continue;
+        }
+        if (row->param_parse == nullptr)
+            continue;
+        char *value = MAKE_TMP_STRING(value_token);
+        row->param_parse(keyword, value, row);
+    }
+}
+
+}  // namespace
+
+pci_err_t parse_feature_config(const char *file) {
+    if (file == nullptr || *file == '\0') {
+        LOG_ERROR(0, "No config file parameter provided");
+        return PCI_ERR_INVALID;
+    }
+    if (access(file, R_OK) != 0) {
+        LOG_ERROR(0, "Unable to access file '%s' for parsing, %s", file, std::strerror(errno));
+        return PCI_ERR_FILE_UNREADABLE;
+    }
+    // Not blocking, so that a FIFO does not hang the start-up: it fails to map like an empty file.
+    const file_guard source(open(file, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    struct stat status;
+    if (source.fd < 0 || fstat(source.fd, &status) != 0)
+        return PCI_OK;
+    const map_guard map(source.fd, static_cast<std::size_t>(status.st_size));
+    if (!map.mapped)
+        return PCI_OK;
+
+    LOG_INFO(0, "++ Feature Config file '%s' parse start ++", file);
+    parse_lines(map.first(), map.last());
+    LOG_INFO(0, "++ Feature Config file '%s' parse end ++", file);
+    return PCI_OK;
+}
+
+}  // namespace enable_features

@@ -1,0 +1,16 @@
+#include "module/entry_list.h"
+
+namespace enable_features {
+
+void append_entry(entry_list_t &list, list_entry_t *entry) {
+    // `last` alone tells whether the list is empty, so the link to follow is the tail's, or
+    // `first`.
+    list_entry_t **link = list.last != nullptr ? &list.last->next : &list.first;
+    entry->next = nullptr;
+    entry->prev = link;
+    *link = entry;
+    list.last = entry;
+    list.count++;
+}
+
+}  // namespace enable_features

@@ -1,0 +1,32 @@
+// Log output. Each message site looks at its handle once; without a handle nothing is done, not
+// even the message's arguments are computed. A message never changes what the code does next.
+#pragma once
+
+#include "platform/log.h"
+
+namespace enable_features {
+
+// The level functions: hand one message to `handle` with the level's severity code. They filter
+// nothing: the handle does, by pci_verbosity and the message's own `verbosity`, 0 to 4.
+[[gnu::format(printf, 3, 4)]] void __pci_slog_error(log_handle_t *handle, int verbosity,
+                                                    const char *format, ...);
+[[gnu::format(printf, 3, 4)]] void __pci_slog_warn(log_handle_t *handle, int verbosity,
+                                                   const char *format, ...);
+[[gnu::format(printf, 3, 4)]] void __pci_slog_info(log_handle_t *handle, int verbosity,
+                                                   const char *format, ...);
+[[gnu::format(printf, 3, 4)]] void __pci_slog_debug(log_handle_t *handle, int verbosity,
+                                                    const char *format, ...);
+
+}  // namespace enable_features
+
+// Message sites. Macros, because the arguments must not be computed when nobody listens.
+#define LOG_TO(handle_variable, level_function, ...)                                               \
+    do {                                                                                           \
+        if (log_handle_t *log_handle = (handle_variable))                                          \
+            ::enable_features::level_function(log_handle, __VA_ARGS__);                            \
+    } while (false)
+
+#define LOG_ERROR(...) LOG_TO(pci_slog, __pci_slog_error, __VA_ARGS__)
+#define LOG_WARNING(...) LOG_TO(pci_slog, __pci_slog_warn, __VA_ARGS__)
+#define LOG_INFO(...) LOG_TO(pci_slog, __pci_slog_info, __VA_ARGS__)
+#define LOG_DEBUG(...) LOG_TO(pci_dbg, __pci_slog_debug, __VA_ARGS__)

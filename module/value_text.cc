@@ -1,0 +1,25 @@
+#include "module/value_text.h"
+
+#include <cstdlib>
+#include <cstring>
+
+namespace enable_features {
+
+bool valid_param_val_char(char c) {
+    return is_letter(c) || is_digit(c) || c == '+' || c == '-' || c == '.' || c == ':';
+}
+
+bool read_number(const char *text, unsigned long highest, unsigned *value) {
+    char *end = nullptr;
+    const unsigned long number = std::strtoul(text, &end, 0);
+    if (end == text || number > highest)
+        return false;
+    *value = static_cast<unsigned>(number);
+    return true;
+}
+
+heap_ptr<char> copy_text(const char *text) {
+    return heap_ptr<char>(::strdup(text));
+}
+
+}  // namespace enable_features

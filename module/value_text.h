@@ -1,0 +1,29 @@
+// Pieces of parameter values. Characters are ASCII, whatever the process's locale is.
+#pragma once
+
+#include "module/guards.h"
+
+namespace enable_features {
+
+constexpr bool is_digit(char c) {
+    return c >= '0' && c <= '9';
+}
+constexpr bool is_letter(char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
+}
+constexpr bool is_hex_digit(char c) {
+    return is_digit(c) || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
+}
+
+// The characters of a value whose feature has no rule of its own: letters, digits, "+-.:".
+bool valid_param_val_char(char c);
+
+// Reads the number at the start of `text` with strtoul's automatic base (0x hexadecimal, 0 octal);
+// what follows the digits is ignored. False, `*value` untouched, when there is no digit or the
+// number is above `highest`.
+bool read_number(const char *text, unsigned long highest, unsigned *value);
+
+// Heap copy of a text, null when memory is short.
+heap_ptr<char> copy_text(const char *text);
+
+}  // namespace enable_features
