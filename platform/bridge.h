@@ -1,7 +1,9 @@
 // The host's bridge tree: one record for each bridge, below one record for each root bus.
 //
 // Records belong to the host and are never freed; modules only read them. parent, bdf, class_code,
-// bridge_kind and pcie_cap are fixed once a record exists and need no lock.
+// bridge_kind and pcie_cap are fixed once a record exists and need no lock. next_sibling, children
+// and num_children are also read without the lock, by walks in hooks: a host that changes them
+// stores each as one atomic word, under the lock.
 #pragma once
 
 #include <pthread.h>

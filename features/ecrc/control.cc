@@ -5,8 +5,8 @@
 #include "module/capability_call.h"
 #include "module/guards.h"
 #include "module/log.h"
-#include "platform/bridge.h"
 #include "platform/pci_access.h"
+#include "topology/bridge_links.h"
 
 namespace enable_features {
 
@@ -53,7 +53,7 @@ void apply_below(bridge_rec *bridge, std::uint32_t value) {
         for (std::uint32_t i = 0; i < bridge->num_devs; i++)
             apply_wishes_of(bridge->devs[i]);
     }
-    for (bridge_rec *child = bridge->children; child != nullptr; child = child->next_sibling)
+    for (bridge_rec *child = first_child(bridge); child != nullptr; child = next_sibling(child))
         apply_below(child, 0);
 }
 

@@ -103,7 +103,7 @@ pci_err_t ecrc_add_or_update_entry(bdf_t bdf, ecrc_setting gen, ecrc_setting chk
     entry->gen = gen;
     entry->chk = chk;
     append_entry(ecrc_list, entry.get());
-    ecrc_index.entries[bdf] = entry.release();
+    add_to_index(ecrc_index, bdf, entry.release());
     return PCI_OK;
 }
 

@@ -1,0 +1,143 @@
+// The endpoint is examined before the size, so that a value with both bad reports the endpoint. An
+// endpoint that is absent, or is none, is dropped without a message: one file may serve several
+// machines.
+#include "features/mps/parameters.h"
+
+#include <strings.h>
+
+#include <climits>
+#include <cstring>
+
+#include "features/mps/endpoint_list.h"
+#include "features/mps/register_access.h"
+#include "module/bdf.h"
+#include "module/log.h"
+#include "module/value_text.h"
+#include "platform/pci_access.h"
+#include "topology/classification.h"
+
+namespace enable_features {
+
+namespace {
+
+constexpr char PARSER[] = "param_parse_mps";  // the parser's name in messages
+constexpr unsigned long HIGHEST_BUS = 255;
+constexpr unsigned long HIGHEST_DEVICE = 31;
+constexpr unsigned long HIGHEST_FUNCTION = 7;
+constexpr unsigned long HIGHEST_ARI_FUNCTION = 255;
+
+enum class ep_fault { none, bus, device, ari_function, function };
+
+struct ep_result {
+    ep_fault fault;
+    bdf_t bdf;  // BDF_NONE, which is no endpoint, when the device is missing
+};
+
+// Reads the endpoint field, cutting it up. Empty parts do not count, and nothing is read behind the
+// third.
+ep_result read_endpoint(char *field) {
+    char *rest = nullptr;
+    const char *bus_text = strtok_r(field, ".", &rest);
+    const char *device_text = bus_text != nullptr ? strtok_r(nullptr, ".", &rest) : nullptr;
+    const char *function_text = device_text != nullptr ? strtok_r(nullptr, ".", &rest) : nullptr;
+
+    unsigned bus = 0;
+    unsigned device = 0;
+    unsigned function = 0;
+    if (bus_text == nullptr || !read_number(bus_text, HIGHEST_BUS, &bus))
+        return {ep_fault::bus, BDF_NONE};
+    if (device_text == nullptr)
+        return {ep_fault::none, BDF_NONE};
+    if (function_text == nullptr) {
+        if (!read_number(device_text, HIGHEST_ARI_FUNCTION, &function))
+            return {ep_fault::ari_function, BDF_NONE};
+        return {ep_fault::none, ari_bdf(bus, function)};
+    }
+    if (!read_number(device_text, HIGHEST_DEVICE, &device))
+        return {ep_fault::device, BDF_NONE};
+    if (!read_number(function_text, HIGHEST_FUNCTION, &function))
+        return {ep_fault::function, BDF_NONE};
+    return {ep_fault::none, plain_bdf(bus, device, function)};
+}
+
+// `whole` is the value and `field` its endpoint, both as written.
+void report_bad_endpoint(ep_fault fault, const char *whole, const char *field) {
+    if (fault == ep_fault::bus)
+        LOG_ERROR(0, "%s, (param '%s') bad EP bus value '%s', ignoring record", PARSER, whole,
+                  field);
+    else if (fault == ep_fault::function)
+        LOG_ERROR(0, "%s, (param '%s') bad EP function value '%s', ignoring record", PARSER, whole,
+                  field);
+    else
+        LOG_ERROR(0, "%s, (param '%s') bad EP %s value '%s', ignoring record", PARSER, whole,
+                  fault == ep_fault::device ? "device" : "function", field);
+}
+
+// A payload size is what the low 32 bits of the number say.
+bool read_size(const char *field, std::uint32_t *size) {
+    if (strcasecmp(field, "max") == 0) {
+        *size = MPS_MAX;
+        return true;
+    }
+    return read_number(field, ULONG_MAX, size) && is_a_supported_mps(*size);
+}
+
+void report_record(const char *name, const char *whole, pci_err_t result) {
+    LOG_INFO(2, "Add record '%s=%s', %s", name, whole, pci_strerror(result));
+}
+
+// Finds what the endpoint field stands for, cutting it up. False when the record is to be dropped.
+// The copy that the messages need is gone before the endpoint is looked for.
+bool find_endpoint(const char *name, const char *whole, char *field, bdf_t *bdf) {
+    *bdf = BDF_NONE;
+    if (strcasecmp(field, "all") == 0)
+        return true;
+    heap_ptr<char> field_text = copy_text(field);
+    if (field_text == nullptr) {
+        report_record(name, whole, PCI_ERR_NO_MEMORY);
+        return false;
+    }
+    const ep_result result = read_endpoint(field);
+    if (result.fault != ep_fault::none) {
+        report_bad_endpoint(result.fault, whole, field_text.get());
+        return false;
+    }
+    field_text.reset();
+    *bdf = result.bdf;
+    return is_an_ep(result.bdf, nullptr);
+}
+
+}  // namespace
+
+void param_parse_mps(const char *name, char *value, feature_t * /*row*/) {
+    const heap_ptr<char> whole = copy_text(value);
+    if (whole == nullptr) {
+        report_record(name, value, PCI_ERR_NO_MEMORY);
+        return;
+    }
+    char *rest = nullptr;
+    char *ep_field = strtok_r(value, ":", &rest);
+    const char *mps_field = ep_field != nullptr ? strtok_r(nullptr, ":", &rest) : nullptr;
+    if (mps_field == nullptr) {
+        LOG_ERROR(0, "%s, Invalid MPS parameter value '%s', both fields required", PARSER,
+                  whole.get());
+        return;
+    }
+
+    bdf_t bdf = BDF_NONE;
+    if (!find_endpoint(name, whole.get(), ep_field, &bdf))
+        return;
+    std::uint32_t size = 0;
+    if (!read_size(mps_field, &size)) {
+        LOG_ERROR(0, "%s, (param '%s') bad mps value '%s', ignoring record", PARSER, whole.get(),
+                  mps_field);
+        return;
+    }
+    report_record(name, whole.get(), mps_update_entry(bdf, size));
+}
+
+bool valid_mps_param_char(char c) {
+    return valid_param_val_char(c);
+}
+
+}  // namespace enable_features
