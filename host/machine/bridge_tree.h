@@ -1,0 +1,59 @@
+// The bridge records that modules see, with their locks.
+#pragma once
+
+#include <array>
+#include <memory>
+#include <span>
+#include <vector>
+
+#include "host/machine/config_space.h"
+#include "platform/bridge.h"
+
+namespace host {
+
+struct Function;
+struct BusLayout;
+
+// Built by Machine from the bridges' bus numbers. Lookups take constant time, from any thread. Root
+// buses hang below host bridge records, which are siblings of each other in ascending bus order.
+class BridgeTree {
+public:
+    BridgeTree(std::span<const Function> functions, const BusLayout &layout);
+    ~BridgeTree();
+    BridgeTree(const BridgeTree &) = delete;
+    BridgeTree &operator=(const BridgeTree &) = delete;
+
+    bridge_rec *top() const;              // first host bridge record; null without buses
+    bridge_rec *by_bdf(bdf_t bdf) const;  // either form; null when it is no bridge or removed
+    bridge_rec *by_secondary(unsigned bus) const;       // null for a root bus
+    bridge_rec *above(bdf_t bdf) const;                 // the record whose secondary side holds bdf
+    int secondary_bus(const bridge_rec &bridge) const;  // -1 when it has none
+
+    // Whether functions on `bus` are below the bridge, also while they are removed.
+    bool is_below(unsigned bus, const bridge_rec &bridge) const;
+
+    // Takes every record below the bridge out of the tree or back in, with the lists of devices.
+    // Takes the records' own locks, one at a time. Calls must not overlap.
+    void detach(bridge_rec &bridge);
+    void attach(bridge_rec &bridge);
+
+    // The operations of the records' PCI Express capabilities; before modules see the tree.
+    void set_operations(const pcie_cap_ops_t &operations);
+
+private:
+    struct Node;
+
+    void add_root_buses(std::span<const Function> functions, const BusLayout &layout);
+    void add_bridges(std::span<const Function> functions, const BusLayout &layout);
+    Node &add_node(bdf_t bdf, std::uint32_t class_code, std::uint8_t kind);
+    void add_devs(std::span<const Function> functions);
+    Node *node_of(const bridge_rec &bridge) const;
+
+    std::vector<std::unique_ptr<Node>> nodes_;
+    std::vector<Node *> by_id_;  // bridges by their own routing ID
+    std::vector<Node *> roots_;  // host bridge records, ascending
+    std::array<Node *, 256> by_secondary_{};
+    std::array<Node *, 256> holder_{};  // the deepest record that holds the bus
+};
+
+}  // namespace host

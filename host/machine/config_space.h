@@ -1,0 +1,34 @@
+// Where configuration space comes from: a saved image, or (one day) live hardware.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "platform/types.h"
+
+namespace host {
+
+// Bits 15:0 of a bdf_t: what a configuration access is routed by.
+using RoutingId = std::uint16_t;
+
+// Thread-safe: every access may come from any thread.
+class ConfigSpace {
+public:
+    virtual ~ConfigSpace() = default;
+
+    // Every function that the source knows, ascending, whether or not it answers.
+    virtual std::vector<RoutingId> functions() const = 0;
+
+    // lspci's text for the function ("04:00.0 PCI bridge: ..."), for reports and dumps.
+    virtual std::string title(RoutingId id) const = 0;
+
+    // Reads or writes `width` (1, 2 or 4) bytes at a naturally aligned `offset`, little endian on
+    // the bus and in the processor's order here. PCI_ERR_NO_DEVICE when there is no such function,
+    // PCI_ERR_IO outside the bytes that the source has, PCI_ERR_INVALID for a bad width or offset.
+    // `value` is set on success only.
+    virtual pci_err_t read(RoutingId id, unsigned offset, unsigned width, std::uint32_t &value) = 0;
+    virtual pci_err_t write(RoutingId id, unsigned offset, unsigned width, std::uint32_t value) = 0;
+};
+
+}  // namespace host

@@ -1,0 +1,189 @@
+#include "host/machine/machine.h"
+
+#include "host/machine/bus_layout.h"
+#include "host/machine/registers.h"
+#include "platform/capability.h"
+
+namespace host {
+
+namespace {
+
+constexpr std::uint32_t NO_FUNCTION = 0xFFFF'FFFF;
+
+// Reads the facts of one function as far as its own registers tell them; what depends on others
+// (the ARI form, and multi_function of functions above 0) comes after all have been read.
+class FunctionReader {
+public:
+    FunctionReader(ConfigSpace &space, RoutingId id) : space_(space), id_(id) {}
+
+    Function read() {
+        Function function{};
+        function.bdf = id_;
+        const std::uint32_t ids = dword(reg::VENDOR_ID).value_or(0xFFFF'FFFF);
+        if ((ids & 0xFFFF) == reg::VENDOR_ID_NONE)
+            return function;
+        function.answers = true;
+        function.vendor = static_cast<std::uint16_t>(ids & 0xFFFF);
+        function.device = static_cast<std::uint16_t>(ids >> 16);
+        function.class_code = dword(reg::REVISION_ID).value_or(0) >> 8;
+        read_header(function);
+        function.caps = walk_capabilities(reader_);
+        if (const auto pcie = function.cap(CAPID_PCIE)) {
+            const unsigned caps = read_word(reader_, *pcie + reg::PCIE_CAPS).value_or(0);
+            function.port_type = static_cast<std::uint8_t>((caps & reg::PCIE_CAPS_PORT_TYPE) >> 4);
+            function.ext_caps = walk_ext_capabilities(reader_);
+        }
+        return function;
+    }
+
+private:
+    void read_header(Function &function) {
+        const unsigned type = read_word(reader_, reg::HEADER_TYPE).value_or(0);
+        function.header_type = type & reg::HEADER_TYPE_LAYOUT;
+        function.multi_function = (type & reg::HEADER_TYPE_MULTI_FUNCTION) != 0;
+        if (!function.is_bridge())
+            return;
+        const unsigned numbers = dword(reg::SECONDARY_BUS & ~3u).value_or(0);
+        function.secondary = numbers >> 8 & 0xFF;
+        function.subordinate = numbers >> 16 & 0xFF;
+    }
+
+    std::optional<std::uint32_t> dword(unsigned offset) {
+        std::uint32_t value = 0;
+        if (space_.read(id_, offset, 4, value) != PCI_OK)
+            return std::nullopt;
+        return value;
+    }
+
+    ConfigSpace &space_;
+    RoutingId id_;
+    ReadDword reader_ = [this](unsigned offset) { return dword(offset); };
+};
+
+// Whether the bridge passes requests on to functions above 7 of the device below it.
+bool forwards_ari(ConfigSpace &space, const Function &bridge) {
+    const bool downstream = bridge.port_type == PORT_TYPE_ROOT_PORT ||
+                            bridge.port_type == PORT_TYPE_SWITCH_DOWNSTREAM ||
+                            bridge.port_type == PORT_TYPE_PCI_TO_PCIE;
+    if (!downstream)
+        return false;
+    const unsigned pcie = *bridge.cap(CAPID_PCIE);
+    std::uint32_t caps = 0;
+    std::uint32_t control = 0;
+    return space.read(bridge.id(), pcie + reg::PCIE_CAPS, 2, caps) == PCI_OK &&
+           (caps & reg::PCIE_CAPS_VERSION) >= 2 &&
+           space.read(bridge.id(), pcie + reg::DEVCTL2, 2, control) == PCI_OK &&
+           (control & reg::DEVCTL2_ARI_FORWARDING) != 0;
+}
+
+// The same device's function 0; an ARI device has the whole bus.
+bdf_t function_0_of(bdf_t bdf) {
+    return bdf & (bdf & BDF_ARI_FLAG ? 0x1'FF00 : 0xFFF8);
+}
+
+}  // namespace
+
+std::optional<std::uint16_t> Function::cap(std::uint8_t cap_id) const {
+    return first_capability(caps, cap_id);
+}
+
+std::optional<std::uint16_t> Function::ext_cap(std::uint16_t cap_id) const {
+    return first_capability(ext_caps, cap_id);
+}
+
+Machine::Machine(ConfigSpace &space, std::vector<std::string> *warnings)
+    : space_(space), index_(0x10000, NO_FUNCTION) {
+    for (const RoutingId id : space.functions()) {
+        index_[id] = static_cast<std::uint32_t>(functions_.size());
+        functions_.push_back(FunctionReader(space, id).read());
+    }
+    reachable_ = std::make_unique<std::atomic<bool>[]>(functions_.size());
+    for (std::size_t i = 0; i < functions_.size(); ++i)
+        reachable_[i] = functions_[i].answers;
+
+    const BusLayout layout = lay_out_buses(functions_, warnings);
+    choose_forms(layout);
+    for (Function &function : functions_) {
+        const Function *function_0 = find(function_0_of(function.bdf));
+        function.multi_function = function.answers && function_0 && function_0->multi_function;
+    }
+    bridges_ = std::make_unique<BridgeTree>(functions_, layout);
+}
+
+ConfigSpace &Machine::space() const {
+    return space_;
+}
+
+std::span<const Function> Machine::functions() const {
+    return functions_;
+}
+
+const Function *Machine::find(bdf_t bdf) const {
+    if (bdf > BDF_HIGHEST)
+        return nullptr;
+    const std::uint32_t index = index_[bdf & BDF_ROUTING_ID];
+    if (index == NO_FUNCTION || !reachable_[index])
+        return nullptr;
+    return &functions_[index];
+}
+
+bool Machine::reachable(const Function &function) const {
+    return find(function.bdf) != nullptr;
+}
+
+std::uint64_t Machine::generation() const {
+    return generation_;
+}
+
+BridgeTree &Machine::bridges() {
+    return *bridges_;
+}
+
+void Machine::remove(bridge_rec &bridge) {
+    const std::scoped_lock guard(change_lock_);
+    set_reachable(bridge, false);
+    bridges_->detach(bridge);
+    ++generation_;  // last: a list that was made meanwhile is made again
+}
+
+void Machine::insert(bridge_rec &bridge) {
+    const std::scoped_lock guard(change_lock_);
+    if (!is_there(bridge))
+        return;
+    set_reachable(bridge, true);
+    bridges_->attach(bridge);
+    ++generation_;
+}
+
+std::vector<const Function *> Machine::below(const bridge_rec &bridge) const {
+    std::vector<const Function *> found;
+    for (const Function &function : functions_)
+        if (bridges_->is_below(function.bdf >> 8 & 0xFF, bridge))
+            found.push_back(&function);
+    return found;
+}
+
+void Machine::choose_forms(const BusLayout &layout) {
+    std::array<bool, BUSES> ari{};
+    for (unsigned bus = 0; bus < BUSES; ++bus) {
+        const Function *bridge = layout.by_secondary[bus];
+        const Function *function_0 = find(bus << 8);
+        ari[bus] = bridge && function_0 && function_0->ext_cap(EXT_CAPID_ARI) &&
+                   forwards_ari(space_, *bridge);
+    }
+    for (Function &function : functions_)
+        if (function.answers && ari[function.bdf >> 8])
+            function.bdf |= BDF_ARI_FLAG;
+}
+
+void Machine::set_reachable(const bridge_rec &bridge, bool reachable) {
+    for (const Function *function : below(bridge))
+        reachable_[index_[function->id()]] = reachable && function->answers;
+}
+
+// A host bridge's record always is.
+bool Machine::is_there(const bridge_rec &bridge) const {
+    return bridge.parent == nullptr || find(bridge.bdf) != nullptr;
+}
+
+}  // namespace host

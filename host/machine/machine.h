@@ -1,0 +1,88 @@
+// A machine as the server sees it: its functions with the facts that never change, and its bridges.
+#pragma once
+
+#include <atomic>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "host/machine/bridge_tree.h"
+#include "host/machine/capability_walk.h"
+#include "host/machine/config_space.h"
+#include "platform/types.h"
+
+namespace host {
+
+// Read once, when the machine is made.
+struct Function {
+    bdf_t bdf;     // as it is enumerated, in plain or ARI form
+    bool answers;  // false: all ones for the vendor; nothing else below is set then
+    std::uint16_t vendor;
+    std::uint16_t device;
+    std::uint32_t class_code;  // 24 bits
+    std::uint8_t header_type;  // without the multi-function bit
+    bool multi_function;       // of function 0 of its device
+    std::uint8_t secondary;    // bridges (header types 1 and 2) only, else 0
+    std::uint8_t subordinate;
+    std::optional<std::uint8_t> port_type;  // PCI Express functions only
+    std::vector<CapPosition> caps;          // in list order
+    std::vector<CapPosition> ext_caps;      // in list order
+
+    RoutingId id() const { return static_cast<RoutingId>(bdf & BDF_ROUTING_ID); }
+    bool is_bridge() const { return header_type == 1 || header_type == 2; }
+    std::optional<std::uint16_t> cap(std::uint8_t cap_id) const;  // offset of the first one
+    std::optional<std::uint16_t> ext_cap(std::uint16_t cap_id) const;
+};
+
+class Machine {
+public:
+    // Reads every function of `space`, which must outlive the machine. `warnings` receives what is
+    // wrong with the bridges' bus numbers, a line each.
+    explicit Machine(ConfigSpace &space, std::vector<std::string> *warnings = nullptr);
+    Machine(const Machine &) = delete;
+    Machine &operator=(const Machine &) = delete;
+
+    ConfigSpace &space() const;
+
+    // Every function, ascending by routing ID, also those that do not answer or have been removed.
+    std::span<const Function> functions() const;
+
+    // The function at `bdf` (either form) when it answers and is there now, else null. Constant
+    // time; any thread.
+    const Function *find(bdf_t bdf) const;
+
+    // Whether a function can be reached now. Changes with remove() and insert().
+    bool reachable(const Function &function) const;
+
+    // Counts changes of what is reachable, so that lists made from it can be kept until then.
+    std::uint64_t generation() const;
+
+    BridgeTree &bridges();
+
+    // Takes everything below the bridge out of the tree, or brings it back as it first was. The
+    // registers are the caller's affair. No effect below a bridge that is itself removed: all of it
+    // comes back with the bridge.
+    void remove(bridge_rec &bridge);
+    void insert(bridge_rec &bridge);
+
+    // Every function below the bridge, bridges too, also removed ones.
+    std::vector<const Function *> below(const bridge_rec &bridge) const;
+
+private:
+    void choose_forms(const BusLayout &layout);
+    void set_reachable(const bridge_rec &bridge, bool reachable);
+    bool is_there(const bridge_rec &bridge) const;
+
+    ConfigSpace &space_;
+    std::vector<Function> functions_;
+    std::vector<std::uint32_t> index_;  // by routing ID: position in functions_, or NO_FUNCTION
+    std::unique_ptr<std::atomic<bool>[]> reachable_;  // by position
+    std::unique_ptr<BridgeTree> bridges_;
+    std::mutex change_lock_;  // one remove() or insert() at a time; never held by lookups
+    std::atomic<std::uint64_t> generation_ = 0;
+};
+
+}  // namespace host

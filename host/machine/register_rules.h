@@ -1,0 +1,24 @@
+// Which bits of a function's registers can be written, found from its own header and capabilities.
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <vector>
+
+namespace host {
+
+// One writable register of one function. Masks and values are as wide as the register.
+struct RegisterRule {
+    std::uint16_t offset;
+    std::uint8_t width;        // 1, 2 or 4
+    std::uint32_t rw;          // bits that software writes
+    std::uint32_t w1c;         // bits that software clears by writing 1
+    std::uint32_t reset_mask;  // bits that a reset sets to the bits of reset_value
+    std::uint32_t reset_value;
+};
+
+// The rules of the function with these bytes, ascending by offset. Registers that are not wholly
+// among the bytes have none.
+std::vector<RegisterRule> register_rules(std::span<const std::uint8_t> bytes);
+
+}  // namespace host

@@ -1,0 +1,166 @@
+// One lock orders the lines of all threads; each line leaves in one write, so that lines of several
+// processes on one terminal stay whole too. Control characters, which a configuration file may
+// bring into a message, are written as \xNN: a message is one line, and no terminal obeys it.
+#include "host/server/log.h"
+
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <mutex>
+#include <string_view>
+#include <utility>
+
+#include "platform/log.h"
+
+namespace host {
+
+namespace {
+
+struct Log {
+    std::mutex lock;
+    LogCounts counts;
+    std::function<void(const LogMessage &)> observer;
+};
+
+Log &log() {
+    static Log the_log;
+    return the_log;
+}
+
+struct Level {
+    int severity;
+    const char *prefix;
+    std::uint64_t LogCounts::*count;
+};
+
+constexpr std::array<Level, 4> LEVELS = {{
+    {LOG_SEVERITY_ERROR, "error: ", &LogCounts::error},
+    {LOG_SEVERITY_WARNING, "warning: ", &LogCounts::warning},
+    {LOG_SEVERITY_INFO, "info: ", &LogCounts::info},
+    {LOG_SEVERITY_DEBUG, "debug: ", &LogCounts::debug},
+}};
+
+// A severity between or beyond the known ones counts as the next milder known one.
+const Level &level_of(int severity) {
+    for (const Level &level : LEVELS)
+        if (severity <= level.severity)
+            return level;
+    return LEVELS.back();
+}
+
+std::string formatted(const char *format, va_list args) {
+    va_list again;
+    va_copy(again, args);
+    const int length = std::vsnprintf(nullptr, 0, format, again);
+    va_end(again);
+    if (length < 0)
+        return format;
+    std::string text(static_cast<std::size_t>(length), '\0');
+    std::vsnprintf(text.data(), text.size() + 1, format, args);
+    return text;
+}
+
+void append_printable(std::string &line, std::string_view text) {
+    for (const char c : text) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (byte >= 0x20 && byte != 0x7F) {
+            line += c;
+            continue;
+        }
+        std::array<char, 8> code{};
+        std::snprintf(code.data(), code.size(), "\\x%02x", byte);
+        line += code.data();
+    }
+}
+
+// What cannot be written has nowhere else to go.
+void write_all(std::string_view text) {
+    while (!text.empty()) {
+        const ssize_t written = write(STDERR_FILENO, text.data(), text.size());
+        if (written < 0 && errno != EINTR)
+            return;
+        if (written > 0)
+            text.remove_prefix(static_cast<std::size_t>(written));
+    }
+}
+
+// With the lock held.
+void show(int severity, std::string_view text) {
+    const Level &level = level_of(severity);
+    std::string line = level.prefix;
+    append_printable(line, text);
+    line += '\n';
+    write_all(line);
+    ++(log().counts.*level.count);
+}
+
+int take(bool debug_handle, int severity, int verbosity, int message_verbosity, const char *format,
+         va_list args) {
+    Log &the_log = log();
+    const std::scoped_lock guard(the_log.lock);
+    const bool shown = message_verbosity <= verbosity;
+    if (!shown && !the_log.observer)
+        return 0;
+    LogMessage message{severity, message_verbosity, debug_handle, format, formatted(format, args)};
+    if (the_log.observer)
+        the_log.observer(message);
+    if (shown)
+        show(severity, message.text);
+    return 0;
+}
+
+int take_system(int severity, int verbosity, int message_verbosity, const char *format,
+                va_list args) {
+    return take(false, severity, verbosity, message_verbosity, format, args);
+}
+
+int take_debug(int severity, int verbosity, int message_verbosity, const char *format,
+               va_list args) {
+    return take(true, severity, verbosity, message_verbosity, format, args);
+}
+
+log_handle_t system_handle = {.log_output = take_system};
+log_handle_t debug_handle = {.log_output = take_debug};
+
+void show_own(int severity, const std::string &text) {
+    const std::scoped_lock guard(log().lock);
+    show(severity, text);
+}
+
+}  // namespace
+
+void open_log(int verbosity, bool debug) {
+    pci_verbosity = verbosity;
+    pci_slog = &system_handle;
+    pci_dbg = debug ? &debug_handle : nullptr;
+}
+
+void observe_log(std::function<void(const LogMessage &)> observer) {
+    const std::scoped_lock guard(log().lock);
+    log().observer = std::move(observer);
+}
+
+LogCounts log_counts() {
+    const std::scoped_lock guard(log().lock);
+    return log().counts;
+}
+
+void log_error(const std::string &text) {
+    show_own(LOG_SEVERITY_ERROR, text);
+}
+
+void log_warning(const std::string &text) {
+    show_own(LOG_SEVERITY_WARNING, text);
+}
+
+void log_info(const std::string &text) {
+    show_own(LOG_SEVERITY_INFO, text);
+}
+
+}  // namespace host
+
+log_handle_t *pci_slog = nullptr;
+log_handle_t *pci_dbg = nullptr;
+int pci_verbosity = 1;
