@@ -1,0 +1,36 @@
+// The events file: what happens to the machine after start-up.
+//
+//   insert BDF [VALUE [STATUS]]    functions below the bridge come (back)
+//   remove BDF [VALUE [STATUS]]    functions below the bridge vanish
+//   flr BDF [STATUS]               function-level reset
+//   bus-reset BDF [STATUS]         reset of all below the bridge above the function
+//
+// "#" begins a comment. Functions are written as lspci writes them; VALUE and STATUS are decimal,
+// or hexadecimal with "0x". VALUE defaults to the bridge's secondary bus number, STATUS to 0.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "host/machine/machine.h"
+
+namespace host {
+
+enum class EventKind { INSERT, REMOVE, FLR, BUS_RESET };
+
+struct BusEvent {
+    EventKind kind;
+    bdf_t bdf;            // the function that is named, as it is enumerated
+    bridge_rec *bridge;   // below which things happen; null for a function-level reset
+    std::uint32_t value;  // for insertion and removal hooks
+    int status;           // for all hooks, an error code
+    std::string origin;   // "FILE:LINE: text"
+};
+
+// Reads the text of `file` and checks every line on the machine as it would be when the line's turn
+// comes. Changes nothing. Throws InputError with every bad line.
+std::vector<BusEvent> parse_bus_events(std::string_view text, const std::string &file,
+                                       Machine &machine, unsigned domain);
+
+}  // namespace host

@@ -1,0 +1,43 @@
+// What one function's features are set to: payload size and ECRC, read from its registers.
+#pragma once
+
+#include <optional>
+
+#include "host/machine/machine.h"
+
+namespace host {
+
+// Bytes. A reserved code n is shown as what it would be, 128 << n.
+struct PayloadState {
+    unsigned supported;  // Device Capabilities
+    unsigned current;    // Device Control
+
+    bool operator==(const PayloadState &) const = default;
+};
+
+struct EcrcControl {
+    bool capable;
+    bool enabled;  // false where not capable
+
+    bool operator==(const EcrcControl &) const = default;
+};
+
+struct EcrcState {
+    EcrcControl gen;
+    EcrcControl chk;
+
+    bool operator==(const EcrcState &) const = default;
+};
+
+struct FeatureState {
+    bool reachable = false;           // answers and has not been removed
+    std::optional<PayloadState> mps;  // empty without a PCI Express capability
+    std::optional<EcrcState> ecrc;    // empty without Advanced Error Reporting
+
+    bool operator==(const FeatureState &) const = default;
+};
+
+// Registers that cannot be read count as absent.
+FeatureState read_feature_state(const Machine &machine, const Function &function);
+
+}  // namespace host

@@ -1,0 +1,60 @@
+#include "host/cli/module_spec.h"
+
+#include <algorithm>
+
+#include "host/cli/text.h"
+
+namespace host {
+namespace {
+
+namespace fs = std::filesystem;
+
+// Folder of the running executable; empty when the system does not tell.
+fs::path executable_folder() {
+    std::error_code ignored;
+    return fs::read_symlink("/proc/self/exe", ignored).parent_path();
+}
+
+}  // namespace
+
+ModuleSpec parse_module_spec(std::string_view text, const fs::path &directory) {
+    const std::vector<std::string_view> pieces = split(text, ',');
+    if (pieces.front().empty())
+        throw InputError("no module file is named");
+    ModuleSpec spec{.file = std::string(pieces.front()), .args = {}, .directory = directory};
+    for (const std::string_view piece : pieces)
+        if (!piece.empty() && piece.data() != text.data())
+            spec.args.emplace_back(piece);
+    return spec;
+}
+
+std::vector<fs::path> module_places(const ModuleSpec &spec) {
+    if (spec.file.find('/') != std::string::npos)
+        return {spec.file};
+    // Never a bare name: the system's loader would look for that in places of its own.
+    std::vector<fs::path> places{(spec.directory.empty() ? "." : spec.directory) / spec.file};
+    const fs::path folder = executable_folder();
+    if (folder.empty())
+        return places;
+    for (const char *const relative : {"../lib/hoplar", "../../module"})
+        places.push_back((folder / relative / spec.file).lexically_normal());
+    return places;
+}
+
+std::optional<fs::path> find_module(const ModuleSpec &spec) {
+    const std::vector<fs::path> places = module_places(spec);
+    const auto found = std::ranges::find_if(places, [](const fs::path &place) {
+        std::error_code ignored;
+        return fs::exists(place, ignored);
+    });
+    return found == places.end() ? std::nullopt : std::optional(*found);
+}
+
+std::string not_found(const ModuleSpec &spec) {
+    std::vector<std::string> tried;
+    for (const fs::path &place : module_places(spec))
+        tried.push_back(place.string());
+    return spec.file + ": not found, tried " + join(tried, ", ");
+}
+
+}  // namespace host

@@ -1,0 +1,33 @@
+// What names a module in the host's configuration and on its command line: file[,argument...].
+#pragma once
+
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace host {
+
+struct ModuleSpec {
+    std::string file;
+    std::vector<std::string> args;
+    // Where a name without a slash is looked for first.
+    std::filesystem::path directory;
+};
+
+// Empty arguments are passed over. Throws InputError when no file is named.
+ModuleSpec parse_module_spec(std::string_view text, const std::filesystem::path &directory);
+
+// Files that the module may be, in the order in which they are tried: the name itself when it has a
+// slash; else in its directory, in lib/hoplar of the tree that the host is installed in, and where
+// a build puts modules.
+std::vector<std::filesystem::path> module_places(const ModuleSpec &spec);
+
+// The first of these that exists.
+std::optional<std::filesystem::path> find_module(const ModuleSpec &spec);
+
+// "MODULE: not found, tried FILE, FILE".
+std::string not_found(const ModuleSpec &spec);
+
+}  // namespace host

@@ -1,0 +1,150 @@
+#include "host/cli/options.h"
+
+#include <CLI/CLI.hpp>
+
+#include <ostream>
+
+#include "host/cli/module_loader.h"
+#include "host/cli/text.h"
+
+namespace host {
+namespace {
+
+constexpr const char *FOOTER =
+    "Functions are written as lspci writes them (04:00.0), buses and domains in hexadecimal.\n"
+    "A dump of this machine: sudo lspci -xxxx > FILE\n"
+    "\n"
+    "Events, one a line:\n"
+    "  insert BDF [VALUE [STATUS]]  functions below the bridge BDF come (back) in reset state\n"
+    "  remove BDF [VALUE [STATUS]]  functions below the bridge BDF vanish\n"
+    "  flr BDF [STATUS]             function-level reset\n"
+    "  bus-reset BDF [STATUS]       reset of all below the bridge above BDF\n"
+    "\n"
+    "Exit status: 0 done; 1 a module could not be loaded or refused to start; 2 bad options or\n"
+    "unreadable input, or a result that could not be written.\n";
+
+// The options as they are written, before their values are looked at.
+struct RawOptions {
+    std::optional<std::string> dump, config, events, output, usage;
+    std::vector<std::string> modules;
+    std::string report = "table";
+    std::optional<std::string> domain, managed;
+    int louder = 0;
+    bool quiet = false;
+};
+
+void declare(CLI::App &app, RawOptions &raw, Options &options) {
+    app.add_option("-F,--dump", raw.dump, "Configuration space, a dump as of lspci -xxxx")
+        ->type_name("FILE");
+    app.add_option("-c,--config", raw.config, "Host configuration file")->type_name("FILE");
+    app.add_option("-m,--module", raw.modules, "One more module, file[,argument...]; may repeat")
+        ->type_name("SPEC")
+        ->expected(1)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
+        ->allow_extra_args(false);
+    app.add_option("-e,--events", raw.events, "Events to play after start-up, - for standard input")
+        ->type_name("FILE");
+    app.add_option("-o,--output", raw.output, "Write the resulting configuration space as a dump")
+        ->type_name("FILE");
+    app.add_option("--report", raw.report, "What goes to standard output: table, json or none")
+        ->type_name("FORM");
+    app.add_flag("--cold", options.cold, "Every function starts in reset state, as after power-on");
+    app.add_option("--domain", raw.domain, "Domain that is served, default 0")->type_name("N");
+    app.add_option("--manage", raw.managed, "Buses that are managed, as 00-7f,ff; default all")
+        ->type_name("RANGES");
+    app.add_flag("-v", raw.louder, "More messages; may repeat");
+    app.add_flag("-q", raw.quiet, "Only messages of verbosity 0");
+    app.add_flag("-d", options.debug, "Debug messages too");
+    app.add_option("--usage", raw.usage, "Print the module's usage text")->type_name("MODULE");
+    app.set_help_flag("-h,--help", "Print this help");
+    app.set_version_flag("--version", "hoplar " + version_text(SERVER_VERSION),
+                         "Print the version");
+    app.footer(FOOTER);
+}
+
+ModuleSpec command_line_module(const std::string &text) {
+    try {
+        return parse_module_spec(text, ".");
+    } catch (const InputError &error) {
+        throw InputError("\"" + printable(text) + "\": " + error.what());
+    }
+}
+
+ReportForm parse_report_form(const std::string &text) {
+    if (text == "table")
+        return ReportForm::TABLE;
+    if (text == "json")
+        return ReportForm::JSON;
+    if (text == "none")
+        return ReportForm::NONE;
+    throw InputError("--report: \"" + printable(text) + "\" is none of table, json, none");
+}
+
+unsigned parse_domain(const std::string &text) {
+    const auto domain = parse_hex(text);
+    if (!domain)
+        throw InputError("--domain: \"" + printable(text) + "\" is no hexadecimal number");
+    return *domain;
+}
+
+// What the values mean.
+void interpret(const RawOptions &raw, Options &options) {
+    if (raw.usage) {
+        options.usage = command_line_module(*raw.usage);
+        return;
+    }
+    if (!raw.dump)
+        throw InputError("no configuration space is given: use -F FILE with a dump of a machine "
+                         "(sudo lspci -xxxx > FILE)");
+    options.dump = *raw.dump;
+    options.config = raw.config;
+    options.events = raw.events;
+    options.output = raw.output;
+    options.report = parse_report_form(raw.report);
+    for (const std::string &module : raw.modules)
+        options.modules.push_back(command_line_module(module));
+    if (raw.domain)
+        options.domain = parse_domain(*raw.domain);
+    if (raw.managed)
+        options.managed = parse_bus_ranges(*raw.managed);
+    options.verbosity = raw.quiet ? 0 : options.verbosity + raw.louder;
+}
+
+}  // namespace
+
+std::optional<Options> parse_options(int argc, const char *const *argv, std::ostream &out) {
+    CLI::App app("Loads server modules on the configuration space of a machine.", "hoplar");
+    RawOptions raw;
+    Options options;
+    declare(app, raw, options);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::CallForHelp &) {
+        out << app.help();
+        return std::nullopt;
+    } catch (const CLI::CallForVersion &version) {
+        out << version.what() << '\n';
+        return std::nullopt;
+    } catch (const CLI::ParseError &error) {
+        throw InputError(printable(error.what()) + " (hoplar --help lists the options)");
+    }
+    interpret(raw, options);
+    return options;
+}
+
+ManagedBuses parse_bus_ranges(const std::string &text) {
+    ManagedBuses managed(256, false);
+    for (const std::string_view range : split(text, ',')) {
+        const std::size_t dash = std::min(range.find('-'), range.size());
+        const auto first = parse_hex(range.substr(0, dash));
+        const auto last = dash == range.size() ? first : parse_hex(range.substr(dash + 1));
+        if (!first || !last || *first > *last || *last >= managed.size())
+            throw InputError("--manage: \"" + printable(text) + "\": \"" + printable(range) +
+                             "\" is no range of buses (hexadecimal, as in 00-7f,ff)");
+        for (std::uint32_t bus = *first; bus <= *last; ++bus)
+            managed[bus] = true;
+    }
+    return managed;
+}
+
+}  // namespace host

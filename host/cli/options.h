@@ -1,0 +1,39 @@
+// The command line.
+#pragma once
+
+#include <filesystem>
+#include <iosfwd>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "host/access/serve.h"
+#include "host/cli/module_spec.h"
+
+namespace host {
+
+enum class ReportForm { TABLE, JSON, NONE };
+
+struct Options {
+    std::filesystem::path dump;
+    std::optional<std::filesystem::path> config;
+    std::vector<ModuleSpec> modules;
+    std::optional<std::string> events;  // a file, or "-": standard input
+    std::optional<std::filesystem::path> output;
+    ReportForm report = ReportForm::TABLE;
+    bool cold = false;
+    unsigned domain = 0;
+    ManagedBuses managed = ManagedBuses(256, true);
+    int verbosity = 1;
+    bool debug = false;
+    std::optional<ModuleSpec> usage;  // nothing else is done then
+};
+
+// Empty when there is nothing left to do: --help and --version have been written to `out`. Throws
+// InputError for options that cannot be used.
+std::optional<Options> parse_options(int argc, const char *const *argv, std::ostream &out);
+
+// Buses as "00-7f,ff", hexadecimal. Throws InputError, which names the text.
+ManagedBuses parse_bus_ranges(const std::string &text);
+
+}  // namespace host

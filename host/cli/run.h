@@ -1,0 +1,19 @@
+// One run of the host, from its options to its report.
+#pragma once
+
+#include <iosfwd>
+
+#include "host/cli/options.h"
+
+namespace host {
+
+constexpr int EXIT_DONE = 0;
+constexpr int EXIT_MODULE_FAILED = 1;  // a module could not be loaded or refused to start
+constexpr int EXIT_BAD_INPUT = 2;      // bad options or input, or a result that was not written
+
+// Does what the options ask for and gives the exit status. All input is read and checked before
+// anything runs. `in` is what events come from with "-"; reports go to `out`, messages to the log.
+// One run at a time: the exports that modules see answer for one machine.
+int run(const Options &options, std::istream &in, std::ostream &out);
+
+}  // namespace host

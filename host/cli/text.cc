@@ -1,0 +1,134 @@
+#include "host/cli/text.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <fstream>
+#include <iterator>
+#include <system_error>
+
+namespace host {
+namespace {
+
+constexpr std::string_view BLANKS = " \t\r";
+
+// Bytes 10xxxxxx go on with the character that an earlier byte began.
+bool begins_character(char c) {
+    return (static_cast<unsigned char>(c) & 0xC0U) != 0x80U;
+}
+
+bool is_control(char c) {
+    const auto byte = static_cast<unsigned char>(c);
+    return byte < 0x20 || byte == 0x7F;
+}
+
+// Position of the first byte behind `columns` characters.
+std::size_t end_of_columns(std::string_view text, std::size_t columns) {
+    std::size_t seen = 0;
+    for (std::size_t at = 0; at < text.size(); ++at)
+        if (begins_character(text[at]) && seen++ == columns)
+            return at;
+    return text.size();
+}
+
+std::optional<std::uint32_t> parse(std::string_view digits, int base) {
+    std::uint32_t value = 0;
+    const char *const end = digits.data() + digits.size();
+    const auto [stopped, error] = std::from_chars(digits.data(), end, value, base);
+    if (error != std::errc() || stopped != end)
+        return std::nullopt;
+    return value;
+}
+
+}  // namespace
+
+std::string read_text_file(const std::filesystem::path &file) {
+    std::error_code ignored;
+    if (std::filesystem::is_directory(file, ignored))
+        throw InputError(file.string() + ": is a directory");
+    errno = 0;
+    std::ifstream in(file, std::ios::binary);
+    if (!in)
+        throw InputError(file.string() +
+                         ": cannot be read: " + std::generic_category().message(errno));
+    return read_text_stream(in, file.string());
+}
+
+std::string read_text_stream(std::istream &in, const std::string &name) {
+    std::string text{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+    if (in.bad())
+        throw InputError(name + ": cannot be read to its end");
+    return text;
+}
+
+std::string line_complaint(const std::string &file, std::size_t line, std::string_view reason,
+                           std::string_view text) {
+    return file + ":" + std::to_string(line) + ": " + std::string(reason) + ": " +
+           printable(trim(text));
+}
+
+std::string printable(std::string_view text, std::size_t longest) {
+    std::string shown(text.substr(0, end_of_columns(text, longest)));
+    std::replace_if(shown.begin(), shown.end(), is_control, '?');
+    if (shown.size() < text.size())
+        shown += "...";
+    return shown;
+}
+
+std::size_t display_width(std::string_view text) {
+    return static_cast<std::size_t>(std::count_if(text.begin(), text.end(), begins_character));
+}
+
+std::string first_columns(std::string_view text, std::size_t columns) {
+    return std::string(text.substr(0, end_of_columns(text, columns)));
+}
+
+std::string_view trim(std::string_view text) {
+    const std::size_t first = text.find_first_not_of(BLANKS);
+    if (first == std::string_view::npos)
+        return {};
+    return text.substr(first, text.find_last_not_of(BLANKS) - first + 1);
+}
+
+std::vector<std::string_view> words(std::string_view text) {
+    std::vector<std::string_view> found;
+    for (text = trim(text); !text.empty(); text = trim(text)) {
+        const std::size_t length = std::min(text.find_first_of(BLANKS), text.size());
+        found.push_back(text.substr(0, length));
+        text.remove_prefix(length);
+    }
+    return found;
+}
+
+std::vector<std::string_view> split(std::string_view text, char separator) {
+    std::vector<std::string_view> pieces;
+    for (std::size_t at = text.find(separator); at != std::string_view::npos;
+         at = text.find(separator)) {
+        pieces.push_back(text.substr(0, at));
+        text.remove_prefix(at + 1);
+    }
+    pieces.push_back(text);
+    return pieces;
+}
+
+std::string join(const std::vector<std::string> &pieces, std::string_view separator) {
+    std::string joined;
+    for (const std::string &piece : pieces) {
+        if (!joined.empty())
+            joined += separator;
+        joined += piece;
+    }
+    return joined;
+}
+
+std::optional<std::uint32_t> parse_hex(std::string_view text) {
+    return parse(text, 16);
+}
+
+std::optional<std::uint32_t> parse_number(std::string_view text) {
+    if (text.starts_with("0x") || text.starts_with("0X"))
+        return parse(text.substr(2), 16);
+    return parse(text, 10);
+}
+
+}  // namespace host
