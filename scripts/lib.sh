@@ -1,0 +1,75 @@
+# Shared by the scripts beside it, which source it first. From here on the working directory is the
+# repository's root.
+
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+
+JOBS=$(nproc)
+
+# What is compiled and run; scripts/check adds its tools.
+BUILD_PACKAGES=(cmake ninja-build g++ libgtest-dev libcli11-dev nlohmann-json3-dev libelf-dev)
+
+# Begins a step, which a failure will name; with the time since the script began.
+heading() {
+    step_name=$*
+    printf '\n== %s (%d s)\n' "$*" "$SECONDS"
+}
+
+fail() {
+    printf '%s\n' "$*" >&2
+    exit 1
+}
+
+# However a script ends early, its last line says in which step.
+report_failure() {
+    local status=$?
+    ((status == 0)) || printf '\n%s FAILED in step: %s\n' "$0" "${step_name:-start}" >&2
+}
+trap report_failure EXIT
+
+# Installs those of the named Debian packages that are missing; without any, touches nothing.
+need_packages() {
+    local package missing=()
+    for package in "$@"; do
+        is_installed "$package" || missing+=("$package")
+    done
+    if ((${#missing[@]} == 0)); then
+        echo "all there"
+        return
+    fi
+    echo "installing with apt: ${missing[*]}"
+    as_root apt-get update -qq
+    as_root env DEBIAN_FRONTEND=noninteractive \
+        apt-get install -y -qq --no-install-recommends "${missing[@]}"
+}
+
+is_installed() {
+    [[ $(dpkg-query -W -f='${db:Status-Status}' "$1" 2>/dev/null) == installed ]]
+}
+
+as_root() {
+    if ((EUID == 0)); then
+        "$@"
+    elif command -v sudo >/dev/null; then
+        sudo "$@"
+    else
+        fail "root is needed for: $* (be root, or install sudo)"
+    fi
+}
+
+# Configures a preset the first time; the build itself configures again when a CMake file changed.
+configure() {
+    local preset=$1
+    [[ -f build/$preset/build.ninja ]] || cmake --preset "$preset"
+}
+
+# build PRESET [TARGET...]: everything, or only these targets.
+build() {
+    local preset=$1
+    shift
+    configure "$preset"
+    if (($# > 0)); then
+        cmake --build --preset "$preset" -j "$JOBS" --target "$@"
+    else
+        cmake --build --preset "$preset" -j "$JOBS"
+    fi
+}
