@@ -25,6 +25,49 @@ std::string name_in_title(const std::string &title) {
         trim(std::string_view(title).substr(std::min(title.find(' '), title.size()))));
 }
 
+// The root port that a function is or is below.
+std::optional<std::size_t> root_port_of(const Report &report, std::size_t index) {
+    while (report.functions[index].bridge)
+        index = *report.functions[index].bridge;
+    const Function &top = report.functions[index].function;
+    if (!top.is_bridge() || top.port_type != PORT_TYPE_ROOT_PORT)
+        return std::nullopt;
+    return index;
+}
+
+// Reserved codes tell nothing.
+bool is_usable(unsigned payload) {
+    constexpr unsigned LARGEST = 4096;
+    return payload <= LARGEST;
+}
+
+void lower_path_max(HierarchyReport &hierarchy, const Report &report, std::size_t index) {
+    const FeatureState &state = report.functions[index].before;
+    if (!state.mps || !is_usable(state.mps->supported))
+        return;
+    if (hierarchy.path_max && *hierarchy.path_max <= state.mps->supported)
+        return;
+    hierarchy.path_max = state.mps->supported;
+    hierarchy.limited_by = index;
+}
+
+// Functions come in ascending order: a root port before what is below it.
+std::vector<HierarchyReport> find_hierarchies(const Report &report) {
+    std::vector<HierarchyReport> found;
+    std::vector<std::size_t> place(report.functions.size());  // of a root port, in `found`
+    for (std::size_t i = 0; i < report.functions.size(); ++i) {
+        const auto root_port = root_port_of(report, i);
+        if (!root_port)
+            continue;
+        if (*root_port == i) {
+            place[i] = found.size();
+            found.push_back({.root_port = i, .path_max = {}, .limited_by = {}, .current = {}});
+        }
+        lower_path_max(found[place[*root_port]], report, i);
+    }
+    return found;
+}
+
 }  // namespace
 
 Report begin_report(Machine &machine, unsigned domain) {
@@ -39,12 +82,16 @@ Report begin_report(Machine &machine, unsigned domain) {
                                     .before = state,
                                     .after = state});
     }
+    report.hierarchies = find_hierarchies(report);
     return report;
 }
 
 void end_report(Report &report, const Machine &machine, std::vector<ModuleResult> modules) {
     for (FunctionReport &row : report.functions)
         row.after = read_feature_state(machine, row.function);
+    for (HierarchyReport &hierarchy : report.hierarchies)
+        if (const auto &mps = report.functions[hierarchy.root_port].after.mps)
+            hierarchy.current = mps->current;
     report.modules = std::move(modules);
     report.messages = log_counts();
 }

@@ -25,8 +25,18 @@ struct FunctionReport {
     bool changed() const { return before != after; }
 };
 
+// All that is below one root port, which can only have one payload size.
+struct HierarchyReport {
+    std::size_t root_port;                  // index of the function
+    std::optional<unsigned> path_max;       // bytes: the largest size that all of it supports
+    std::optional<std::size_t> limited_by;  // index of the first function, from the root port down,
+                                            // that supports no more
+    std::optional<unsigned> current;        // bytes: what the root port is set to at the end
+};
+
 struct Report {
-    std::vector<FunctionReport> functions;  // ascending by routing ID
+    std::vector<FunctionReport> functions;     // ascending by routing ID
+    std::vector<HierarchyReport> hierarchies;  // ascending by root port
     std::vector<ModuleResult> modules;
     LogCounts messages;
 };

@@ -55,6 +55,15 @@ Json function_json(const FunctionReport &row) {
             {"ecrc", ecrc_json(row)}};
 }
 
+Json hierarchy_json(const Report &report, const HierarchyReport &hierarchy) {
+    const auto address = [&](std::size_t index) { return report.functions[index].address; };
+    return {
+        {"root_port", address(hierarchy.root_port)},
+        {"path_max", value_or_null(hierarchy.path_max)},
+        {"limited_by", hierarchy.limited_by ? Json(address(*hierarchy.limited_by)) : Json(nullptr)},
+        {"current", value_or_null(hierarchy.current)}};
+}
+
 Json module_json(const ModuleResult &module) {
     return {{"file", module.file},
             {"version", module.version ? Json(version_text(*module.version)) : Json(nullptr)},
@@ -67,10 +76,14 @@ void write_json(std::ostream &out, const Report &report) {
     Json functions = Json::array();
     for (const FunctionReport &row : report.functions)
         functions.push_back(function_json(row));
+    Json hierarchies = Json::array();
+    for (const HierarchyReport &hierarchy : report.hierarchies)
+        hierarchies.push_back(hierarchy_json(report, hierarchy));
     Json modules = Json::array();
     for (const ModuleResult &module : report.modules)
         modules.push_back(module_json(module));
     const Json whole = {{"functions", std::move(functions)},
+                        {"hierarchies", std::move(hierarchies)},
                         {"modules", std::move(modules)},
                         {"messages",
                          {{"error", report.messages.error},

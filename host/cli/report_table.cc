@@ -21,8 +21,9 @@ constexpr const char *PLAIN = "\033[0m";
 enum Column : std::size_t { PLACE, TYPE, PAYLOAD, GEN, CHK, NAME, COLUMNS };
 
 struct Line {
-    bool changed;
-    std::array<std::string, COLUMNS> cells;
+    bool changed = false;
+    std::array<std::string, COLUMNS> cells{};
+    std::string heading{};  // in place of cells
 };
 
 const char *pcie_type(std::uint8_t port_type) {
@@ -104,10 +105,25 @@ std::string name_cell(const FunctionReport &row) {
     return (row.managed ? "" : "(not managed) ") + printable(row.name, ANY_LENGTH);
 }
 
-// The functions depth first, with the branches that lead to each.
+// What rules the payload size of the root port below the heading, and of all that is below it.
+std::string heading_of(const Report &report, const HierarchyReport &hierarchy) {
+    std::string text = "-- root port " + report.functions[hierarchy.root_port].address + ": ";
+    if (!hierarchy.path_max)
+        return text + "no payload size known";
+    if (hierarchy.limited_by == hierarchy.root_port)
+        return text + "payload up to " + std::to_string(*hierarchy.path_max);
+    return text + "limited to " + std::to_string(*hierarchy.path_max) + " by " +
+           report.functions[*hierarchy.limited_by].address;
+}
+
+// The functions depth first, with the branches that lead to each, under their hierarchies'
+// headings.
 class Tree {
 public:
-    explicit Tree(const Report &report) : report_(report), below_(report.functions.size() + 1) {
+    explicit Tree(const Report &report)
+        : report_(report), below_(report.functions.size() + 1), headings_(report.functions.size()) {
+        for (const HierarchyReport &hierarchy : report.hierarchies)
+            headings_[hierarchy.root_port] = heading_of(report, hierarchy);
         for (std::size_t i = 0; i < report.functions.size(); ++i)
             below_[report.functions[i].bridge.value_or(roots())].push_back(i);
     }
@@ -124,6 +140,8 @@ private:
     // `branch` leads to the function itself, `trunk` stands in front of all that is below it.
     void add(std::size_t index, const std::string &branch, const std::string &trunk) {
         const FunctionReport &row = report_.functions[index];
+        if (!headings_[index].empty())
+            lines_.push_back({.heading = headings_[index]});
         lines_.push_back({.changed = row.changed(),
                           .cells = {place_cell(row, branch), type_cell(row.function),
                                     payload_cell(row), ecrc_cell(row, &EcrcState::gen),
@@ -137,6 +155,7 @@ private:
 
     const Report &report_;
     std::vector<std::vector<std::size_t>> below_;  // by bridge; the last are those on root buses
+    std::vector<std::string> headings_;            // by root port
     std::vector<Line> lines_;
 };
 
@@ -151,6 +170,8 @@ Widths column_widths(const std::vector<Line> &lines) {
 }
 
 std::string line_text(const Line &line, const Widths &widths) {
+    if (!line.heading.empty())
+        return line.heading;
     std::string text = line.changed ? "* " : "  ";
     for (std::size_t column = 0; column < COLUMNS; ++column) {
         text += line.cells[column];

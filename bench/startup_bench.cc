@@ -1,0 +1,202 @@
+// How long a start-up takes on machines of 1,024 to 65,536 functions, beside a bare loop over the
+// same configuration image that makes the least register accesses which this programming needs: for
+// each function Device Capabilities and Device Control read, Device Control written, and the AER
+// control register read and written.
+//
+// The machines fill whole buses: all 32 devices with all 8 functions. Bus 0 has a root port for
+// each further bus, so that each is a hierarchy of its own, and integrated endpoints in the other
+// places. Every measurement has a process of its own, because a module starts once in a process.
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "host/access/serve.h"
+#include "host/machine/config_image.h"
+#include "host/machine/machine.h"
+#include "host/machine/registers.h"
+#include "host/server/log.h"
+#include "module/startup.h"
+
+namespace host::bench {
+namespace {
+
+constexpr unsigned PCIE_AT = 0x40;
+constexpr unsigned AER_AT = 0x100;
+constexpr std::size_t BYTES = 0x150;  // up to the end of the AER capability
+constexpr unsigned FUNCTIONS_PER_BUS = 256;
+constexpr int RUNS = 5;
+
+struct Bytes {
+    std::vector<std::uint8_t> bytes = std::vector<std::uint8_t>(BYTES);
+
+    void put(unsigned offset, unsigned width, std::uint32_t value) {
+        for (unsigned i = 0; i < width; i++)
+            bytes[offset + i] = static_cast<std::uint8_t>(value >> 8 * i);
+    }
+};
+
+std::vector<std::uint8_t> function_bytes(std::uint8_t port_type, unsigned secondary) {
+    Bytes function;
+    function.put(reg::VENDOR_ID, 4, 0x0001'1AF4);
+    function.put(reg::STATUS, 2, 0x0010);  // capability list
+    function.put(reg::REVISION_ID, 4, (secondary != 0 ? 0x060400U : 0x020000U) << 8);
+    function.put(reg::HEADER_TYPE, 1, secondary != 0 ? 0x81 : 0x80);
+    if (secondary != 0)
+        function.put(0x18, 4, secondary << 16 | secondary << 8);
+    function.put(0x34, 1, PCIE_AT);
+    function.put(PCIE_AT, 4, (2U | unsigned{port_type} << 4) << 16 | CAPID_PCIE);
+    function.put(PCIE_AT + reg::DEVCAP, 4, 2);  // 512 bytes
+    function.put(AER_AT, 4, 0x0001'0000 | EXT_CAPID_AER);
+    function.put(AER_AT + reg::AER_CONTROL, 4, reg::AER_GEN_CAPABLE | reg::AER_CHK_CAPABLE);
+    return function.bytes;
+}
+
+void fill(ConfigImage &image, unsigned functions) {
+    const unsigned buses = functions / FUNCTIONS_PER_BUS;
+    for (unsigned id = 0; id < functions; id++) {
+        const unsigned place = id % FUNCTIONS_PER_BUS;
+        const bool on_root_bus = id < FUNCTIONS_PER_BUS;
+        const unsigned secondary = on_root_bus && place + 1 < buses ? place + 1 : 0;
+        std::uint8_t type = on_root_bus ? PORT_TYPE_RCIEP : PORT_TYPE_ENDPOINT;
+        if (secondary != 0)
+            type = PORT_TYPE_ROOT_PORT;
+        image.add(static_cast<RoutingId>(id), std::string(), function_bytes(type, secondary));
+    }
+}
+
+struct Figures {
+    double seconds;
+    std::uint64_t accesses;
+    long kilobytes;  // peak memory over what the machine itself takes
+};
+
+long peak_kilobytes() {
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    return usage.ru_maxrss;
+}
+
+void bare_loop(ConfigImage &image) {
+    for (const RoutingId id : image.functions()) {
+        std::uint32_t devcap = 0;
+        std::uint32_t devctl = 0;
+        std::uint32_t aer = 0;
+        image.read(id, PCIE_AT + reg::DEVCAP, 4, devcap);
+        image.read(id, PCIE_AT + reg::DEVCTL, 2, devctl);
+        image.write(id, PCIE_AT + reg::DEVCTL, 2, devctl | (devcap & 7) << 5);
+        image.read(id, AER_AT + reg::AER_CONTROL, 4, aer);
+        image.write(id, AER_AT + reg::AER_CONTROL, 4,
+                    aer | reg::AER_GEN_ENABLE | reg::AER_CHK_ENABLE);
+    }
+}
+
+void start_module(const std::string &config_argument) {
+    const char *argument = config_argument.c_str();
+    const mod_init_args_t args = {{3, 0}, {3, 0}, 1, &argument};
+    if (enable_features::start_module(&args) != PCI_OK)
+        std::abort();
+}
+
+// That both did their work: the last function has its payload size and both ECRC bits.
+void check(ConfigImage &image) {
+    const RoutingId last = image.functions().back();
+    std::uint32_t devctl = 0;
+    std::uint32_t aer = 0;
+    image.read(last, PCIE_AT + reg::DEVCTL, 2, devctl);
+    image.read(last, AER_AT + reg::AER_CONTROL, 4, aer);
+    if (devctl >> 5 != 2 || (aer & reg::AER_GEN_ENABLE) == 0 || (aer & reg::AER_CHK_ENABLE) == 0)
+        std::abort();
+}
+
+Figures measure(unsigned functions, bool bare, bool count, const std::string &config) {
+    ConfigImage image;
+    fill(image, functions);
+    Machine machine(image);
+    serve(&machine);
+    open_log(0, false);
+    std::uint64_t accesses = 0;
+    if (count)
+        image.set_filter([&](ImageAccess &) {
+            accesses++;
+            return PCI_OK;
+        });
+    const long before = peak_kilobytes();
+    const auto begin = std::chrono::steady_clock::now();
+    if (bare)
+        bare_loop(image);
+    else
+        start_module("--config=" + config);
+    const std::chrono::duration<double> time = std::chrono::steady_clock::now() - begin;
+    const long after = peak_kilobytes();
+    image.set_filter({});
+    check(image);
+    return {time.count(), accesses, after - before};
+}
+
+Figures in_child(const std::function<Figures()> &work) {
+    int ends[2];
+    if (pipe(ends) != 0)
+        std::abort();
+    const pid_t child = fork();
+    if (child == 0) {
+        const Figures figures = work();
+        _exit(write(ends[1], &figures, sizeof figures) == sizeof figures ? 0 : 1);
+    }
+    Figures figures{};
+    int status = 0;
+    const bool got = read(ends[0], &figures, sizeof figures) == sizeof figures;
+    close(ends[0]);
+    close(ends[1]);
+    if (waitpid(child, &status, 0) != child || status != 0 || !got)
+        std::abort();
+    return figures;
+}
+
+// The fastest of some runs, and the accesses counted in one more.
+Figures best(unsigned functions, bool bare, const std::string &config) {
+    Figures found = in_child([&] { return measure(functions, bare, true, config); });
+    found.seconds = 1e9;
+    for (int run = 0; run < RUNS; run++) {
+        const Figures figures = in_child([&] { return measure(functions, bare, false, config); });
+        found.seconds = std::min(found.seconds, figures.seconds);
+        found.kilobytes = figures.kilobytes;
+    }
+    return found;
+}
+
+}  // namespace
+}  // namespace host::bench
+
+int main() {
+    using namespace host::bench;
+    const auto config = std::filesystem::temp_directory_path() /
+                        ("startup_bench-" + std::to_string(getpid()) + ".cfg");
+    std::ofstream(config) << "MPS=all:max\nECRC=all:+:+\n";
+    if (std::freopen("/dev/null", "w", stderr) == nullptr)
+        return 1;
+    std::printf("| functions | start-up ms | us a function | accesses | peak KiB | bare loop ms | "
+                "bare accesses | ratio |\n"
+                "| ---: | ---: | ---: | ---: | ---: | ---: | ---: | ---: |\n");
+    for (const unsigned functions : {1024U, 4096U, 16384U, 65536U}) {
+        const Figures start = best(functions, false, config);
+        const Figures bare = best(functions, true, config);
+        std::printf("| %u | %.2f | %.3f | %llu | %ld | %.2f | %llu | %.2f |\n", functions,
+                    start.seconds * 1e3, start.seconds * 1e6 / functions,
+                    static_cast<unsigned long long>(start.accesses), start.kilobytes,
+                    bare.seconds * 1e3, static_cast<unsigned long long>(bare.accesses),
+                    start.seconds / bare.seconds);
+        std::fflush(stdout);
+    }
+    std::filesystem::remove(config);
+    return 0;
+}
