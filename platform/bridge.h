@@ -1,4 +1,5 @@
-// The host's bridge tree: one record for each bridge, below one record for each root bus.
+// The host's bridge tree: one record for each bridge, below one record for each root bus. It is a
+// tree whatever the hardware's bus numbers say: following parent or children always ends.
 //
 // Records belong to the host and are never freed; modules only read them. parent, bdf, class_code,
 // bridge_kind and pcie_cap are fixed once a record exists and need no lock. next_sibling, children
@@ -28,8 +29,10 @@ struct bridge_rec {
     pthread_mutex_t children_lock;  // guards children and num_children; parent before child
     pthread_rwlock_t devs_lock;     // guards num_devs and devs; a thread that holds it for reading
                                     // may take it for reading again, also while a writer waits
-    std::uint32_t num_devs;         // functions on the secondary bus, bridges among them
-    const bdf_t *devs;              // their addresses, as pci_device_find() gives them
+    std::uint32_t num_devs;         // functions on the secondary bus, bridges among them, and on
+                             // buses of its range that are no bridge's secondary bus (virtual
+                             // functions)
+    const bdf_t *devs;  // their addresses, as pci_device_find() gives them
 };
 
 extern "C" {

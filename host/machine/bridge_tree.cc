@@ -208,7 +208,8 @@ void BridgeTree::add_bridges(std::span<const Function> functions, const BusLayou
         node.secondary = function.secondary;
         by_secondary_[function.secondary] = &node;
         for (unsigned bus = function.secondary; bus <= function.subordinate; ++bus)
-            holder_[bus] = &node;
+            if (layout.holder[bus] == &function)
+                holder_[bus] = &node;
     }
 }
 
@@ -220,15 +221,13 @@ BridgeTree::Node &BridgeTree::add_node(bdf_t bdf, std::uint32_t class_code, std:
     return node;
 }
 
-// A bus that a bridge's range merely reaches over is on no record's list.
+// A bus that is nobody's secondary bus counts to the bridge whose range it is in: whatever is there
+// is below that bridge, and limits what its hierarchy can be set to.
 void BridgeTree::add_devs(std::span<const Function> functions) {
     for (const Function &function : functions) {
         if (!function.answers)
             continue;
-        const unsigned bus = bus_of(function.bdf);
-        Node *node = holder_[bus];
-        if (node->bridge_kind == BRIDGE_KIND_HOST || node == by_secondary_[bus])
-            node->all_devs.push_back(function.bdf);
+        holder_[bus_of(function.bdf)]->all_devs.push_back(function.bdf);
     }
 }
 

@@ -1,6 +1,10 @@
-// Bridges are taken in ascending order. As a sound bridge's secondary bus comes after its own, its
-// parent has been placed before it, and no loop can arise. A bridge is placed only where all its
-// buses belong to its parent so far: ranges can then neither overlap nor leave the parent's.
+// Bridges are taken in ascending order. As a placed bridge's secondary bus comes after its own, its
+// parent has been placed before it, and no loop can arise. A bridge gets the buses of its range
+// that nobody but its parent has, up to the first that somebody else has, so that ranges cannot
+// overlap. One whose very secondary bus is somebody else's gets none.
+//
+// A bridge that is placed in spite of wrong numbers does less harm than one that is not: what is
+// physically below it then counts when its hierarchy's payload size is chosen.
 #include "host/machine/bus_layout.h"
 
 #include "host/machine/bdf_text.h"
@@ -21,8 +25,8 @@ std::string foreign_bus(unsigned bus, const Function *parent, const Function *ho
     return "bus " + bus_text(bus) + " belongs to the bridge " + bdf_text(holder->bdf) + " already";
 }
 
-// What is wrong with the numbers of `bridge`; empty when they are sound.
-std::string fault_of(const BusLayout &layout, const Function &bridge) {
+// What keeps the bridge from being placed at all; empty when nothing does.
+std::string obstacle_of(const BusLayout &layout, const Function &bridge) {
     if (bridge.secondary == 0)
         return "the secondary bus is 0";
     if (bridge.secondary <= own_bus(bridge))
@@ -30,22 +34,31 @@ std::string fault_of(const BusLayout &layout, const Function &bridge) {
     if (bridge.subordinate < bridge.secondary)
         return "the subordinate bus comes before the secondary bus";
     const Function *parent = layout.holder[own_bus(bridge)];
-    for (unsigned bus = bridge.secondary; bus <= bridge.subordinate; ++bus)
-        if (layout.holder[bus] != parent)
-            return foreign_bus(bus, parent, layout.holder[bus]);
-    return {};
+    const Function *holder = layout.holder[bridge.secondary];
+    return holder && holder != parent ? foreign_bus(bridge.secondary, nullptr, holder)
+                                      : std::string();
 }
 
-std::string warning(const Function &bridge, const std::string &fault) {
-    return bdf_text(bridge.bdf) + ": bus numbers " + bus_text(own_bus(bridge)) + "->" +
-           bus_text(bridge.secondary) + "-" + bus_text(bridge.subordinate) + ": " + fault +
-           "; nothing is taken to be below this bridge";
-}
-
-void place(BusLayout &layout, const Function &bridge) {
+// Gives the bridge its buses. What is wrong with the numbers; empty when they are sound.
+std::string place(BusLayout &layout, const Function &bridge) {
+    const Function *parent = layout.holder[own_bus(bridge)];
+    std::string fault;
     layout.by_secondary[bridge.secondary] = &bridge;
-    for (unsigned bus = bridge.secondary; bus <= bridge.subordinate; ++bus)
+    for (unsigned bus = bridge.secondary; bus <= bridge.subordinate; ++bus) {
+        const Function *holder = layout.holder[bus];
+        if (holder != parent && fault.empty())
+            fault = foreign_bus(bus, parent, holder);
+        if (holder && holder != parent)
+            break;
         layout.holder[bus] = &bridge;
+    }
+    return fault;
+}
+
+std::string warning(const Function &bridge, const std::string &fault, const char *consequence) {
+    return bdf_text(bridge.bdf) + ": bus numbers " + bus_text(own_bus(bridge)) + "->" +
+           bus_text(bridge.secondary) + "-" + bus_text(bridge.subordinate) + ": " + fault + "; " +
+           consequence;
 }
 
 }  // namespace
@@ -57,11 +70,14 @@ BusLayout lay_out_buses(std::span<const Function> functions, std::vector<std::st
             continue;
         if (function.secondary == 0 && function.subordinate == 0)
             continue;  // not configured: nothing below it, and nothing wrong
-        const std::string fault = fault_of(layout, function);
-        if (fault.empty())
-            place(layout, function);
-        else if (warnings)
-            warnings->push_back(warning(function, fault));
+        const char *consequence = "nothing is taken to be below this bridge";
+        std::string fault = obstacle_of(layout, function);
+        if (fault.empty()) {
+            fault = place(layout, function);
+            consequence = "the buses that no other bridge has are taken to be below this bridge";
+        }
+        if (!fault.empty() && warnings)
+            warnings->push_back(warning(function, fault, consequence));
     }
     return layout;
 }
