@@ -25,13 +25,22 @@ pci_err_t enter_link(const pcie_cap_t *cap) {
     return PCI_OK;
 }
 
+// The capability stands in the conventional 256 bytes; what is behind them belongs to others.
+bool has_register(const pcie_cap_t *cap, unsigned offset, std::size_t size) {
+    return cap->head.offset + offset + size <= reg::CONFIG_SIZE;
+}
+
 template <typename Register>
 pci_err_t read_at(const pcie_cap_t *cap, unsigned offset, Register *value) {
+    if (!has_register(cap, offset, sizeof *value))
+        return PCI_ERR_NOT_SUPPORTED;
     return read_register(cap->head.bdf, cap->head.offset + offset, *value);
 }
 
 template <typename Register>
 pci_err_t write_at(const pcie_cap_t *cap, unsigned offset, Register *value) {
+    if (!has_register(cap, offset, sizeof *value))
+        return PCI_ERR_NOT_SUPPORTED;
     return write_register(cap->head.bdf, cap->head.offset + offset, *value, *value);
 }
 

@@ -68,6 +68,8 @@ bool forwards_ari(ConfigSpace &space, const Function &bridge) {
     if (!downstream)
         return false;
     const unsigned pcie = *bridge.cap(CAPID_PCIE);
+    if (pcie + reg::DEVCTL2 + 2 > reg::CONFIG_SIZE)
+        return false;
     std::uint32_t caps = 0;
     std::uint32_t control = 0;
     return space.read(bridge.id(), pcie + reg::PCIE_CAPS, 2, caps) == PCI_OK &&

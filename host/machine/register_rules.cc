@@ -68,6 +68,12 @@ private:
                           .reset_value = 0});
     }
 
+    // Of a capability in the conventional 256 bytes: what is behind them belongs to others.
+    void add_conventional(unsigned offset, unsigned width, Bits bits) {
+        if (offset + width <= reg::CONFIG_SIZE)
+            add(offset, width, bits);
+    }
+
     void add_command() {
         std::uint16_t bits = COMMAND_PCIE;
         if (!pcie_) {
@@ -102,26 +108,26 @@ private:
         if (!cap)
             return;
         const unsigned control = word(*cap + reg::MSI_CONTROL);
-        add(*cap + reg::MSI_CONTROL, 2,
-            {.rw = reg::MSI_ENABLE | reg::MSI_MULTIPLE_ENABLE,
-             .cleared_by_reset = reg::MSI_ENABLE});
+        add_conventional(*cap + reg::MSI_CONTROL, 2,
+                         {.rw = reg::MSI_ENABLE | reg::MSI_MULTIPLE_ENABLE,
+                          .cleared_by_reset = reg::MSI_ENABLE});
         unsigned offset = *cap + reg::MSI_ADDRESS;
-        add(offset, 4, {.rw = reg::MSI_ADDRESS_BITS});
+        add_conventional(offset, 4, {.rw = reg::MSI_ADDRESS_BITS});
         offset += 4;
         if (control & reg::MSI_64_BIT) {
-            add(offset, 4, {.rw = 0xFFFF'FFFF});
+            add_conventional(offset, 4, {.rw = 0xFFFF'FFFF});
             offset += 4;
         }
-        add(offset, 2, {.rw = 0xFFFF});
+        add_conventional(offset, 2, {.rw = 0xFFFF});
         if (control & reg::MSI_MASKING)
-            add(offset + 4, 4, {.rw = 0xFFFF'FFFF});
+            add_conventional(offset + 4, 4, {.rw = 0xFFFF'FFFF});
     }
 
     void add_msix() {
         if (const auto cap = first_capability(caps_, CAPID_MSIX))
-            add(*cap + reg::MSIX_CONTROL, 2,
-                {.rw = reg::MSIX_MASK_ALL | reg::MSIX_ENABLE,
-                 .cleared_by_reset = reg::MSIX_ENABLE});
+            add_conventional(*cap + reg::MSIX_CONTROL, 2,
+                             {.rw = reg::MSIX_MASK_ALL | reg::MSIX_ENABLE,
+                              .cleared_by_reset = reg::MSIX_ENABLE});
     }
 
     void add_pcie() {
@@ -133,10 +139,11 @@ private:
                                 reg::DEVCTL_NO_SNOOP | reg::DEVCTL_READ_REQUEST;
         if (word(*pcie_ + reg::DEVCAP) & reg::DEVCAP_EXT_TAG)
             control |= reg::DEVCTL_EXT_TAG;
-        add(*pcie_ + reg::DEVCTL, 2,
+        add_conventional(
+            *pcie_ + reg::DEVCTL, 2,
             {.rw = control,
              .cleared_by_reset = reg::DEVCTL_ERROR_ENABLES | reg::DEVCTL_PAYLOAD_SIZE});
-        add(*pcie_ + reg::DEVSTA, 2, {.w1c = reg::DEVSTA_ERRORS});
+        add_conventional(*pcie_ + reg::DEVSTA, 2, {.w1c = reg::DEVSTA_ERRORS});
         add_link();
     }
 
@@ -149,8 +156,8 @@ private:
                                 port_type_ == PORT_TYPE_PCI_TO_PCIE;
         if (!above_link)
             bits &= ~std::uint32_t{reg::LINKCTL_DISABLE};
-        add(*pcie_ + reg::LINKCTL, 2,
-            {.rw = bits, .cleared_by_reset = bits & reg::LINKCTL_LOST_IN_RESET});
+        add_conventional(*pcie_ + reg::LINKCTL, 2,
+                         {.rw = bits, .cleared_by_reset = bits & reg::LINKCTL_LOST_IN_RESET});
     }
 
     void add_aer() {
