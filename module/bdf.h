@@ -28,6 +28,12 @@ constexpr bdf_t function_0_of(bdf_t bdf) {
     return is_ari(bdf) ? (bdf & 0xFF00) | BDF_ARI_FLAG : bdf & 0xFFF8;
 }
 
+// Highest numbers in an address.
+constexpr unsigned HIGHEST_BUS = 255;
+constexpr unsigned HIGHEST_DEVICE = 31;
+constexpr unsigned HIGHEST_FUNCTION = 7;
+constexpr unsigned HIGHEST_ARI_FUNCTION = 255;
+
 constexpr bdf_t plain_bdf(unsigned bus, unsigned device, unsigned function) {
     return bus << 8 | device << 3 | function;
 }

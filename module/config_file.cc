@@ -1,6 +1,7 @@
 // A line counts when it holds a keyword, "=" and a value; the first "=" separates. Keywords match
-// without regard to case. A value ends at the first character that its feature does not take. Bad
-// lines are reported and passed over; nothing ends the parse before the file's end.
+// without regard to case. A value ends at the first character that its feature does not take. Lines
+// with an unknown keyword or without a value are reported, other lines are silently passed over;
+// nothing ends the parse before the file's end.
 //
 // Limit: a file that is cut short by somebody else while it is parsed takes the process with it, as
 // every mapped file does.
@@ -39,12 +40,13 @@ struct file_guard {
 };
 
 // The whole file, read only. The host's helpers stop at a zero byte, so one must stand behind the
-// last byte. It does: the file lies over the start of an anonymous mapping of one byte more. Where
-// the file ends within a page the kernel fills that page with zeros; where it ends with a page the
-// next page is the anonymous one.
+// last byte. It does: the file lies over the start of an anonymous mapping of one page more, which
+// stays zero, also when somebody appends to the file meanwhile and so fills the rest of its last
+// page.
 struct map_guard {
-    map_guard(int fd, std::size_t file_size) : size(file_size) {
-        room = mmap(nullptr, size + 1, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    map_guard(int fd, std::size_t file_size)
+        : size(file_size), room_size(size + static_cast<std::size_t>(sysconf(_SC_PAGESIZE))) {
+        room = mmap(nullptr, room_size, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
         if (room == MAP_FAILED)
             return;
         void *text = mmap(room, size, PROT_READ, MAP_PRIVATE | MAP_FIXED, fd, 0);
@@ -52,7 +54,7 @@ struct map_guard {
     }
     ~map_guard() {
         if (room != MAP_FAILED)
-            munmap(room, size + 1);
+            munmap(room, room_size);
     }
     map_guard(const map_guard &) = delete;
     map_guard &operator=(const map_guard &) = delete;
@@ -61,6 +63,7 @@ struct map_guard {
     const char *last() const { return first() + size - 1; }
 
     std::size_t size;
+    std::size_t room_size;
     void *room = MAP_FAILED;
     bool mapped = false;
 };
@@ -87,9 +90,9 @@ const char *line_after(const char *eol, const char *last) {
 
 // Whether the stack has room for a copy of `length` characters: the copy, rounded up to a multiple
 // of 8, and 128 bytes.
-bool room_for_copy(std::uint32_t length) {
+bool room_for_copy(const char *floor, std::uint32_t length) {
     const std::size_t size = (std::size_t{length} + 1 + 7) / 8 * 8;
-    return __stackavail() > size + 128;
+    return __stackavail(floor) > size + 128;
 }
 
 char *copy_token(void *room, token_t token) {
@@ -98,12 +101,13 @@ char *copy_token(void *room, token_t token) {
     return copy;
 }
 
-// A copy of the token in the calling function's stack frame, through its variable `copy_room`, or
-// `no_room`. A macro, because memory of alloca lives as long as the function that called it; a
-// variable, because alloca must not stand in a list of arguments.
+// A copy of the token in the calling function's stack frame, or `no_room`. A macro, because memory
+// of alloca lives as long as the function that called it; with that function's variable
+// `copy_room`, because alloca must not stand in a list of arguments, and with its `floor` of the
+// stack.
 #define MAKE_TMP_STRING(token)                                                                     \
-    (room_for_copy((token).length)                                                                 \
-         ? (copy_room = alloca((token).length + 1), copy_token(copy_room, token))                  \
+    (room_for_copy(floor, (token).length)                                                          \
+         ? (copy_room = alloca(std::size_t{(token).length} + 1), copy_token(copy_room, token))     \
          : no_room)
 
 feature_t *row_of(const char *keyword) {
@@ -123,7 +127,8 @@ feature_t *row_of(const char *keyword) {
 // The copies of all lines stay on the stack until the last line has been parsed: what a feature's
 // parser is given lives until then.
 void parse_lines(const char *first, const char *last) {
-    char no_room[] = "MAKE_TMP_STRING alloca() failed";
+    char no_room[] = "MAKE_TMP_STRING alloca() failed";  // holds nothing that a parser cuts at
+    const char *floor = stack_floor();
     void *copy_room = nullptr;
     const char *line = skip_comment(first);
     const char *eol = nullptr;

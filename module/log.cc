@@ -6,7 +6,8 @@ namespace {
 
 [[gnu::format(printf, 4, 0)]] void put(log_handle_t *handle, int severity, int verbosity,
                                        const char *format, va_list args) {
-    handle->log_output(severity, pci_verbosity, verbosity, format, args);
+    handle->log_output(severity, __atomic_load_n(&pci_verbosity, __ATOMIC_RELAXED), verbosity,
+                       format, args);
 }
 
 }  // namespace

@@ -22,7 +22,7 @@ namespace enable_features {
 // Message sites. Macros, because the arguments must not be computed when nobody listens.
 #define LOG_TO(handle_variable, level_function, ...)                                               \
     do {                                                                                           \
-        if (log_handle_t *log_handle = (handle_variable))                                          \
+        if (log_handle_t *log_handle = __atomic_load_n(&(handle_variable), __ATOMIC_ACQUIRE))      \
             ::enable_features::level_function(log_handle, __VA_ARGS__);                            \
     } while (false)
 

@@ -9,8 +9,12 @@ namespace enable_features {
 // list builds that they start (which descend through nested bridges) and the host's log output.
 constexpr std::size_t STACK_RESERVE = 128 * 1024;
 
-// Bytes left on the calling thread's stack, less STACK_RESERVE; 0 when that is used up, or when the
-// stack's limits cannot be told.
-std::size_t __stackavail();
+// The lowest address of the calling thread's stack. To be asked for once: for the main thread the C
+// library reads the process's memory map each time.
+const char *stack_floor();
+
+// Bytes left on the calling thread's stack, of which `floor` is the lowest address, less
+// STACK_RESERVE; 0 when that is used up.
+std::size_t __stackavail(const char *floor);
 
 }  // namespace enable_features

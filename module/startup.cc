@@ -5,6 +5,7 @@
 
 #include <getopt.h>
 
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
 
@@ -24,8 +25,7 @@ constexpr char version_text[] = "3_0";
 // Oldest access library and host server that the module works with.
 constexpr version_pair_t oldest = {.major = 3, .minor = 0};
 
-constexpr std::uint32_t unknown_version = 0xFFFF'FFFF;
-std::uint32_t version = unknown_version;  // read and written atomically, without a lock
+std::uint32_t version = BAD_VERSION;  // read and written atomically, without a lock
 
 constexpr std::uint32_t pack(version_pair_t pair) {
     return pair.major | static_cast<std::uint32_t>(pair.minor) << 16;
@@ -64,6 +64,8 @@ pci_err_t check_versions(const mod_init_args_t &args, version_pair_t own) {
 // and the closing null. Null when memory is short.
 heap_ptr<char *> scanner_vector(const mod_init_args_t &args) {
     static char program_name[] = "hoplar-enable_features";
+    if (args.argc > INT_MAX - 2)
+        return nullptr;  // the scanner counts in int
     heap_ptr<char *> vector(
         static_cast<char **>(std::calloc(std::size_t{args.argc} + 2, sizeof(char *))));
     if (vector == nullptr)
@@ -84,10 +86,13 @@ void scan_options(const mod_init_args_t &args) {
     }
     const int count = static_cast<int>(args.argc) + 1;
     optind = 0;  // start anew, whatever the host has scanned
+    // "-": an argument that is no option is passed over, and does not end the scan where the
+    // environment holds POSIXLY_CORRECT.
     int found = 0;
-    while ((found = getopt_long(count, vector.get(), "v", long_options, nullptr)) != -1) {
+    while ((found = getopt_long(count, vector.get(), "-v", long_options, nullptr)) != -1) {
         if (found != 0)
-            continue;  // -v, and what the scanner has reported itself
+            continue;  // -v, arguments that are no options, and what the scanner has reported
+                       // itself
         const pci_err_t result = parse_feature_config(optarg);
         LOG_DEBUG(3, "parse_feature_config(), %s", pci_strerror(result));
     }

@@ -9,9 +9,20 @@ bool valid_param_val_char(char c) {
     return is_letter(c) || is_digit(c) || c == '+' || c == '-' || c == '.' || c == ':';
 }
 
+namespace {
+
+// Automatic, except that newer C libraries also take 0b for binary: here that is an octal 0.
+int base_of(const char *text) {
+    if (*text == '+' || *text == '-')
+        text++;
+    return text[0] == '0' && (text[1] == 'b' || text[1] == 'B') ? 8 : 0;
+}
+
+}  // namespace
+
 bool read_number(const char *text, unsigned long highest, unsigned *value) {
     char *end = nullptr;
-    const unsigned long number = std::strtoul(text, &end, 0);
+    const unsigned long number = std::strtoul(text, &end, base_of(text));
     if (end == text || number > highest)
         return false;
     *value = static_cast<unsigned>(number);

@@ -18,9 +18,9 @@ constexpr bool is_hex_digit(char c) {
 // The characters of a value whose feature has no rule of its own: letters, digits, "+-.:".
 bool valid_param_val_char(char c);
 
-// Reads the number at the start of `text` with strtoul's automatic base (0x hexadecimal, 0 octal);
-// what follows the digits is ignored. False, `*value` untouched, when there is no digit or the
-// number is above `highest`.
+// Reads the number at the start of `text`: decimal, hexadecimal behind 0x, octal behind 0, with
+// strtoul's rules for signs and overflow; what follows the digits is ignored. `*value` gets its low
+// 32 bits. False, `*value` untouched, when there is no digit or the number is above `highest`.
 bool read_number(const char *text, unsigned long highest, unsigned *value);
 
 // Heap copy of a text, null when memory is short.

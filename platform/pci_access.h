@@ -39,7 +39,8 @@ HOPLAR_EXPORT int pci_device_find_capid(bdf_t bdf, std::uint8_t capid);
 // pci_device_find_capid never gave; PCI_ERR_NO_MEMORY.
 HOPLAR_EXPORT pci_err_t pci_device_read_cap(bdf_t bdf, pci_cap_t **object, int index);
 
-// True when the Header Type register (0x0E) of the device's function 0 has bit 7 set. Plain form.
+// True when the Header Type register (0x0E) of function 0 of the device, in the form given, has bit
+// 7 set.
 HOPLAR_EXPORT bool pci_device_is_multi_func(bdf_t bdf);
 
 // Header registers: Vendor ID (0x00), Command (0x04), Status (0x06), Secondary Bus Number (0x19)
@@ -56,7 +57,8 @@ HOPLAR_EXPORT pci_err_t pci_device_write_cmd(bdf_token token, std::uint16_t valu
 HOPLAR_EXPORT pci_err_t pci_device_write_bridge_ctrl(bdf_token token, std::uint16_t value,
                                                      std::uint16_t *after);
 
-// English text of an error code, also of an unknown one. Static storage.
+// English text of an error code, also of an unknown one. Static storage, which later
+// calls do not change: one message may hold two texts.
 HOPLAR_EXPORT const char *pci_strerror(pci_err_t code);
 
 }  // extern "C"

@@ -39,6 +39,9 @@ struct pci_hw_ops_t {
                            std::uint32_t flags);
 };
 
+// enum_next_ari_func() result when there is no further function.
+constexpr std::uint32_t ARI_NO_FUNCTION = 256;
+
 extern "C" {
 
 // The marker of an unknown version, BAD_VERSION.
@@ -49,9 +52,9 @@ HOPLAR_EXPORT extern const std::uint32_t bad_version;
 HOPLAR_EXPORT std::uint32_t my_server_id(void);
 HOPLAR_EXPORT std::uint32_t hoplar_get_id(bdf_t bdf);
 
-// Function number (0 to 255) of the function after `bdf` (ARI form) in its device, 256 when there
-// is none. `reserved` is 0. Source: Next Function Number, ARI Capability register (+0x04), bits
-// 15:8.
+// Function number (0 to 255) of the function after `bdf` (ARI form) in its device, ARI_NO_FUNCTION
+// when there is none. `reserved` is 0. Source: Next Function Number, ARI Capability register
+// (+0x04), bits 15:8.
 HOPLAR_EXPORT std::uint32_t enum_next_ari_func(bdf_t bdf, std::uint32_t reserved);
 
 // Record of the event collector at `bdf`, null when the host has none.

@@ -2,13 +2,13 @@
 //
 // Everything under platform/ is declaration only: what a host server and its PCI access library
 // offer to a module. All names have C linkage and plain C layouts; the headers themselves are C++.
-// Unless a declaration says otherwise, operations may be called from any thread and take no lock
-// that the caller could hold.
+// Unless a declaration says otherwise, operations may be called from any thread. None takes a
+// bridge's children_lock or devs_lock (bridge.h): a module may hold them while it calls.
 #pragma once
 
 #include <cstdint>
 
-// Marks a declaration that the host exports to modules.
+// Marks a name that leaves the object which defines it: the host's exports, and a module's two.
 #define HOPLAR_EXPORT __attribute__((visibility("default")))
 
 // Address of a function (bus, device, function).

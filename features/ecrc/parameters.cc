@@ -23,7 +23,7 @@ namespace enable_features {
 
 namespace {
 
-constexpr char own_name[] = "param_parse_ecrc";
+constexpr char PARSER[] = "param_parse_ecrc";  // the parser's name in messages
 
 enum class scope_t { every_function, bus, device, single };
 
@@ -45,8 +45,12 @@ struct record_t {
     const char *functions;  // its first field
 };
 
+void report_record(const record_t &record, pci_err_t status) {
+    LOG_INFO(2, "Add record '%s=%s', %s", record.keyword, record.param, pci_strerror(status));
+}
+
 void report_bad_number(const record_t &record, const char *what) {
-    LOG_ERROR(0, "%s, (param '%s') bad BDF %s value '%s', ignoring record", own_name, record.param,
+    LOG_ERROR(0, "%s, (param '%s') bad BDF %s value '%s', ignoring record", PARSER, record.param,
               what, record.functions);
 }
 
@@ -58,7 +62,7 @@ bool parse_two_parts(const record_t &record, unsigned bus, const char *second,
         return true;
     }
     unsigned function = 0;
-    if (!read_number(second, 255, &function)) {
+    if (!read_number(second, HIGHEST_ARI_FUNCTION, &function)) {
         report_bad_number(record, "function");
         return false;
     }
@@ -70,7 +74,7 @@ bool parse_two_parts(const record_t &record, unsigned bus, const char *second,
 bool parse_three_parts(const record_t &record, unsigned bus, const char *second, const char *third,
                        selection_t *selection) {
     unsigned device = 0;
-    if (!read_number(second, 31, &device)) {
+    if (!read_number(second, HIGHEST_DEVICE, &device)) {
         report_bad_number(record, "device");
         return false;
     }
@@ -79,8 +83,8 @@ bool parse_three_parts(const record_t &record, unsigned bus, const char *second,
         return true;
     }
     unsigned function = 0;
-    if (!read_number(third, 7, &function)) {
-        LOG_ERROR(0, "%s, (param '%s') bad BDF function value '%s', ignoring record", own_name,
+    if (!read_number(third, HIGHEST_FUNCTION, &function)) {
+        LOG_ERROR(0, "%s, (param '%s') bad BDF function value '%s', ignoring record", PARSER,
                   record.param, record.functions);
         return false;
     }
@@ -95,8 +99,8 @@ bool parse_functions(const record_t &record, char *text, selection_t *selection)
     const char *second = bus_text != nullptr ? strtok_r(nullptr, ".", &rest) : nullptr;
     const char *third = second != nullptr ? strtok_r(nullptr, ".", &rest) : nullptr;
     unsigned bus = 0;
-    if (bus_text == nullptr || !read_number(bus_text, 255, &bus)) {
-        LOG_ERROR(0, "%s, (param '%s') bad BDF bus value '%s', ignoring record", own_name,
+    if (bus_text == nullptr || !read_number(bus_text, HIGHEST_BUS, &bus)) {
+        LOG_ERROR(0, "%s, (param '%s') bad BDF bus value '%s', ignoring record", PARSER,
                   record.param, record.functions);
         return false;
     }
@@ -105,7 +109,7 @@ bool parse_functions(const record_t &record, char *text, selection_t *selection)
         return true;
     }
     if (!is_hex_digit(*second) && (*second != '*' || third != nullptr)) {
-        LOG_ERROR(0, "%s, (param '%s') bad BDF value '%s', ignoring record", own_name, record.param,
+        LOG_ERROR(0, "%s, (param '%s') bad BDF value '%s', ignoring record", PARSER, record.param,
                   record.functions);
         return false;
     }
@@ -132,7 +136,7 @@ bool parse_setting(const char *text, ecrc_setting *setting) {
 bool parse_wishes(const record_t &record, const char *gen, const char *chk, wishes_t *wishes) {
     if (!parse_setting(gen, &wishes->gen) || !parse_setting(chk, &wishes->chk)) {
         LOG_ERROR(0, "%s, (param '%s') bad ECRC gen or check values '%s'/'%s', ignoring record",
-                  own_name, record.param, gen, chk);
+                  PARSER, record.param, gen, chk);
         return false;
     }
     if (wishes->gen == 0 && wishes->chk == 0) {
@@ -150,12 +154,8 @@ bool is_selected(const selection_t &selection, bdf_t bdf) {
     return selection.scope == scope_t::bus || device_of(bdf) == device_of(selection.bdf);
 }
 
-void report_record(const record_t &record, pci_err_t status) {
-    LOG_INFO(2, "Add record '%s=%s', %s", record.keyword, record.param, pci_strerror(status));
-}
-
 void record_single(const record_t &record, bdf_t bdf, wishes_t wishes) {
-    if (skip_unmanaged(own_name, bdf))
+    if (skip_unmanaged(PARSER, bdf))
         return;
     report_record(record, ecrc_add_or_update_entry(bdf, wishes.gen, wishes.chk));
 }
@@ -168,7 +168,7 @@ void record_set(const record_t &record, const selection_t &selection, wishes_t w
         bdf = pci_device_find(i, ANY_VENDOR, ANY_DEVICE, ANY_CLASS);
         if (bdf == BDF_NONE)
             break;
-        if (skip_unmanaged(own_name, bdf) || !is_selected(selection, bdf))
+        if (skip_unmanaged(PARSER, bdf) || !is_selected(selection, bdf))
             continue;
         const pci_err_t result = ecrc_add_or_update_entry(bdf, wishes.gen, wishes.chk);
         LOG_DEBUG(3, "Add/update ECRC entry for B%u:D%u:F%u, gen=%d, chk=%d, %s", BDF_ARGS(bdf),
@@ -179,19 +179,17 @@ void record_set(const record_t &record, const selection_t &selection, wishes_t w
     report_record(record, status);
 }
 
-// `functions_copy` may be cut up.
-void parse_record(const record_t &record, char *functions_copy, const char *gen, const char *chk) {
-    selection_t selection = {scope_t::every_function, BDF_NONE};
-    if (strcasecmp(record.functions, "all") != 0 &&
-        !parse_functions(record, functions_copy, &selection))
-        return;
-    wishes_t wishes = {};
-    if (!parse_wishes(record, gen, chk, &wishes))
-        return;
-    if (selection.scope == scope_t::single)
-        record_single(record, selection.bdf, wishes);
-    else
-        record_set(record, selection, wishes);
+// Finds what the first field stands for. False when the record is to be dropped.
+bool select_functions(const record_t &record, selection_t *selection) {
+    *selection = {scope_t::every_function, BDF_NONE};
+    if (strcasecmp(record.functions, "all") == 0)
+        return true;
+    const heap_ptr<char> copy = copy_text(record.functions);
+    if (copy == nullptr) {
+        report_record(record, PCI_ERR_NO_MEMORY);
+        return false;
+    }
+    return parse_functions(record, copy.get(), selection);
 }
 
 }  // namespace
@@ -208,14 +206,18 @@ void param_parse_ecrc(const char *keyword, char *value, feature_t *) {
     const char *gen = record.functions != nullptr ? strtok_r(nullptr, ":", &rest) : nullptr;
     const char *chk = gen != nullptr ? strtok_r(nullptr, ":", &rest) : nullptr;
     if (chk == nullptr) {
-        LOG_ERROR(0, "%s, Invalid ECRC parameter value '%s', all fields required", own_name,
+        LOG_ERROR(0, "%s, Invalid ECRC parameter value '%s', all fields required", PARSER,
                   record.param);
         return;
     }
-    const heap_ptr<char> functions_copy = copy_text(record.functions);
-    if (functions_copy == nullptr)
-        return report_record(record, PCI_ERR_NO_MEMORY);
-    parse_record(record, functions_copy.get(), gen, chk);
+    selection_t selection = {};
+    wishes_t wishes = {};
+    if (!select_functions(record, &selection) || !parse_wishes(record, gen, chk, &wishes))
+        return;
+    if (selection.scope == scope_t::single)
+        record_single(record, selection.bdf, wishes);
+    else
+        record_set(record, selection, wishes);
 }
 
 bool valid_ecrc_param_char(char c) {

@@ -36,6 +36,11 @@ void report_nothing_to_do(const mps_entry *entry) {
               BDF_ARGS(entry->bdf));
 }
 
+void report_path_max(const mps_entry *entry) {
+    LOG_INFO(1, "%s, path max for B%u:D%u:F%u is %u", "mps_init", BDF_ARGS(entry->bdf),
+             entry->rp->path_max);
+}
+
 void report_refused(const mps_entry *entry, std::uint32_t size) {
     LOG_WARNING(1, "%s, MPS setting of %u for EP B%u:D%u:F%u ignored. Path max is %u", "mps_init",
                 size, BDF_ARGS(entry->bdf), entry->rp->path_max);
@@ -60,22 +65,25 @@ pci_err_t set_or_restore(mps_entry *entry, std::uint32_t size) {
 pci_err_t apply_request(mps_entry *entry, pci_err_t last) {
     const std::uint32_t cur_mps = cur_mps_of(entry->rp);
     const mps_decision_t decision = decide_mps(entry->mps, entry->rp->path_max, cur_mps);
-    if (decision.action == mps_decision_t::ALREADY_SET) {
+    switch (decision.action) {
+    case mps_decision_t::ALREADY_SET:
         report_shared(entry, cur_mps);
         entry->mps = 0;
-    }
-    if (entry->mps == 0) {
         report_nothing_to_do(entry);
         return last;
-    }
-    LOG_INFO(1, "%s, path max for B%u:D%u:F%u is %u", "mps_init", BDF_ARGS(entry->bdf),
-             entry->rp->path_max);
-    if (decision.action == mps_decision_t::REFUSED) {
+    case mps_decision_t::NO_REQUEST:
+        report_nothing_to_do(entry);
+        return last;
+    case mps_decision_t::REFUSED:
+        report_path_max(entry);
         report_refused(entry, decision.size);
         entry->mps = 0;
         return last;
+    case mps_decision_t::PROGRAM:
+        report_path_max(entry);
+        return set_or_restore(entry, decision.size);
     }
-    return set_or_restore(entry, decision.size);
+    return last;
 }
 
 // Second pass; the result as in the first.
@@ -150,8 +158,8 @@ pci_err_t mps_init(feature_t *row) {
     row->hooks.post_reset = post_reset_mps_enable;
     row->hooks.post_insertion = post_insertion_mps_enable;
     row->hooks.pre_removal = pre_removal_mps_disable;
-    // Before anything is programmed: a reset that comes meanwhile waits for the lock, and then
-    // finds what has been programmed.
+    // Before anything is programmed, so that no reset is missed: one that comes meanwhile finds
+    // what has been programmed by then.
     const pci_err_t registered = install_buscfg_hooks(&row->hooks);
     if (registered != PCI_OK)
         return registered;

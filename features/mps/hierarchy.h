@@ -10,8 +10,9 @@
 namespace enable_features {
 
 // Programs `size`, a supported one, into every bridge from the root port down to `bridge` (not
-// null), and records it as the root port's cur_mps. The result is that of the write to `bridge`; a
-// failure further up stops nothing. The caller holds the endpoint list's lock.
+// null), and records it as the root port's cur_mps, whether or not the writes succeed. The result
+// is that of the write to `bridge`; a failure further up stops nothing. The caller holds the
+// endpoint list's lock.
 pci_err_t mps_set_hierarchy(bridge_rec *bridge, std::uint32_t size);
 
 // Programs `size` (MPS_MAX: the root port's path_max) into the entry's path and then into every

@@ -1,9 +1,9 @@
 // After a bus reset the scope is a whole hierarchy when the bridge above the function has bridges
-// below it, or when it is the function itself; else it is the one device: a bridge without bridges
-// below it has lost nothing itself.
+// below it, which have lost their sizes too, or when it is the function itself; else it is the one
+// device.
 //
-// A device without an entry, an entry without a path and a root port without an entry end a hook;
-// the last two without a message.
+// A device without an entry, an entry without a path and a root port without an entry end a hook,
+// without a message but for the device that was reset alone.
 #include "features/mps/hooks.h"
 
 #include "features/mps/hierarchy.h"
@@ -54,7 +54,7 @@ void reprogram_hierarchy(bridge_rec *bridge) {
     const mutex_guard guard(ep_list.lock);
     for (mps_entry *entry = first_mps_entry(ep_list); entry != nullptr;
          entry = next_mps_entry(entry)) {
-        if (entry->rp == rp && has_path(entry))
+        if (entry->rp == rp)
             mps_set_and_report(entry, size);
     }
 }

@@ -21,21 +21,17 @@ namespace enable_features {
 namespace {
 
 constexpr char PARSER[] = "param_parse_mps";  // the parser's name in messages
-constexpr unsigned long HIGHEST_BUS = 255;
-constexpr unsigned long HIGHEST_DEVICE = 31;
-constexpr unsigned long HIGHEST_FUNCTION = 7;
-constexpr unsigned long HIGHEST_ARI_FUNCTION = 255;
 
-enum class ep_fault { none, bus, device, ari_function, function };
+enum class ep_fault_t { none, bus, device, ari_function, function };
 
-struct ep_result {
-    ep_fault fault;
+struct ep_result_t {
+    ep_fault_t fault;
     bdf_t bdf;  // BDF_NONE, which is no endpoint, when the device is missing
 };
 
 // Reads the endpoint field, cutting it up. Empty parts do not count, and nothing is read behind the
 // third.
-ep_result read_endpoint(char *field) {
+ep_result_t read_endpoint(char *field) {
     char *rest = nullptr;
     const char *bus_text = strtok_r(field, ".", &rest);
     const char *device_text = bus_text != nullptr ? strtok_r(nullptr, ".", &rest) : nullptr;
@@ -45,32 +41,32 @@ ep_result read_endpoint(char *field) {
     unsigned device = 0;
     unsigned function = 0;
     if (bus_text == nullptr || !read_number(bus_text, HIGHEST_BUS, &bus))
-        return {ep_fault::bus, BDF_NONE};
+        return {ep_fault_t::bus, BDF_NONE};
     if (device_text == nullptr)
-        return {ep_fault::none, BDF_NONE};
+        return {ep_fault_t::none, BDF_NONE};
     if (function_text == nullptr) {
         if (!read_number(device_text, HIGHEST_ARI_FUNCTION, &function))
-            return {ep_fault::ari_function, BDF_NONE};
-        return {ep_fault::none, ari_bdf(bus, function)};
+            return {ep_fault_t::ari_function, BDF_NONE};
+        return {ep_fault_t::none, ari_bdf(bus, function)};
     }
     if (!read_number(device_text, HIGHEST_DEVICE, &device))
-        return {ep_fault::device, BDF_NONE};
+        return {ep_fault_t::device, BDF_NONE};
     if (!read_number(function_text, HIGHEST_FUNCTION, &function))
-        return {ep_fault::function, BDF_NONE};
-    return {ep_fault::none, plain_bdf(bus, device, function)};
+        return {ep_fault_t::function, BDF_NONE};
+    return {ep_fault_t::none, plain_bdf(bus, device, function)};
 }
 
 // `whole` is the value and `field` its endpoint, both as written.
-void report_bad_endpoint(ep_fault fault, const char *whole, const char *field) {
-    if (fault == ep_fault::bus)
+void report_bad_endpoint(ep_fault_t fault, const char *whole, const char *field) {
+    if (fault == ep_fault_t::bus)
         LOG_ERROR(0, "%s, (param '%s') bad EP bus value '%s', ignoring record", PARSER, whole,
                   field);
-    else if (fault == ep_fault::function)
+    else if (fault == ep_fault_t::function)
         LOG_ERROR(0, "%s, (param '%s') bad EP function value '%s', ignoring record", PARSER, whole,
                   field);
     else
         LOG_ERROR(0, "%s, (param '%s') bad EP %s value '%s', ignoring record", PARSER, whole,
-                  fault == ep_fault::device ? "device" : "function", field);
+                  fault == ep_fault_t::device ? "device" : "function", field);
 }
 
 // A payload size is what the low 32 bits of the number say.
@@ -97,8 +93,8 @@ bool find_endpoint(const char *name, const char *whole, char *field, bdf_t *bdf)
         report_record(name, whole, PCI_ERR_NO_MEMORY);
         return false;
     }
-    const ep_result result = read_endpoint(field);
-    if (result.fault != ep_fault::none) {
+    const ep_result_t result = read_endpoint(field);
+    if (result.fault != ep_fault_t::none) {
         report_bad_endpoint(result.fault, whole, field_text.get());
         return false;
     }

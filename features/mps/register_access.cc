@@ -15,11 +15,11 @@ namespace enable_features {
 namespace {
 
 constexpr unsigned FUNCTIONS_PER_DEVICE = 8;
-constexpr std::uint32_t FUNCTIONS_PER_ARI_DEVICE = 256;  // also: no further function
+constexpr std::size_t FUNCTIONS_PER_ARI_DEVICE = 256;
 constexpr std::uint16_t VENDOR_ABSENT = 0xFFFF;
 
 // What a call of mps_write_mps() was asked for.
-struct write_request {
+struct write_request_t {
     pcie_cap_t *cap;
     bdf_t bdf;
     std::uint32_t size;
@@ -38,7 +38,7 @@ std::uint32_t read_max_capable(pcie_cap_t *cap) {
 }
 
 // Reads, changes and checks Device Control through `cap`.
-pci_err_t change_devctl(pcie_cap_t *cap, const write_request &request) {
+pci_err_t change_devctl(pcie_cap_t *cap, const write_request_t &request) {
     std::uint16_t devctl = 0;
     pci_err_t result = call(cap, &pcie_cap_ops_t::read_devctl, &devctl);
     if (result != PCI_OK) {
@@ -64,7 +64,7 @@ pci_err_t change_devctl(pcie_cap_t *cap, const write_request &request) {
     return PCI_OK;
 }
 
-pci_err_t write_mps(const write_request &request) {
+pci_err_t write_mps(const write_request_t &request) {
     if (request.cap != nullptr)
         return change_devctl(request.cap, request);
     heap_ptr<pcie_cap_t> cap;
@@ -72,15 +72,16 @@ pci_err_t write_mps(const write_request &request) {
     return result == PCI_OK ? change_devctl(cap.get(), request) : result;
 }
 
-// Follows the device's next-function chain. A chain that comes back to a function it has been at
-// would never end: it is left there.
+// Follows the device's next-function chain. A chain that comes back to a function it has been at,
+// or to where it began, would never end: it is left there.
 pci_err_t write_ari_functions(bdf_t bdf, std::uint32_t size) {
     std::bitset<FUNCTIONS_PER_ARI_DEVICE> visited;
     pci_err_t result = PCI_OK;
+    visited.set(function_of(bdf));
     std::uint32_t next = enum_next_ari_func(bdf, 0);
-    while (next != FUNCTIONS_PER_ARI_DEVICE && !visited[next & 0xFF]) {
-        visited.set(next & 0xFF);
-        const bdf_t function = ari_bdf(bus_of(bdf), next & 0xFF);
+    while (next < FUNCTIONS_PER_ARI_DEVICE && !visited[next]) {
+        visited.set(next);
+        const bdf_t function = ari_bdf(bus_of(bdf), next);
         result = mps_write_mps(nullptr, function, size);
         next = enum_next_ari_func(function, 0);
     }
@@ -120,7 +121,7 @@ std::uint32_t mps_read_max_capable(pcie_cap_t *cap, bdf_t bdf) {
 }
 
 pci_err_t mps_write_mps(pcie_cap_t *cap, bdf_t bdf, std::uint32_t size) {
-    const write_request request = {.cap = cap, .bdf = bdf, .size = size};
+    const write_request_t request = {.cap = cap, .bdf = bdf, .size = size};
     const pci_err_t result = write_mps(request);
     LOG_DEBUG(3, WRITE_CALL ", %s", WRITE_ARGS(request), pci_strerror(result));
     return result;

@@ -30,20 +30,22 @@ constexpr bool is_a_supported_mps(std::uint32_t size) {
     return size >= MPS_LOWEST && size <= MPS_HIGHEST && size % MPS_LOWEST == 0;
 }
 
+constexpr unsigned MPS_HIGHEST_CODE = 7;  // of the three bits
+
 // Bytes of a code, the reserved codes 6 and 7 included (8192 and 16384).
 constexpr std::uint32_t decode_mps(unsigned code) {
-    return MPS_LOWEST << (code & 7);
+    return MPS_LOWEST << std::min(code, MPS_HIGHEST_CODE);
 }
 
-// Code of the smallest payload that holds `size`, counting whole units of 128 bytes; 7 for
-// everything beyond.
+// Code of the smallest payload that holds `size`, counting whole units of 128 bytes; the highest
+// for everything beyond.
 constexpr unsigned encode_mps(std::uint32_t size) {
     const std::uint32_t units = std::max(size / MPS_LOWEST, 1U);
-    return std::min(static_cast<unsigned>(std::bit_width(units - 1)), 7U);
+    return std::min(static_cast<unsigned>(std::bit_width(units - 1)), MPS_HIGHEST_CODE);
 }
 
-// In all three, `cap` is the PCI Express capability object of `bdf`, or null: the function then
-// reads one itself.
+// A `cap` is the PCI Express capability object of `bdf`, or null: the operation then reads one
+// itself.
 
 // Largest payload size that the function supports, unchecked; 0 when it cannot be read.
 std::uint32_t mps_read_max_capable(pcie_cap_t *cap, bdf_t bdf);

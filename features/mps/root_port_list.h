@@ -1,7 +1,7 @@
 // The managed root ports, each with the largest payload size that its whole hierarchy supports.
 //
-// The list is built once, on first use, and never changes afterwards, hot-plug or not; only
-// cur_mps does. Entries are never freed: a pointer stays good without a lock.
+// The list is built once, on first use, and not again, hot-plug or not; of an entry only cur_mps
+// changes. Entries are never freed: a pointer stays good without a lock.
 #pragma once
 
 #include <pthread.h>

@@ -8,7 +8,6 @@ namespace {
 
 constexpr std::uint32_t OWN_ID = 1;
 constexpr std::uint32_t OTHER_ID = 0;
-constexpr std::uint32_t NO_FUNCTION = 256;
 
 }  // namespace
 
@@ -26,13 +25,13 @@ std::uint32_t hoplar_get_id(bdf_t bdf) {
 std::uint32_t enum_next_ari_func(bdf_t bdf, std::uint32_t) {
     const host::Function *function = nullptr;
     if (host::find_function(bdf, function) != PCI_OK)
-        return NO_FUNCTION;
+        return ARI_NO_FUNCTION;
     const auto ari = function->ext_cap(EXT_CAPID_ARI);
     std::uint16_t capability = 0;
     if (!ari || host::read_register(bdf, *ari + host::reg::ARI_CAPABILITY, capability) != PCI_OK)
-        return NO_FUNCTION;
+        return ARI_NO_FUNCTION;
     const std::uint32_t next = (capability & host::reg::ARI_NEXT_FUNCTION) >> 8;
     if (next <= (bdf & 0xFF) || host::find_function((bdf & ~0xFFu) | next, function) != PCI_OK)
-        return NO_FUNCTION;
+        return ARI_NO_FUNCTION;
     return next;
 }
