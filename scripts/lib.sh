@@ -5,8 +5,9 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 JOBS=$(nproc)
 
-# What is compiled and run; scripts/check adds its tools.
-BUILD_PACKAGES=(cmake ninja-build g++ libgtest-dev libcli11-dev nlohmann-json3-dev libelf-dev)
+# What building needs, tests included, and lspci for a second opinion.
+BUILD_PACKAGES=(cmake ninja-build g++ libgtest-dev libcli11-dev nlohmann-json3-dev libelf-dev
+    python3 pciutils)
 
 # Begins a step, which a failure will name; with the time since the script began.
 heading() {
@@ -36,10 +37,13 @@ need_packages() {
         echo "all there"
         return
     fi
-    echo "installing with apt: ${missing[*]}"
-    as_root apt-get update -qq
-    as_root env DEBIAN_FRONTEND=noninteractive \
-        apt-get install -y -qq --no-install-recommends "${missing[@]}"
+    echo "installing with apt (log: build/apt.log): ${missing[*]}"
+    mkdir -p build
+    {
+        as_root apt-get update -qq
+        as_root env DEBIAN_FRONTEND=noninteractive \
+            apt-get install -y -qq --no-install-recommends "${missing[@]}"
+    } >build/apt.log
 }
 
 is_installed() {

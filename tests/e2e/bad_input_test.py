@@ -1,0 +1,160 @@
+"""Input that cannot be used, as a user meets it: messages, exit status, and nothing changed."""
+
+import random
+import re
+import resource
+import unittest
+
+from expectation import Machine, read_dump
+from hoplar import EXAMPLE, PLUGIN, HoplarTest
+
+with open(EXAMPLE, encoding="ascii") as file:
+    DUMP = file.read()
+TITLE = "00:00.0 Host bridge: x\n"
+
+STARTED = ["error: Fast back-to-back Transfers initialization failed, Not supported",
+           "error: ASPM initialization failed, Not supported",
+           "info: Max Payload Size initialization, Nothing to do",
+           "info: ECRC Generation and Checking initialization, Nothing to do",
+           "info: Enable Features module init, Success"]
+BEGIN, END = (f"info: ++ Feature Config file 'input' parse {what} ++" for what in ("start", "end"))
+NO_ROOM = "warning: Unknown feature parameter 'MAKE_TMP_STRING alloca() failed', ignoring"
+
+# The module's arguments, the content of the file "input", and the messages about them.
+NOTHING_TO_DO = (
+    ("", "", []),
+    (",--config=", "", ["error: No config file parameter provided"]),
+    (",--config=none", "", ["error: Unable to access file 'none' for parsing, "
+                            "No such file or directory"]),
+    (",--config=input", "", []),
+    (",--config=input", "# MPS=all:max\n\n \t# ECRC=all:+:+", [BEGIN, END]),
+    (",--config=input", "MPS\nMPS 1.0.0:256\n=1.0.0:256\nASPM=1\nFB2B=on\n", [BEGIN, END]),
+    (",--config=input", "FOO=1\r\nMPS_=all:max\nMPS=\necrc = !\n", [
+        BEGIN, "warning: Unknown feature parameter 'FOO', ignoring",
+        "warning: Unknown feature parameter 'MPS_', ignoring",
+        "warning: No feature parameter for 'MPS', ignoring",
+        "warning: No feature parameter for 'ecrc', ignoring", END]),
+    (",--config=input", "MPS=1.0.8:256\nECRC=all:y:+", [
+        BEGIN, "error: param_parse_mps, (param '1.0.8:256') bad EP function value '1.0.8', "
+        "ignoring record", "error: param_parse_ecrc, (param 'all:y:+') bad ECRC gen or check "
+        "values 'y'/'+', ignoring record", END]),
+)
+
+# Arguments, the content of the file "input", and how the messages begin.
+REFUSED = (
+    (["-F", "input"], "", ["input: the file is empty"]),
+    (["-F", "input"], bytes(range(256)), ["input: no lspci dump"]),
+    (["-F", "input"], DUMP[:DUMP.index("20: ") + 24], [
+        "input:4: the line is cut off after 7 of 16 bytes: "]),
+    (["-F", "input"], DUMP.replace("a1 e5", "a1 x5", 1), ['input:2: "x5" is not a byte: ']),
+    (["-F", "input"], DUMP.replace("\n30: ", "\n40: ", 1), ["input:5: the next line of this "]),
+    (["-F", "input"], "00: 00", ["input:1: bytes that belong to no function: "]),
+    (["-F", "input"], f"{TITLE}00:{' 00' * 16}\n", ["input:1: the function has 16 bytes"]),
+    (["-F", "input"], DUMP + TITLE, [f"input:{DUMP.count(chr(10)) + 1}: a second function "]),
+    (["-F", "."], "", [".: is a directory"]),
+    (["-F", "none"], "", ["none: No such file or directory"]),
+    ([], "", ["no configuration space is given: use -F FILE"]),
+    (["-F", EXAMPLE, "--report", "xml"], "", ['--report: "xml" is none of table, json, none']),
+    (["-F", EXAMPLE, "--domain", "5"], "", [f"{EXAMPLE}: no function of domain 0005 "]),
+    (["-F", EXAMPLE, "--manage", "0-100"], "", ['--manage: "0-100": ']),
+    (["-F", EXAMPLE, "--bogus"], "", ["The following argument was not expected: --bogus"]),
+    (["-F", EXAMPLE, "-m", ",x"], "", ['",x": no module file is named']),
+    (["-F", EXAMPLE, "-e", "none"], "", ["none: cannot be read: No such file or directory"]),
+    (["-F", EXAMPLE, "-c", "input", "-m", PLUGIN],
+     "# one\n[runtime]\nHOPLAR_MODULE_LIST\n= a.so\nHOPLAR_MODULE_LIST = a.so ,b\n[runtime\n", [
+         "input:3: neither KEY = VALUE nor [section]: ", 'input:4: no key in front of "=": ',
+         'input:5: no module file in front of ",": ', "input:6: a section is written as [name]: "]),
+    (["-F", EXAMPLE, "-e", "input", "-m", f"{PLUGIN},--config=input"],
+     "explode 00:01.0\nflr 01:00.0 # good\nflr\nflr 1:0.0.0\nflr 7f:00.0\nflr 0001:00:01.0\n"
+     "flr 00:01.0 1 2\nremove 01:00.0\ninsert 00:01.0 x\nremove 00:01.0 0x1 22\nflr 01:00.0\n"
+     "insert 00:01.0\nflr 01:00.0 -1\nbus-reset 00:1f.0\n", [
+         "input:1: unknown event ", "input:3: no function is named: ",
+         "input:4: not a function's address ", "input:5: no such function in the dump: ",
+         "input:6: not in the domain that is served: ", "input:7: too many words: ",
+         "input:8: not a bridge: ", "input:9: VALUE is no number: ",
+         "input:11: the function has been removed by an earlier line: ",
+         "input:13: STATUS is no number: ", "input:14: neither a bridge nor below one: "]),
+)
+
+
+class BadInputTest(HoplarTest):
+    def check_unchanged(self):
+        self.assertEqual(read_dump(self.output), read_dump(EXAMPLE))
+
+    def check_start(self, arguments, messages, status=0):
+        found = self.hoplar("-F", EXAMPLE, *arguments, "-o", self.output, status=status)[1]
+        self.assertEqual(found, messages)
+        self.check_unchanged()
+
+    def check_started(self, arguments, messages):
+        self.check_start(["-m", PLUGIN + arguments],
+                         [f"info: module {PLUGIN}, version 3.0", *messages, *STARTED])
+
+    def test_nothing_changes_without_a_usable_feature_line(self):
+        for arguments, content, messages in NOTHING_TO_DO:
+            with self.subTest(arguments=arguments, content=content):
+                self.file("input", content)
+                self.check_started(arguments, messages)
+
+    def test_bad_lines_do_not_keep_good_ones_from_being_read(self):
+        lines = ["=", "MPS=0.0.0:0", "FOO=1", "MPS=1.0.0:256", "ECRC=all:+", "ECRC"]
+        self.start(EXAMPLE, lines, "-o", self.output)
+        machine = Machine(read_dump(EXAMPLE)[0])
+        machine.set_up(["MPS=1.0.0:256"])
+        self.assertEqual(read_dump(self.output)[0], {f.address: f.bytes() for f in machine})
+
+    def test_feature_file_of_random_bytes(self):
+        content = random.Random(1).randbytes(1 << 20)
+        self.file("input", content)
+        keywords = [re.match(rb"[ \t]*([\w.-]+)[^=]*=", line, re.ASCII | re.DOTALL)
+                    for line in content.split(b"\n") if line.lstrip(b" \t")[:1] != b"#"]
+        self.check_started(",--config=input", [
+            BEGIN, *(f"warning: Unknown feature parameter '{keyword[1].decode()}', ignoring"
+                     for keyword in keywords if keyword), END])
+
+    def test_feature_file_of_a_million_lines_ends_where_the_stack_does(self):
+        self.file("input", "FB2B=on\n" * 999_999 + "ECRC=all:+:+\n")
+        limits = resource.getrlimit(resource.RLIMIT_STACK)
+        self.addCleanup(resource.setrlimit, resource.RLIMIT_STACK, limits)
+        resource.setrlimit(resource.RLIMIT_STACK, (8 << 20, limits[1]))
+        _, messages = self.hoplar("-F", EXAMPLE, "-m", f"{PLUGIN},--config=input",
+                                  "-o", self.output)
+        self.assertEqual(messages[1:2] + messages[-6:], [BEGIN, END, *STARTED])
+        self.assertEqual(set(messages[2:-6]), {NO_ROOM})
+        self.assertLess(len(messages), 1_000_000)
+        self.check_unchanged()
+
+    def test_unusable_input_is_refused_before_anything_runs(self):
+        for arguments, content, beginnings in REFUSED:
+            with self.subTest(arguments=arguments, content=content):
+                self.file("input", content)
+                self.file("output.lspci", "older")
+                report, messages = self.hoplar(*arguments, "-o", self.output, status=2)
+                self.assertEqual(report, "")
+                self.assertEqual([message[:len(beginning) + 7] for message, beginning
+                                  in zip(messages, beginnings)],
+                                 [f"error: {beginning}" for beginning in beginnings])
+                self.assertEqual(len(messages), len(beginnings), messages)
+                with open(self.output, encoding="ascii") as output:
+                    self.assertEqual(output.read(), "older")
+
+    def test_dump_without_capabilities_is_taken_with_a_warning(self):
+        self.file("input", re.sub(r"(?m)^(?:[4-9a-f]0|[0-9a-f]{3}): .*\n", "", DUMP))
+        with_list = sum(space[6] >> 4 & 1 for space in read_dump(EXAMPLE)[0].values())
+        _, messages = self.hoplar("-F", "input", "-o", self.output)
+        self.assertEqual(messages, [
+            f"warning: input: {with_list} functions without capability data, nothing can be set on "
+            "them; a full dump: sudo lspci -xxxx > FILE"])
+        self.assertEqual(read_dump(self.output), read_dump(self.file("input")))
+
+    def test_module_that_cannot_be_loaded(self):
+        text = self.file("text.so", "no module")
+        for module, message in (
+                ("./none.so", "error: module ./none.so: not found, tried ./none.so"),
+                (text, f"error: module {text}: file too short")):
+            with self.subTest(module):
+                self.check_start(["-m", module], [message], status=1)
+
+
+if __name__ == "__main__":
+    unittest.main()

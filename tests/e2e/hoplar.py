@@ -1,0 +1,57 @@
+"""Runs hoplar with the plug-in, and reads what comes out of it."""
+
+import json
+import os
+import re
+import subprocess
+import tempfile
+import unittest
+
+HOPLAR, PLUGIN = os.environ["HOPLAR"], os.environ["PLUGIN"]
+EXAMPLE = os.path.abspath(os.path.join(os.path.dirname(__file__), "../../examples/server.lspci"))
+SHOWN_SETTINGS = re.compile(r"(?<=MaxPayload )\d+(?= bytes, MaxReadReq)"
+                            r"|(?<=ECRCGenEn)[+-]|(?<=ECRCChkEn)[+-]")
+
+
+def lspci(dump):
+    """{"domain:bus:device.function": text}"""
+    text = subprocess.run(["lspci", "-F", dump, "-D", "-vv"], capture_output=True, check=True,
+                          encoding="utf-8", errors="replace").stdout
+    return {part.split()[0]: part for part in text.strip().split("\n\n")}
+
+
+class HoplarTest(unittest.TestCase):
+    """Each test has a folder of its own, which is the working directory of what it runs."""
+
+    def setUp(self):
+        self.folder = tempfile.TemporaryDirectory()
+        self.addCleanup(self.folder.cleanup)
+        self.output = self.file("output.lspci")
+
+    def file(self, name, content=None):
+        path = os.path.join(self.folder.name, name)
+        if content is not None:
+            with open(path, "wb") as file:
+                file.write(content if isinstance(content, bytes) else content.encode())
+        return path
+
+    def hoplar(self, *arguments, status=0):
+        """What it writes to standard output, and the lines on standard error."""
+        done = subprocess.run([HOPLAR, *arguments], cwd=self.folder.name, capture_output=True,
+                              encoding="utf-8", stdin=subprocess.DEVNULL)
+        self.assertEqual(done.returncode, status, done.stderr[-2000:])
+        return done.stdout, done.stderr.splitlines()
+
+    def start(self, dump, lines, *options, events=()):
+        """The JSON report after start-up with this feature file, and after the events."""
+        self.file("features.cfg", "\n".join(lines))
+        self.file("events", "\n".join(events))
+        text, messages = self.hoplar(
+            "-F", dump, "-m", f"{PLUGIN},--config=features.cfg", "-e", "events",
+            "--report", "json", "-q", *options)
+        report = json.loads(text)
+        self.assertEqual(report["modules"], [{"file": PLUGIN, "version": "3.0", "result": 0}])
+        self.assertEqual(report["messages"], {
+            level: sum(message.startswith(f"{level}: ") for message in messages)
+            for level in ("error", "warning", "info", "debug")})
+        return report

@@ -1,0 +1,160 @@
+"""One machine, the one in $MACHINE: what feature files of many forms, and events, make of it.
+
+Each of its domains is served by runs of its own.
+"""
+
+import functools
+import itertools
+import os
+import re
+import unittest
+
+from expectation import ROOT_PORT, Machine, read_dump
+from hoplar import SHOWN_SETTINGS, HoplarTest, lspci
+
+DUMP = os.environ["MACHINE"]
+DOMAINS = read_dump(DUMP)
+EVERYTHING = ["MPS=all:max", "ECRC=all:+:+"]
+read_original, show_original = functools.cache(read_dump), functools.cache(lspci)
+
+
+def ecrc_capable(machine):
+    return [f for f in machine if f.ecrc != [None, None]]
+
+
+def ecrc_forms(machine):
+    """Feature files that name a function in every way."""
+    yield ["ECRC=all:+:+"]
+    yield ["ECRC=all:+:+", "ECRC=all:=:-"]
+    capable = ecrc_capable(machine) or list(machine)
+    on_ari_bus = [f for f in capable if f.bus in machine.ari_buses]
+    for f in {capable[0], capable[-1], *on_ari_bus[-1:]}:
+        device = 0 if f.bus in machine.ari_buses else f.device
+        yield [f"ECRC={machine.name(f)}:+:-"]
+        yield [f"ECRC={f.bus}:=:+"]
+        yield [f"ECRC={f.bus}.{device}.*:+:="]
+        yield ["ECRC=all:+:+", f"ECRC={f.bus}.*:-:-"]
+
+
+def payload_requests(machine):
+    yield from (["MPS=all:max"], ["MPS=all:128"], ["MPS=all:256"], ["MPS=all:384"])
+    for root, limit in machine.limits.items():
+        below = [machine.name(f) for f in machine.below(root)
+                 if machine.key(f) in machine.entries and machine.is_endpoint(f)]
+        if below:
+            yield [f"MPS={below[-1]}:max"]
+            yield [f"MPS={below[0]}:max", f"MPS={below[-1]}:{min(2 * limit, 4096)}"]
+            yield [f"MPS={below[-1]}:128", f"MPS={below[0]}:256"]
+
+
+def address_text(domain, address):
+    return (f"{domain:04x}:" if domain else "") + "%02x:%02x.%x" % address
+
+
+def hierarchies(domain, machine):
+    for root in machine:
+        if root.type == ROOT_PORT and root.is_bridge and not machine.path(root):
+            limit, elements = machine.limit(root), (root, *machine.below(root))
+            first = next((f.address for f in elements if f.supported == limit), None)
+            yield {"root_port": address_text(domain, root.address),
+                   "path_max": limit if first else None,
+                   "limited_by": first and address_text(domain, first), "current": root.mps}
+
+
+def function_row(domain, machine, f, mps, ecrc):
+    """`mps` and `ecrc` are those before."""
+    controls = {name: {"capable": old is not None, "before": bool(old),
+                       "after": None if f.gone else bool(new)}
+                for name, old, new in zip(("gen", "chk"), ecrc, f.ecrc)}
+    payload = {"supported": f.supported, "before": mps, "after": None if f.gone else f.mps}
+    return {"bdf": address_text(domain, f.address), "ari": f.answers and f.bus in machine.ari_buses,
+            "class": f"{f.class_code:06x}" if f.answers else None, "port_type": f.type,
+            "managed": f.bus in machine.managed, "mps": payload if f.express else None,
+            "ecrc": controls if f.aer else None}
+
+
+class MachineTest(HoplarTest):
+    def check(self, domain, lines, *options, base=DUMP, managed=range(256), events=()):
+        """Compares every function with the expectation: in the report; unless events have reset
+        more than these settings, byte by byte; and in lspci's text, where nothing else differs."""
+        with self.subTest(domain=domain, lines=lines, options=options, events=events):
+            machine = Machine(read_original(base)[domain], managed)
+            before = {f: (f.mps, f.ecrc) for f in machine}
+            machine.set_up(lines)
+            for event, address in events:
+                getattr(machine, event.replace("-", "_"))(machine.functions[address])
+            output = () if events else ("-o", self.output)
+            report = self.start(DUMP, lines, "--domain", f"{domain:x}", *options, *output,
+                                events=[f"{event} %02x:%02x.%x" % at for event, at in events])
+            self.assertEqual(list(report), ["functions", "hierarchies", "modules", "messages"])
+            self.assertEqual(report["hierarchies"], list(hierarchies(domain, machine)))
+            self.assertEqual(len(report["functions"]), len(before))
+            for f, row in zip(machine, report["functions"]):
+                self.assertEqual(row, function_row(domain, machine, f, *before[f]))
+            if not events:
+                self.compare_output(domain, base, machine)
+
+    def compare_output(self, domain, base, machine):
+        found, before, after = read_dump(self.output), show_original(base), lspci(self.output)
+        self.assertEqual({key: list(value) for key, value in found.items()},
+                         {domain: list(machine.functions)})
+        for f in machine:
+            space, name = found[domain][f.address], f"{domain:04x}:%02x:%02x.%x" % f.address
+            self.assertEqual(space.hex(" ", 16), f.bytes().hex(" ", 16), name)
+            self.assertEqual(*(SHOWN_SETTINGS.sub("", text[name]) for text in (before, after)))
+            payload = [str(f.mps)] if f.express else []
+            ecrc = ["+" if enabled else "-" for enabled in f.ecrc] if f.aer else []
+            self.assertEqual(SHOWN_SETTINGS.findall(after[name]), payload + ecrc, name)
+
+    def test_table_lists_every_function_once_and_without_colour(self):
+        for domain, functions in DOMAINS.items():
+            table, _ = self.hoplar("-F", DUMP, "--domain", f"{domain:x}")
+            for address in functions:
+                row = r"(?m)^[* ] [│├└─ ]*(\w+:)?%02x:%02x\.%x " % address
+                self.assertEqual(len(re.findall(row, table)), 1, address)
+            self.assertNotIn("\x1b", table)
+
+    def test_ecrc_is_set_where_the_file_asks(self):
+        for domain, functions in DOMAINS.items():
+            for lines in ecrc_forms(Machine(functions)):
+                self.check(domain, lines)
+
+    def test_payload_sizes_follow_the_requests(self):
+        for domain, functions in DOMAINS.items():
+            for lines in payload_requests(Machine(functions)):
+                self.check(domain, lines)
+
+    def test_other_instances_functions_are_left_alone(self):
+        for domain in DOMAINS:
+            self.check(domain, EVERYTHING, "--manage", "00-04", managed=range(5))
+
+    def test_nothing_is_left_of_firmware_settings_when_cold(self):
+        for domain in DOMAINS:
+            base = self.file(f"cold-{domain:x}.lspci")
+            self.hoplar("-F", DUMP, "--cold", "--domain", f"{domain:x}", "-o", base)
+            for f in Machine(read_dump(base)[domain]):
+                self.assertFalse(any(f.ecrc) or f.mps not in (None, 128), f.address)
+            self.check(domain, EVERYTHING, "--cold", base=base)
+
+    def test_inserted_functions_get_exactly_their_recorded_ecrc_back(self):
+        for domain, functions in DOMAINS.items():
+            machine = Machine(functions)
+            lines = [f"ECRC={machine.name(f)}:{wishes}" for f, wishes in zip(
+                ecrc_capable(machine), itertools.cycle(("+:=", "-:+", None))) if wishes]
+            for bridge in machine.bridges.values():
+                removal = [("remove", bridge.address)]
+                for events in removal, [*removal, ("insert", bridge.address)]:
+                    self.check(domain, ["MPS=all:max", *lines], events=events)
+
+    def test_resets_leave_programmed_payload_sizes_behind(self):
+        for domain, functions in DOMAINS.items():
+            machine = Machine(functions)
+            present = [f for f in machine if f.answers]
+            self.check(domain, EVERYTHING, events=[("flr", f.address) for f in present])
+            below = [f for f in present if f.bus in machine.bridges or f in machine.limits]
+            for function in below[::1 + len(below) // 20]:
+                self.check(domain, EVERYTHING, events=[("bus-reset", function.address)])
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,200 @@
+// The feature file: which lines reach which parser, and where a file ends.
+#include "module/config_file.h"
+
+#include <cstring>
+#include <fstream>
+#include <iterator>
+#include <random>
+
+#include "module/feature_table.h"
+#include "module/value_text.h"
+#include "tests/support/module_test.h"
+
+namespace host::tests {
+namespace {
+
+namespace module = enable_features;
+
+const std::string NO_ROOM = "MAKE_TMP_STRING alloca() failed";
+
+// Every row's parser notes what it is given and writes all over the value.
+class ConfigFile : public ModuleTest {
+protected:
+    ConfigFile() {
+        for (module::feature_t &row : module::feature_list)
+            row.param_parse = [](const char *keyword, char *value, module::feature_t *given) {
+                calls += std::to_string(given - module::feature_list) + ' ' + keyword + '=' +
+                         value + '\n';
+                if (value != NO_ROOM)
+                    std::memset(value, ':', std::strlen(value));
+            };
+    }
+
+    // Parses a text; the messages between those that mark start and end.
+    std::string parse(std::string_view text) {
+        const std::string start = "I0 ++ Feature Config file 'features.cfg' parse start ++\n";
+        const std::string end = "I0 ++ Feature Config file 'features.cfg' parse end ++\n";
+        calls.clear();
+        EXPECT_EQ(module::parse_feature_config(file(text).c_str()), 0U);
+        const std::string lines = messages();
+        EXPECT_TRUE(lines.starts_with(start) && lines.ends_with(end)) << lines;
+        return lines.substr(start.size(), lines.size() - start.size() - end.size());
+    }
+
+    static inline std::string calls;  // lines "row keyword=value"
+};
+
+std::string unknown(const std::string &keyword) {
+    return "W0 Unknown feature parameter '" + keyword + "', ignoring\n";
+}
+std::string no_value(const std::string &keyword) {
+    return "W0 No feature parameter for '" + keyword + "', ignoring\n";
+}
+
+TEST_F(ConfigFile, HandsEachLineToTheFeatureThatItsKeywordNames) {
+    using namespace std::string_literals;
+    const struct {
+        std::string name, text, calls, messages;
+    } rows[] = {
+        {"any letter case, as written", "FB2B=on\naspm=1\nMPS=all:max\nmPs=1\nEcRC=all:+:+\n",
+         "0 FB2B=on\n1 aspm=1\n2 MPS=all:max\n2 mPs=1\n3 EcRC=all:+:+\n", ""},
+        {"comments, blank lines, blanks", "# MPS=1\n\n \t\n  \t# ECRC=x\n \tECRC= \t5.17:+:=\n",
+         "3 ECRC=5.17:+:=\n", ""},
+        {"lines without = or keyword", "MPS\n=1\n \t=ECRC\nMPS all:max\nASPM=2", "1 ASPM=2\n", ""},
+        {"unknown keywords", "FOO=1\nMPS=1.0.0:128\nMPSS=1\nECR=1\nECRC-2=1\n", "2 MPS=1.0.0:128\n",
+         unknown("FOO") + unknown("MPSS") + unknown("ECR") + unknown("ECRC-2")},
+        {"no value", "Mps=\nECRC= \t\nASPM=!1\nMPS=*\nECRC=*\n", "3 ECRC=*\n",
+         no_value("Mps") + no_value("ECRC") + no_value("ASPM") + no_value("MPS")},
+        {"the first = counts", "ECRC=0.0:=:-\nFB2B=a=b\n", "3 ECRC=0.0:=:-\n0 FB2B=a\n", ""},
+        {"a value ends where the feature says", "MPS=3.0.0:256 trailing words\nECRC=1.*:+:=,x\n",
+         "2 MPS=3.0.0:256\n3 ECRC=1.*:+:=\n", ""},
+        {"CR LF", "\r\nMPS=all:max\r\nECRC=\r\nFOO=1\r\nECRC=all:+:+\r\n",
+         "2 MPS=all:max\n3 ECRC=all:+:+\n", no_value("ECRC") + unknown("FOO")},
+        {"zero bytes", "\0\0\n\0A=1\nx\0y\nMPS=1\0:2\n# \0\nFOO=1"s, "2 MPS=1\n", unknown("FOO")},
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.name);
+        EXPECT_EQ(parse(row.text), row.messages);
+        EXPECT_EQ(calls, row.calls);
+    }
+    module::feature_list[module::ROW_ASPM].param_parse = nullptr;
+    EXPECT_EQ(parse("ASPM=1\nASPM=\nFB2B=2\n"), no_value("ASPM"));
+    EXPECT_EQ(calls, "0 FB2B=2\n");
+}
+
+TEST_F(ConfigFile, ReadsFilesOfWholePagesToTheirLastByteAndNotFurther) {
+    const std::string all = "3 ECRC=all:+:+\n";
+    const struct {
+        std::string ending, calls, messages;
+    } rows[] = {
+        {"# comment", "", ""},
+        {"#", "", ""},
+        {"ECRC=all:+:+", all, ""},
+        {"ECRC=all:+:+\n", all, ""},
+        {"MPS=", "", no_value("MPS")},
+        {"ECRC=all:+:+\n \t", all, ""},
+        {"MPS", "", ""},
+        {"\r", "", ""},
+    };
+    for (const std::size_t size : {4095U, 4096U, 8192U})
+        for (const auto &row : rows) {
+            SCOPED_TRACE(std::to_string(size) + " bytes ending in '" + row.ending + "'");
+            const std::string start = "FB2B=1\n#";
+            const std::string comment(size - row.ending.size() - start.size() - 1, '=');
+            EXPECT_EQ(parse(start + comment + '\n' + row.ending), row.messages);
+            EXPECT_EQ(calls, "0 FB2B=1\n" + row.calls);
+        }
+}
+
+TEST_F(ConfigFile, ReportsUnusableFilesAndKeepsNoneOpen) {
+    const std::string empty = file("", "empty.cfg"), good = file("#", "good.cfg");
+    const std::string directory = std::filesystem::path(empty).parent_path();
+    const struct {
+        const char *path;
+        pci_err_t result;
+        std::string messages;
+    } rows[] = {
+        {nullptr, 22, "E0 No config file parameter provided\n"},
+        {"", 22, "E0 No config file parameter provided\n"},
+        {"/nowhere/x.cfg", 17,
+         "E0 Unable to access file '/nowhere/x.cfg' for parsing, No such file or directory\n"},
+        {empty.c_str(), 0, ""},
+        {directory.c_str(), 0, ""},  // can be opened, but not mapped
+        {good.c_str(), 0,
+         "I0 ++ Feature Config file 'good.cfg' parse start ++\n"
+         "I0 ++ Feature Config file 'good.cfg' parse end ++\n"},
+    };
+    const auto open_files = [] {
+        return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
+    };
+    const std::ptrdiff_t before = open_files();
+    for (const auto &row : rows) {
+        EXPECT_EQ(module::parse_feature_config(row.path), row.result);
+        EXPECT_EQ(messages(), row.messages);
+    }
+    EXPECT_EQ(open_files(), before);
+    std::ifstream maps("/proc/self/maps");
+    const std::string mapped(std::istreambuf_iterator<char>(maps), {});
+    EXPECT_EQ(mapped.find("good.cfg"), std::string::npos);
+}
+
+TEST_F(ConfigFile, SurvivesGarbage) {
+    std::mt19937 random(1);
+    std::string garbage(1 << 20, '\0');
+    for (char &byte : garbage)
+        byte = static_cast<char>(random());
+    EXPECT_TRUE(parse(garbage + "\n\nFOO=1").ends_with(unknown("FOO")));
+    EXPECT_EQ(calls, "");
+}
+
+TEST_F(ConfigFile, SaysWhenATokenDoesNotFitTheStack) {
+    const std::string huge(std::size_t{16} << 20, 'a');
+    EXPECT_EQ(parse("ECRC=" + huge + "\n" + huge + "=1\nMPS=1\n"), unknown(NO_ROOM));
+    EXPECT_EQ(calls, "3 ECRC=" + NO_ROOM + "\n2 MPS=1\n");
+}
+
+TEST_F(ConfigFile, ReadsAMillionLinesOnASmallStack) {
+    std::string text;
+    for (unsigned i = 0; i < 1'000'000; ++i)
+        text += "A=1\n";
+    const std::string path = file(text);
+    unsigned read = 0, failed = 0, others = 0, misplaced = 0;
+    observe_log([&, line = unknown("A"), no_room = unknown(NO_ROOM)](const LogMessage &message) {
+        const std::string said = line_of(message) + '\n';
+        misplaced += said == line && failed > 0;
+        ++(said == line ? read : said == no_room ? failed : others);
+    });
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    pthread_attr_setstacksize(&attributes, 256 * 1024);
+    const auto parse_it = [](void *file_name) -> void * {
+        EXPECT_EQ(module::parse_feature_config(static_cast<const char *>(file_name)), 0U);
+        return nullptr;
+    };
+    pthread_t thread{};
+    ASSERT_EQ(pthread_create(&thread, &attributes, parse_it, const_cast<char *>(path.c_str())), 0);
+    pthread_join(thread, nullptr);
+    EXPECT_EQ(read + failed, 1'000'000U);
+    EXPECT_GT(failed, 900'000U);
+    EXPECT_EQ(misplaced, 0U) << "room came back while the file was parsed";
+    EXPECT_EQ(others, 2U) << "start and end";
+}
+
+TEST(ValueCharacters, AreTheFeaturesOrTheDefault) {
+    const auto accepted_by = [](name_char_t predicate) {
+        std::string accepted;
+        for (int c = 0; c < 256; ++c)
+            if (predicate(static_cast<char>(c)))
+                accepted += static_cast<char>(c);
+        return accepted;
+    };
+    EXPECT_EQ(accepted_by(module::valid_param_val_char),
+              "+-.0123456789:ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz");
+    EXPECT_EQ(accepted_by(module::feature_list[module::ROW_ECRC].valid_param_char),
+              "*+-.0123456789:=ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz");
+    for (const auto row : {module::ROW_FB2B, module::ROW_ASPM})
+        EXPECT_EQ(module::feature_list[row].valid_param_char, nullptr);
+}
+
+}  // namespace
+}  // namespace host::tests

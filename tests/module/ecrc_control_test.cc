@@ -1,0 +1,176 @@
+// Wishes become register settings at start-up, and again for functions that are inserted later.
+#include "features/ecrc/control.h"
+
+#include <latch>
+#include <thread>
+
+#include "host/server/hooks.h"
+#include "platform/buscfg.h"
+#include "tests/module/ecrc_test.h"
+
+namespace host::tests {
+namespace {
+
+using EcrcControl = EcrcTest;
+
+TEST_F(EcrcControl, AppliesWishesAndTellsTheOutcome) {
+    constexpr RoutingId F = at(0, 1);
+    const struct {
+        std::uint32_t capable, before;
+        int gen, chk;
+        unsigned failing_write;
+        pci_err_t result;
+        std::uint32_t after;
+        std::string messages;
+    } rows[] = {
+        {BOTH_CAP, 0, 1, 1, 0, 0, BOTH_ON,
+         "I2 B0:D1:F0 ECRC generation enabled\nI2 B0:D1:F0 ECRC checking enabled\n"},
+        {BOTH_CAP, BOTH_ON, 1, 1, 0, 0, BOTH_ON,
+         "I2 B0:D1:F0 ECRC generation enabled already\nI2 B0:D1:F0 ECRC checking enabled "
+         "already\n"},
+        {BOTH_CAP, BOTH_ON, -1, 0, 0, 0, CHK_ON, "I2 B0:D1:F0 ECRC generation disabled\n"},
+        {BOTH_CAP, GEN_ON, 0, -1, 0, 0, GEN_ON, "I2 B0:D1:F0 ECRC checking disabled already\n"},
+        {CHK_CAP, 0, 1, 1, 0, 0, CHK_ON,
+         "W1 B0:D1:F0 is not capable of ECRC generation, ignoring enable\n"
+         "I2 B0:D1:F0 ECRC checking enabled\n"},
+        {GEN_CAP, GEN_ON, -1, -1, 0, 48, 0,
+         "I2 B0:D1:F0 ECRC generation disabled\n"
+         "W1 B0:D1:F0 is not capable of ECRC checking, ignoring disable\n"},
+        {BOTH_CAP, CHK_ON, 1, -1, 1, 0, 0,
+         "E1 B0:D1:F0 ECRC generation enable failed, {5}\nI2 B0:D1:F0 ECRC checking disabled\n"},
+        {BOTH_CAP, BOTH_ON, -1, -1, 2, 5, CHK_ON,
+         "I2 B0:D1:F0 ECRC generation disabled\nE1 B0:D1:F0 ECRC checking disable failed, {5}\n"},
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.messages);
+        serve({{.id = F, .aer = row.capable}});
+        module::ecrc_add_or_update_entry(F, row.gen, row.chk);
+        machine->image.write(F, AER_CONTROL_AT, 4, row.before);
+        const unsigned n = row.failing_write;
+        machine->image.set_filter(
+            [fault = fail(writes_to(F, AER_CONTROL_AT), n, n)](ImageAccess &access) {
+                EXPECT_TRUE(list_locked());
+                return fault(access);
+            });
+        EXPECT_EQ(module::ecrc_init(&feature), row.result);
+        machine->image.set_filter({});
+        EXPECT_FALSE(list_locked());
+        EXPECT_EQ(messages_but_debug(), expand(row.messages));
+        EXPECT_EQ(machine->aer(F), row.capable | row.after);
+    }
+}
+
+TEST_F(EcrcControl, WalksInTheOrderOfTheFile) {
+    serve({{.id = at(0, 1), .aer = BOTH_CAP},
+           {.id = at(0, 2), .aer = BOTH_CAP},
+           {.id = at(0, 3), .port = PORT_TYPE_ROOT_PORT, .secondary = 1, .ari_forwarding = true},
+           {.id = ari_at(1, 0), .next_ari = 130},
+           {.id = ari_at(1, 130), .aer = BOTH_CAP, .next_ari = 0}});
+    start_with("ECRC=0.2.0:=:+\nECRC=1.130:=:+\nECRC=0.1.0:+:-\nECRC=0.2.0:+:=");
+    EXPECT_NE(messages().find("I2 B0:D2:F0 ECRC generation enabled\n"
+                              "I2 B0:D2:F0 ECRC checking enabled\n"
+                              "I2 B1:D0:F130 ECRC checking enabled\n"
+                              "I2 B0:D1:F0 ECRC generation enabled\n"
+                              "I2 B0:D1:F0 ECRC checking disabled already\n"
+                              "I1 ECRC Generation and Checking initialization"),
+              std::string::npos);
+    EXPECT_EQ(machine->aer(ari_at(1, 130)), BOTH_CAP | CHK_ON);
+}
+
+TEST_F(EcrcControl, AppliesNothingWithoutItsHook) {
+    serve({{.id = at(0, 1), .aer = BOTH_CAP}});
+    module::ecrc_add_or_update_entry(at(0, 1), 1, 1);
+    buscfg_t *const hosts_own = std::exchange(buscfg, nullptr);
+    EXPECT_EQ(module::ecrc_init(&feature), 420U);
+    buscfg = hosts_own;
+    EXPECT_EQ(machine->aer(at(0, 1)), BOTH_CAP);
+}
+
+// Below port 00:01.0: a switch on bus 2 with ports to bus 3, where a bridge to bus 4 is, and to
+// bus 5. Port 00:02.0 leads to bus 6.
+const std::vector<FunctionSpec> TREE = {
+    {.id = at(0, 1), .port = PORT_TYPE_ROOT_PORT, .secondary = 1, .subordinate = 5},
+    {.id = at(0, 2), .port = PORT_TYPE_ROOT_PORT, .secondary = 6},
+    {.id = at(1), .port = PORT_TYPE_SWITCH_UPSTREAM, .secondary = 2, .subordinate = 5},
+    {.id = at(2, 0), .port = PORT_TYPE_SWITCH_DOWNSTREAM, .secondary = 3, .subordinate = 4},
+    {.id = at(2, 1), .port = PORT_TYPE_SWITCH_DOWNSTREAM, .secondary = 5, .aer = BOTH_CAP},
+    {.id = at(3, 0), .aer = BOTH_CAP},
+    {.id = at(3, 1), .port = PORT_TYPE_PCIE_TO_PCI, .secondary = 4},
+    {.id = at(4), .aer = BOTH_CAP},
+    {.id = at(5), .aer = BOTH_CAP},
+    {.id = at(6), .aer = BOTH_CAP},
+};
+
+TEST_F(EcrcControl, GivesInsertedFunctionsTheirWishesBack) {
+    const std::string walk = "I2 No ECRC record for B1:D0:F0, skipping\n"
+                             "I2 No ECRC record for B2:D0:F0, skipping\n"
+                             "I2 B2:D1:F0 ECRC generation enabled\n"
+                             "I2 B3:D0:F0 ECRC generation enabled\n"
+                             "I2 B3:D0:F0 ECRC checking enabled\n"
+                             "I2 No ECRC record for B3:D1:F0, skipping\n"
+                             "I2 No ECRC record for B4:D0:F0, skipping\n"
+                             "I2 B5:D0:F0 ECRC checking disabled already\n";
+    const std::string unavailable = "E0 post_insertion_ecrc_enable(B0:D1:F0, 256, {0}), "
+                                    "secondary bus number unavailable\n";
+    const struct {
+        std::uint32_t value;
+        int status;
+        std::string messages;
+    } rows[] = {{0, 0, walk}, {1, 0, walk}, {0, 5, ""}, {256, 0, unavailable}};
+    for (const auto &row : rows) {
+        serve(TREE);
+        start_with("ECRC=2.1.0:+:=\nECRC=3.0.0:+:+\nECRC=5.0.0:=:-\nECRC=6.0.0:+:+");
+        messages();
+        for (const FunctionSpec &function : TREE)
+            machine->image.reset(function.id);
+        machine->image.set_filter([this](ImageAccess &access) {
+            bridge_rec *above = machine->machine->bridges().above(access.id);
+            EXPECT_EQ(pthread_rwlock_trywrlock(&above->devs_lock), EBUSY);
+            EXPECT_FALSE(list_locked());
+            return PCI_OK;
+        });
+        bridge_rec *port = machine->bridge(at(0, 1));
+        call_bridge_hooks(BUSCFG_HOOK_POST_INSERTION, port, row.value, row.status);
+        machine->image.set_filter({});
+        EXPECT_EQ(messages_but_debug(), expand(row.messages));
+        const bool applied = row.messages == walk;
+        EXPECT_EQ(machine->aer(at(2, 1)), BOTH_CAP | (applied ? GEN_ON : 0));
+        EXPECT_EQ(machine->aer(at(3, 0)), BOTH_CAP | (applied ? BOTH_ON : 0));
+        for (const RoutingId other : {at(4), at(5), at(6)})
+            EXPECT_EQ(machine->aer(other), BOTH_CAP);
+    }
+}
+
+using EcrcThreads = EcrcTest;
+
+// From the moment of the hook's registration on.
+TEST_F(EcrcThreads, CallTheHookWhileStartUpPrograms) {
+    std::vector<FunctionSpec> functions = {
+        {.id = at(0, 1), .port = PORT_TYPE_ROOT_PORT, .secondary = 1}};
+    for (unsigned i = 0; i < 256; ++i)
+        functions.push_back({.id = at(1, i / 8, i % 8), .aer = BOTH_CAP});
+    serve(functions);
+    static buscfg_t *const hosts_own = buscfg;
+    static std::latch registered(5);
+    buscfg_t gate = {[](buscfg_hook_reg_t *block) {
+        const pci_err_t result = hosts_own->add_hook(block);
+        registered.arrive_and_wait();
+        return result;
+    }};
+    buscfg = &gate;
+    std::vector<std::jthread> threads;
+    for (unsigned i = 0; i < 4; ++i)
+        threads.emplace_back([this] {
+            registered.arrive_and_wait();
+            for (unsigned call = 0; call < 10; ++call)
+                call_bridge_hooks(BUSCFG_HOOK_POST_INSERTION, machine->bridge(at(0, 1)), 0, 0);
+        });
+    EXPECT_EQ(start_with("ECRC=1:+:+"), 0U);
+    threads.clear();
+    buscfg = hosts_own;
+    for (unsigned i = 1; i < functions.size(); ++i)
+        EXPECT_EQ(machine->aer(functions[i].id), BOTH_CAP | BOTH_ON);
+}
+
+}  // namespace
+}  // namespace host::tests

@@ -1,0 +1,147 @@
+// Recorded wishes: the probe of a function's controls, and later wishes for the same function.
+#include "features/ecrc/entry_list.h"
+
+#include "tests/module/ecrc_test.h"
+
+namespace host::tests {
+namespace {
+
+using module::ecrc_add_or_update_entry;
+using module::ecrc_find_entry;
+
+constexpr RoutingId F = at(0, 1);
+const std::string GEN_RESTORED =
+    "I2 Restore ECRC generation state to enabled for no-change setting, ";
+const std::string CHK_RESTORED =
+    "I2 Restore ECRC checking state to enabled for no-change setting, ";
+
+using EcrcEntries = EcrcTest;
+
+TEST_F(EcrcEntries, ProbeWhatAFunctionCanDo) {
+    const struct {
+        std::uint32_t aer;
+        int gen, chk;
+        pci_err_t result;
+        unsigned gen_capable, chk_capable;
+        std::uint32_t after;
+        std::string messages;
+    } rows[] = {
+        {BOTH_CAP, 1, 1, 0, 1, 1, BOTH_CAP, ""},
+        {BOTH_CAP, 0, -1, 0, 1, 1, BOTH_CAP, ""},
+        {BOTH_CAP | BOTH_ON, 1, -1, 0, 1, 1, BOTH_CAP, ""},
+        {BOTH_CAP | BOTH_ON, 0, 1, 0, 1, 1, BOTH_CAP | GEN_ON, GEN_RESTORED + "{0}\n"},
+        {BOTH_CAP | BOTH_ON, -1, 0, 0, 1, 1, BOTH_CAP | CHK_ON, CHK_RESTORED + "{0}\n"},
+        {GEN_CAP | GEN_ON, 0, 1, 0, 1, 0, GEN_CAP | GEN_ON, GEN_RESTORED + "{0}\n"},
+        {CHK_CAP, 1, 1, 0, 0, 1, CHK_CAP, ""},
+        {0, 1, 1, 48, 0, 0, 0, ""},
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(&row - rows);
+        serve({{.id = F, .aer = row.aer}});
+        EXPECT_EQ(ecrc_add_or_update_entry(F, row.gen, row.chk), row.result);
+        EXPECT_EQ(messages(), expand(row.messages));
+        EXPECT_EQ(machine->aer(F), row.after);
+        const module::ecrc_entry *entry = ecrc_find_entry(F);
+        EXPECT_EQ(entry != nullptr, row.result == 0);
+        EXPECT_EQ(entry && entry->gen_capable, row.gen_capable);
+        EXPECT_EQ(entry && entry->chk_capable, row.chk_capable);
+    }
+}
+
+TEST_F(EcrcEntries, NeedACapabilityWithTheControls) {
+    const std::vector<FunctionSpec> machines[] = {
+        {{.id = F, .next_ari = 0}},                       // extended capabilities, but no AER
+        {{.id = F, .size = 256}},                         // no extended configuration space
+        {{.id = F, .port = {}, .aer = BOTH_CAP}},         // conventional PCI
+        {{.id = at(0, 2), .port = {}, .aer = BOTH_CAP}},  // no such function
+    };
+    for (const auto &functions : machines) {
+        serve(functions);
+        EXPECT_EQ(ecrc_add_or_update_entry(F, 1, 1), 48U);
+        EXPECT_EQ(recorded(), "");
+    }
+}
+
+TEST_F(EcrcEntries, TakeOverLaterWishesWithoutAnAccess) {
+    serve({{.id = F, .aer = BOTH_CAP}, {.id = at(0, 2), .aer = BOTH_CAP}});
+    EXPECT_EQ(ecrc_add_or_update_entry(F, 1, 0), 0U);
+    EXPECT_EQ(ecrc_add_or_update_entry(at(0, 2), 0, 1), 0U);
+    machine->image.set_filter([](ImageAccess &access) {
+        ADD_FAILURE() << "access at " << access.offset;
+        return PCI_OK;
+    });
+    const struct {
+        int gen, chk;
+        std::string recorded;
+    } rows[] = {
+        {0, -1, "0.1.0:+:-"}, {0, 0, "0.1.0:+:-"}, {-1, 0, "0.1.0:-:-"}, {1, 1, "0.1.0:+:+"}};
+    for (const auto &row : rows) {
+        EXPECT_EQ(ecrc_add_or_update_entry(F, row.gen, row.chk), 0U);
+        EXPECT_EQ(recorded(), row.recorded + " 0.2.0:=:+ ");
+    }
+    const module::entry_list_t &list = feature.list;
+    EXPECT_EQ(list.count, 2U);
+    EXPECT_EQ(list.first->prev, &list.first);
+    EXPECT_EQ(list.last, list.first->next);
+    EXPECT_EQ(list.last->prev, &list.first->next);
+}
+
+TEST_F(EcrcEntries, AreFoundByTheirWholeAddress) {
+    serve({{.id = at(0, 1), .port = PORT_TYPE_ROOT_PORT, .secondary = 1, .ari_forwarding = true},
+           {.id = ari_at(1, 0), .aer = BOTH_CAP, .next_ari = 9},
+           {.id = ari_at(1, 9), .aer = BOTH_CAP, .next_ari = 0}});
+    EXPECT_EQ(ecrc_add_or_update_entry(ari(ari_at(1, 9)), 1, 1), 0U);
+    EXPECT_EQ(ecrc_add_or_update_entry(at(1), 1, 1), 0U);
+    EXPECT_EQ(ecrc_find_entry(ari(ari_at(1, 9))), feature.list.first);
+    EXPECT_EQ(ecrc_find_entry(at(1)), feature.list.last);
+    EXPECT_EQ(ecrc_find_entry(ari_at(1, 9)), nullptr);
+    EXPECT_EQ(ecrc_find_entry(ari(at(1))), nullptr);
+    EXPECT_EQ(ecrc_find_entry(BDF_NONE), nullptr);
+    EXPECT_EQ(messages(), "D3 ecrc_find_entry(B1:D0:F9) returns entry\n"
+                          "D3 ecrc_find_entry(B1:D0:F0) returns entry\n"
+                          "D3 ecrc_find_entry(B1:D1:F1) returns (nil)\n"
+                          "D3 ecrc_find_entry(B1:D0:F0) returns (nil)\n"
+                          "D3 ecrc_find_entry(B255:D0:F255) returns (nil)\n");
+}
+
+TEST_F(EcrcEntries, AreKeptWhenARestoreFails) {
+    serve({{.id = F, .aer = BOTH_CAP | BOTH_ON}});
+    machine->image.set_filter(fail(writes_to(F, AER_CONTROL_AT), 2));
+    EXPECT_EQ(ecrc_add_or_update_entry(F, 0, 1), 0U);
+    EXPECT_EQ(messages(), expand(GEN_RESTORED + "{5}\n"));
+    EXPECT_EQ(recorded(), "0.1.0:=:+ ");
+}
+
+TEST_F(EcrcEntries, AreRecordedOrLeaveNothingBehindWhateverAccessFails) {
+    for (unsigned accesses = 1, n = 1; n <= accesses; ++n)
+        for (const AccessFilter &fault : {fail(of(F), n, n), vanish(F, n)}) {
+            SCOPED_TRACE(n);
+            serve({{.id = F, .aer = BOTH_CAP | BOTH_ON}});
+            accesses = 0;
+            machine->image.set_filter([&accesses, fault](ImageAccess &access) {
+                ++accesses;
+                EXPECT_TRUE(list_locked());
+                return fault(access);
+            });
+            const pci_err_t result = ecrc_add_or_update_entry(F, 0, 0);
+            EXPECT_EQ(recorded(), result == 0 ? "0.1.0:=:= " : "");
+            EXPECT_FALSE(list_locked());
+            EXPECT_GE(accesses, n);
+        }
+}
+
+// Memory for the entry, and for each capability object.
+TEST_F(EcrcEntries, LeaveNothingBehindWithoutMemory) {
+    serve({{.id = F, .aer = BOTH_CAP}});
+    unsigned failures = 0;
+    for (pci_err_t result = 12; result == 12; ++failures) {
+        EXPECT_EQ(recorded(), "");
+        fail_calloc(failures + 1);
+        result = ecrc_add_or_update_entry(F, 1, 1);
+    }
+    EXPECT_EQ(recorded(), "0.1.0:+:+ ");
+    EXPECT_GT(failures, 1U);
+}
+
+}  // namespace
+}  // namespace host::tests

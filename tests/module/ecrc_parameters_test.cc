@@ -1,0 +1,136 @@
+// ECRC=<functions>:<generation>:<checking>: what is recorded for whom, and what is refused.
+#include "features/ecrc/parameters.h"
+
+#include "platform/server.h"
+#include "tests/module/ecrc_test.h"
+
+namespace host::tests {
+namespace {
+
+// Bus 2 is below a port with ARI Forwarding; bus 3 is another server's; what has no AER capability
+// comes first and last.
+const std::vector<FunctionSpec> MACHINE = {
+    {.id = at(0, 0), .port = {}, .class_code = HOST_BRIDGE_CLASS},
+    {.id = at(0, 1), .port = PORT_TYPE_ROOT_PORT, .secondary = 1, .aer = BOTH_CAP},
+    {.id = at(0, 2), .port = PORT_TYPE_ROOT_PORT, .secondary = 2, .ari_forwarding = true},
+    {.id = at(0, 3), .port = PORT_TYPE_ROOT_PORT, .secondary = 3},
+    {.id = at(0, 4), .port = PORT_TYPE_ROOT_PORT, .secondary = 4},
+    {.id = at(1, 0, 0), .aer = BOTH_CAP},
+    {.id = at(1, 0, 1), .aer = BOTH_CAP},
+    {.id = at(1, 31, 7), .aer = BOTH_CAP},
+    {.id = ari_at(2, 0), .aer = BOTH_CAP, .next_ari = 17},
+    {.id = ari_at(2, 17), .aer = BOTH_CAP, .next_ari = 0},
+    {.id = at(3), .aer = BOTH_CAP},
+    {.id = at(4)},
+};
+
+class EcrcParameters : public EcrcTest {
+protected:
+    EcrcParameters() {
+        managed[3] = false;
+        serve(MACHINE, managed);
+    }
+
+    // Parses a value, the module's first; it may be cut up.
+    void parse(std::string value, unsigned fail_entry = 0) {
+        reset();
+        fail_calloc(fail_entry, sizeof(module::ecrc_entry));
+        module::param_parse_ecrc("eCrC", value.data(), &feature);
+    }
+
+    ManagedBuses managed = ManagedBuses(256, true);
+};
+
+TEST_F(EcrcParameters, SelectFunctions) {
+    const std::string all = "0.1.0:+:- 1.0.0:+:- 1.0.1:+:- 1.31.7:+:- 2.0:+:- 2.17:+:- ";
+    const struct {
+        std::string value, recorded;
+        int status = 0;
+    } rows[] = {
+        {"all:+:-", all},
+        {"AlL:+:-:ignored", all},
+        {"1:-:=", "1.0.0:-:= 1.0.1:-:= 1.31.7:-:= "},
+        {"0:=:+", "0.1.0:=:+ "},
+        {"9:+:+", ""},
+        {"1.*:+:+", "1.0.0:+:+ 1.0.1:+:+ "},
+        {"2.*x:=:-", "2.0:=:- 2.17:=:- "},
+        {"2.17:+:=", "2.17:+:= "},
+        {"0.255:+:+", "", 48},
+        {"1.0.*:-:+", "1.0.0:-:+ 1.0.1:-:+ "},
+        {"1.0x1f.*x:-:-", "1.31.7:-:- "},
+        {"2.0.*:+:+", "2.0:+:+ 2.17:+:+ "},
+        {"2.2.*:+:+", ""},
+        {"0X1.037.07:=:-", "1.31.7:=:- "},
+        {"010.0.0:+:+", "", 48},
+        {"::1..0.1.x::+y::=z", "1.0.1:+:= "},
+        {"1z.0z.1z:+:=", "1.0.1:+:= "},
+        {"+1.0.1:+:=", "1.0.1:+:= "},
+        {"08.0x1.0x:=:+", "0.1.0:=:+ "},
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.value);
+        parse(row.value);
+        EXPECT_EQ(recorded(), row.recorded);
+        EXPECT_EQ(messages_but_debug(), expand("I2 Add record 'eCrC=" + row.value + "', {" +
+                                               std::to_string(row.status) + "}\n"));
+    }
+}
+
+TEST_F(EcrcParameters, AreRefusedWhole) {
+    const struct {
+        std::vector<std::string> values;
+        std::string message;  // "%": the value, "@": its functions
+    } rows[] = {
+        {{"1.0.0:+", "", "::+::+:"}, "Invalid ECRC parameter value '%', all fields required"},
+        {{"256:+:+", "x:+:+", "allx:+:+", ".:+:+", "-1.0.0:+:+", "4294967296.0.0:+:+"},
+         "(param '%') bad BDF bus value '@', ignoring record"},
+        {{"0.g:+:+", "0.+1.0:+:+", "0.*.1:+:+"}, "(param '%') bad BDF value '@', ignoring record"},
+        {{"0.32.0:+:+", "0.a.*:+:+"}, "(param '%') bad BDF device value '@', ignoring record"},
+        {{"0.256:+:+", "0.f:+:+", "0.0.8:+:+", "0.0.x:+:+"},
+         "(param '%') bad BDF function value '@', ignoring record"},
+        {{"1.0.0:y:+"}, "(param '%') bad ECRC gen or check values 'y'/'+', ignoring record"},
+        {{"all:=:1x"}, "(param '%') bad ECRC gen or check values '='/'1x', ignoring record"},
+    };
+    for (const auto &row : rows)
+        for (const std::string &value : row.values) {
+            std::string message = "E0 param_parse_ecrc, " + row.message + "\n";
+            for (std::size_t sign; (sign = message.find('@')) != std::string::npos;)
+                message.replace(sign, 1, value.substr(0, value.find(':')));
+            for (std::size_t sign; (sign = message.find('%')) != std::string::npos;)
+                message.replace(sign, 1, value);
+            parse(value);
+            EXPECT_EQ(messages(), message);
+            EXPECT_EQ(recorded(), "");
+        }
+    parse("all:=:=");
+    EXPECT_EQ(messages(), "W2 ignoring record which doesn't change anything\n");
+    EXPECT_EQ(recorded(), "");
+}
+
+TEST_F(EcrcParameters, TellTheDebugLogAboutEveryFunction) {
+    const std::string unmanaged = "D4 param_parse_ecrc(), B3:D0:F0 is not managed by server ID " +
+                                  std::to_string(my_server_id() & 0xFF) + ", skipping\n";
+    parse("2:+:-");
+    EXPECT_EQ(messages(), expand("D3 Add/update ECRC entry for B2:D0:F0, gen=1, chk=-1, {0}\n"
+                                 "D3 Add/update ECRC entry for B2:D0:F17, gen=1, chk=-1, {0}\n" +
+                                 unmanaged + "I2 Add record 'eCrC=2:+:-', {0}\n"));
+    parse("4:=:+");
+    EXPECT_EQ(messages(),
+              expand(unmanaged + "D3 Add/update ECRC entry for B4:D0:F0, gen=0, chk=1, {48}\n"
+                                 "I2 Add record 'eCrC=4:=:+', {0}\n"));
+    parse("3.0.0:+:+");
+    EXPECT_EQ(messages(), unmanaged);
+    EXPECT_EQ(recorded(), "");
+}
+
+TEST_F(EcrcParameters, StopAtTheFirstErrorThatIsNoMissingCapability) {
+    parse("1:-:-", 3);
+    EXPECT_EQ(recorded(), "1.0.0:-:- 1.0.1:-:- ");
+    EXPECT_EQ(messages_but_debug(), expand("I2 Add record 'eCrC=1:-:-', {12}\n"));
+    host::serve(nullptr);
+    parse("all:-:-");
+    EXPECT_EQ(messages(), expand("I2 Add record 'eCrC=all:-:-', {0}\n")) << "without functions";
+}
+
+}  // namespace
+}  // namespace host::tests

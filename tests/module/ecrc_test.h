@@ -1,0 +1,45 @@
+// What the tests of the ECRC feature share.
+#pragma once
+
+#include "features/ecrc/control.h"
+#include "module/bdf.h"
+#include "tests/support/faults.h"
+#include "tests/support/module_test.h"
+
+namespace host::tests {
+
+namespace module = enable_features;
+
+constexpr std::uint32_t BOTH_CAP = GEN_CAP | CHK_CAP, BOTH_ON = GEN_ON | CHK_ON;
+
+class EcrcTest : public ModuleTest {
+protected:
+    static inline module::feature_t &feature = module::feature_list[module::ROW_ECRC];
+
+    // Every entry in list order, as the feature file says it: "1.0.0:+:= 2.17:=:- ", the second in
+    // ARI form.
+    static std::string recorded() {
+        std::string text;
+        for (const auto *link = feature.list.first; link; link = link->next) {
+            const auto *entry = static_cast<const module::ecrc_entry *>(link);
+            text += std::to_string(module::bus_of(entry->bdf)) + '.';
+            if (!module::is_ari(entry->bdf))
+                text += std::to_string(module::device_of(entry->bdf)) + '.';
+            text += std::to_string(module::function_of(entry->bdf));
+            for (const auto setting : {entry->gen, entry->chk})
+                text += setting > 0 ? ":+" : setting < 0 ? ":-" : ":=";
+            text += ' ';
+        }
+        return text;
+    }
+
+    // Whether somebody holds the list's lock.
+    static bool list_locked() {
+        if (pthread_mutex_trylock(&feature.list.lock) != 0)
+            return true;
+        pthread_mutex_unlock(&feature.list.lock);
+        return false;
+    }
+};
+
+}  // namespace host::tests

@@ -1,0 +1,93 @@
+// Versions, options, and the start of the features in the order of their table.
+#include "module/startup.h"
+
+#include <sstream>
+
+#include "module/feature_table.h"
+#include "platform/log.h"
+#include "tests/support/module_test.h"
+
+namespace host::tests {
+namespace {
+
+namespace module = enable_features;
+
+const std::string NOTHING_CONFIGURED =
+    "E1 Fast back-to-back Transfers initialization failed, {48}\n"
+    "E1 ASPM initialization failed, {48}\n"
+    "I1 Max Payload Size initialization, {2}\n"
+    "I1 ECRC Generation and Checking initialization, {2}\n"
+    "I1 Enable Features module init, {0}\n";
+
+using Startup = ModuleTest;
+
+TEST_F(Startup, RefusesLibrariesAndServersOlderThan3_0) {
+    const std::string refused = " versions < 3.0 are not compatible with server enable features "
+                                "module v3.0\nE0 Enable Features module init failed, {418}\n";
+    const struct {
+        version_pair_t server, library;
+        pci_err_t result;
+        std::string messages;
+    } rows[] = {
+        {{9, 0}, {2, 65535}, 418, "E0 library" + refused},
+        {{2, 65535}, {2, 65535}, 418, "E0 library" + refused},
+        {{2, 65535}, {3, 0}, 418, "E1 server" + refused},
+        {{3, 0}, {3, 0}, 0, NOTHING_CONFIGURED},
+        {{3, 1}, {4, 0}, 0, NOTHING_CONFIGURED},
+    };
+    EXPECT_EQ(module::mod_version(), 0x00000003U);
+    for (const auto &row : rows) {
+        const char *const argv[] = {"--config="};
+        const mod_init_args_t args = {row.server, row.library, 1, row.result ? argv : nullptr};
+        EXPECT_EQ(module::start_module(&args), row.result);
+        EXPECT_EQ(messages(), expand(row.messages));
+    }
+}
+
+TEST_F(Startup, ParsesEveryConfigOptionInOrderAndIgnoresTheRest) {
+    const std::string a = file("A=1", "a.cfg"), b = file("B=1", "b.cfg");
+    const auto parse = [](const std::string &name, const std::string &keyword) {
+        return "I0 ++ Feature Config file '" + name + "' parse start ++\n" +
+               "W0 Unknown feature parameter '" + keyword + "', ignoring\n" +
+               "I0 ++ Feature Config file '" + name + "' parse end ++\n" +
+               "D3 parse_feature_config(), {0}\n";
+    };
+    const std::string A = parse("a.cfg", "A"), B = parse("b.cfg", "B");
+    const std::string no_path = "E0 No config file parameter provided\n"
+                                "D3 parse_feature_config(), {22}\n";
+    const struct {
+        std::vector<std::string> args;
+        std::string messages;
+    } rows[] = {
+        {{}, ""},
+        {{"--config=" + a, "--config", b}, A + B},
+        {{"--config=" + a, "--config=" + a}, A + A},
+        {{"-v", "stray", "--nonsense", "-x", "--config=" + b, "stray"}, B},
+        {{"--config=", "--config=" + a}, no_path + A},
+        {{"--config=" + a, "--config"}, A},
+        {{"--", "--config=" + a}, ""},
+    };
+    for (const auto &row : rows) {
+        std::ostringstream echo;
+        for (std::size_t i = 0; i < row.args.size(); ++i)
+            echo << "D1 argv[" << i << "] = " << bare(row.args[i]) << '\n';
+        EXPECT_EQ(start(row.args), 0U);
+        EXPECT_EQ(messages(), expand(echo.str() + row.messages + NOTHING_CONFIGURED));
+    }
+}
+
+TEST_F(Startup, WorksTheSameWhenNobodyListens) {
+    serve({{.id = at(0, 1), .port = PORT_TYPE_ROOT_PORT, .secondary = 1},
+           {.id = at(1), .payload_cap = 1, .aer = GEN_CAP | CHK_CAP | CHK_ON}});
+    log_handle_t *const slog = std::exchange(pci_slog, nullptr);
+    log_handle_t *const dbg = std::exchange(pci_dbg, nullptr);
+    EXPECT_EQ(start_with("FOO=1\nECRC=\nECRC=x\nECRC=1.0.0:=:=\nECRC=all:+:=\nECRC=1.0.0:=:-"), 0U);
+    EXPECT_EQ(start({"--config=/nowhere", "--config="}), 0U);
+    pci_slog = slog;
+    pci_dbg = dbg;
+    EXPECT_EQ(machine->aer(at(1)), GEN_CAP | CHK_CAP | GEN_ON);
+    EXPECT_EQ(messages(), "");
+}
+
+}  // namespace
+}  // namespace host::tests

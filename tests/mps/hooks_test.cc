@@ -1,0 +1,144 @@
+// What the hooks do with the host's events, once start-up has programmed a machine.
+#include <atomic>
+#include <thread>
+
+#include "host/server/hooks.h"
+#include "platform/buscfg.h"
+#include "platform/log.h"
+#include "tests/mps/mps_test.h"
+
+namespace host::tests {
+namespace {
+
+using MpsHooks = MpsTest;
+
+TEST_F(MpsHooks, GiveFunctionsTheirSizeBackAfterResets) {
+    const std::string to_4 = "02:01.0 04:00.5 04:10.2 ", to_3 = "=256 00:01.0 01:00.0 02:00.0 ";
+    const std::string all = to_3 + "03:00.0 03:00.1 " + to_4;
+    const std::string both_set = "I1 set MPS value 256 for B3:D0:Fz, {0}\n"
+                                 "I1 set MPS value 256 for B4:D0:Fz, {0}\n";
+    const std::string is_rp = "D2 find_root_port(BDF), entry (BDF)\nD2 HOOK, bdf_is_rp: T\n";
+    const std::string is_none = "D2 HOOK, bdf_is_rp: F\n";
+    const std::string nothing_above = "D2 find_root_port(BDF), (nil) (B255:D0:F255)\n"
+                                      "W0 ** CALL, NO UPSTREAM PORT ???\n";
+    const std::string never = "I2 HOOK, MPS for EP BDF was never set or is invalid. Leave default "
+                              "MPS\n";
+    const AccessFilter broken = fail(writes_to(at(3), DEVCTL_AT), 1);
+    const struct {
+        std::uint32_t type;
+        bdf_t bdf;
+        int status;
+        std::string writes, messages;
+        AccessFilter fault = {};
+    } rows[] = {
+        {0, at(3), 0, "", "W0 HOOK, skipping reset type 0\n"},
+        {3, at(3), 5, "", "W0 HOOK, skipping reset type 3\n"},
+        // One function.
+        {2, at(3, 0, 1), 19, "=256 03:00.1 ", "D2 CALL, mps_write_mps(), {0}\n"},
+        {2, ari(ari_at(4, 130)), 0, "=256 04:10.2 ", "D2 CALL, mps_write_mps(), {0}\n"},
+        {2, at(3), 0, "=256 03:00.0 ", "D2 CALL, mps_write_mps(), {5}\n", broken},
+        {2, at(2, 0), 0, "", "W0 CALL, not an EP, why FLR ???\n"},
+        {2, at(5), 0, "", never},
+        {2, at(0, 4), 0, "", ""},
+        {2, at(6), 0, "", ""},
+        // One device.
+        {1, at(3, 0, 1), 5, "=256 03:00.0 03:00.1 ",
+         "D2 CALL, mps_write_mps_all_funcs(B3:D0:F0, 256), {0}\n"},
+        {1, ari(ari_at(4, 5)), 0, "=256 04:00.5 04:10.2 ",
+         "D2 CALL, mps_write_mps_all_funcs(B4:D0:F0, 256), {0}\n"},
+        {1, at(3), 0, "=256 03:00.0 ", "D2 CALL, mps_write_mps_all_funcs(B3:D0:F0, 256), {5}\n",
+         broken},
+        {1, at(5), 0, "", never},
+        {1, at(3, 9), 0, "", ""},
+        {1, at(7, 0, 2), 0, "", ""},
+        // A hierarchy.
+        {1, at(2, 1), 0, all, is_none + both_set},
+        {1, at(1), 48, all, is_none + both_set},
+        {1, at(0, 1), 0, all, is_rp + both_set},
+        {1, at(0, 1), 0, to_3 + "03:00.0 " + to_4,
+         is_rp + replaced(both_set, "I1 set MPS value 256 for B3:D0:Fz, {0}",
+                          "E0 Unable to set MPS value 256 for B3:D0:Fz, {5}"),
+         broken},
+        {1, at(0, 2), 0, "",
+         is_rp + "I2 HOOK, MPS on paths below RP BDF were never changed or are "
+                 "invalid. Leave default MPS\n"},
+        {1, at(6), 0, "", is_none},
+        // Nothing above.
+        {1, at(0, 4), 5, "", nothing_above},
+        {1, at(0, 3), 0, "", nothing_above},
+    };
+    for (const auto &row : rows) {
+        const std::string call =
+            "HOOK(" + std::to_string(row.type) + ", BDF, {" + std::to_string(row.status) + "})";
+        std::string expected = replaced("D2 CALL\n" + row.messages, "CALL", call);
+        expected = replaced(expected, "HOOK", "post_reset_mps_enable");
+        expected = expand(replaced(expected, "BDF", printed(row.bdf)));
+        serve(TREE);
+        EXPECT_EQ(start_with("MPS=3.0.0:256\nMPS=4.5:512"), 0U);
+        for (const FunctionSpec &function : TREE)
+            machine->image.write(function.id, DEVCTL_AT, 2, 4U << 5);
+        messages();
+        record(row.fault);
+        call_reset_hooks(BUSCFG_HOOK_POST_RESET, row.type, row.bdf, row.status);
+        EXPECT_EQ(writes(), row.writes);
+        EXPECT_EQ(said({"post_reset", "set MPS", "find_root_port"}), expected);
+        EXPECT_EQ(locked > 0, row.writes.starts_with(to_3)) << "for a hierarchy only";
+        EXPECT_FALSE(is_locked(feature.list.lock));
+    }
+}
+
+TEST_F(MpsHooks, OnlyReportHotPlug) {
+    serve(TREE);
+    EXPECT_EQ(start_with("MPS=all:max"), 0U);
+    messages();
+    record();
+    const std::string unsupported = "), HOTPLUG NOT CURRENTLY SUPPORTED **\n";
+    const auto call = [this] {
+        call_bridge_hooks(BUSCFG_HOOK_POST_INSERTION, machine->bridge(at(2, 1)), 4000000000, 5);
+        call_bridge_hooks(BUSCFG_HOOK_PRE_REMOVAL, machine->bridge(at(2, 1)), 0, 0);
+        return messages();
+    };
+    EXPECT_EQ(call(),
+              expand("W0 ** post_insertion_mps_enable(B2:D1:F0, 4000000000, {5}" + unsupported +
+                     "W0 ** pre_removal_mps_disable(B2:D1:F0, 0, {0}" + unsupported));
+    log_handle_t *const slog = std::exchange(pci_slog, nullptr);
+    EXPECT_EQ(call(), "");
+    pci_slog = slog;
+    EXPECT_EQ(locked + unlocked, 0U);
+}
+
+using MpsThreads = MpsTest;
+
+// Before, while and after they are registered. The functions of bus 2, which do not decide the
+// size, lose it all the time.
+TEST_F(MpsThreads, CallTheHooksWhileStartUpPrograms) {
+    std::vector<FunctionSpec> functions = {
+        {.id = at(0, 1), .port = 4, .secondary = 1, .subordinate = 2, .payload_cap = 2},
+        {.id = at(1, 0), .payload_cap = 3},
+        {.id = at(1, 1), .port = 6, .secondary = 2, .payload_cap = 3}};
+    for (unsigned i = 0; i < 64; ++i)
+        functions.push_back({.id = ari_at(2, i), .payload_cap = 3});
+    serve(functions);
+    std::atomic<bool> started = false;
+    std::vector<std::jthread> threads;
+    for (unsigned thread = 0; thread < 4; ++thread)
+        threads.emplace_back([&, thread] {
+            do
+                for (unsigned i = 0; i < 64; ++i) {
+                    machine->image.reset(ari_at(2, i));
+                    const std::uint32_t type = (i + thread) % 2 ? RESET_TYPE_BUS : RESET_TYPE_FLR;
+                    call_reset_hooks(BUSCFG_HOOK_POST_RESET, type, ari_at(2, i), 0);
+                    if (i % 16 == thread)
+                        call_reset_hooks(BUSCFG_HOOK_POST_RESET, RESET_TYPE_BUS, at(0, 1), 0);
+                }
+            while (!started);
+        });
+    EXPECT_EQ(start_with("MPS=all:max"), 0U);
+    started = true;
+    threads.clear();
+    for (const FunctionSpec &function : functions)
+        EXPECT_EQ(payload(function.id), 512U) << bdf_text(function.id);
+}
+
+}  // namespace
+}  // namespace host::tests

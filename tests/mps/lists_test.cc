@@ -1,0 +1,141 @@
+// Endpoints and root ports: how they are told, and the lists that are made of them.
+#include "tests/mps/mps_test.h"
+#include "topology/classification.h"
+
+namespace host::tests {
+namespace {
+
+using MpsLists = MpsTest;
+
+TEST_F(MpsLists, TellEndpointsByTypeAndAriCapability) {
+    constexpr std::uint32_t NONE = 77;
+    constexpr RoutingId F = at(1);
+    struct Row {
+        FunctionSpec function;
+        bdf_t asked;
+        std::uint32_t type;  // NONE: no endpoint
+        bool memory = true;
+    };
+    std::vector<Row> rows = {
+        {{.id = F, .port = {}}, F, NONE},      {{.id = F}, at(2), NONE},
+        {{.id = F}, BDF_NONE, NONE},           {{.id = F, .aer = 0}, ari(F), NONE},
+        {{.id = F, .next_ari = 0}, ari(F), 0}, {{.id = F, .next_ari = 0}, ari(F), NONE, false}};
+    for (std::uint8_t type = 0; type < 16; ++type)
+        rows.push_back({{.id = F, .port = type}, F, type < 2 || type == 9 ? type : NONE});
+    for (const Row &row : rows) {
+        serve({row.function});
+        fail_calloc(row.memory ? 0 : 1);
+        std::uint32_t type = NONE;
+        EXPECT_EQ(module::is_an_ep(row.asked, &type), row.type != NONE);
+        EXPECT_EQ(type, row.type);
+        EXPECT_EQ(messages(), "D3 is_an_ep(" + printed(row.asked) + ", entry=" +
+                                  std::to_string(type) + (type == NONE ? "), F\n" : "), T\n"));
+    }
+}
+
+TEST_F(MpsLists, HoldOneEntryForEachDeviceAndRootPort) {
+    ManagedBuses managed(256, true);
+    managed[5] = managed[64] = false;
+    serve(TREE, managed);
+    // An update that is refused builds the list as well.
+    EXPECT_EQ(module::mps_update_entry(BDF_NONE, 300), 22U);
+    EXPECT_EQ(said({"_once_init", "RCiEP", "init_rp"}),
+              expand("D3 ep_list_once_init, new entry for B0:D4:F0 added\n"
+                     "I2 RCiEP B0:D5:F0 excluded\n"
+                     "D2 init_rp_mps_max() start ...\n"
+                     "D3 init_rp_mps_max, B0:D1:F0, path_max = 512\n"
+                     "D3 init_rp_mps_max(), add_rp_entry(B0:D1:F0, 512), {0}\n"
+                     "D3 init_rp_mps_max, B0:D2:F0, path_max = 256\n"
+                     "D3 init_rp_mps_max(), add_rp_entry(B0:D2:F0, 256), {0}\n"
+                     "D4 init_rp_mps_max(), B64:D1:F0 is not managed by server ID 1, skipping\n"
+                     "D2 init_rp_mps_max() end, {0}\n"
+                     "D3 ep_list_once_init, new entry for B3:D0:F0 added\n"
+                     "D3 ep_list_once_init, new entry for B4:D0:F5 added\n"
+                     "D4 ep_list_once_init(), B5:D0:F0 is not managed by server ID 1, skipping\n"
+                     "D3 ep_list_once_init, new entry for B6:D0:F0 added\n"
+                     "D3 ep_list_once_init, new entry for B7:D0:F2 added\n"
+                     "D4 ep_list_once_init(), B64:D1:F0 is not managed by server ID 1, skipping\n"
+                     "D3 ep_list_once_init, new entry for B65:D0:F0 added\n"));
+    EXPECT_EQ(feature.list.count, 6U);
+    const std::pair<bdf_t, bdf_t> keys[] = {
+        {at(3, 0, 7), at(3)},     {at(7, 0, 2), at(7)},   {ari(ari_at(4, 255)), ari(at(4))},
+        {ari_at(4, 5), BDF_NONE}, {ari(at(3)), BDF_NONE}, {at(3, 1, 2), BDF_NONE}};
+    for (const auto &[bdf, key] : keys) {
+        const module::mps_entry *entry = module::mps_find_entry(bdf);
+        EXPECT_EQ(entry ? entry->bdf : BDF_NONE, key);
+        EXPECT_EQ(messages(), "D3 mps_find_entry(" + printed(bdf) + ") returns " +
+                                  (entry ? "entry\n" : "(nil)\n"));
+    }
+}
+
+TEST_F(MpsLists, LeaveOutWhatHasNoMemory) {
+    serve(TREE);
+    fail_calloc(1, sizeof(module::mps_entry));
+    EXPECT_EQ(module::mps_find_entry(at(0, 4)), nullptr);
+    EXPECT_EQ(feature.list.count, 6U);
+    EXPECT_EQ(said({"E0"}), "E0 ep_list_once_init, unable to allocate mps_entry\n");
+
+    serve(TREE);
+    fail_calloc(2, sizeof(module::rp_entry));
+    EXPECT_EQ(module::find_rp_entry(machine->bridge(at(0, 2))), nullptr);
+    EXPECT_EQ(root_ports(&module::rp_entry::path_max), "512 2048 ");
+    EXPECT_EQ(said({"E0"}),
+              expand("E0 init_rp_mps_max(), add_rp_entry(B0:D2:F0, 256) failed, {12}\n"));
+
+    serve({{.id = at(0, 1)}});
+    EXPECT_EQ(module::find_rp_entry(machine->machine->bridges().top()), nullptr);
+    EXPECT_EQ(messages(), expand("D2 init_rp_mps_max() start ...\nD2 init_rp_mps_max() end, {19}\n"
+                                 "D3 find_rp_entry(entry=B0:D0:F0) returns (nil)\n"));
+}
+
+TEST_F(MpsLists, FindTheSmallestPayloadOfAHierarchy) {
+    const std::vector<FunctionSpec> shape = {
+        {.id = at(0, 1), .port = 4, .secondary = 1, .subordinate = 4},
+        {.id = at(1), .port = 5, .secondary = 2, .subordinate = 4},
+        {.id = at(2, 0), .port = 6, .secondary = 3},
+        {.id = at(2, 1), .port = 6, .secondary = 4},
+        {.id = at(3, 0)},
+        {.id = at(3, 1)},
+        {.id = at(4, 0)}};
+    const struct {
+        std::string codes;  // of the functions in order
+        RoutingId unreadable;
+        std::uint32_t path_max;
+        std::string lowered;  // to what and why, a line each
+    } rows[] = {
+        {"233331", 0, 256, "1024 for bridge B2:D0:F0\n256 for EP B3:D1:F0\n"},
+        {"1111111", 0, 256, "256 for bridge B2:D0:F0\n"},
+        {"0253441", 0, 128,
+         "4096 for bridge B2:D0:F0\n2048 for EP B3:D0:F0\n1024 for bridge B2:D1:F0\n"
+         "256 for EP B4:D0:F0\n128 for bridge B0:D1:F0\n"},
+        {"6767676", 0, module::MPS_MAX, ""},
+        {"7677675", 0, 4096, "4096 for EP B4:D0:F0\n"},
+        {"333302", at(3), 512, "1024 for bridge B2:D0:F0\n512 for EP B3:D1:F0\n"},
+        {"0144", at(0, 1), 256, "2048 for bridge B2:D0:F0\n256 for bridge B1:D0:F0\n"},
+    };
+    for (const auto &row : rows) {
+        std::vector<FunctionSpec> functions(shape.begin(), shape.begin() + std::ssize(row.codes));
+        for (std::size_t i = 0; i < functions.size(); ++i)
+            functions[i].payload_cap = static_cast<unsigned>(row.codes[i] - '0');
+        serve(functions);
+        machine->image.set_filter([this, fault = fail(of(row.unreadable), 1)](ImageAccess &access) {
+            EXPECT_FALSE(is_locked(module::rp_list.lock));
+            bridge_rec *const above = machine->machine->bridges().above(access.id);
+            EXPECT_TRUE(machine->bridge(access.id) ||
+                        (pthread_rwlock_trywrlock(&above->devs_lock) == EBUSY &&
+                         !is_locked(above->children_lock) &&
+                         is_locked(above->parent->children_lock)));
+            return fault(access);
+        });
+        EXPECT_EQ(module::find_rp_entry(machine->bridge(at(0, 1)))->path_max, row.path_max);
+        std::string from = std::to_string(module::MPS_MAX);
+        std::string expected = "D3 find_rp_mps(B0:D1:F0, entry=" + from + ")\n";
+        std::istringstream steps(row.lowered);
+        for (std::string step; std::getline(steps, step); from = step.substr(0, step.find(' ')))
+            expected += "D3 find_rp_mps, path_max updated from " + from + " to " + step + '\n';
+        EXPECT_EQ(said({"updated", "find_rp_mps(B0"}), expected);
+    }
+}
+
+}  // namespace
+}  // namespace host::tests

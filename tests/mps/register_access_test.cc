@@ -1,0 +1,126 @@
+// Payload sizes read from and written to the registers of one function, and of a whole device.
+#include "tests/mps/mps_test.h"
+
+namespace host::tests {
+namespace {
+
+using MpsRegisters = MpsTest;
+
+constexpr RoutingId F = at(0, 1);
+
+TEST_F(MpsRegisters, TellTheLargestPayload) {
+    for (unsigned code = 0; code < 8; ++code) {
+        serve({{.id = F, .port = 4, .secondary = 1, .payload_cap = 0x8FE0 | code}});
+        const std::uint32_t size = 128U << code;
+        EXPECT_EQ(module::mps_read_max_capable(machine->bridge(F)->pcie_cap, F), size);
+        EXPECT_EQ(module::mps_read_max_capable(nullptr, F), size);
+        machine->image.set_filter(fail(of(F), 1));
+        EXPECT_EQ(module::mps_read_max_capable(nullptr, F), 0U);
+        EXPECT_EQ(module::mps_read_max_capable(nullptr, at(2)), 0U);
+        EXPECT_EQ(messages(), replaced("D3 mps_read_max_capable(entry, B0:D1:F0) returns SIZE\n"
+                                       "D3 mps_read_max_capable((nil), B0:D1:F0) returns SIZE\n"
+                                       "D3 mps_read_max_capable((nil), B0:D1:F0) returns 0\n"
+                                       "D3 mps_read_max_capable((nil), B2:D0:F0) returns 0\n",
+                                       "SIZE", std::to_string(size)));
+    }
+}
+
+TEST_F(MpsRegisters, TakeASizeAndKeepEveryOtherBit) {
+    const AccessFilter fine = {}, write_fails = fail(writes_to(F, DEVCTL_AT), 1);
+    const AccessFilter keeps_its_size = [](ImageAccess &access) {
+        access.value = access.is_write ? (access.value & 0xFF1FU) | 3U << 5 : access.value;
+        return PCI_OK;
+    };
+    const struct {
+        unsigned before;
+        std::uint32_t size;
+        AccessFilter fault;
+        pci_err_t result;
+        unsigned after;
+        std::string message;
+    } rows[] = {
+        {0x2810, 512, fine, 0, 0x2850, "I2 $MPS changed to 512\n"},
+        {0x2850, 512, write_fails, 0, 0x2850, "I2 $MPS already set\n"},
+        {0x2850, 384, fine, 5, 0x2850, ""},
+        {0x0000, 3968, fine, 5, 0x00A0, ""},
+        {0x5CFF, 128, fine, 0, 0x5C1F, "I2 $MPS changed to 128\n"},
+        {0x00C0, 4096, fine, 0, 0x00A0, "I2 $MPS changed to 4096\n"},
+        {0x2810, 256, keeps_its_size, 5, 0x2870, ""},
+        {0x2810, 256, fail(of(F), 1), 5, 0x2810, "E0 $MPS read failed, {5}\n"},
+        {0x2810, 256, vanish(F, 1), 19, 0x2810, "E0 $MPS read failed, {19}\n"},
+        {0x2810, 256, write_fails, 5, 0x2810, "E0 $MPS write failed, {5}\n"},
+        {0x2810, 256, vanish(F, 3), 19, 0x2830, "E0 $MPS write failed, {19}\n"},
+    };
+    for (const auto &row : rows)
+        for (const std::string object : {"entry", "(nil)"}) {
+            serve({{.id = F, .port = 4, .secondary = 1, .payload_cap = 1U << 5}});
+            machine->image.write(F, DEVCTL_AT, 2, row.before);
+            machine->image.set_filter(row.fault);
+            pcie_cap_t *const cap = object == "entry" ? machine->bridge(F)->pcie_cap : nullptr;
+            EXPECT_EQ(module::mps_write_mps(cap, F, row.size), row.result);
+            machine->image.set_filter({});
+            EXPECT_EQ(machine->get(F, DEVCTL_AT, 2), row.after);
+            const std::string expected = row.message + "D3 ${" + std::to_string(row.result) + "}\n";
+            EXPECT_EQ(messages(), expand(replaced(expected, "$",
+                                                  "mps_write_mps(" + object + ", B0:D1:F0, " +
+                                                      std::to_string(row.size) + "), ")));
+        }
+    // Without memory for an object, and without a capability.
+    fail_calloc(1);
+    EXPECT_EQ(module::mps_write_mps(nullptr, F, 256), 12U);
+    EXPECT_EQ(module::mps_write_mps(nullptr, at(2), 256), 48U);
+    EXPECT_EQ(messages(), expand("D3 mps_write_mps((nil), B0:D1:F0, 256), {12}\n"
+                                 "D3 mps_write_mps((nil), B2:D0:F0, 256), {48}\n"));
+}
+
+TEST_F(MpsRegisters, OfADeviceAreWrittenFunctionByFunction) {
+    const auto broken = [](unsigned n) { return fail(writes_to(ari_at(1, n), DEVCTL_AT), 1); };
+    const auto no_vendor = [](unsigned n) {
+        return fail(reads_of(at(1, 0, n), reg::VENDOR_ID), 1);
+    };
+    const struct {
+        bdf_t bdf;
+        std::string kinds;  // of functions 0 and up: endpoint, switch port, conventional, none
+        AccessFilter fault;
+        pci_err_t result;
+        std::string writes;
+    } rows[] = {
+        {at(1), "s", {}, 0, ""},
+        {at(1), "eee", {}, 0, "=256 01:00.0 01:00.1 01:00.2 "},
+        {at(1), "ese....e", broken(0), 5, "=256 01:00.0 "},
+        {at(1), "e..e", broken(3), 0, "=256 01:00.0 01:00.3 "},
+        {at(1), "e......e", broken(7), 5, "=256 01:00.0 01:00.7 "},
+        {at(1), "s.e.c..s", {}, 0, "=256 01:00.2 01:00.7 "},
+        {at(1), "ce.....c", {}, 48, "=256 01:00.1 "},
+        {at(1), "ee.....e", no_vendor(7), 5, "=256 01:00.0 01:00.1 "},
+        {at(1), "ee.....e", no_vendor(1), 0, "=256 01:00.0 01:00.7 "},
+        {ari(at(1)), "e", {}, 0, "=256 01:00.0 "},
+        {ari(at(1)), "e...s....e", {}, 0, "=256 01:00.0 01:00.4 01:01.1 "},
+        {ari(at(1)), "s...e....s", {}, 0, "=256 01:00.4 01:01.1 "},
+        {ari(at(1)), "e...e....e", broken(0), 5, "=256 01:00.0 "},
+        {ari(at(1)), "e...e....e", broken(4), 0, "=256 01:00.0 01:00.4 01:01.1 "},
+        {ari(at(1)), "e...e....e", broken(9), 5, "=256 01:00.0 01:00.4 01:01.1 "},
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(&row - rows);
+        std::vector<FunctionSpec> functions;
+        for (unsigned i = 0; i < row.kinds.size(); ++i) {
+            if (row.kinds[i] == '.')
+                continue;
+            const std::size_t next = row.kinds.find_first_not_of('.', i + 1);
+            functions.push_back({.id = ari_at(1, i)});  // the last one leads back to 4
+            functions.back().next_ari =
+                next < row.kinds.size() ? static_cast<std::uint8_t>(next) : 4;
+            if (row.kinds[i] != 'e')
+                functions.back().port =
+                    row.kinds[i] == 's' ? std::optional<std::uint8_t>(6) : std::nullopt;
+        }
+        serve(functions);
+        record(row.fault);
+        EXPECT_EQ(module::mps_write_mps_all_funcs(row.bdf, 256), row.result);
+        EXPECT_EQ(writes(), row.writes);
+    }
+}
+
+}  // namespace
+}  // namespace host::tests

@@ -1,0 +1,164 @@
+// Requests become register settings at start-up: one size a hierarchy, in two passes.
+#include "features/mps/parameters.h"
+#include "platform/buscfg.h"
+#include "tests/mps/mps_test.h"
+
+namespace host::tests {
+namespace {
+
+class MpsStartUp : public MpsTest {
+protected:
+    // A machine with requests ("all:max 3.0.0:256"), without a message.
+    void request(const std::vector<FunctionSpec> &functions, const std::string &requests) {
+        serve(functions);
+        std::istringstream values(requests);
+        for (std::string value; values >> value;)
+            module::param_parse_mps("MPS", value.data(), &feature);
+        messages();
+    }
+
+    static AccessFilter broken(RoutingId id, unsigned last = FOREVER) {
+        return fail(writes_to(id, DEVCTL_AT), 1, last);
+    }
+};
+
+TEST_F(MpsStartUp, GivesEachHierarchyOneSize) {
+    const std::vector<FunctionSpec> without_sizes = {
+        {.id = at(0, 1), .port = 4, .secondary = 1, .payload_cap = 7},
+        {.id = at(1), .payload_cap = 6}};
+    const std::vector<FunctionSpec> conventional = {
+        {.id = at(0, 1), .port = 4, .secondary = 1, .subordinate = 2, .payload_cap = 1},
+        {.id = at(1), .port = {}, .secondary = 2},
+        {.id = at(2), .payload_cap = 1}};
+    const std::string to_3 = "00:01.0 01:00.0 02:00.0 ", of_3 = "03:00.0 03:00.1 ";
+    const std::string to_4 = "02:01.0 04:00.5 04:10.2 ", both = to_3 + of_3 + to_4;
+    const std::string both_again = to_3 + of_3 + "04:00.5 04:10.2 ";  // 02:01.0 was never changed
+    const struct {
+        std::string name, requests, writes, current;
+        AccessFilter fault = {};
+        pci_err_t result = 0;
+        std::vector<FunctionSpec> machine = TREE;
+    } rows[] = {
+        {"one request", "3.0.0:256", "=256 " + both, "256 0 0 "},
+        {"the first of two", "4.5:512 3.0.0:256", "=256 " + both, "256 0 0 "},
+        {"the first that fits", "3.0.0:640 4.5:256",
+         "=256 00:01.0 01:00.0 " + to_4 + "02:00.0 " + of_3, "256 0 0 "},
+        {"the most, everywhere", "all:max",
+         "=512 " + to_3 + of_3 + "=256 00:02.0 05:00.0 =2048 40:01.0 41:00.0 =512 " + to_4,
+         "512 256 2048 "},
+        {"just the limit", "5.0.0:256", "=256 00:02.0 05:00.0 ", "0 256 0 "},
+        {"above the limit", "5.0.0:384", "", "0 0 0 "},
+        {"no power of two", "3.0.0:384", "=512 " + to_3 + "=128 " + both_again, "128 0 0 "},
+        {"a function fails", "3.0.0:256", "=256 " + both, "256 0 0 ", broken(at(3, 0, 1))},
+        {"an endpoint fails once", "3.0.0:256", "=256 " + to_3 + "03:00.0 =128 " + both_again,
+         "128 0 0 ", broken(at(3), 1)},
+        {"an endpoint fails", "5.0.0:256", "=256 00:02.0 05:00.0 =128 00:02.0 05:00.0 ", "0 128 0 ",
+         broken(at(5)), 5},
+        {"the bridge above fails", "3.0.0:256",
+         "=256 " + to_3 + "=128 " + to_3 + "04:00.5 04:10.2 ", "128 0 0 ", broken(at(2, 0))},
+        {"the root port fails", "3.0.0:256", "=256 " + to_3 + of_3 + "00:01.0 " + to_4, "256 0 0 ",
+         broken(at(0, 1))},
+        {"the second pass fails", "3.0.0:256", "=256 " + both, "256 0 0 ", broken(ari_at(4, 130)),
+         5},
+        {"max of nothing", "all:max", "", "0 ", {}, 0, without_sizes},
+        {"no limit", "all:2048", "=2048 00:01.0 01:00.0 ", "2048 ", {}, 0, without_sizes},
+        {"a conventional bridge",
+         "all:256",
+         "=256 00:01.0 =128 00:01.0 ",
+         "128 ",
+         {},
+         48,
+         conventional},
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.name);
+        request(row.machine, row.requests);
+        record(row.fault);
+        EXPECT_EQ(module::mps_init(&feature), row.result);
+        EXPECT_EQ(writes(), row.writes);
+        EXPECT_EQ(root_ports(&module::rp_entry::cur_mps), row.current);
+        EXPECT_EQ(unlocked, 0U);
+        EXPECT_FALSE(is_locked(feature.list.lock));
+    }
+}
+
+// The first request is above the limit, the second one's endpoint fails, and so does the third's,
+// which has no request.
+TEST_F(MpsStartUp, TellsWhatBecomesOfEveryRequest) {
+    request({{.id = at(0, 1), .port = 4, .secondary = 1, .subordinate = 2, .payload_cap = 1},
+             {.id = at(1), .port = 5, .secondary = 2, .payload_cap = 1},
+             {.id = at(2, 0), .payload_cap = 1},
+             {.id = at(2, 1), .payload_cap = 1},
+             {.id = at(2, 2), .payload_cap = 1, .payload_set = 1}},
+            "2.0.0:384 2.1.0:max");
+    record([](ImageAccess &access) { return access.is_write && access.id > at(2) ? 5U : 0U; });
+    EXPECT_EQ(module::mps_init(&feature), 5U);
+    const std::string path_128 = "D3 mps_set_hierarchy(upstream B1:D0:F0, 128)\n"
+                                 "D3 mps_set_hierarchy(upstream B0:D1:F0, 128)\n";
+    EXPECT_EQ(
+        said({"buscfg", "init", "upstream", "MPS value"}),
+        expand("D1 Lookup of server sym buscfg ok\n"
+               "D2 install_buscfg_hooks(), add post insertion hook, {0}\n"
+               "D2 install_buscfg_hooks(), add pre removal hook, {0}\n"
+               "D2 install_buscfg_hooks(), add post reset hook, {0}\n"
+               "I1 mps_init, path max for B2:D0:F0 is 256\n"
+               "W1 mps_init, MPS setting of 384 for EP B2:D0:F0 ignored. Path max is 256\n"
+               "I1 mps_init, path max for B2:D1:F0 is 256\n" +
+               replaced(path_128, "128", "256") + path_128 +
+               "E0 Unable to set MPS value 256 for B2:D1:Fz, {5}, restore default {0}\n"
+               "W1 mps_init, EP B2:D2:F0 shares a common path element and MPS is already set to "
+               "128. Ignoring record\n"
+               "D2 mps_init, no processing required for mps_entry B2:D2:F0\n" +
+               path_128 + "I1 set MPS value 128 for B2:D0:Fz, {0}\n" + path_128 +
+               "E0 Unable to set MPS value 128 for B2:D2:Fz, {5}\n"));
+}
+
+TEST_F(MpsStartUp, NeedsAListAndItsHooks) {
+    serve(TREE);
+    EXPECT_EQ(module::mps_init(&feature), 2U);
+    EXPECT_EQ(messages(), "");
+    request(TREE, "all:max");
+    record();
+    buscfg_t *const hosts_own = std::exchange(buscfg, nullptr);
+    EXPECT_EQ(module::mps_init(&feature), 420U);
+    buscfg = hosts_own;
+    EXPECT_EQ(locked + unlocked, 0U);
+    // Nobody asks for anything, and no message is about the devices that no size reaches.
+    request(TREE, "3.1.2:256");
+    EXPECT_EQ(module::mps_init(&feature), 0U);
+    const std::string idle = "D2 mps_init, no processing required for mps_entry ";
+    EXPECT_EQ(said({"mps_init"}), idle + "B3:D0:F0\n" + idle + "B4:D0:F0\n" + idle + "B5:D0:F0\n" +
+                                      idle + "B65:D0:F0\n");
+}
+
+// Whatever access fails, once or with all that follow of the same function: all but that hierarchy
+// ends as without the failure (n = 0).
+TEST_F(MpsStartUp, OutlivesAFunctionThatDisappearsHalfWay) {
+    std::map<RoutingId, unsigned> expected;  // another size in each hierarchy
+    const std::pair<pci_err_t, bool> faults[] = {{5, false}, {19, true}, {0, true}};
+    for (const auto &[code, lasting] : faults)
+        for (unsigned accesses = 0, n = 0; n <= accesses; ++n) {
+            serve(TREE);
+            accesses = 0;
+            RoutingId victim = 0;
+            machine->image.set_filter([&](ImageAccess &access) {
+                if (++accesses == n)
+                    victim = access.id;
+                if (access.id != victim || (accesses > n && !lasting))
+                    return PCI_OK;
+                access.value = ~0U;
+                return code;
+            });
+            EXPECT_EQ(start_with("MPS=all:max"), 0U);
+            machine->image.set_filter({});
+            for (const FunctionSpec &function : TREE) {
+                unsigned &size = expected[function.id];
+                size = n == 0 ? payload(function.id) : size;
+                EXPECT_TRUE(size == expected[victim] || payload(function.id) == size)
+                    << bdf_text(function.id) << " without " << bdf_text(victim) << " at " << n;
+            }
+        }
+}
+
+}  // namespace
+}  // namespace host::tests

@@ -1,0 +1,36 @@
+// Faults to order: failing accesses to configuration space and failing allocations.
+#pragma once
+
+#include <functional>
+
+#include "host/machine/config_image.h"
+
+namespace host::tests {
+
+// Picks accesses.
+using Which = std::function<bool(const ImageAccess &)>;
+Which of(RoutingId id);
+Which reads_of(RoutingId id, unsigned offset);
+Which writes_to(RoutingId id, unsigned offset);
+
+constexpr unsigned FOREVER = ~0U;
+
+// For ConfigImage::set_filter(): accesses number `first` to `last` (from 1) of those that `which`
+// picks end with `code`; with code 0 they are passed, and reads give all ones.
+AccessFilter fail(Which which, unsigned first, unsigned last = FOREVER,
+                  pci_err_t code = PCI_ERR_IO);
+
+// A function that vanishes at its n-th access.
+inline AccessFilter vanish(RoutingId id, unsigned n) {
+    return fail(of(id), n, FOREVER, PCI_ERR_NO_DEVICE);
+}
+
+// The n-th calloc (from 1) of this thread from now on, and no other, finds no memory; 0: none. With
+// a size, only those of that many bytes count. Test programs are linked such that every calloc of
+// the module and the host comes by here.
+void fail_calloc(unsigned n, std::size_t size = 0);
+
+// File mappings that are placed by the system (no address asked for) are followed by a page that
+// cannot be read, so that reading past the last page of a file ends the test.
+
+}  // namespace host::tests

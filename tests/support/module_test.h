@@ -1,0 +1,63 @@
+// The fixture of every test of the module: a machine that the host's exports answer for, the log as
+// the host receives it, and a module as it was when it was loaded.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "host/access/serve.h"
+#include "host/server/log.h"
+#include "tests/support/test_machine.h"
+
+namespace host::tests {
+
+// A message as tests write it: the severity's letter (E, W, I, D), the verbosity number, the text;
+// "!" before all that when it came through the wrong handle. "entry" stands for what "%p" gives.
+std::string line_of(const LogMessage &message);
+
+// "{48}" stands for the text of error code 48.
+std::string expand(std::string text);
+
+class ModuleTest : public ::testing::Test {
+protected:
+    ModuleTest();
+    ~ModuleTest() override;
+
+    // The machine from now on, with a module that has never run.
+    TestMachine &serve(const std::vector<FunctionSpec> &functions,
+                       ManagedBuses managed = ManagedBuses(256, true));
+
+    // The module as it was loaded, without a message; what it kept for the life of the process is
+    // released.
+    void reset();
+
+    // Writes a file of the test's own; its path.
+    std::string file(std::string_view text, const std::string &name = "features.cfg");
+
+    // Starts the module, version 3.0 of everything, with arguments, or with a feature file.
+    pci_err_t start(const std::vector<std::string> &args);
+    pci_err_t start_with(std::string_view features) {
+        return start({"--config=" + file(features)});
+    }
+
+    // What has been logged since the last call: lines, each with its line end. Files of the test
+    // are named without directory.
+    std::string messages();
+    std::string messages_but_debug();
+
+    // A text without the directory of the test's files.
+    std::string bare(std::string text) const;
+
+    std::optional<TestMachine> machine;
+
+private:
+    std::filesystem::path directory_;
+    std::vector<LogMessage> messages_;
+};
+
+}  // namespace host::tests

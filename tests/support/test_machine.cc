@@ -1,0 +1,79 @@
+#include "tests/support/test_machine.h"
+
+#include <algorithm>
+
+namespace host::tests {
+namespace {
+
+using Bytes = std::vector<std::uint8_t>;
+
+void put(Bytes &bytes, unsigned offset, unsigned width, std::uint32_t value) {
+    for (; width > 0 && offset < bytes.size(); --width, ++offset, value >>= 8)
+        bytes[offset] = static_cast<std::uint8_t>(value);
+}
+
+void put_header(Bytes &bytes, const FunctionSpec &spec, bool multi_function) {
+    const bool bridge = spec.secondary != 0;
+    put(bytes, reg::VENDOR_ID, 2, 0x1234);
+    put(bytes, reg::REVISION_ID, 4, spec.class_code << 8);
+    put(bytes, reg::HEADER_TYPE, 1,
+        (bridge ? reg::LAYOUT_BRIDGE : 0U) |
+            (multi_function ? reg::HEADER_TYPE_MULTI_FUNCTION : 0));
+    if (bridge) {
+        put(bytes, reg::SECONDARY_BUS, 1, spec.secondary);
+        put(bytes, reg::SUBORDINATE_BUS, 1, spec.subordinate);
+    }
+}
+
+void put_pcie(Bytes &bytes, const FunctionSpec &spec) {
+    put(bytes, reg::STATUS, 2, reg::STATUS_CAP_LIST);
+    put(bytes, reg::CAP_POINTER, 1, PCIE_AT);
+    put(bytes, PCIE_AT, 2, CAPID_PCIE);
+    put(bytes, PCIE_AT + reg::PCIE_CAPS, 2, 2U | static_cast<unsigned>(*spec.port) << 4);
+    put(bytes, PCIE_AT + reg::DEVCAP, 4, spec.payload_cap);
+    put(bytes, DEVCTL_AT, 2, spec.payload_set << 5);
+    put(bytes, PCIE_AT + reg::DEVCTL2, 2, spec.ari_forwarding ? reg::DEVCTL2_ARI_FORWARDING : 0U);
+}
+
+// AER, if there, comes first and links to ARI.
+void put_extended(Bytes &bytes, const FunctionSpec &spec) {
+    const unsigned ari_offset = spec.aer ? reg::EXT_CAPS + 0x48 : reg::EXT_CAPS;
+    if (spec.aer) {
+        put(bytes, reg::EXT_CAPS, 4,
+            EXT_CAPID_AER | 2U << 16 | (spec.next_ari ? ari_offset : 0) << 20);
+        put(bytes, AER_CONTROL_AT, 4, *spec.aer);
+    }
+    if (spec.next_ari) {
+        put(bytes, ari_offset, 4, EXT_CAPID_ARI | 1U << 16);
+        put(bytes, ari_offset + reg::ARI_CAPABILITY, 2, unsigned{*spec.next_ari} << 8);
+    }
+}
+
+}  // namespace
+
+Bytes config_bytes(const FunctionSpec &spec, bool multi_function) {
+    Bytes bytes(spec.size);
+    put_header(bytes, spec, multi_function);
+    if (spec.port)
+        put_pcie(bytes, spec);
+    put_extended(bytes, spec);
+    return bytes;
+}
+
+TestMachine::TestMachine(const std::vector<FunctionSpec> &functions) {
+    for (const FunctionSpec &spec : functions) {
+        const bool multi_function = std::ranges::any_of(functions, [&](const FunctionSpec &other) {
+            return other.id != spec.id && (other.id | 7) == (spec.id | 7);
+        });
+        image.add(spec.id, "", config_bytes(spec, multi_function));
+    }
+    machine.emplace(image);
+}
+
+std::uint32_t TestMachine::get(RoutingId id, unsigned offset, unsigned width) {
+    std::uint32_t value = 0xDEADBEEF;
+    image.read(id, offset, width, value);
+    return value;
+}
+
+}  // namespace host::tests

@@ -1,0 +1,63 @@
+// Machines for tests: the functions are said in C++, everything else is the host's own code.
+#pragma once
+
+#include <optional>
+#include <vector>
+
+#include "host/machine/config_image.h"
+#include "host/machine/machine.h"
+#include "host/machine/registers.h"
+
+namespace host::tests {
+
+constexpr RoutingId at(unsigned bus, unsigned device = 0, unsigned function = 0) {
+    return static_cast<RoutingId>(bus << 8 | device << 3 | function);
+}
+
+// A function in ARI form, and its address as modules see it.
+constexpr RoutingId ari_at(unsigned bus, unsigned function) {
+    return static_cast<RoutingId>(bus << 8 | function);
+}
+constexpr bdf_t ari(RoutingId id) {
+    return id | BDF_ARI_FLAG;
+}
+
+// ECRC bits of the AER Capabilities and Control register.
+constexpr std::uint32_t GEN_CAP = reg::AER_GEN_CAPABLE, GEN_ON = reg::AER_GEN_ENABLE;
+constexpr std::uint32_t CHK_CAP = reg::AER_CHK_CAPABLE, CHK_ON = reg::AER_CHK_ENABLE;
+
+// One function, to be written with designated initialisers.
+struct FunctionSpec {
+    RoutingId id;
+    std::optional<std::uint8_t> port = PORT_TYPE_ENDPOINT;  // none: a conventional PCI function
+    std::uint8_t secondary = 0;                             // above 0: a bridge
+    std::uint8_t subordinate = secondary;
+    unsigned payload_cap = 0;            // codes: Device Capabilities, Device Control
+    unsigned payload_set = 0;            //
+    std::optional<std::uint32_t> aer{};  // AER Capabilities and Control; none: no AER capability
+    bool ari_forwarding = false;
+    std::optional<std::uint8_t> next_ari{};  // ARI capability with this Next Function Number
+    std::uint32_t class_code = secondary ? PCI_BRIDGE_CLASS : 0x020000;
+    unsigned size = reg::EXT_CONFIG_SIZE;
+};
+
+// Where these functions have their registers.
+constexpr unsigned PCIE_AT = 0x40;
+constexpr unsigned DEVCTL_AT = PCIE_AT + reg::DEVCTL;
+constexpr unsigned AER_CONTROL_AT = reg::EXT_CAPS + reg::AER_CONTROL;
+
+// Configuration space of a function, `multi_function` for the bit in the header type.
+std::vector<std::uint8_t> config_bytes(const FunctionSpec &spec, bool multi_function);
+
+struct TestMachine {
+    explicit TestMachine(const std::vector<FunctionSpec> &functions);
+
+    std::uint32_t get(RoutingId id, unsigned offset, unsigned width = 4);
+    std::uint32_t aer(RoutingId id) { return get(id, AER_CONTROL_AT); }
+    bridge_rec *bridge(RoutingId id) { return machine->bridges().by_bdf(id); }
+
+    ConfigImage image;
+    std::optional<Machine> machine;
+};
+
+}  // namespace host::tests
