@@ -2,10 +2,9 @@
 
 import random
 import re
-import resource
 import unittest
 
-from expectation import Machine, read_dump
+from expectation import read_dump
 from hoplar import EXAMPLE, PLUGIN, HoplarTest
 
 with open(EXAMPLE, encoding="ascii") as file:
@@ -18,7 +17,6 @@ STARTED = ["error: Fast back-to-back Transfers initialization failed, Not suppor
            "info: ECRC Generation and Checking initialization, Nothing to do",
            "info: Enable Features module init, Success"]
 BEGIN, END = (f"info: ++ Feature Config file 'input' parse {what} ++" for what in ("start", "end"))
-NO_ROOM = "warning: Unknown feature parameter 'MAKE_TMP_STRING alloca() failed', ignoring"
 
 # The module's arguments, the content of the file "input", and the messages about them.
 NOTHING_TO_DO = (
@@ -28,16 +26,11 @@ NOTHING_TO_DO = (
                             "No such file or directory"]),
     (",--config=input", "", []),
     (",--config=input", "# MPS=all:max\n\n \t# ECRC=all:+:+", [BEGIN, END]),
-    (",--config=input", "MPS\nMPS 1.0.0:256\n=1.0.0:256\nASPM=1\nFB2B=on\n", [BEGIN, END]),
     (",--config=input", "FOO=1\r\nMPS_=all:max\nMPS=\necrc = !\n", [
         BEGIN, "warning: Unknown feature parameter 'FOO', ignoring",
         "warning: Unknown feature parameter 'MPS_', ignoring",
         "warning: No feature parameter for 'MPS', ignoring",
         "warning: No feature parameter for 'ecrc', ignoring", END]),
-    (",--config=input", "MPS=1.0.8:256\nECRC=all:y:+", [
-        BEGIN, "error: param_parse_mps, (param '1.0.8:256') bad EP function value '1.0.8', "
-        "ignoring record", "error: param_parse_ecrc, (param 'all:y:+') bad ECRC gen or check "
-        "values 'y'/'+', ignoring record", END]),
 )
 
 # Arguments, the content of the file "input", and how the messages begin.
@@ -57,7 +50,6 @@ REFUSED = (
     (["-F", EXAMPLE, "--report", "xml"], "", ['--report: "xml" is none of table, json, none']),
     (["-F", EXAMPLE, "--domain", "5"], "", [f"{EXAMPLE}: no function of domain 0005 "]),
     (["-F", EXAMPLE, "--manage", "0-100"], "", ['--manage: "0-100": ']),
-    (["-F", EXAMPLE, "--bogus"], "", ["The following argument was not expected: --bogus"]),
     (["-F", EXAMPLE, "-m", ",x"], "", ['",x": no module file is named']),
     (["-F", EXAMPLE, "-e", "none"], "", ["none: cannot be read: No such file or directory"]),
     (["-F", EXAMPLE, "-c", "input", "-m", PLUGIN],
@@ -78,13 +70,10 @@ REFUSED = (
 
 
 class BadInputTest(HoplarTest):
-    def check_unchanged(self):
-        self.assertEqual(read_dump(self.output), read_dump(EXAMPLE))
-
     def check_start(self, arguments, messages, status=0):
         found = self.hoplar("-F", EXAMPLE, *arguments, "-o", self.output, status=status)[1]
         self.assertEqual(found, messages)
-        self.check_unchanged()
+        self.compare_output(read_dump(EXAMPLE))
 
     def check_started(self, arguments, messages):
         self.check_start(["-m", PLUGIN + arguments],
@@ -96,13 +85,6 @@ class BadInputTest(HoplarTest):
                 self.file("input", content)
                 self.check_started(arguments, messages)
 
-    def test_bad_lines_do_not_keep_good_ones_from_being_read(self):
-        lines = ["=", "MPS=0.0.0:0", "FOO=1", "MPS=1.0.0:256", "ECRC=all:+", "ECRC"]
-        self.start(EXAMPLE, lines, "-o", self.output)
-        machine = Machine(read_dump(EXAMPLE)[0])
-        machine.set_up(["MPS=1.0.0:256"])
-        self.assertEqual(read_dump(self.output)[0], {f.address: f.bytes() for f in machine})
-
     def test_feature_file_of_random_bytes(self):
         content = random.Random(1).randbytes(1 << 20)
         self.file("input", content)
@@ -111,18 +93,6 @@ class BadInputTest(HoplarTest):
         self.check_started(",--config=input", [
             BEGIN, *(f"warning: Unknown feature parameter '{keyword[1].decode()}', ignoring"
                      for keyword in keywords if keyword), END])
-
-    def test_feature_file_of_a_million_lines_ends_where_the_stack_does(self):
-        self.file("input", "FB2B=on\n" * 999_999 + "ECRC=all:+:+\n")
-        limits = resource.getrlimit(resource.RLIMIT_STACK)
-        self.addCleanup(resource.setrlimit, resource.RLIMIT_STACK, limits)
-        resource.setrlimit(resource.RLIMIT_STACK, (8 << 20, limits[1]))
-        _, messages = self.hoplar("-F", EXAMPLE, "-m", f"{PLUGIN},--config=input",
-                                  "-o", self.output)
-        self.assertEqual(messages[1:2] + messages[-6:], [BEGIN, END, *STARTED])
-        self.assertEqual(set(messages[2:-6]), {NO_ROOM})
-        self.assertLess(len(messages), 1_000_000)
-        self.check_unchanged()
 
     def test_unusable_input_is_refused_before_anything_runs(self):
         for arguments, content, beginnings in REFUSED:
@@ -145,7 +115,7 @@ class BadInputTest(HoplarTest):
         self.assertEqual(messages, [
             f"warning: input: {with_list} functions without capability data, nothing can be set on "
             "them; a full dump: sudo lspci -xxxx > FILE"])
-        self.assertEqual(read_dump(self.output), read_dump(self.file("input")))
+        self.compare_output(read_dump(self.file("input")))
 
     def test_module_that_cannot_be_loaded(self):
         text = self.file("text.so", "no module")

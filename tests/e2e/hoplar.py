@@ -7,6 +7,8 @@ import subprocess
 import tempfile
 import unittest
 
+from expectation import read_dump
+
 HOPLAR, PLUGIN = os.environ["HOPLAR"], os.environ["PLUGIN"]
 EXAMPLE = os.path.abspath(os.path.join(os.path.dirname(__file__), "../../examples/server.lspci"))
 SHOWN_SETTINGS = re.compile(r"(?<=MaxPayload )\d+(?= bytes, MaxReadReq)"
@@ -41,6 +43,15 @@ class HoplarTest(unittest.TestCase):
                               encoding="utf-8", stdin=subprocess.DEVNULL)
         self.assertEqual(done.returncode, status, done.stderr[-2000:])
         return done.stdout, done.stderr.splitlines()
+
+    def compare_output(self, wanted):
+        """With {domain: {(bus, device, function): bytes}}."""
+        found = read_dump(self.output)
+        self.assertEqual([(domain, list(found[domain])) for domain in found],
+                         [(domain, list(wanted[domain])) for domain in wanted])
+        for domain, functions in wanted.items():
+            for address, space in functions.items():
+                self.assertEqual(found[domain][address].hex("\n", 16), space.hex("\n", 16), address)
 
     def start(self, dump, lines, *options, events=()):
         """The JSON report after start-up with this feature file, and after the events."""

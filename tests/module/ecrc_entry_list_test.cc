@@ -48,20 +48,6 @@ TEST_F(EcrcEntries, ProbeWhatAFunctionCanDo) {
     }
 }
 
-TEST_F(EcrcEntries, NeedACapabilityWithTheControls) {
-    const std::vector<FunctionSpec> machines[] = {
-        {{.id = F, .next_ari = 0}},                       // extended capabilities, but no AER
-        {{.id = F, .size = 256}},                         // no extended configuration space
-        {{.id = F, .port = {}, .aer = BOTH_CAP}},         // conventional PCI
-        {{.id = at(0, 2), .port = {}, .aer = BOTH_CAP}},  // no such function
-    };
-    for (const auto &functions : machines) {
-        serve(functions);
-        EXPECT_EQ(ecrc_add_or_update_entry(F, 1, 1), 48U);
-        EXPECT_EQ(recorded(), "");
-    }
-}
-
 TEST_F(EcrcEntries, TakeOverLaterWishesWithoutAnAccess) {
     serve({{.id = F, .aer = BOTH_CAP}, {.id = at(0, 2), .aer = BOTH_CAP}});
     EXPECT_EQ(ecrc_add_or_update_entry(F, 1, 0), 0U);
@@ -102,14 +88,6 @@ TEST_F(EcrcEntries, AreFoundByTheirWholeAddress) {
                           "D3 ecrc_find_entry(B1:D1:F1) returns (nil)\n"
                           "D3 ecrc_find_entry(B1:D0:F0) returns (nil)\n"
                           "D3 ecrc_find_entry(B255:D0:F255) returns (nil)\n");
-}
-
-TEST_F(EcrcEntries, AreKeptWhenARestoreFails) {
-    serve({{.id = F, .aer = BOTH_CAP | BOTH_ON}});
-    machine->image.set_filter(fail(writes_to(F, AER_CONTROL_AT), 2));
-    EXPECT_EQ(ecrc_add_or_update_entry(F, 0, 1), 0U);
-    EXPECT_EQ(messages(), expand(GEN_RESTORED + "{5}\n"));
-    EXPECT_EQ(recorded(), "0.1.0:=:+ ");
 }
 
 TEST_F(EcrcEntries, AreRecordedOrLeaveNothingBehindWhateverAccessFails) {

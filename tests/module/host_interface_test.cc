@@ -1,10 +1,9 @@
-// What the module asks of its host by name, and what it tells the host's log.
+// What the module asks of its host by name.
 #include "module/buscfg_hooks.h"
 
 #include <bit>
 
 #include "module/host_symbols.h"
-#include "module/log.h"
 #include "platform/bridge.h"
 #include "tests/support/faults.h"
 #include "tests/support/module_test.h"
@@ -110,28 +109,6 @@ TEST_F(BridgeLookups, PassThroughToTheHostAfterOneLookup) {
     }
     EXPECT_EQ(messages(), "D1 Lookup of server sym find_parent_bridge ok\n"
                           "D1 Lookup of server sym find_bridge_bdf ok\n");
-    // The host's function gets what the caller gave.
-    module::find_parent_bridge_p = [](bridge_rec *start, bdf_t bdf) {
-        return bdf == 0x12345 ? start : nullptr;
-    };
-    EXPECT_EQ(module::find_parent_bridge(port, 0x12345), port);
-}
-
-TEST(Log, TellsTheHostsVerbosity) {
-    static int received = 0;
-    log_handle_t handle = {[](int, int verbosity, int, const char *, va_list) {
-        received = received * 10 + verbosity;
-        return -1;
-    }};
-    for (const int verbosity : {7, 5}) {
-        const int before = std::exchange(pci_verbosity, verbosity);
-        module::__pci_slog_error(&handle, 0, "x");
-        module::__pci_slog_warn(&handle, 0, "x");
-        module::__pci_slog_info(&handle, 0, "x");
-        module::__pci_slog_debug(&handle, 0, "x");
-        pci_verbosity = before;
-    }
-    EXPECT_EQ(received, 77775555);
 }
 
 }  // namespace

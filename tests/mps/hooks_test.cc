@@ -92,18 +92,12 @@ TEST_F(MpsHooks, OnlyReportHotPlug) {
     EXPECT_EQ(start_with("MPS=all:max"), 0U);
     messages();
     record();
+    call_bridge_hooks(BUSCFG_HOOK_POST_INSERTION, machine->bridge(at(2, 1)), 4000000000, 5);
+    call_bridge_hooks(BUSCFG_HOOK_PRE_REMOVAL, machine->bridge(at(2, 1)), 0, 0);
     const std::string unsupported = "), HOTPLUG NOT CURRENTLY SUPPORTED **\n";
-    const auto call = [this] {
-        call_bridge_hooks(BUSCFG_HOOK_POST_INSERTION, machine->bridge(at(2, 1)), 4000000000, 5);
-        call_bridge_hooks(BUSCFG_HOOK_PRE_REMOVAL, machine->bridge(at(2, 1)), 0, 0);
-        return messages();
-    };
-    EXPECT_EQ(call(),
+    EXPECT_EQ(messages(),
               expand("W0 ** post_insertion_mps_enable(B2:D1:F0, 4000000000, {5}" + unsupported +
                      "W0 ** pre_removal_mps_disable(B2:D1:F0, 0, {0}" + unsupported));
-    log_handle_t *const slog = std::exchange(pci_slog, nullptr);
-    EXPECT_EQ(call(), "");
-    pci_slog = slog;
     EXPECT_EQ(locked + unlocked, 0U);
 }
 

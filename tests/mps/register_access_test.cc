@@ -9,20 +9,12 @@ using MpsRegisters = MpsTest;
 constexpr RoutingId F = at(0, 1);
 
 TEST_F(MpsRegisters, TellTheLargestPayload) {
-    for (unsigned code = 0; code < 8; ++code) {
-        serve({{.id = F, .port = 4, .secondary = 1, .payload_cap = 0x8FE0 | code}});
-        const std::uint32_t size = 128U << code;
-        EXPECT_EQ(module::mps_read_max_capable(machine->bridge(F)->pcie_cap, F), size);
-        EXPECT_EQ(module::mps_read_max_capable(nullptr, F), size);
-        machine->image.set_filter(fail(of(F), 1));
-        EXPECT_EQ(module::mps_read_max_capable(nullptr, F), 0U);
-        EXPECT_EQ(module::mps_read_max_capable(nullptr, at(2)), 0U);
-        EXPECT_EQ(messages(), replaced("D3 mps_read_max_capable(entry, B0:D1:F0) returns SIZE\n"
-                                       "D3 mps_read_max_capable((nil), B0:D1:F0) returns SIZE\n"
-                                       "D3 mps_read_max_capable((nil), B0:D1:F0) returns 0\n"
-                                       "D3 mps_read_max_capable((nil), B2:D0:F0) returns 0\n",
-                                       "SIZE", std::to_string(size)));
-    }
+    serve({{.id = F, .port = 4, .secondary = 1, .payload_cap = 0x8FE7}});
+    EXPECT_EQ(module::mps_read_max_capable(machine->bridge(F)->pcie_cap, F), 16384U);
+    machine->image.set_filter(fail(of(F), 1));
+    EXPECT_EQ(module::mps_read_max_capable(nullptr, F), 0U);
+    EXPECT_EQ(messages(), "D3 mps_read_max_capable(entry, B0:D1:F0) returns 16384\n"
+                          "D3 mps_read_max_capable((nil), B0:D1:F0) returns 0\n");
 }
 
 TEST_F(MpsRegisters, TakeASizeAndKeepEveryOtherBit) {
@@ -42,12 +34,10 @@ TEST_F(MpsRegisters, TakeASizeAndKeepEveryOtherBit) {
         {0x2810, 512, fine, 0, 0x2850, "I2 $MPS changed to 512\n"},
         {0x2850, 512, write_fails, 0, 0x2850, "I2 $MPS already set\n"},
         {0x2850, 384, fine, 5, 0x2850, ""},
-        {0x0000, 3968, fine, 5, 0x00A0, ""},
         {0x5CFF, 128, fine, 0, 0x5C1F, "I2 $MPS changed to 128\n"},
         {0x00C0, 4096, fine, 0, 0x00A0, "I2 $MPS changed to 4096\n"},
         {0x2810, 256, keeps_its_size, 5, 0x2870, ""},
         {0x2810, 256, fail(of(F), 1), 5, 0x2810, "E0 $MPS read failed, {5}\n"},
-        {0x2810, 256, vanish(F, 1), 19, 0x2810, "E0 $MPS read failed, {19}\n"},
         {0x2810, 256, write_fails, 5, 0x2810, "E0 $MPS write failed, {5}\n"},
         {0x2810, 256, vanish(F, 3), 19, 0x2830, "E0 $MPS write failed, {19}\n"},
     };
@@ -85,7 +75,6 @@ TEST_F(MpsRegisters, OfADeviceAreWrittenFunctionByFunction) {
         pci_err_t result;
         std::string writes;
     } rows[] = {
-        {at(1), "s", {}, 0, ""},
         {at(1), "eee", {}, 0, "=256 01:00.0 01:00.1 01:00.2 "},
         {at(1), "ese....e", broken(0), 5, "=256 01:00.0 "},
         {at(1), "e..e", broken(3), 0, "=256 01:00.0 01:00.3 "},
@@ -93,11 +82,8 @@ TEST_F(MpsRegisters, OfADeviceAreWrittenFunctionByFunction) {
         {at(1), "s.e.c..s", {}, 0, "=256 01:00.2 01:00.7 "},
         {at(1), "ce.....c", {}, 48, "=256 01:00.1 "},
         {at(1), "ee.....e", no_vendor(7), 5, "=256 01:00.0 01:00.1 "},
-        {at(1), "ee.....e", no_vendor(1), 0, "=256 01:00.0 01:00.7 "},
-        {ari(at(1)), "e", {}, 0, "=256 01:00.0 "},
         {ari(at(1)), "e...s....e", {}, 0, "=256 01:00.0 01:00.4 01:01.1 "},
         {ari(at(1)), "s...e....s", {}, 0, "=256 01:00.4 01:01.1 "},
-        {ari(at(1)), "e...e....e", broken(0), 5, "=256 01:00.0 "},
         {ari(at(1)), "e...e....e", broken(4), 0, "=256 01:00.0 01:00.4 01:01.1 "},
         {ari(at(1)), "e...e....e", broken(9), 5, "=256 01:00.0 01:00.4 01:01.1 "},
     };

@@ -1,7 +1,5 @@
 #include "tests/support/faults.h"
 
-#include <sys/mman.h>
-
 #include <cstdlib>
 
 namespace {
@@ -9,28 +7,16 @@ thread_local unsigned callocs_until_failure = 0;
 thread_local std::size_t size_to_fail = 0;  // 0: any
 }  // namespace
 
-// The linker's --wrap option sends every calloc and mmap of the program here.
+// The linker's --wrap option sends every calloc of the program here.
 extern "C" {
 void *__real_calloc(std::size_t count, std::size_t size);
-void *__real_mmap(void *address, std::size_t size, int access, int flags, int file, off_t offset);
 void *__wrap_calloc(std::size_t count, std::size_t size);
-void *__wrap_mmap(void *address, std::size_t size, int access, int flags, int file, off_t offset);
 
 void *__wrap_calloc(std::size_t count, std::size_t size) {
     const bool counts = size_to_fail == 0 || count * size == size_to_fail;
     if (counts && callocs_until_failure > 0 && --callocs_until_failure == 0)
         return nullptr;
     return __real_calloc(count, size);
-}
-
-void *__wrap_mmap(void *address, std::size_t size, int access, int flags, int file, off_t offset) {
-    constexpr std::size_t page = 4096;
-    if (address == nullptr && file >= 0 && size > 0) {
-        const std::size_t guarded = (size + page - 1) / page * page + page;
-        void *room = __real_mmap(nullptr, guarded, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-        return __real_mmap(room, size, access, flags | MAP_FIXED, file, offset);
-    }
-    return __real_mmap(address, size, access, flags, file, offset);
 }
 }
 

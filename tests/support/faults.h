@@ -30,7 +30,4 @@ inline AccessFilter vanish(RoutingId id, unsigned n) {
 // the module and the host comes by here.
 void fail_calloc(unsigned n, std::size_t size = 0);
 
-// File mappings that are placed by the system (no address asked for) are followed by a page that
-// cannot be read, so that reading past the last page of a file ends the test.
-
 }  // namespace host::tests
