@@ -12,6 +12,7 @@
 #include "host/cli/text.h"
 #include "host/cli/usage_text.h"
 #include "host/machine/dump.h"
+#include "host/machine/registers.h"
 #include "host/server/log.h"
 
 namespace host {
@@ -42,6 +43,21 @@ Dump open_dump(const Options &options) {
                     " without capability data, nothing can be set on them; a full dump: "
                     "sudo lspci -xxxx > FILE");
     return dump;
+}
+
+// PCI Express functions have 4096 bytes. Without root, and with less than -xxxx, lspci saves 256,
+// and Advanced Error Reporting is behind them.
+void warn_about_short_spaces(const Options &options, const Machine &machine,
+                             const ConfigImage &image) {
+    const auto is_short = [&](const Function &function) {
+        return function.port_type && image.bytes(function.id()).size() <= reg::CONFIG_SIZE;
+    };
+    const auto count = std::ranges::count_if(machine.functions(), is_short);
+    if (count != 0)
+        log_warning(
+            options.dump.string() + ": " + functions_text(static_cast<std::size_t>(count)) +
+            " without extended configuration space, ECRC cannot be set on them; a full dump: "
+            "sudo lspci -xxxx > FILE");
 }
 
 // Those of the configuration, then those of the command line.
@@ -102,6 +118,7 @@ int run_machine(const Options &options, std::istream &in, std::ostream &out) {
     Machine machine(*dump.image, &warnings);
     for (const std::string &warning : warnings)
         log_warning(warning);
+    warn_about_short_spaces(options, machine, *dump.image);
     const std::vector<BusEvent> events = wanted_events(options, in, machine);
 
     const Serving serving(machine, options.managed);
