@@ -45,8 +45,8 @@ Dump open_dump(const Options &options) {
     return dump;
 }
 
-// PCI Express functions have 4096 bytes. Without root, and with less than -xxxx, lspci saves 256,
-// and Advanced Error Reporting is behind them.
+// PCI Express functions have 4096 bytes. lspci -xxx saves 256 of them, and Advanced Error Reporting
+// is behind these.
 void warn_about_short_spaces(const Options &options, const Machine &machine,
                              const ConfigImage &image) {
     const auto is_short = [&](const Function &function) {
