@@ -1,4 +1,6 @@
 // Requests become register settings at start-up: one size a hierarchy, in two passes.
+#include <map>
+
 #include "features/mps/parameters.h"
 #include "platform/buscfg.h"
 #include "tests/mps/mps_test.h"
@@ -119,12 +121,12 @@ TEST_F(MpsStartUp, TouchesNothingWithoutItsHooks) {
 TEST_F(MpsStartUp, OutlivesAFunctionThatDisappearsHalfWay) {
     std::map<RoutingId, unsigned> expected;  // another size in each hierarchy
     const std::pair<pci_err_t, bool> faults[] = {{5, false}, {19, true}, {0, true}};
-    for (const auto &[code, lasting] : faults)
+    for (const auto &[fault_code, is_lasting] : faults)
         for (unsigned accesses = 0, n = 0; n <= accesses; ++n) {
             serve(TREE);
             accesses = 0;
             RoutingId victim = 0;
-            machine->image.set_filter([&](ImageAccess &access) {
+            machine->image.set_filter([&, code = code, lasting = lasting](ImageAccess &access) {
                 if (++accesses == n)
                     victim = access.id;
                 if (access.id != victim || (accesses > n && !lasting))
