@@ -142,7 +142,6 @@ void write_dump(const fs::path &file, const ConfigImage &image) {
         return;
     }
     // Through a symbolic link, the file that it leads to is replaced, not the link.
-    // Through a symbolic link, the file that it leads to is replaced, not the link.
     const fs::path target = fs::exists(status) ? fs::canonical(file, none) : file;
     TemporaryName temporary(target);
     {

@@ -121,7 +121,7 @@ TEST_F(MpsStartUp, TouchesNothingWithoutItsHooks) {
 TEST_F(MpsStartUp, OutlivesAFunctionThatDisappearsHalfWay) {
     std::map<RoutingId, unsigned> expected;  // another size in each hierarchy
     const std::pair<pci_err_t, bool> faults[] = {{5, false}, {19, true}, {0, true}};
-    for (const auto &[fault_code, is_lasting] : faults)
+    for (const auto &[code, lasting] : faults)
         for (unsigned accesses = 0, n = 0; n <= accesses; ++n) {
             serve(TREE);
             accesses = 0;
