@@ -20,10 +20,11 @@ namespace fs = std::filesystem;
     throw DumpError(file.string() + ": " + std::generic_category().message(error));
 }
 
+// Errors name the file that the user asked for.
 class OutputFile {
 public:
-    OutputFile(const fs::path &file, int flags) : file_(file) {
-        fd_ = open(file.c_str(), O_WRONLY | O_CLOEXEC | flags, 0666);
+    OutputFile(const fs::path &path, int flags, const fs::path &asked_for) : file_(asked_for) {
+        fd_ = open(path.c_str(), O_WRONLY | O_CLOEXEC | flags, 0666);
         if (fd_ < 0)
             fail(file_, errno);
     }
@@ -137,7 +138,7 @@ void write_dump(const fs::path &file, const ConfigImage &image) {
     if (fs::is_directory(status))
         throw DumpError(file.string() + ": is a directory");
     if (fs::exists(status) && !fs::is_regular_file(status)) {
-        OutputFile output(file, O_TRUNC);
+        OutputFile output(file, O_TRUNC, file);
         write_functions(output, image);
         return;
     }
@@ -145,7 +146,7 @@ void write_dump(const fs::path &file, const ConfigImage &image) {
     const fs::path target = fs::exists(status) ? fs::canonical(file, none) : file;
     TemporaryName temporary(target);
     {
-        OutputFile output(temporary.path(), O_CREAT | O_EXCL);
+        OutputFile output(temporary.path(), O_CREAT | O_EXCL, file);
         write_functions(output, image);
         output.sync();
     }
