@@ -67,7 +67,7 @@ private:
                 return reject("a comment takes a line of its own");
             if (word.starts_with(','))
                 return reject("no module file in front of \",\"");
-            config_.modules.push_back(parse_module_spec(word, file_.parent_path()));
+            config_.modules.push_back(parse_module_entry(word, file_.parent_path()));
         }
     }
 

@@ -11,12 +11,12 @@
 #include <string>
 #include <vector>
 
-#include "host/cli/module_spec.h"
+#include "host/cli/module_entry.h"
 
 namespace host {
 
 struct HostConfig {
-    std::vector<ModuleSpec> modules;    // in the order of the file
+    std::vector<ModuleEntry> modules;   // in the order of the file
     std::vector<std::string> warnings;  // unknown sections and keys, passed over
 };
 

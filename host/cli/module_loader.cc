@@ -47,7 +47,7 @@ std::optional<version_pair_t> unpack_version(std::uint32_t packed) {
 
 // The arguments have the module's name in front of them, as in a program's vector, and a null
 // behind them: option scanners of modules look at both places.
-pci_err_t call_init(const EntryPoints &entry, const ModuleSpec &spec) {
+pci_err_t call_init(const EntryPoints &entry, const ModuleEntry &spec) {
     std::vector<const char *> vector{spec.file.c_str()};
     for (const std::string &argument : spec.args)
         vector.push_back(argument.c_str());
@@ -67,7 +67,7 @@ std::string load_error(const std::string &file) {
 
 class Loader {
 public:
-    ModuleResult load(const ModuleSpec &spec) {
+    ModuleResult load(const ModuleEntry &spec) {
         ModuleResult module{.file = spec.file, .version = std::nullopt, .result = std::nullopt};
         const auto place = find_module(spec);
         if (!place) {
@@ -97,7 +97,7 @@ public:
     }
 
 private:
-    static void start(const ModuleSpec &spec, const EntryPoints &entry, ModuleResult &module) {
+    static void start(const ModuleEntry &spec, const EntryPoints &entry, ModuleResult &module) {
         module.version = unpack_version(entry.version());
         log_progress("module " + module.file + ", version " +
                      (module.version ? version_text(*module.version) : "unknown"));
@@ -112,10 +112,10 @@ private:
 
 }  // namespace
 
-std::vector<ModuleResult> load_modules(const std::vector<ModuleSpec> &specs) {
+std::vector<ModuleResult> load_modules(const std::vector<ModuleEntry> &specs) {
     Loader loader;
     std::vector<ModuleResult> results;
-    for (const ModuleSpec &spec : specs)
+    for (const ModuleEntry &spec : specs)
         results.push_back(loader.load(spec));
     return results;
 }

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "host/cli/module_spec.h"
+#include "host/cli/module_entry.h"
 #include "platform/module.h"
 
 namespace host {
@@ -24,7 +24,7 @@ struct ModuleResult {
 
 // One after the other, on the calling thread. A module that cannot be loaded or refuses to start is
 // logged as an error and does not stop the others. Modules stay loaded until the process ends.
-std::vector<ModuleResult> load_modules(const std::vector<ModuleSpec> &specs);
+std::vector<ModuleResult> load_modules(const std::vector<ModuleEntry> &specs);
 
 // "3.0"
 std::string version_text(version_pair_t version);

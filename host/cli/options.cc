@@ -62,9 +62,9 @@ void declare(CLI::App &app, RawOptions &raw, Options &options) {
     app.footer(FOOTER);
 }
 
-ModuleSpec command_line_module(const std::string &text) {
+ModuleEntry command_line_module(const std::string &text) {
     try {
-        return parse_module_spec(text, ".");
+        return parse_module_entry(text, ".");
     } catch (const InputError &error) {
         throw InputError("\"" + printable(text) + "\": " + error.what());
     }

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "host/access/serve.h"
-#include "host/cli/module_spec.h"
+#include "host/cli/module_entry.h"
 
 namespace host {
 
@@ -17,7 +17,7 @@ enum class ReportForm { TABLE, JSON, NONE };
 struct Options {
     std::filesystem::path dump;
     std::optional<std::filesystem::path> config;
-    std::vector<ModuleSpec> modules;
+    std::vector<ModuleEntry> modules;
     std::optional<std::string> events;  // a file, or "-": standard input
     std::optional<std::filesystem::path> output;
     ReportForm report = ReportForm::TABLE;
@@ -26,7 +26,7 @@ struct Options {
     ManagedBuses managed = ManagedBuses(256, true);
     int verbosity = 1;
     bool debug = false;
-    std::optional<ModuleSpec> usage;  // nothing else is done then
+    std::optional<ModuleEntry> usage;  // nothing else is done then
 };
 
 // Empty when there is nothing left to do: --help and --version have been written to `out`. Throws

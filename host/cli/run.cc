@@ -61,7 +61,7 @@ void warn_about_short_spaces(const Options &options, const Machine &machine,
 }
 
 // Those of the configuration, then those of the command line.
-std::vector<ModuleSpec> wanted_modules(const Options &options) {
+std::vector<ModuleEntry> wanted_modules(const Options &options) {
     HostConfig config;
     if (options.config)
         config = read_host_config(*options.config);
@@ -111,7 +111,7 @@ bool write_report(const Options &options, const Report &report, std::ostream &ou
 
 int run_machine(const Options &options, std::istream &in, std::ostream &out) {
     const Dump dump = open_dump(options);
-    const std::vector<ModuleSpec> modules = wanted_modules(options);
+    const std::vector<ModuleEntry> modules = wanted_modules(options);
     if (options.cold)
         make_cold(*dump.image);
     std::vector<std::string> warnings;
@@ -134,7 +134,7 @@ int run_machine(const Options &options, std::istream &in, std::ostream &out) {
     return all_run ? EXIT_DONE : EXIT_MODULE_FAILED;
 }
 
-int print_usage(const ModuleSpec &module, std::ostream &out) {
+int print_usage(const ModuleEntry &module, std::ostream &out) {
     const auto file = find_module(module);
     if (!file)
         throw InputError("module " + not_found(module));

@@ -9,7 +9,7 @@
 
 namespace host {
 
-struct ModuleSpec {
+struct ModuleEntry {
     std::string file;
     std::vector<std::string> args;
     // Where a name without a slash is looked for first.
@@ -17,17 +17,17 @@ struct ModuleSpec {
 };
 
 // Empty arguments are passed over. Throws InputError when no file is named.
-ModuleSpec parse_module_spec(std::string_view text, const std::filesystem::path &directory);
+ModuleEntry parse_module_entry(std::string_view text, const std::filesystem::path &directory);
 
 // Files that the module may be, in the order in which they are tried: the name itself when it has a
 // slash; else in its directory, in lib/hoplar of the tree that the host is installed in, and where
 // a build puts modules.
-std::vector<std::filesystem::path> module_places(const ModuleSpec &spec);
+std::vector<std::filesystem::path> module_places(const ModuleEntry &spec);
 
 // The first of these that exists.
-std::optional<std::filesystem::path> find_module(const ModuleSpec &spec);
+std::optional<std::filesystem::path> find_module(const ModuleEntry &spec);
 
 // "MODULE: not found, tried FILE, FILE".
-std::string not_found(const ModuleSpec &spec);
+std::string not_found(const ModuleEntry &spec);
 
 }  // namespace host

@@ -1,4 +1,4 @@
-#include "host/cli/module_spec.h"
+#include "host/cli/module_entry.h"
 
 #include <algorithm>
 
@@ -17,18 +17,18 @@ fs::path executable_folder() {
 
 }  // namespace
 
-ModuleSpec parse_module_spec(std::string_view text, const fs::path &directory) {
+ModuleEntry parse_module_entry(std::string_view text, const fs::path &directory) {
     const std::vector<std::string_view> pieces = split(text, ',');
     if (pieces.front().empty())
         throw InputError("no module file is named");
-    ModuleSpec spec{.file = std::string(pieces.front()), .args = {}, .directory = directory};
+    ModuleEntry spec{.file = std::string(pieces.front()), .args = {}, .directory = directory};
     for (const std::string_view piece : pieces)
         if (!piece.empty() && piece.data() != text.data())
             spec.args.emplace_back(piece);
     return spec;
 }
 
-std::vector<fs::path> module_places(const ModuleSpec &spec) {
+std::vector<fs::path> module_places(const ModuleEntry &spec) {
     if (spec.file.find('/') != std::string::npos)
         return {spec.file};
     // Never a bare name: the system's loader would look for that in places of its own.
@@ -41,7 +41,7 @@ std::vector<fs::path> module_places(const ModuleSpec &spec) {
     return places;
 }
 
-std::optional<fs::path> find_module(const ModuleSpec &spec) {
+std::optional<fs::path> find_module(const ModuleEntry &spec) {
     const std::vector<fs::path> places = module_places(spec);
     const auto found = std::ranges::find_if(places, [](const fs::path &place) {
         std::error_code ignored;
@@ -50,7 +50,7 @@ std::optional<fs::path> find_module(const ModuleSpec &spec) {
     return found == places.end() ? std::nullopt : std::optional(*found);
 }
 
-std::string not_found(const ModuleSpec &spec) {
+std::string not_found(const ModuleEntry &spec) {
     std::vector<std::string> tried;
     for (const fs::path &place : module_places(spec))
         tried.push_back(place.string());
