@@ -37,6 +37,14 @@ private:
     RoutingId id_;
 };
 
+// Where Device Capabilities and Control are within the conventional 256 bytes, where they belong.
+std::optional<std::uint16_t> pcie_capability(const Function &function) {
+    const auto offset = function.cap(CAPID_PCIE);
+    if (!offset || *offset + reg::DEVCTL + 2 > reg::CONFIG_SIZE)
+        return std::nullopt;
+    return offset;
+}
+
 }  // namespace
 
 FeatureState read_feature_state(const Machine &machine, const Function &function) {
@@ -44,8 +52,8 @@ FeatureState read_feature_state(const Machine &machine, const Function &function
     if (!state.reachable)
         return state;
     const Registers registers(machine, function);
-    const auto devcap = registers.read(function.cap(CAPID_PCIE), reg::DEVCAP, 4);
-    const auto devctl = registers.read(function.cap(CAPID_PCIE), reg::DEVCTL, 2);
+    const auto devcap = registers.read(pcie_capability(function), reg::DEVCAP, 4);
+    const auto devctl = registers.read(pcie_capability(function), reg::DEVCTL, 2);
     const auto aer_ctl = registers.read(function.ext_cap(EXT_CAPID_AER), reg::AER_CONTROL, 4);
     if (devcap && devctl)
         state.mps = {.supported = payload_bytes(*devcap, DEVCAP_PAYLOAD_SIZE),
