@@ -61,17 +61,21 @@ TEST_F(EcrcControl, AppliesWishesAndTellsTheOutcome) {
 }
 
 // Below port 00:01.0: a switch on bus 2 with ports to bus 3, where a bridge to bus 4 is, and to
-// bus 5. Port 00:02.0 leads to bus 6.
+// bus 5, whose function is in ARI form. Port 00:02.0 leads to bus 6.
 const std::vector<FunctionSpec> TREE = {
     {.id = at(0, 1), .port = PORT_TYPE_ROOT_PORT, .secondary = 1, .subordinate = 5},
     {.id = at(0, 2), .port = PORT_TYPE_ROOT_PORT, .secondary = 6},
     {.id = at(1), .port = PORT_TYPE_SWITCH_UPSTREAM, .secondary = 2, .subordinate = 5},
     {.id = at(2, 0), .port = PORT_TYPE_SWITCH_DOWNSTREAM, .secondary = 3, .subordinate = 4},
-    {.id = at(2, 1), .port = PORT_TYPE_SWITCH_DOWNSTREAM, .secondary = 5, .aer = BOTH_CAP},
+    {.id = at(2, 1),
+     .port = PORT_TYPE_SWITCH_DOWNSTREAM,
+     .secondary = 5,
+     .aer = BOTH_CAP,
+     .ari_forwarding = true},
     {.id = at(3, 0), .aer = BOTH_CAP},
     {.id = at(3, 1), .port = PORT_TYPE_PCIE_TO_PCI, .secondary = 4},
     {.id = at(4), .aer = BOTH_CAP},
-    {.id = at(5), .aer = BOTH_CAP},
+    {.id = at(5), .aer = BOTH_CAP, .next_ari = 0},
     {.id = at(6), .aer = BOTH_CAP},
 };
 
@@ -93,7 +97,7 @@ TEST_F(EcrcControl, GivesInsertedFunctionsTheirWishesBack) {
     } rows[] = {{0, 0, walk}, {1, 0, walk}, {0, 5, ""}, {256, 0, unavailable}};
     for (const auto &row : rows) {
         serve(TREE);
-        start_with("ECRC=2.1.0:+:=\nECRC=3.0.0:+:+\nECRC=5.0.0:=:-\nECRC=6.0.0:+:+");
+        start_with("ECRC=2.1.0:+:=\nECRC=3.0.0:+:+\nECRC=5.0:=:-\nECRC=6.0.0:+:+");
         messages();
         for (const FunctionSpec &function : TREE)
             machine->image.reset(function.id);
