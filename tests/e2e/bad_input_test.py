@@ -24,7 +24,6 @@ NOTHING_TO_DO = (
     (",--config=", "", ["error: No config file parameter provided"]),
     (",--config=none", "", ["error: Unable to access file 'none' for parsing, "
                             "No such file or directory"]),
-    (",--config=input", "", []),
     (",--config=input", "# MPS=all:max\n\n \t# ECRC=all:+:+", [BEGIN, END]),
     (",--config=input", "FOO=1\r\nMPS_=all:max\nMPS=\necrc = !\n", [
         BEGIN, "warning: Unknown feature parameter 'FOO', ignoring",

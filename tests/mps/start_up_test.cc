@@ -41,7 +41,6 @@ TEST_F(MpsStartUp, GivesEachHierarchyOneSize) {
         pci_err_t result = 0;
         std::vector<FunctionSpec> machine = TREE;
     } rows[] = {
-        {"the first of two", "4.5:512 3.0.0:256", "=256 " + both, "256 0 0 "},
         {"the first that fits", "3.0.0:640 4.5:256",
          "=256 00:01.0 01:00.0 " + to_4 + "02:00.0 " + of_3, "256 0 0 "},
         {"the most, everywhere", "all:max",
