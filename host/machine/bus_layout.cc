@@ -17,9 +17,10 @@ unsigned own_bus(const Function &bridge) {
     return bridge.bdf >> 8 & 0xFF;
 }
 
-// `bus` of the bridge's range does not belong to the bridge above; both may be null.
+// `bus` of the bridge's range does not belong to the bridge above. One of the two may be null:
+// without a holder there is a bridge above, which did not get the bus itself.
 std::string foreign_bus(unsigned bus, const Function *parent, const Function *holder) {
-    if (parent && (bus < parent->secondary || bus > parent->subordinate))
+    if (!holder || (parent && (bus < parent->secondary || bus > parent->subordinate)))
         return "bus " + bus_text(bus) + " is none of those of the bridge above, " +
                bdf_text(parent->bdf);
     return "bus " + bus_text(bus) + " belongs to the bridge " + bdf_text(holder->bdf) + " already";
