@@ -21,7 +21,9 @@ struct bridge_rec {
     std::uint8_t bridge_kind;       // BRIDGE_KIND_*
     bdf_t bdf;                      // the bridge's own address; of a root bus's record, that of
                                     // device 0, function 0 on it
-    std::uint32_t class_code;       // 24 bits; HOST_BRIDGE_CLASS ends every walk up the tree
+    std::uint32_t class_code;       // 24 bits; HOST_BRIDGE_CLASS ends every walk up the tree: only
+                                    // root buses' records have it, also where a port's own register
+                                    // says so
     pcie_cap_t *pcie_cap;           // the bridge's PCI Express capability, null when it has none
     bridge_rec *parent;             // the bridge above; null at the top
     bridge_rec *children;           // first bridge on the secondary side; null when there is none

@@ -194,7 +194,10 @@ void BridgeTree::add_bridges(std::span<const Function> functions, const BusLayou
     for (const Function &function : functions) {
         if (!function.answers || !function.is_bridge())
             continue;
-        Node &node = add_node(function.bdf, function.class_code, BRIDGE_KIND_PCI_TO_PCI);
+        // Some root ports carry the class of a host bridge, where every walk up the tree would end.
+        const std::uint32_t class_code =
+            function.class_code == HOST_BRIDGE_CLASS ? PCI_BRIDGE_CLASS : function.class_code;
+        Node &node = add_node(function.bdf, class_code, BRIDGE_KIND_PCI_TO_PCI);
         by_id_[function.id()] = &node;
         Node *parent = holder_[bus_of(function.bdf)];
         node.parent = parent;
