@@ -31,7 +31,6 @@ TEST_F(MpsHooks, GiveFunctionsTheirSizeBackAfterResets) {
         std::string writes, messages;
         AccessFilter fault = {};
     } rows[] = {
-        {0, at(3), 0, "", "W0 HOOK, skipping reset type 0\n"},
         {3, at(3), 5, "", "W0 HOOK, skipping reset type 3\n"},
         // One function.
         {2, at(3, 0, 1), 19, "=256 03:00.1 ", "D2 CALL, mps_write_mps(), {0}\n"},
