@@ -4,7 +4,7 @@
 #include <array>
 #include <limits>
 
-#include "host/cli/address.h"
+#include "host/cli/open_machine.h"
 #include "host/cli/text.h"
 
 namespace host {
@@ -24,23 +24,18 @@ constexpr std::array<EventWord, 4> EVENT_WORDS{{
     {.word = "bus-reset", .kind = EventKind::BUS_RESET, .most_words = 3, .takes_value = false},
 }};
 
-// Why a line cannot be used.
-struct BadLine {
-    std::string reason;
-};
-
 class Checker {
 public:
     Checker(Machine &machine, unsigned domain)
         : machine_(machine), domain_(domain), removed_(std::size_t{BDF_ROUTING_ID} + 1) {}
 
-    // Throws BadLine.
+    // Throws InputError with the reason why the line cannot be used.
     BusEvent check(const std::vector<std::string_view> &line) {
         const EventWord &event = event_word(line.front());
         if (line.size() < 2)
-            throw BadLine{"no function is named"};
+            throw InputError("no function is named");
         if (line.size() > event.most_words)
-            throw BadLine{"too many words"};
+            throw InputError("too many words");
         const Function &function = find(line[1]);
         BusEvent checked{.kind = event.kind,
                          .bdf = function.bdf,
@@ -62,21 +57,21 @@ private:
     static const EventWord &event_word(std::string_view word) {
         const auto *const found = std::ranges::find(EVENT_WORDS, word, &EventWord::word);
         if (found == EVENT_WORDS.end())
-            throw BadLine{"unknown event (insert, remove, flr, bus-reset)"};
+            throw InputError("unknown event (insert, remove, flr, bus-reset)");
         return *found;
     }
 
     static std::uint32_t number(std::string_view word, const char *name) {
         const auto value = parse_number(word);
         if (!value)
-            throw BadLine{std::string(name) + " is no number"};
+            throw InputError(std::string(name) + " is no number");
         return *value;
     }
 
     static int status(std::string_view word) {
         const std::uint32_t value = number(word, "STATUS");
         if (value > static_cast<std::uint32_t>(std::numeric_limits<int>::max()))
-            throw BadLine{"STATUS is too large"};
+            throw InputError("STATUS is too large");
         return static_cast<int>(value);
     }
 
@@ -86,20 +81,10 @@ private:
     }
 
     const Function &find(std::string_view word) const {
-        const auto address = parse_address(word);
-        if (!address)
-            throw BadLine{"not a function's address ([domain:]bus:device.function)"};
-        if (address->domain.value_or(domain_) != domain_)
-            throw BadLine{"not in the domain that is served"};
-        const auto functions = machine_.functions();
-        const auto found = std::ranges::lower_bound(functions, address->id, {}, &Function::id);
-        if (found == functions.end() || found->id() != address->id)
-            throw BadLine{"no such function in the dump"};
-        if (!found->answers)
-            throw BadLine{"the function does not answer"};
-        if (removed_[address->id])
-            throw BadLine{"the function has been removed by an earlier line"};
-        return *found;
+        const Function &function = named_function(machine_, domain_, word);
+        if (removed_[function.id()])
+            throw InputError("the function has been removed by an earlier line");
+        return function;
     }
 
     bridge_rec *bridge_of(EventKind kind, const Function &function) const {
@@ -113,8 +98,8 @@ private:
         }
         bridge_rec *const bridge = tree.by_bdf(function.bdf);
         if (bridge == nullptr)
-            throw BadLine{kind == EventKind::BUS_RESET ? "neither a bridge nor below one"
-                                                       : "not a bridge"};
+            throw InputError(kind == EventKind::BUS_RESET ? "neither a bridge nor below one"
+                                                          : "not a bridge");
         return bridge;
     }
 
@@ -147,8 +132,8 @@ std::vector<BusEvent> parse_bus_events(std::string_view text, const std::string 
             events.push_back(checker.check(parts));
             events.back().origin =
                 file + ":" + std::to_string(number) + ": " + printable(trim(line));
-        } catch (const BadLine &bad) {
-            errors.push_back(line_complaint(file, number, bad.reason, line));
+        } catch (const InputError &bad) {
+            errors.push_back(line_complaint(file, number, bad.what(), line));
         }
     }
     if (!errors.empty())

@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <ostream>
 
-#include "host/cli/address.h"
 #include "host/cli/bus_events.h"
 #include "host/cli/event_player.h"
 #include "host/cli/host_config.h"
+#include "host/cli/open_machine.h"
 #include "host/cli/report_json.h"
 #include "host/cli/report_table.h"
 #include "host/cli/text.h"
@@ -17,33 +17,6 @@
 
 namespace host {
 namespace {
-
-// Modules' exports answer for a machine as long as this lives.
-class Serving {
-public:
-    Serving(Machine &machine, const ManagedBuses &managed) { serve(&machine, managed); }
-    ~Serving() { serve(nullptr); }
-    Serving(const Serving &) = delete;
-    Serving &operator=(const Serving &) = delete;
-};
-
-std::string functions_text(std::size_t count) {
-    return std::to_string(count) + (count == 1 ? " function" : " functions");
-}
-
-Dump open_dump(const Options &options) {
-    const std::string file = options.dump.string();
-    Dump dump = read_dump(options.dump, options.domain);
-    if (dump.other_domains != 0)
-        log_warning(file + ": " + functions_text(dump.other_domains) +
-                    " of other domains left out, domain " + domain_text(options.domain) +
-                    " is served (choose with --domain)");
-    if (dump.header_only != 0)
-        log_warning(file + ": " + functions_text(dump.header_only) +
-                    " without capability data, nothing can be set on them; a full dump: "
-                    "sudo lspci -xxxx > FILE");
-    return dump;
-}
 
 // PCI Express functions have 4096 bytes. lspci -xxx saves 256 of them, and Advanced Error Reporting
 // is behind these.
@@ -110,24 +83,21 @@ bool write_report(const Options &options, const Report &report, std::ostream &ou
 }
 
 int run_machine(const Options &options, std::istream &in, std::ostream &out) {
-    const Dump dump = open_dump(options);
+    const Dump dump = open_dump(options.dump, options.domain);
     const std::vector<ModuleEntry> modules = wanted_modules(options);
     if (options.cold)
         make_cold(*dump.image);
-    std::vector<std::string> warnings;
-    Machine machine(*dump.image, &warnings);
-    for (const std::string &warning : warnings)
-        log_warning(warning);
-    warn_about_short_spaces(options, machine, *dump.image);
-    const std::vector<BusEvent> events = wanted_events(options, in, machine);
+    const std::unique_ptr<Machine> machine = open_machine(*dump.image);
+    warn_about_short_spaces(options, *machine, *dump.image);
+    const std::vector<BusEvent> events = wanted_events(options, in, *machine);
 
-    const Serving serving(machine, options.managed);
-    Report report = begin_report(machine, options.domain);
+    const Serving serving(*machine, options.managed);
+    Report report = begin_report(*machine, options.domain);
     std::vector<ModuleResult> results = load_modules(modules);
     const bool all_run = std::ranges::all_of(results, &ModuleResult::runs);
-    play_events(events, machine, *dump.image);
+    play_events(events, *machine, *dump.image);
     const bool saved = write_output(options, *dump.image);
-    end_report(report, machine, std::move(results));
+    end_report(report, *machine, std::move(results));
     const bool reported = write_report(options, report, out);
     if (!saved || !reported)
         return EXIT_BAD_INPUT;

@@ -1,0 +1,50 @@
+#include "host/cli/open_machine.h"
+
+#include <algorithm>
+
+#include "host/cli/address.h"
+#include "host/cli/text.h"
+#include "host/server/log.h"
+
+namespace host {
+std::string functions_text(std::size_t count) {
+    return std::to_string(count) + (count == 1 ? " function" : " functions");
+}
+
+Dump open_dump(const std::filesystem::path &file, unsigned domain) {
+    Dump dump = read_dump(file, domain);
+    if (dump.other_domains != 0)
+        log_warning(file.string() + ": " + functions_text(dump.other_domains) +
+                    " of other domains left out, domain " + domain_text(domain) +
+                    " is served (choose with --domain)");
+    if (dump.header_only != 0)
+        log_warning(file.string() + ": " + functions_text(dump.header_only) +
+                    " without capability data, nothing can be set on them; a full dump: "
+                    "sudo lspci -xxxx > FILE");
+    return dump;
+}
+
+std::unique_ptr<Machine> open_machine(ConfigImage &image) {
+    std::vector<std::string> warnings;
+    auto machine = std::make_unique<Machine>(image, &warnings);
+    for (const std::string &warning : warnings)
+        log_warning(warning);
+    return machine;
+}
+
+const Function &named_function(const Machine &machine, unsigned domain, std::string_view address) {
+    const auto parsed = parse_address(address);
+    if (!parsed)
+        throw InputError("not a function's address ([domain:]bus:device.function)");
+    if (parsed->domain.value_or(domain) != domain)
+        throw InputError("not in the domain that is served");
+    const auto functions = machine.functions();
+    const auto found = std::ranges::lower_bound(functions, parsed->id, {}, &Function::id);
+    if (found == functions.end() || found->id() != parsed->id)
+        throw InputError("no such function in the dump");
+    if (!found->answers)
+        throw InputError("the function does not answer");
+    return *found;
+}
+
+}  // namespace host
