@@ -3,6 +3,8 @@
 // records.
 #pragma once
 
+#include <span>
+
 #include "platform/bridge.h"
 
 namespace enable_features {
@@ -17,6 +19,18 @@ inline bridge_rec *next_sibling(const bridge_rec *bridge) {
 
 inline std::uint32_t child_count(const bridge_rec *bridge) {
     return __atomic_load_n(&bridge->num_children, __ATOMIC_RELAXED);
+}
+
+inline std::uint32_t function_count(const bridge_rec *bridge) {
+    return __atomic_load_n(&bridge->num_devs, __ATOMIC_ACQUIRE);
+}
+
+// The functions on the secondary bus. Arrays are never freed either, so a list that is taken from
+// the record while it is read stays whole; one that is half gone is empty.
+inline std::span<const bdf_t> functions_below(const bridge_rec *bridge) {
+    const std::uint32_t count = function_count(bridge);
+    const bdf_t *first = __atomic_load_n(&bridge->devs, __ATOMIC_ACQUIRE);
+    return first != nullptr ? std::span(first, count) : std::span<const bdf_t>();
 }
 
 }  // namespace enable_features

@@ -58,14 +58,14 @@ struct BridgeTree::Node : bridge_rec {
 
     void show_devs() {
         const WriteGuard guard(devs_lock);
-        devs = all_devs.data();
-        num_devs = static_cast<std::uint32_t>(all_devs.size());
+        __atomic_store_n(&devs, all_devs.data(), __ATOMIC_RELEASE);
+        __atomic_store_n(&num_devs, static_cast<std::uint32_t>(all_devs.size()), __ATOMIC_RELEASE);
     }
 
     void hide_devs() {
         const WriteGuard guard(devs_lock);
-        num_devs = 0;
-        devs = nullptr;
+        __atomic_store_n(&num_devs, 0, __ATOMIC_RELEASE);
+        __atomic_store_n(&devs, nullptr, __ATOMIC_RELEASE);
     }
 
     void show_children() {
@@ -90,7 +90,7 @@ struct BridgeTree::Node : bridge_rec {
         }
     }
 
-    // Hooks walk the links without the lock: each is one atomic word.
+    // Modules read links and lists without the locks too: each is one atomic word.
     static void store_link(bridge_rec *&link, bridge_rec *value) {
         __atomic_store_n(&link, value, __ATOMIC_RELEASE);
     }

@@ -1,5 +1,7 @@
-// Event agents: a record for each root complex event collector, made when it is first asked for and
-// kept as long as the machine is served.
+// Made when they are first asked for and kept as long as the machine is served. Of one function,
+// event agent and event notification share the capability set.
+#include "host/server/event_records.h"
+
 #include <cstdlib>
 #include <memory>
 #include <mutex>
@@ -35,21 +37,21 @@ CapPointer ext_capability(const Function &function, std::uint16_t id) {
     return CapPointer(object);
 }
 
-class Agent {
+class Records {
 public:
-    explicit Agent(const Function &collector)
-        : device_{collector.bdf}, msi_(capability(collector, CAPID_MSI)),
-          msix_(capability(collector, CAPID_MSIX)),
-          rcec_(ext_capability(collector, EXT_CAPID_RCEC)),
+    explicit Records(const Function &function)
+        : device_{function.bdf}, msi_(capability(function, CAPID_MSI)),
+          msix_(capability(function, CAPID_MSIX)), rcec_(ext_capability(function, EXT_CAPID_RCEC)),
           capset_{.device = &device_,
                   .msi = reinterpret_cast<msi_cap_t *>(msi_.get()),
                   .msix = reinterpret_cast<msix_cap_t *>(msix_.get()),
                   .rcec = reinterpret_cast<rcec_cap_t *>(rcec_.get())},
-          record_{&capset_} {}
-    Agent(const Agent &) = delete;
-    Agent &operator=(const Agent &) = delete;
+          agent_{&capset_}, notification_{&capset_} {}
+    Records(const Records &) = delete;
+    Records &operator=(const Records &) = delete;
 
-    event_agent_t *record() { return &record_; }
+    event_agent_t *agent() { return &agent_; }
+    event_notification_t *notification() { return &notification_; }
 
 private:
     event_device_t device_;
@@ -57,33 +59,39 @@ private:
     CapPointer msix_;
     CapPointer rcec_;
     event_capset_t capset_;
-    event_agent_t record_;
+    event_agent_t agent_;
+    event_notification_t notification_;
 };
 
-struct Agents {
+struct AllRecords {
     std::mutex lock;
     std::uint64_t serve_count = 0;
-    std::unordered_map<RoutingId, std::unique_ptr<Agent>> by_function;
+    std::unordered_map<RoutingId, std::unique_ptr<Records>> by_function;
 };
 
-Agents &agents() {
-    static Agents all;
+AllRecords &all_records() {
+    static AllRecords all;
     return all;
 }
 
-event_agent_t *find_agent(const Function &collector) {
-    Agents &all = agents();
+Records &records_of(const Function &function) {
+    AllRecords &all = all_records();
     const std::scoped_lock guard(all.lock);
     if (all.serve_count != serve_count())
         all.by_function.clear();
     all.serve_count = serve_count();
-    std::unique_ptr<Agent> &agent = all.by_function[collector.id()];
-    if (!agent)
-        agent = std::make_unique<Agent>(collector);
-    return agent->record();
+    std::unique_ptr<Records> &records = all.by_function[function.id()];
+    if (!records)
+        records = std::make_unique<Records>(function);
+    return *records;
 }
 
 }  // namespace
+
+event_notification_t *find_event_notification(bdf_t bdf) {
+    const Function *function = nullptr;
+    return find_function(bdf, function) == PCI_OK ? records_of(*function).notification() : nullptr;
+}
 
 }  // namespace host
 
@@ -92,5 +100,5 @@ event_agent_t *find_event_agent(bdf_t bdf) {
     if (host::find_function(bdf, function) != PCI_OK ||
         function->class_code != EVENT_COLLECTOR_CLASS)
         return nullptr;
-    return host::find_agent(*function);
+    return host::records_of(*function).agent();
 }
