@@ -1,0 +1,19 @@
+// What an operation has changed, in lspci's words.
+#pragma once
+
+#include <iosfwd>
+#include <vector>
+
+#include "host/machine/machine.h"
+
+namespace ops {
+
+// Values of the fields that operations set, function by function.
+using FieldValues = std::vector<unsigned>;
+
+FieldValues read_fields(const host::Machine &machine);
+
+// A line for each field that differs, or one that says that none does.
+void write_changes(const host::Machine &machine, const FieldValues &before, std::ostream &out);
+
+}  // namespace ops

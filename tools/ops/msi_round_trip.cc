@@ -1,0 +1,188 @@
+#include "tools/ops/msi_round_trip.h"
+
+#include <cstdlib>
+#include <memory>
+#include <ostream>
+#include <span>
+#include <vector>
+
+#include "host/machine/bdf_text.h"
+#include "host/machine/registers.h"
+#include "host/server/event_records.h"
+#include "msi/register_save.h"
+
+namespace ops {
+namespace {
+
+namespace reg = host::reg;
+using enable_features::msix_vector_t;
+
+// One register of a capability, by its distance from the capability's start.
+struct Register {
+    unsigned offset;
+    unsigned width;
+};
+
+// Registers of one capability of one function.
+class Registers {
+public:
+    Registers(bdf_t bdf, const pci_cap_t &cap) : bdf_(bdf), start_(cap.offset) {}
+
+    // All ones for what cannot be read.
+    std::uint32_t read(Register which) const {
+        std::uint32_t value = 0;
+        std::uint16_t half = 0;
+        const pci_err_t error = which.width == 2
+                                    ? pci_hw->cfg_read(bdf_, start_ + which.offset, 2, &half, 0)
+                                    : pci_hw->cfg_read(bdf_, start_ + which.offset, 4, &value, 0);
+        if (error)
+            return ~0U;
+        return which.width == 2 ? half : value;
+    }
+
+    void write(Register which, std::uint32_t value) const {
+        const auto half = static_cast<std::uint16_t>(value);
+        if (which.width == 2)
+            pci_hw->cfg_write(bdf_, start_ + which.offset, 2, &half, 0);
+        else
+            pci_hw->cfg_write(bdf_, start_ + which.offset, 4, &value, 0);
+    }
+
+private:
+    bdf_t bdf_;
+    unsigned start_;
+};
+
+// Everything that a capture should bring back.
+struct State {
+    std::vector<std::uint32_t> registers;
+    std::vector<std::uint32_t> vectors;  // words of the vector table
+
+    bool operator==(const State &) const = default;
+};
+
+std::size_t differences(const std::vector<std::uint32_t> &a, const std::vector<std::uint32_t> &b) {
+    std::size_t count = 0;
+    for (std::size_t i = 0; i < a.size(); ++i)
+        count += a[i] != b[i];
+    return count;
+}
+
+// A capability under test.
+class Subject {
+public:
+    Subject(bdf_t bdf, const pci_cap_t &cap, std::vector<Register> layout,
+            std::span<volatile std::uint32_t> vectors)
+        : registers_(bdf, cap), layout_(std::move(layout)), vectors_(vectors) {}
+
+    State state() const {
+        State now;
+        for (const Register which : layout_)
+            now.registers.push_back(registers_.read(which));
+        now.vectors.assign(vectors_.begin(), vectors_.end());
+        return now;
+    }
+
+    void disturb() const {
+        for (const Register which : layout_)
+            registers_.write(which, ~registers_.read(which));
+        for (volatile std::uint32_t &word : vectors_)
+            word = ~word;
+    }
+
+private:
+    Registers registers_;
+    std::vector<Register> layout_;
+    std::span<volatile std::uint32_t> vectors_;
+};
+
+Subject msi_subject(bdf_t bdf, const msi_cap_t &cap) {
+    const std::uint32_t control = Registers(bdf, cap.head).read({reg::MSI_CONTROL, 2});
+    std::vector<Register> layout = {{reg::MSI_CONTROL, 2}, {reg::MSI_ADDRESS, 4}};
+    unsigned next = reg::MSI_ADDRESS + 4;
+    if (control & reg::MSI_64_BIT) {
+        layout.push_back({next, 4});
+        next += 4;
+    }
+    layout.push_back({next, 2});
+    if (control & reg::MSI_MASKING)
+        layout.push_back({next + 4, 4});
+    return {bdf, cap.head, std::move(layout), {}};
+}
+
+Subject msix_subject(bdf_t bdf, const msix_cap_t &cap) {
+    const std::uint32_t control = Registers(bdf, cap.head).read({reg::MSIX_CONTROL, 2});
+    const std::size_t vectors = (control & reg::MSIX_TABLE_SIZE) + 1;
+    auto *const words = static_cast<volatile std::uint32_t *>(cap.table->address);
+    constexpr std::size_t WORDS = sizeof(msix_vector_t) / sizeof(std::uint32_t);
+    return {bdf, cap.head, {{reg::MSIX_CONTROL, 2}}, {words, vectors * WORDS}};
+}
+
+// Owns the save area that the record may come to point to.
+struct MsixRecord : enable_features::msi_save_t {
+    MsixRecord() : msi_save_t{} {}
+    ~MsixRecord() { std::free(msix.vectors); }
+    MsixRecord(const MsixRecord &) = delete;
+    MsixRecord &operator=(const MsixRecord &) = delete;
+};
+
+void write_counts(std::ostream &out, const State &before, const State &disturbed) {
+    out << differences(before.registers, disturbed.registers) << " of " << before.registers.size()
+        << " registers";
+    if (!before.vectors.empty())
+        out << ", " << differences(before.vectors, disturbed.vectors) << " of "
+            << before.vectors.size() << " words of vectors";
+    out << " disturbed, ";
+}
+
+// `ctrl` is the record's: without a valid capture nothing is disturbed, and the code is that of the
+// restore, which refuses it.
+pci_err_t round_trip(const Subject &subject, enable_features::msi_save_t &record,
+                     const std::uint16_t &ctrl, event_notification_t *device,
+                     std::uint8_t capability, std::ostream &out) {
+    const State before = subject.state();
+    if (const pci_err_t error = event_notification_reg_save(&record, device, capability))
+        return error;
+    if (ctrl == 0) {
+        out << "no capture: Message Control reads 0, or what it says cannot be saved\n";
+        return event_notification_reg_restore(&record, device, capability);
+    }
+    subject.disturb();
+    write_counts(out, before, subject.state());
+    const pci_err_t error = event_notification_reg_restore(&record, device, capability);
+    const bool same = subject.state() == before;
+    out << (same ? "all restored" : "NOT all restored") << '\n';
+    return error || same ? error : PCI_ERR_IO;
+}
+
+pci_err_t msi(event_notification_t *device, std::ostream &out) {
+    const event_capset_t &caps = *device->capset;
+    enable_features::msi_save_t record{};
+    out << host::bdf_text(caps.device->bdf) << "  MSI    ";
+    return round_trip(msi_subject(caps.device->bdf, *caps.msi), record, record.msi.ctrl, device,
+                      CAPID_MSI, out);
+}
+
+pci_err_t msix(event_notification_t *device, std::ostream &out) {
+    const event_capset_t &caps = *device->capset;
+    MsixRecord record;
+    out << host::bdf_text(caps.device->bdf) << "  MSI-X  ";
+    return round_trip(msix_subject(caps.device->bdf, *caps.msix), record, record.msix.ctrl, device,
+                      CAPID_MSIX, out);
+}
+
+}  // namespace
+
+pci_err_t msi_round_trip(bdf_t bdf, std::ostream &out) {
+    event_notification_t *const device = host::find_event_notification(bdf);
+    if (!device)
+        return PCI_ERR_NO_DEVICE;
+    const event_capset_t &caps = *device->capset;
+    if (!caps.msi && !caps.msix)
+        return PCI_ERR_NOT_SUPPORTED;
+    const pci_err_t msi_error = caps.msi ? msi(device, out) : PCI_OK;
+    const pci_err_t msix_error = caps.msix ? msix(device, out) : PCI_OK;
+    return msi_error ? msi_error : msix_error;
+}
+
+}  // namespace ops

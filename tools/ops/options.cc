@@ -1,0 +1,71 @@
+#include "tools/ops/options.h"
+
+#include <CLI/CLI.hpp>
+
+#include <ostream>
+
+#include "host/cli/module_loader.h"
+#include "host/cli/text.h"
+#include "tools/ops/operations.h"
+
+namespace ops {
+namespace {
+
+constexpr const char *FOOTER =
+    "\n"
+    "Functions are written as lspci writes them (04:00.0). A bus or link is named by the bridge\n"
+    "above it, or by a function on it.\n"
+    "\n"
+    "Exit status: 0 done; 1 the operation failed; 2 bad options or unreadable input, or a result\n"
+    "that could not be written.\n";
+
+void declare(CLI::App &app, Options &options, std::string &domain, int &louder, bool &quiet) {
+    app.add_option("-F,--dump", options.dump, "Configuration space, a dump as of lspci -xxxx")
+        ->type_name("FILE")
+        ->required();
+    app.add_option("-o,--output", options.output,
+                   "Write the resulting configuration space as a dump")
+        ->type_name("FILE");
+    app.add_option("--domain", domain, "Domain of the functions, default 0")->type_name("N");
+    app.add_flag("-v", louder, "More messages; may repeat");
+    app.add_flag("-q", quiet, "Only messages of verbosity 0");
+    app.add_flag("-d", options.debug, "Debug messages too");
+    app.add_option("operation", options.operation, "What to do, see below")->type_name("");
+    app.set_help_flag("-h,--help", "Print this help");
+    app.set_version_flag("--version", "hoplar-ops " + host::version_text(host::SERVER_VERSION),
+                         "Print the version");
+    app.footer(operations_help() + FOOTER);
+}
+
+}  // namespace
+
+std::optional<Options> parse_options(int argc, const char *const *argv, std::ostream &out) {
+    CLI::App app("Runs one operation of the module on the configuration space of a machine.",
+                 "hoplar-ops");
+    Options options;
+    std::string domain = "0";
+    int louder = 0;
+    bool quiet = false;
+    declare(app, options, domain, louder, quiet);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::CallForHelp &) {
+        out << app.help();
+        return std::nullopt;
+    } catch (const CLI::CallForVersion &version) {
+        out << version.what() << '\n';
+        return std::nullopt;
+    } catch (const CLI::ParseError &error) {
+        throw host::InputError(host::printable(error.what()) +
+                               " (hoplar-ops --help lists the options)");
+    }
+    const auto number = host::parse_hex(domain);
+    if (!number)
+        throw host::InputError("--domain: \"" + host::printable(domain) +
+                               "\" is no hexadecimal number");
+    options.domain = *number;
+    options.verbosity = quiet ? 0 : options.verbosity + louder;
+    return options;
+}
+
+}  // namespace ops

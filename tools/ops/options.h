@@ -1,0 +1,25 @@
+// The command line of hoplar-ops.
+#pragma once
+
+#include <filesystem>
+#include <iosfwd>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace ops {
+
+struct Options {
+    std::filesystem::path dump;
+    std::optional<std::filesystem::path> output;
+    unsigned domain = 0;
+    int verbosity = 1;
+    bool debug = false;
+    std::vector<std::string> operation;  // its words: "aspm", "enable", "all"
+};
+
+// Empty when there is nothing left to do: --help and --version have been written to `out`. Throws
+// host::InputError for options that cannot be used.
+std::optional<Options> parse_options(int argc, const char *const *argv, std::ostream &out);
+
+}  // namespace ops
