@@ -9,14 +9,19 @@
 namespace host {
 namespace {
 
+// Of a function of the machine.
+std::size_t index_of(const Machine &machine, bdf_t bdf) {
+    const auto functions = machine.functions();
+    const auto id = static_cast<RoutingId>(bdf & BDF_ROUTING_ID);
+    const auto found = std::ranges::lower_bound(functions, id, {}, &Function::id);
+    return static_cast<std::size_t>(found - functions.begin());
+}
+
 std::optional<std::size_t> bridge_above(Machine &machine, const Function &function) {
     const bridge_rec *const above = machine.bridges().above(function.bdf);
     if (above == nullptr || above->bridge_kind == BRIDGE_KIND_HOST)
         return std::nullopt;
-    const auto functions = machine.functions();
-    const auto id = static_cast<RoutingId>(above->bdf & BDF_ROUTING_ID);
-    const auto found = std::ranges::lower_bound(functions, id, {}, &Function::id);
-    return static_cast<std::size_t>(found - functions.begin());
+    return index_of(machine, above->bdf);
 }
 
 // Behind the address, which is the first word.
@@ -51,8 +56,9 @@ void lower_path_max(HierarchyReport &hierarchy, const Report &report, std::size_
     hierarchy.limited_by = index;
 }
 
-// Functions come in ascending order: a root port before what is below it.
-std::vector<HierarchyReport> find_hierarchies(const Report &report) {
+// Functions come in ascending order: a root port before what is below it. Last come the bridges
+// that may lead into a hierarchy without being part of it.
+std::vector<HierarchyReport> find_hierarchies(const Report &report, Machine &machine) {
     std::vector<HierarchyReport> found;
     std::vector<std::size_t> place(report.functions.size());  // of a root port, in `found`
     for (std::size_t i = 0; i < report.functions.size(); ++i) {
@@ -65,6 +71,9 @@ std::vector<HierarchyReport> find_hierarchies(const Report &report) {
         }
         lower_path_max(found[place[*root_port]], report, i);
     }
+    for (const BridgeTree::Rival &rival : machine.bridges().rivals())
+        if (const auto root_port = root_port_of(report, index_of(machine, rival.holder->bdf)))
+            lower_path_max(found[place[*root_port]], report, index_of(machine, rival.bdf));
     return found;
 }
 
@@ -82,7 +91,7 @@ Report begin_report(Machine &machine, unsigned domain) {
                                     .before = state,
                                     .after = state});
     }
-    report.hierarchies = find_hierarchies(report);
+    report.hierarchies = find_hierarchies(report, machine);
     return report;
 }
 

@@ -100,7 +100,7 @@ struct BridgeTree::Node : bridge_rec {
 
     int secondary = -1;
     std::vector<Node *> all_children;  // ascending
-    std::vector<bdf_t> all_devs;       // ascending
+    std::vector<bdf_t> all_devs;       // ascending, rivals behind the others
     pcie_cap_t capability{};
     std::atomic<bool> attached = true;  // whether lookups find it
 };
@@ -110,6 +110,7 @@ BridgeTree::BridgeTree(std::span<const Function> functions, const BusLayout &lay
     add_root_buses(functions, layout);
     add_bridges(functions, layout);
     add_devs(functions);
+    add_rivals(functions);
     for (const auto &node : nodes_) {
         node->show_children();
         node->show_devs();
@@ -147,6 +148,10 @@ bool BridgeTree::is_below(unsigned bus, const bridge_rec &bridge) const {
     while (record && record != &bridge)
         record = record->parent;
     return record != nullptr;
+}
+
+std::span<const BridgeTree::Rival> BridgeTree::rivals() const {
+    return rivals_;
 }
 
 // From the top down: who walks the tree meanwhile finds nothing below a record that is gone.
@@ -231,6 +236,24 @@ void BridgeTree::add_devs(std::span<const Function> functions) {
         if (!function.answers)
             continue;
         holder_[bus_of(function.bdf)]->all_devs.push_back(function.bdf);
+    }
+}
+
+// Of two bridges with one secondary bus only one can be the record above it, and which of them
+// leads there nobody can tell. The other counts as one more function on that bus: whichever it is,
+// no payload size above what both support is chosen for what is there. Limit: the size is written
+// to the one that has the bus only.
+void BridgeTree::add_rivals(std::span<const Function> functions) {
+    for (const Function &function : functions) {
+        if (!function.answers || function.secondary == 0)
+            continue;
+        Node *holder = holder_[function.secondary];
+        const Node *above = holder_[bus_of(function.bdf)];
+        // On a root bus there is nothing to limit; what is on the holder's side counts already.
+        if (!holder || holder == above || !holder->parent || holder == by_id_[function.id()])
+            continue;
+        holder->all_devs.push_back(function.bdf);
+        rivals_.push_back({function.bdf, holder});
     }
 }
 

@@ -18,6 +18,12 @@ struct BusLayout;
 // buses hang below host bridge records, which are siblings of each other in ascending bus order.
 class BridgeTree {
 public:
+    // A bridge that got no bus because another has the one that is its secondary bus too.
+    struct Rival {
+        bdf_t bdf;
+        const bridge_rec *holder;  // the other: whatever is on that bus is below it
+    };
+
     BridgeTree(std::span<const Function> functions, const BusLayout &layout);
     ~BridgeTree();
     BridgeTree(const BridgeTree &) = delete;
@@ -31,6 +37,9 @@ public:
 
     // Whether functions on `bus` are below the bridge, also while they are removed.
     bool is_below(unsigned bus, const bridge_rec &bridge) const;
+
+    // Each stands in its holder's list of devices too.
+    std::span<const Rival> rivals() const;
 
     // Takes every record below the bridge out of the tree or back in, with the lists of devices.
     // Takes the records' own locks, one at a time. Calls must not overlap.
@@ -47,10 +56,12 @@ private:
     void add_bridges(std::span<const Function> functions, const BusLayout &layout);
     Node &add_node(bdf_t bdf, std::uint32_t class_code, std::uint8_t kind);
     void add_devs(std::span<const Function> functions);
+    void add_rivals(std::span<const Function> functions);
     Node *node_of(const bridge_rec &bridge) const;
 
     std::vector<std::unique_ptr<Node>> nodes_;
     std::vector<Node *> by_id_;  // bridges by their own routing ID
+    std::vector<Rival> rivals_;
     std::vector<Node *> roots_;  // host bridge records, ascending
     std::array<Node *, 256> by_secondary_{};
     std::array<Node *, 256> holder_{};  // the deepest record that holds the bus

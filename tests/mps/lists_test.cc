@@ -135,6 +135,17 @@ TEST_F(MpsLists, CountWhatIsBehindBridgesWithWrongNumbers) {
            {.id = at(6), .payload_cap = 1}});
     EXPECT_EQ(module::find_rp_entry(machine->bridge(at(0, 1)))->path_max, 256U);
     EXPECT_EQ(module::mps_find_entry(at(6))->rp->bridge, machine->bridge(at(0, 1)));
+
+    // Either of the two ports that have bus 5 may lead there, or the one on bus 1.
+    for (const unsigned code : {0U, 1U}) {
+        serve(
+            {{.id = at(0, 0), .port = 4, .secondary = 5, .payload_cap = 3},
+             {.id = at(0, 1), .port = 4, .secondary = 5, .subordinate = 6, .payload_cap = 2 - code},
+             {.id = at(0, 2), .port = 4, .secondary = 1, .subordinate = 5, .payload_cap = 4},
+             {.id = at(1), .port = 6, .secondary = 5, .payload_cap = 3 * code},
+             {.id = at(5), .payload_cap = 3}});
+        EXPECT_EQ(module::mps_find_entry(at(5))->rp->path_max, 128U << code);
+    }
 }
 
 }  // namespace
