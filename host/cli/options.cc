@@ -87,6 +87,18 @@ unsigned parse_domain(const std::string &text) {
     return *domain;
 }
 
+// An empty text is no file, and a message about it would name none.
+void require_file_names(const RawOptions &raw) {
+    const std::pair<const char *, const std::optional<std::string> &> files[] = {
+        {"--dump", raw.dump},
+        {"--config", raw.config},
+        {"--events", raw.events},
+        {"--output", raw.output}};
+    for (const auto &[option, file] : files)
+        if (file == "")
+            throw InputError(std::string(option) + ": no file is named");
+}
+
 // What the values mean.
 void interpret(const RawOptions &raw, Options &options) {
     if (raw.usage) {
@@ -96,6 +108,7 @@ void interpret(const RawOptions &raw, Options &options) {
     if (!raw.dump)
         throw InputError("no configuration space is given: use -F FILE with a dump of a machine "
                          "(sudo lspci -xxxx > FILE)");
+    require_file_names(raw);
     options.dump = *raw.dump;
     options.config = raw.config;
     options.events = raw.events;
