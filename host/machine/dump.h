@@ -28,7 +28,9 @@ struct Dump {
 Dump read_dump(const std::filesystem::path &file, unsigned domain);
 
 // Writes the image as a dump that `lspci -F` reads: to a temporary file beside `file`, which then
-// takes its place, so that the file is written whole or not at all. Throws DumpError.
+// takes its place, so that the file is written whole or not at all. What is no plain file, or is
+// what standard output or error goes to, is written as it is. Throws DumpError, also for a file
+// that the user may not write.
 void write_dump(const std::filesystem::path &file, const ConfigImage &image);
 
 }  // namespace host

@@ -1,9 +1,15 @@
 // The text goes to a file beside the one asked for, which takes its place when it is complete. What
-// is not a plain file (a pipe, /dev/stdout) cannot be replaced and is written as it is.
+// is not a plain file (a pipe) cannot be replaced and is written as it is. A file that the process
+// has open already (/dev/stdout, and what standard output or error is redirected to) is written
+// through that descriptor, behind what stands there: replaced, it would lose that, and what comes
+// later.
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <charconv>
+#include <optional>
 #include <string_view>
 #include <system_error>
 
@@ -23,15 +29,13 @@ namespace fs = std::filesystem;
 // Errors name the file that the user asked for.
 class OutputFile {
 public:
-    OutputFile(const fs::path &path, int flags, const fs::path &asked_for) : file_(asked_for) {
-        fd_ = open(path.c_str(), O_WRONLY | O_CLOEXEC | flags, 0666);
-        if (fd_ < 0)
-            fail(file_, errno);
+    OutputFile(const fs::path &path, int flags, const fs::path &asked_for)
+        : OutputFile(open(path.c_str(), O_WRONLY | O_CLOEXEC | flags, 0666), asked_for) {}
+    // A copy of a descriptor that is open already.
+    static OutputFile copy(int descriptor, const fs::path &asked_for) {
+        return {fcntl(descriptor, F_DUPFD_CLOEXEC, 0), asked_for};
     }
-    ~OutputFile() {
-        if (fd_ >= 0)
-            close(fd_);
-    }
+    ~OutputFile() { close(fd_); }
     OutputFile(const OutputFile &) = delete;
     OutputFile &operator=(const OutputFile &) = delete;
 
@@ -51,20 +55,21 @@ public:
     }
 
 private:
+    OutputFile(int fd, const fs::path &asked_for) : file_(asked_for), fd_(fd) {
+        if (fd_ < 0)
+            fail(file_, errno);
+    }
+
     fs::path file_;
-    int fd_ = -1;
+    int fd_;
 };
 
 // A file name that is given back unless the file has taken its place.
 class TemporaryName {
 public:
     explicit TemporaryName(const fs::path &target) : path_(target) {
-        std::string name = ".";
-        name += target.filename().string();
-        name += '.';
-        name += std::to_string(getpid());
-        name += ".tmp";
-        path_.replace_filename(name);
+        // Without the target's name, which may be as long as a name can be.
+        path_.replace_filename(".hoplar." + std::to_string(getpid()) + ".tmp");
         unlink(path_.c_str());  // left over from a process that had the same ID
     }
     ~TemporaryName() {
@@ -76,9 +81,9 @@ public:
 
     const fs::path &path() const { return path_; }
 
-    void move_to(const fs::path &target) {
+    void move_to(const fs::path &target, const fs::path &asked_for) {
         if (rename(path_.c_str(), target.c_str()) != 0)
-            fail(target, errno);
+            fail(asked_for, errno);
         moved_ = true;
     }
 
@@ -130,20 +135,61 @@ void write_functions(OutputFile &output, const ConfigImage &image) {
     output.write(text);
 }
 
-}  // namespace
+// Whether a path stands for a descriptor of some process: a link that says what it leads to, and
+// leads there whatever it says.
+bool is_descriptor(const fs::path &path) {
+    const fs::path folder = path.parent_path();
+    return folder.filename() == "fd" && folder.native().starts_with("/proc/");
+}
 
-void write_dump(const fs::path &file, const ConfigImage &image) {
-    std::error_code none;
-    const fs::file_status status = fs::status(file, none);
-    if (fs::is_directory(status))
-        throw DumpError(file.string() + ": is a directory");
-    if (fs::exists(status) && !fs::is_regular_file(status)) {
-        OutputFile output(file, O_TRUNC, file);
-        write_functions(output, image);
-        return;
+// The file itself behind all symbolic links, there or not: what is written replaces it, not a link.
+fs::path without_links(const fs::path &file) {
+    constexpr unsigned MOST_LINKS = 40;
+    fs::path path = file;
+    for (unsigned links = 0; links <= MOST_LINKS; ++links) {
+        std::error_code error;
+        const fs::path folder = fs::canonical(path.parent_path() / ".", error);
+        if (error)
+            fail(file, error.value());
+        path = folder / path.filename();
+        if (is_descriptor(path) || !fs::is_symlink(path, error))
+            return path;
+        path = folder / fs::read_symlink(path, error);
     }
-    // Through a symbolic link, the file that it leads to is replaced, not the link.
-    const fs::path target = fs::exists(status) ? fs::canonical(file, none) : file;
+    fail(file, ELOOP);
+}
+
+// The descriptor of this process that a path of the first kind stands for.
+std::optional<int> named_descriptor(const fs::path &path) {
+    const std::string name = path.filename().string();
+    int descriptor = -1;
+    const auto parsed = std::from_chars(name.data(), name.data() + name.size(), descriptor);
+    if (!is_descriptor(path) || parsed.ec != std::errc() ||
+        !path.native().starts_with("/proc/" + std::to_string(getpid()) + '/'))
+        return std::nullopt;
+    return descriptor;
+}
+
+// Standard output or error, when it goes to that plain file.
+std::optional<int> standard_descriptor(const fs::path &path) {
+    struct stat wanted = {};
+    if (stat(path.c_str(), &wanted) != 0 || !S_ISREG(wanted.st_mode))
+        return std::nullopt;
+    for (const int descriptor : {STDOUT_FILENO, STDERR_FILENO}) {
+        struct stat open_file = {};
+        if (fstat(descriptor, &open_file) == 0 && open_file.st_dev == wanted.st_dev &&
+            open_file.st_ino == wanted.st_ino)
+            return descriptor;
+    }
+    return std::nullopt;
+}
+
+void replace(const fs::path &target, const fs::path &file, const ConfigImage &image) {
+    std::error_code none;
+    const fs::file_status status = fs::status(target, none);
+    // The folder alone decides whether a file can be replaced; that is no leave to do so.
+    if (fs::exists(status) && faccessat(AT_FDCWD, target.c_str(), W_OK, AT_EACCESS) != 0)
+        fail(file, errno);
     TemporaryName temporary(target);
     {
         OutputFile output(temporary.path(), O_CREAT | O_EXCL, file);
@@ -152,7 +198,31 @@ void write_dump(const fs::path &file, const ConfigImage &image) {
     }
     if (fs::exists(status))
         fs::permissions(temporary.path(), status.permissions(), none);
-    temporary.move_to(target);
+    temporary.move_to(target, file);
+}
+
+}  // namespace
+
+void write_dump(const fs::path &file, const ConfigImage &image) {
+    const fs::path target = without_links(file);
+    std::optional<int> descriptor = named_descriptor(target);
+    if (!descriptor)
+        descriptor = standard_descriptor(target);
+    if (descriptor) {
+        OutputFile output = OutputFile::copy(*descriptor, file);
+        write_functions(output, image);
+        return;
+    }
+    std::error_code none;
+    const fs::file_status status = fs::status(target, none);
+    if (fs::is_directory(status))
+        throw DumpError(file.string() + ": is a directory");
+    if (is_descriptor(target) || (fs::exists(status) && !fs::is_regular_file(status))) {
+        OutputFile output(target, O_TRUNC, file);
+        write_functions(output, image);
+        return;
+    }
+    replace(target, file, image);
 }
 
 }  // namespace host

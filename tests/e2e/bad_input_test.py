@@ -1,11 +1,13 @@
 """Input that cannot be used, as a user meets it: messages, exit status, and nothing changed."""
 
+import os
 import random
 import re
+import subprocess
 import unittest
 
 from expectation import read_dump
-from hoplar import EXAMPLE, PLUGIN, HoplarTest
+from hoplar import EXAMPLE, HOPLAR, PLUGIN, HoplarTest
 
 with open(EXAMPLE, encoding="ascii") as file:
     DUMP = file.read()
@@ -44,6 +46,7 @@ REFUSED = (
     (["-F", "input"], DUMP + TITLE, [f"input:{DUMP.count(chr(10)) + 1}: a second function "]),
     (["-F", "none"], "", ["none: No such file or directory"]),
     ([], "", ["no configuration space is given: use -F FILE"]),
+    (["-F", ""], "", ["--dump: no file is named"]),
     (["-F", EXAMPLE, "--report", "xml"], "", ['--report: "xml" is none of table, json, none']),
     (["-F", EXAMPLE, "--domain", "5"], "", [f"{EXAMPLE}: no function of domain 0005 "]),
     (["-F", EXAMPLE, "--manage", "0-100"], "", ['--manage: "0-100": ']),
@@ -103,6 +106,15 @@ class BadInputTest(HoplarTest):
                 self.assertEqual(len(messages), len(beginnings), messages)
                 with open(self.output, encoding="ascii") as output:
                     self.assertEqual(output.read(), "older")
+
+    def test_output_file_keeps_what_it_is_besides(self):
+        with open(self.file("whole", "before\n"), "a", encoding="ascii") as whole:
+            subprocess.run([HOPLAR, "-F", EXAMPLE, "-o", "/dev/stdout"], stdout=whole, check=True)
+        with open(self.file("whole"), encoding="utf-8") as whole:
+            self.assertRegex(whole.read(), f"(?s)^before\n{re.escape(DUMP[:99])}.*, 0 changed\n$")
+        os.symlink("output.lspci", self.file("link"))
+        self.hoplar("-F", EXAMPLE, "-o", "link")
+        self.compare_output(read_dump(EXAMPLE))
 
     def test_dump_without_capabilities_is_taken_with_a_warning(self):
         self.file("input", re.sub(r"(?m)^(?:[4-9a-f]0|[0-9a-f]{3}): .*\n", "", DUMP))
