@@ -1,3 +1,5 @@
+#include <fcntl.h>
+
 #include <exception>
 #include <iostream>
 
@@ -5,7 +7,21 @@
 #include "host/cli/run.h"
 #include "host/cli/text.h"
 
+namespace {
+
+// A file that is opened while one of the standard descriptors is closed would get its number, and
+// what is meant for that one. This way they fail as if they were closed.
+void keep_standard_descriptors() {
+    for (const int descriptor : {0, 1, 2})
+        if (fcntl(descriptor, F_GETFD) < 0)
+            static_cast<void>(open("/dev/null", descriptor == 0 ? O_WRONLY : O_RDONLY));
+}
+
+}  // namespace
+
 int main(int argc, char **argv) {
+    keep_standard_descriptors();
+    std::ios::sync_with_stdio(false);  // else a failing read of std::cin counts as its end
     try {
         const auto options = host::parse_options(argc, argv, std::cout);
         return options ? host::run(*options, std::cin, std::cout) : host::EXIT_DONE;

@@ -1,16 +1,17 @@
 #include "host/cli/text.h"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <charconv>
 #include <fstream>
-#include <iterator>
 #include <system_error>
 
 namespace host {
 namespace {
 
 constexpr std::string_view BLANKS = " \t\r";
+constexpr std::size_t LARGEST_TEXT = std::size_t{16} << 20U;  // ends what has no end (/dev/zero)
 
 // Bytes 10xxxxxx go on with the character that an earlier byte began.
 bool begins_character(char c) {
@@ -55,9 +56,17 @@ std::string read_text_file(const std::filesystem::path &file) {
 }
 
 std::string read_text_stream(std::istream &in, const std::string &name) {
-    std::string text{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+    std::string text;
+    std::array<char, 65536> chunk{};
+    errno = 0;
+    while (in.read(chunk.data(), chunk.size()) || in.gcount() > 0) {
+        text.append(chunk.data(), static_cast<std::size_t>(in.gcount()));
+        if (text.size() > LARGEST_TEXT)
+            throw InputError(name + ": is larger than " + std::to_string(LARGEST_TEXT >> 20U) +
+                             " MiB");
+    }
     if (in.bad())
-        throw InputError(name + ": cannot be read to its end");
+        throw InputError(name + ": cannot be read: " + std::generic_category().message(errno));
     return text;
 }
 

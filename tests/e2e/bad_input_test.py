@@ -50,6 +50,9 @@ REFUSED = (
     (["-F", EXAMPLE, "--report", "xml"], "", ['--report: "xml" is none of table, json, none']),
     (["-F", EXAMPLE, "--domain", "5"], "", [f"{EXAMPLE}: no function of domain 0005 "]),
     (["-F", EXAMPLE, "--manage", "0-100"], "", ['--manage: "0-100": ']),
+    (["-F", EXAMPLE, "-c", "/dev/zero"], "", ["/dev/zero: is larger than 16 MiB"]),
+    (["-F", EXAMPLE, "-e", "/proc/self/mem"], "", [
+        "/proc/self/mem: cannot be read: Input/output error"]),
     (["-F", EXAMPLE, "-e", "none"], "", ["none: cannot be read: No such file or directory"]),
     (["-F", EXAMPLE, "-c", "input", "-m", PLUGIN],
      "# one\n[runtime]\nHOPLAR_MODULE_LIST\n= a.so\nHOPLAR_MODULE_LIST = a.so ,b\n[runtime\n", [
