@@ -24,7 +24,8 @@ struct Dump {
                                     // points to a capability list (lspci -x)
 };
 
-// Reads the functions of `domain`. Throws DumpError.
+// Reads the functions of `domain`, from lines of up to 4096 bytes and 4 GiB altogether. Throws
+// DumpError.
 Dump read_dump(const std::filesystem::path &file, unsigned domain);
 
 // Writes the image as a dump that `lspci -F` reads: to a temporary file beside `file`, which then

@@ -23,6 +23,8 @@ namespace host {
 namespace {
 
 constexpr std::size_t LINE_BYTES = 16;
+constexpr std::size_t LONGEST_LINE = 4096;
+constexpr std::uint64_t LARGEST_DUMP = std::uint64_t{4} << 30U;  // four full domains
 
 bool is_hex(char c) {
     return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
@@ -100,14 +102,13 @@ public:
 
     Dump read(std::istream &stream) {
         std::string line;
-        while (std::getline(stream, line)) {
-            ++line_number_;
+        while (next_line(stream, line)) {
             if (!line.empty() && line.back() == '\r')
                 line.pop_back();
             take(line);
         }
         if (stream.bad())
-            fail("read error");
+            fail("cannot be read: " + std::generic_category().message(errno));
         end_function();
         if (line_number_ == 0)
             fail("the file is empty");
@@ -120,6 +121,24 @@ public:
     }
 
 private:
+    // Without a limit, what is no text (/dev/zero) would be one line that takes all memory, and
+    // what has no end would be read for ever.
+    bool next_line(std::istream &stream, std::string &line) {
+        line.resize(LONGEST_LINE + 1);
+        stream.getline(line.data(), static_cast<std::streamsize>(line.size()));
+        const auto taken = static_cast<std::size_t>(stream.gcount());  // with the line's end
+        if (taken == 0 || stream.bad())
+            return false;
+        ++line_number_;
+        line.resize(stream.good() ? taken - 1 : taken);
+        if (stream.fail())
+            fail_here("a line of more than " + std::to_string(LONGEST_LINE) + " bytes", line);
+        size_ += taken;
+        if (size_ > LARGEST_DUMP)
+            fail("is larger than " + std::to_string(LARGEST_DUMP >> 30U) + " GiB");
+        return true;
+    }
+
     void take(const std::string &line) {
         if (line.empty())
             end_function();
@@ -211,6 +230,7 @@ private:
     std::string file_;
     Dump dump_;
     std::size_t line_number_ = 0;
+    std::uint64_t size_ = 0;
     std::set<std::pair<unsigned, RoutingId>> seen_;
     std::optional<Title> current_;  // the function that lines belong to
     std::string title_text_;
