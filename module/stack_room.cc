@@ -4,6 +4,8 @@
 #include <sys/resource.h>
 
 #include <algorithm>
+#include <bit>
+#include <cstdint>
 
 namespace enable_features {
 
@@ -20,9 +22,35 @@ const char *assumed_floor() {
     return here - std::min(limit.rlim_cur, USUAL_LIMIT) / 2;
 }
 
-}  // namespace
+// Whether the stack reaches down to `floor`, and grows to there if it does not yet. It is the
+// kernel that writes there: it makes the stack grow as for any write, but where it cannot, it fails
+// the call and does not end the process.
+bool reaches(const char *floor) {
+    constexpr std::uintptr_t ALIGNMENT = alignof(rlimit);
+    const std::uintptr_t at =
+        (std::bit_cast<std::uintptr_t>(floor) + ALIGNMENT - 1) & ~(ALIGNMENT - 1);
+    return getrlimit(RLIMIT_STACK, std::bit_cast<rlimit *>(at)) == 0;
+}
 
-const char *stack_floor() {
+// The main thread's stack grows while it is used, and a stack that cannot grow to its own limit
+// ends the process. Where the address space is limited it competes with everything else that is
+// allocated: there it gets a small share, and at once, so that nobody else can take it.
+const char *reachable_floor(const char *floor) {
+    constexpr rlim_t SHARE = 16;
+    rlimit space = {};
+    if (getrlimit(RLIMIT_AS, &space) != 0 || space.rlim_cur == RLIM_INFINITY)
+        return floor;
+    const char *here = static_cast<const char *>(__builtin_frame_address(0));
+    if (here <= floor)
+        return floor;
+    std::size_t room = std::min<rlim_t>(here - floor, space.rlim_cur / SHARE);
+    while (room > STACK_RESERVE && !reaches(here - room))
+        room /= 2;
+    return here - room;
+}
+
+// What the limit of the stack's own size allows.
+const char *lowest_address() {
     pthread_attr_t attributes;
     if (pthread_getattr_np(pthread_self(), &attributes) != 0)
         return assumed_floor();
@@ -31,6 +59,12 @@ const char *stack_floor() {
     const bool known = pthread_attr_getstack(&attributes, &lowest, &size) == 0;
     pthread_attr_destroy(&attributes);
     return known ? static_cast<const char *>(lowest) : assumed_floor();
+}
+
+}  // namespace
+
+const char *stack_floor() {
+    return reachable_floor(lowest_address());
 }
 
 std::size_t __stackavail(const char *floor) {
