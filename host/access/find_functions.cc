@@ -62,9 +62,9 @@ void drop_outdated(Results &kept, const Machine &machine) {
 
 std::vector<bdf_t> find_all(const Machine &machine, const Filter &filter) {
     std::vector<bdf_t> found;
-    for (const Function &function : machine.functions())
-        if (filter.takes(function) && machine.reachable(function))
-            found.push_back(function.bdf);
+    for (const Function *function : machine.functions())
+        if (filter.takes(*function) && machine.reachable(*function))
+            found.push_back(function->bdf);
     return found;
 }
 

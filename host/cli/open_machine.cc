@@ -1,7 +1,5 @@
 #include "host/cli/open_machine.h"
 
-#include <algorithm>
-
 #include "host/cli/address.h"
 #include "host/cli/text.h"
 #include "host/server/log.h"
@@ -38,9 +36,8 @@ const Function &named_function(const Machine &machine, unsigned domain, std::str
         throw InputError("not a function's address ([domain:]bus:device.function)");
     if (parsed->domain.value_or(domain) != domain)
         throw InputError("not in the domain that is served");
-    const auto functions = machine.functions();
-    const auto found = std::ranges::lower_bound(functions, parsed->id, {}, &Function::id);
-    if (found == functions.end() || found->id() != parsed->id)
+    const Function *found = machine.known(parsed->id);
+    if (!found)
         throw InputError("no such function in the dump");
     if (!found->answers)
         throw InputError("the function does not answer");

@@ -1,6 +1,7 @@
 #include "host/cli/report.h"
 
 #include <algorithm>
+#include <span>
 
 #include "host/access/serve.h"
 #include "host/cli/address.h"
@@ -9,19 +10,22 @@
 namespace host {
 namespace {
 
-// Of a function of the machine.
-std::size_t index_of(const Machine &machine, bdf_t bdf) {
-    const auto functions = machine.functions();
-    const auto id = static_cast<RoutingId>(bdf & BDF_ROUTING_ID);
-    const auto found = std::ranges::lower_bound(functions, id, {}, &Function::id);
-    return static_cast<std::size_t>(found - functions.begin());
+// Where each function stands in the report, by routing ID.
+using Positions = std::vector<std::size_t>;
+
+Positions positions_of(std::span<const Function *const> functions) {
+    Positions positions(std::size_t{BDF_ROUTING_ID} + 1);
+    for (std::size_t i = 0; i < functions.size(); ++i)
+        positions[functions[i]->id()] = i;
+    return positions;
 }
 
-std::optional<std::size_t> bridge_above(Machine &machine, const Function &function) {
+std::optional<std::size_t> bridge_above(Machine &machine, const Function &function,
+                                        const Positions &positions) {
     const bridge_rec *const above = machine.bridges().above(function.bdf);
     if (above == nullptr || above->bridge_kind == BRIDGE_KIND_HOST)
         return std::nullopt;
-    return index_of(machine, above->bdf);
+    return positions[above->bdf & BDF_ROUTING_ID];
 }
 
 // Behind the address, which is the first word.
@@ -58,7 +62,8 @@ void lower_path_max(HierarchyReport &hierarchy, const Report &report, std::size_
 
 // Functions come in ascending order: a root port before what is below it. Last come the bridges
 // that may lead into a hierarchy without being part of it.
-std::vector<HierarchyReport> find_hierarchies(const Report &report, Machine &machine) {
+std::vector<HierarchyReport> find_hierarchies(const Report &report, Machine &machine,
+                                              const Positions &positions) {
     std::vector<HierarchyReport> found;
     std::vector<std::size_t> place(report.functions.size());  // of a root port, in `found`
     for (std::size_t i = 0; i < report.functions.size(); ++i) {
@@ -72,8 +77,9 @@ std::vector<HierarchyReport> find_hierarchies(const Report &report, Machine &mac
         lower_path_max(found[place[*root_port]], report, i);
     }
     for (const BridgeTree::Rival &rival : machine.bridges().rivals())
-        if (const auto root_port = root_port_of(report, index_of(machine, rival.holder->bdf)))
-            lower_path_max(found[place[*root_port]], report, index_of(machine, rival.bdf));
+        if (const auto root_port =
+                root_port_of(report, positions[rival.holder->bdf & BDF_ROUTING_ID]))
+            lower_path_max(found[place[*root_port]], report, positions[rival.bdf & BDF_ROUTING_ID]);
     return found;
 }
 
@@ -81,17 +87,19 @@ std::vector<HierarchyReport> find_hierarchies(const Report &report, Machine &mac
 
 Report begin_report(Machine &machine, unsigned domain) {
     Report report;
-    for (const Function &function : machine.functions()) {
-        const FeatureState state = read_feature_state(machine, function);
-        report.functions.push_back({.function = function,
-                                    .address = format_address(domain, function.id()),
-                                    .name = name_in_title(machine.space().title(function.id())),
-                                    .bridge = bridge_above(machine, function),
-                                    .managed = manages(function.id() >> 8U),
+    const std::vector<const Function *> functions = machine.functions();
+    const Positions positions = positions_of(functions);
+    for (const Function *function : functions) {
+        const FeatureState state = read_feature_state(machine, *function);
+        report.functions.push_back({.function = *function,
+                                    .address = format_address(domain, function->id()),
+                                    .name = name_in_title(machine.space().title(function->id())),
+                                    .bridge = bridge_above(machine, *function, positions),
+                                    .managed = manages(function->id() >> 8U),
                                     .before = state,
                                     .after = state});
     }
-    report.hierarchies = find_hierarchies(report, machine);
+    report.hierarchies = find_hierarchies(report, machine, positions);
     return report;
 }
 

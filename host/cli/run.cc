@@ -22,8 +22,8 @@ namespace {
 // is behind these.
 void warn_about_short_spaces(const Options &options, const Machine &machine,
                              const ConfigImage &image) {
-    const auto is_short = [&](const Function &function) {
-        return function.port_type && image.bytes(function.id()).size() <= reg::CONFIG_SIZE;
+    const auto is_short = [&](const Function *function) {
+        return function->port_type && image.bytes(function->id()).size() <= reg::CONFIG_SIZE;
     };
     const auto count = std::ranges::count_if(machine.functions(), is_short);
     if (count != 0)

@@ -1,6 +1,7 @@
 #include "host/machine/bridge_tree.h"
 
-#include <atomic>
+#include <algorithm>
+#include <unordered_map>
 
 #include "host/machine/bus_layout.h"
 #include "host/machine/machine.h"
@@ -8,6 +9,8 @@
 namespace host {
 
 namespace {
+
+constexpr std::size_t ROUTING_IDS = 0x10000;
 
 unsigned bus_of(bdf_t bdf) {
     return bdf >> 8 & 0xFF;
@@ -56,10 +59,28 @@ struct BridgeTree::Node : bridge_rec {
     Node(const Node &) = delete;
     Node &operator=(const Node &) = delete;
 
+    // In place, where there is room: arrays that were named stay, and never shrink.
+    void set_devs(std::span<const bdf_t> functions) {
+        const WriteGuard guard(devs_lock);
+        if (functions.size() > room) {
+            room = std::max<std::size_t>(functions.size(), 2 * room);
+            arrays.push_back(std::make_unique<bdf_t[]>(room));
+        }
+        for (std::size_t i = 0; i < functions.size(); ++i)
+            __atomic_store_n(&arrays.back()[i], functions[i], __ATOMIC_RELAXED);
+        all_devs = static_cast<std::uint32_t>(functions.size());
+        store_devs();
+    }
+
     void show_devs() {
         const WriteGuard guard(devs_lock);
-        __atomic_store_n(&devs, all_devs.data(), __ATOMIC_RELEASE);
-        __atomic_store_n(&num_devs, static_cast<std::uint32_t>(all_devs.size()), __ATOMIC_RELEASE);
+        store_devs();
+    }
+
+    void store_devs() {
+        const bdf_t *first = arrays.empty() ? nullptr : arrays.back().get();
+        __atomic_store_n(&devs, first, __ATOMIC_RELEASE);
+        __atomic_store_n(&num_devs, all_devs, __ATOMIC_RELEASE);
     }
 
     void hide_devs() {
@@ -78,6 +99,11 @@ struct BridgeTree::Node : bridge_rec {
         }
         store_link(*link, nullptr);
         store_count(static_cast<std::uint32_t>(all_children.size()));
+    }
+
+    void set_children(const std::vector<Node *> &children_now) {
+        all_children = children_now;
+        show_children();
     }
 
     void hide_children() {
@@ -99,42 +125,61 @@ struct BridgeTree::Node : bridge_rec {
     }
 
     int secondary = -1;
-    std::vector<Node *> all_children;  // ascending
-    std::vector<bdf_t> all_devs;       // ascending, rivals behind the others
+    std::vector<Node *> all_children;              // ascending
+    std::vector<std::unique_ptr<bdf_t[]>> arrays;  // those that devs has named, the last one of now
+    std::size_t room = 0;                          // of the last array
+    std::uint32_t all_devs = 0;                    // functions in the last array
     pcie_cap_t capability{};
-    std::atomic<bool> attached = true;  // whether lookups find it
+    std::atomic<bool> attached = false;  // whether lookups find it
 };
 
-BridgeTree::BridgeTree(std::span<const Function> functions, const BusLayout &layout)
-    : by_id_(0x10000) {
-    add_root_buses(functions, layout);
-    add_bridges(functions, layout);
-    add_devs(functions);
-    add_rivals(functions);
-    for (const auto &node : nodes_) {
-        node->show_children();
-        node->show_devs();
+// What the tree is to become, before anybody sees it.
+struct BridgeTree::Plan {
+    struct Entry {
+        Node *node;
+        int secondary = -1;
+        std::vector<Node *> children{};  // ascending
+        std::vector<bdf_t> devs{};       // ascending, rivals behind the others
+    };
+
+    Entry &add(Node &node) {
+        of[&node] = entries.size();
+        return entries.emplace_back(Entry{.node = &node});
     }
+    Entry &entry(const Node *node) { return entries[of.at(node)]; }
+
+    std::vector<Entry> entries;  // parents before children
+    std::unordered_map<const Node *, std::size_t> of;
+    std::vector<Node *> roots;  // ascending
+    std::vector<Node *> by_id = std::vector<Node *>(ROUTING_IDS);
+    std::array<Node *, BUSES> by_secondary{};
+    std::array<Node *, BUSES> holder{};
+    std::vector<Rival> rivals;
+};
+
+BridgeTree::BridgeTree(std::span<const Function *const> functions, const BusLayout &layout)
+    : nodes_(ROUTING_IDS), by_id_(ROUTING_IDS) {
+    update(functions, layout);
 }
 
 BridgeTree::~BridgeTree() = default;
 
 bridge_rec *BridgeTree::top() const {
-    return roots_.empty() ? nullptr : roots_.front();
+    return top_;
 }
 
 bridge_rec *BridgeTree::by_bdf(bdf_t bdf) const {
-    Node *node = bdf <= BDF_HIGHEST ? by_id_[bdf & BDF_ROUTING_ID] : nullptr;
+    Node *node = bdf <= BDF_HIGHEST ? by_id_[bdf & BDF_ROUTING_ID].load() : nullptr;
     return node && node->attached ? node : nullptr;
 }
 
 bridge_rec *BridgeTree::by_secondary(unsigned bus) const {
-    Node *node = bus < BUSES ? by_secondary_[bus] : nullptr;
+    Node *node = bus < BUSES ? by_secondary_[bus].load() : nullptr;
     return node && node->attached ? node : nullptr;
 }
 
 bridge_rec *BridgeTree::above(bdf_t bdf) const {
-    Node *node = bdf <= BDF_HIGHEST ? holder_[bus_of(bdf)] : nullptr;
+    Node *node = bdf <= BDF_HIGHEST ? holder_[bus_of(bdf)].load() : nullptr;
     return node && node->attached ? node : nullptr;
 }
 
@@ -144,7 +189,7 @@ int BridgeTree::secondary_bus(const bridge_rec &bridge) const {
 }
 
 bool BridgeTree::is_below(unsigned bus, const bridge_rec &bridge) const {
-    const bridge_rec *record = bus < BUSES ? holder_[bus] : nullptr;
+    const bridge_rec *record = bus < BUSES ? holder_[bus].load() : nullptr;
     while (record && record != &bridge)
         record = record->parent;
     return record != nullptr;
@@ -176,85 +221,150 @@ void BridgeTree::attach(bridge_rec &bridge) {
     node->show_children();
 }
 
-void BridgeTree::set_operations(const pcie_cap_ops_t &operations) {
-    for (const auto &node : nodes_)
-        node->capability.ops = &operations;
+void BridgeTree::update(std::span<const Function *const> functions, const BusLayout &layout) {
+    Plan plan;
+    plan_root_buses(plan, functions, layout);
+    plan_bridges(plan, functions, layout);
+    plan_devs(plan, functions);
+    plan_rivals(plan, functions);
+    show(plan);
 }
 
-void BridgeTree::add_root_buses(std::span<const Function> functions, const BusLayout &layout) {
-    for (const Function &function : functions) {
-        const unsigned bus = bus_of(function.bdf);
-        if (!function.answers || layout.holder[bus] || holder_[bus])
+void BridgeTree::set_operations(const pcie_cap_ops_t &operations) {
+    operations_ = &operations;
+    for (const auto &same_id : nodes_)
+        for (const auto &node : same_id)
+            node->capability.ops = operations_;
+}
+
+void BridgeTree::plan_root_buses(Plan &plan, std::span<const Function *const> functions,
+                                 const BusLayout &layout) {
+    for (const Function *function : functions) {
+        const unsigned bus = bus_of(function->bdf);
+        if (!function->answers || layout.holder[bus] || plan.holder[bus])
             continue;
-        Node &root = add_node(bus << 8, HOST_BRIDGE_CLASS, BRIDGE_KIND_HOST);
-        if (!roots_.empty())
-            roots_.back()->next_sibling = &root;
-        roots_.push_back(&root);
-        holder_[bus] = &root;
+        bridge_rec record{};
+        record.bdf = bus << 8;
+        record.class_code = HOST_BRIDGE_CLASS;
+        record.bridge_kind = BRIDGE_KIND_HOST;
+        Node &root = node_for(record, nullptr);
+        plan.add(root);
+        plan.roots.push_back(&root);
+        plan.holder[bus] = &root;
     }
 }
 
 // Ascending: a bridge's parent is there before it, as its bus number is lower.
-void BridgeTree::add_bridges(std::span<const Function> functions, const BusLayout &layout) {
-    for (const Function &function : functions) {
-        if (!function.answers || !function.is_bridge())
+void BridgeTree::plan_bridges(Plan &plan, std::span<const Function *const> functions,
+                              const BusLayout &layout) {
+    for (const Function *function : functions) {
+        if (!function->answers || !function->is_bridge())
             continue;
+        bridge_rec record{};
+        record.bdf = function->bdf;
         // Some root ports carry the class of a host bridge, where every walk up the tree would end.
-        const std::uint32_t class_code =
-            function.class_code == HOST_BRIDGE_CLASS ? PCI_BRIDGE_CLASS : function.class_code;
-        Node &node = add_node(function.bdf, class_code, BRIDGE_KIND_PCI_TO_PCI);
-        by_id_[function.id()] = &node;
-        Node *parent = holder_[bus_of(function.bdf)];
-        node.parent = parent;
-        parent->all_children.push_back(&node);
-        if (const auto offset = function.cap(CAPID_PCIE)) {
-            node.capability.head = {0, function.bdf, CAPID_PCIE, *offset};
-            node.pcie_cap = &node.capability;
-        }
-        if (layout.by_secondary[function.secondary] != &function)
+        record.class_code =
+            function->class_code == HOST_BRIDGE_CLASS ? PCI_BRIDGE_CLASS : function->class_code;
+        record.bridge_kind = BRIDGE_KIND_PCI_TO_PCI;
+        Node *parent = plan.holder[bus_of(function->bdf)];
+        record.parent = parent;
+        pci_cap_t capability{.call_word = 0, .bdf = function->bdf, .id = CAPID_PCIE, .offset = 0};
+        const auto offset = function->cap(CAPID_PCIE);
+        capability.offset = offset.value_or(0);
+        Node &node = node_for(record, offset ? &capability : nullptr);
+        Plan::Entry &entry = plan.add(node);
+        plan.by_id[function->id()] = &node;
+        plan.entry(parent).children.push_back(&node);
+        if (layout.by_secondary[function->secondary] != function)
             continue;
-        node.secondary = function.secondary;
-        by_secondary_[function.secondary] = &node;
-        for (unsigned bus = function.secondary; bus <= function.subordinate; ++bus)
-            if (layout.holder[bus] == &function)
-                holder_[bus] = &node;
+        entry.secondary = function->secondary;
+        plan.by_secondary[function->secondary] = &node;
+        for (unsigned bus = function->secondary; bus <= function->subordinate; ++bus)
+            if (layout.holder[bus] == function)
+                plan.holder[bus] = &node;
     }
-}
-
-BridgeTree::Node &BridgeTree::add_node(bdf_t bdf, std::uint32_t class_code, std::uint8_t kind) {
-    Node &node = *nodes_.emplace_back(std::make_unique<Node>());
-    node.bdf = bdf;
-    node.class_code = class_code;
-    node.bridge_kind = kind;
-    return node;
 }
 
 // A bus that is nobody's secondary bus counts to the bridge whose range it is in: whatever is there
 // is below that bridge, and limits what its hierarchy can be set to.
-void BridgeTree::add_devs(std::span<const Function> functions) {
-    for (const Function &function : functions) {
-        if (!function.answers)
-            continue;
-        holder_[bus_of(function.bdf)]->all_devs.push_back(function.bdf);
-    }
+void BridgeTree::plan_devs(Plan &plan, std::span<const Function *const> functions) {
+    for (const Function *function : functions)
+        if (function->answers)
+            plan.entry(plan.holder[bus_of(function->bdf)]).devs.push_back(function->bdf);
 }
 
 // Of two bridges with one secondary bus only one can be the record above it, and which of them
 // leads there nobody can tell. The other counts as one more function on that bus: whichever it is,
 // no payload size above what both support is chosen for what is there. Limit: the size is written
 // to the one that has the bus only.
-void BridgeTree::add_rivals(std::span<const Function> functions) {
-    for (const Function &function : functions) {
-        if (!function.answers || function.secondary == 0)
+void BridgeTree::plan_rivals(Plan &plan, std::span<const Function *const> functions) {
+    for (const Function *function : functions) {
+        if (!function->answers || function->secondary == 0)
             continue;
-        Node *holder = holder_[function.secondary];
-        const Node *above = holder_[bus_of(function.bdf)];
+        Node *holder = plan.holder[function->secondary];
+        const Node *above = plan.holder[bus_of(function->bdf)];
         // On a root bus there is nothing to limit; what is on the holder's side counts already.
-        if (!holder || holder == above || !holder->parent || holder == by_id_[function.id()])
+        if (!holder || holder == above || !holder->parent || holder == plan.by_id[function->id()])
             continue;
-        holder->all_devs.push_back(function.bdf);
-        rivals_.push_back({function.bdf, holder});
+        plan.entry(holder).devs.push_back(function->bdf);
+        plan.rivals.push_back({function->bdf, holder});
     }
+}
+
+// Records never change what is fixed in them: a bridge of another kind at the same place gets a
+// record of its own.
+BridgeTree::Node &BridgeTree::node_for(const bridge_rec &record, const pci_cap_t *capability) {
+    const auto is_same = [&](const std::unique_ptr<Node> &node) {
+        return node->bridge_kind == record.bridge_kind && node->bdf == record.bdf &&
+               node->class_code == record.class_code && node->parent == record.parent &&
+               (node->pcie_cap ? capability && node->capability.head.offset == capability->offset
+                               : !capability);
+    };
+    std::vector<std::unique_ptr<Node>> &same_id = nodes_[record.bdf & BDF_ROUTING_ID];
+    const auto found = std::ranges::find_if(same_id, is_same);
+    if (found != same_id.end())
+        return **found;
+    Node &node = *same_id.emplace_back(std::make_unique<Node>());
+    node.bdf = record.bdf;
+    node.class_code = record.class_code;
+    node.bridge_kind = record.bridge_kind;
+    node.parent = record.parent;
+    if (capability) {
+        node.capability = {.head = *capability, .ops = operations_};
+        node.pcie_cap = &node.capability;
+    }
+    return node;
+}
+
+// What is gone leaves first. Then children before their parents: what comes into sight is complete.
+void BridgeTree::show(const Plan &plan) {
+    for (const auto &same_id : nodes_)
+        for (const auto &node : same_id)
+            if (!plan.of.contains(node.get())) {
+                node->attached = false;
+                node->hide_children();
+                node->hide_devs();
+                node->all_children.clear();
+            }
+    for (auto entry = plan.entries.rbegin(); entry != plan.entries.rend(); ++entry) {
+        entry->node->secondary = entry->secondary;
+        entry->node->set_devs(entry->devs);
+        entry->node->set_children(entry->children);
+    }
+    bridge_rec *next = nullptr;
+    for (auto root = plan.roots.rbegin(); root != plan.roots.rend(); ++root) {
+        Node::store_link((*root)->next_sibling, next);
+        (*root)->attached = true;
+        next = *root;
+    }
+    for (std::size_t id = 0; id < ROUTING_IDS; ++id)
+        by_id_[id] = plan.by_id[id];
+    for (unsigned bus = 0; bus < BUSES; ++bus) {
+        by_secondary_[bus] = plan.by_secondary[bus];
+        holder_[bus] = plan.holder[bus];
+    }
+    top_ = plan.roots.empty() ? nullptr : plan.roots.front();
+    rivals_ = plan.rivals;
 }
 
 // Null for a record that is not of this tree. A host bridge record may have the address of a

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <array>
+#include <atomic>
 #include <memory>
 #include <span>
 #include <vector>
@@ -14,8 +15,9 @@ namespace host {
 struct Function;
 struct BusLayout;
 
-// Built by Machine from the bridges' bus numbers. Lookups take constant time, from any thread. Root
-// buses hang below host bridge records, which are siblings of each other in ascending bus order.
+// Built by Machine from the bridges' bus numbers, and again when bridges or functions come or go.
+// Lookups take constant time, from any thread. Root buses hang below host bridge records, which are
+// siblings of each other in ascending bus order.
 class BridgeTree {
 public:
     // A bridge that got no bus because another has the one that is its secondary bus too.
@@ -24,7 +26,7 @@ public:
         const bridge_rec *holder;  // the other: whatever is on that bus is below it
     };
 
-    BridgeTree(std::span<const Function> functions, const BusLayout &layout);
+    BridgeTree(std::span<const Function *const> functions, const BusLayout &layout);
     ~BridgeTree();
     BridgeTree(const BridgeTree &) = delete;
     BridgeTree &operator=(const BridgeTree &) = delete;
@@ -46,25 +48,36 @@ public:
     void detach(bridge_rec &bridge);
     void attach(bridge_rec &bridge);
 
+    // What the tree shows from now on; `functions` is ascending. Records of bridges that are there
+    // no more leave the tree and come back when such a bridge does; none is ever freed. Takes the
+    // records' own locks, one at a time. Calls must not overlap, nor detach() and attach().
+    void update(std::span<const Function *const> functions, const BusLayout &layout);
+
     // The operations of the records' PCI Express capabilities; before modules see the tree.
     void set_operations(const pcie_cap_ops_t &operations);
 
 private:
     struct Node;
+    struct Plan;
 
-    void add_root_buses(std::span<const Function> functions, const BusLayout &layout);
-    void add_bridges(std::span<const Function> functions, const BusLayout &layout);
-    Node &add_node(bdf_t bdf, std::uint32_t class_code, std::uint8_t kind);
-    void add_devs(std::span<const Function> functions);
-    void add_rivals(std::span<const Function> functions);
+    Node &node_for(const bridge_rec &record, const pci_cap_t *capability);
+    void plan_root_buses(Plan &plan, std::span<const Function *const> functions,
+                         const BusLayout &layout);
+    void plan_bridges(Plan &plan, std::span<const Function *const> functions,
+                      const BusLayout &layout);
+    static void plan_devs(Plan &plan, std::span<const Function *const> functions);
+    static void plan_rivals(Plan &plan, std::span<const Function *const> functions);
+    void show(const Plan &plan);
     Node *node_of(const bridge_rec &bridge) const;
 
-    std::vector<std::unique_ptr<Node>> nodes_;
-    std::vector<Node *> by_id_;  // bridges by their own routing ID
+    // Records by routing ID: of bridges their own, of host bridge records the first of their bus.
+    std::vector<std::vector<std::unique_ptr<Node>>> nodes_;
+    const pcie_cap_ops_t *operations_ = nullptr;
     std::vector<Rival> rivals_;
-    std::vector<Node *> roots_;  // host bridge records, ascending
-    std::array<Node *, 256> by_secondary_{};
-    std::array<Node *, 256> holder_{};  // the deepest record that holds the bus
+    std::vector<std::atomic<Node *>> by_id_;  // bridges by their own routing ID
+    std::atomic<Node *> top_ = nullptr;       // first host bridge record
+    std::array<std::atomic<Node *>, 256> by_secondary_{};
+    std::array<std::atomic<Node *>, 256> holder_{};  // the deepest record that holds the bus
 };
 
 }  // namespace host

@@ -64,9 +64,11 @@ std::string warning(const Function &bridge, const std::string &fault, const char
 
 }  // namespace
 
-BusLayout lay_out_buses(std::span<const Function> functions, std::vector<std::string> *warnings) {
+BusLayout lay_out_buses(std::span<const Function *const> functions,
+                        std::vector<std::string> *warnings) {
     BusLayout layout;
-    for (const Function &function : functions) {
+    for (const Function *each : functions) {
+        const Function &function = *each;
         if (!function.answers || !function.is_bridge())
             continue;
         if (function.secondary == 0 && function.subordinate == 0)

@@ -24,6 +24,7 @@ struct BusLayout {
 
 // `functions` is ascending. Bridges with impossible numbers are left out; `warnings`, unless null,
 // receives a line for each.
-BusLayout lay_out_buses(std::span<const Function> functions, std::vector<std::string> *warnings);
+BusLayout lay_out_buses(std::span<const Function *const> functions,
+                        std::vector<std::string> *warnings);
 
 }  // namespace host

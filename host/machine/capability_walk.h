@@ -12,6 +12,8 @@ namespace host {
 struct CapPosition {
     std::uint16_t id;
     std::uint16_t offset;
+
+    bool operator==(const CapPosition &) const = default;
 };
 
 // The 32 bits at an offset that is a multiple of 4, or nothing when they cannot be read.

@@ -1,5 +1,8 @@
 #include "host/machine/machine.h"
 
+#include <algorithm>
+#include <unordered_map>
+
 #include "host/machine/bus_layout.h"
 #include "host/machine/registers.h"
 #include "platform/capability.h"
@@ -8,7 +11,7 @@ namespace host {
 
 namespace {
 
-constexpr std::uint32_t NO_FUNCTION = 0xFFFF'FFFF;
+constexpr std::size_t ROUTING_IDS = 0x10000;
 
 // Reads the facts of one function as far as its own registers tell them; what depends on others
 // (the ARI form, and multi_function of functions above 0) comes after all have been read.
@@ -94,39 +97,35 @@ std::optional<std::uint16_t> Function::ext_cap(std::uint16_t cap_id) const {
 }
 
 Machine::Machine(ConfigSpace &space, std::vector<std::string> *warnings)
-    : space_(space), index_(0x10000, NO_FUNCTION) {
-    for (const RoutingId id : space.functions()) {
-        index_[id] = static_cast<std::uint32_t>(functions_.size());
-        functions_.push_back(FunctionReader(space, id).read());
-    }
-    reachable_ = std::make_unique<std::atomic<bool>[]>(functions_.size());
-    for (std::size_t i = 0; i < functions_.size(); ++i)
-        reachable_[i] = functions_[i].answers;
-
-    const BusLayout layout = lay_out_buses(functions_, warnings);
-    choose_forms(layout);
-    for (Function &function : functions_) {
-        const Function *function_0 = find(function_0_of(function.bdf));
-        function.multi_function = function.answers && function_0 && function_0->multi_function;
-    }
-    bridges_ = std::make_unique<BridgeTree>(functions_, layout);
+    : space_(space), known_(ROUTING_IDS), reachable_(ROUTING_IDS) {
+    std::vector<std::unique_ptr<Function>> fresh = read(space.functions());
+    choose_forms(fresh);
+    publish(std::move(fresh));
+    const std::vector<const Function *> all = functions();
+    bridges_ = std::make_unique<BridgeTree>(all, lay_out_buses(all, warnings));
 }
 
 ConfigSpace &Machine::space() const {
     return space_;
 }
 
-std::span<const Function> Machine::functions() const {
-    return functions_;
+std::vector<const Function *> Machine::functions() const {
+    std::vector<const Function *> all;
+    for (const auto &function : known_)
+        if (function)
+            all.push_back(function);
+    return all;
+}
+
+const Function *Machine::known(RoutingId id) const {
+    return known_[id];
 }
 
 const Function *Machine::find(bdf_t bdf) const {
     if (bdf > BDF_HIGHEST)
         return nullptr;
-    const std::uint32_t index = index_[bdf & BDF_ROUTING_ID];
-    if (index == NO_FUNCTION || !reachable_[index])
-        return nullptr;
-    return &functions_[index];
+    const auto id = static_cast<RoutingId>(bdf & BDF_ROUTING_ID);
+    return reachable_[id] ? known(id) : nullptr;
 }
 
 bool Machine::reachable(const Function &function) const {
@@ -139,6 +138,19 @@ std::uint64_t Machine::generation() const {
 
 BridgeTree &Machine::bridges() {
     return *bridges_;
+}
+
+void Machine::update(std::span<const RoutingId> gone, std::span<const RoutingId> come) {
+    const std::scoped_lock guard(change_lock_);
+    for (const RoutingId id : gone)
+        reachable_[id] = false;
+    std::vector<std::unique_ptr<Function>> fresh = read(come);
+    std::erase_if(fresh, [](const auto &function) { return !function->answers; });
+    choose_forms(fresh);
+    publish(std::move(fresh));
+    const std::vector<const Function *> present = present_with({});
+    bridges_->update(present, lay_out_buses(present, nullptr));
+    ++generation_;
 }
 
 void Machine::remove(bridge_rec &bridge) {
@@ -159,28 +171,79 @@ void Machine::insert(bridge_rec &bridge) {
 
 std::vector<const Function *> Machine::below(const bridge_rec &bridge) const {
     std::vector<const Function *> found;
-    for (const Function &function : functions_)
-        if (bridges_->is_below(function.bdf >> 8 & 0xFF, bridge))
-            found.push_back(&function);
+    for (const Function *function : functions())
+        if (bridges_->is_below(function->bdf >> 8 & 0xFF, bridge))
+            found.push_back(function);
     return found;
 }
 
-void Machine::choose_forms(const BusLayout &layout) {
+std::vector<std::unique_ptr<Function>> Machine::read(std::span<const RoutingId> ids) {
+    std::vector<std::unique_ptr<Function>> fresh;
+    for (const RoutingId id : ids)
+        fresh.push_back(std::make_unique<Function>(FunctionReader(space_, id).read()));
+    return fresh;
+}
+
+// What functions that are being added cannot tell of themselves: whether they are reached in ARI
+// form, which is the bridge's and function 0's affair, and whether their device has more functions.
+void Machine::choose_forms(std::span<const std::unique_ptr<Function>> fresh) {
+    const std::vector<const Function *> present = present_with(fresh);
+    const BusLayout layout = lay_out_buses(present, nullptr);
+    std::vector<const Function *> by_id(ROUTING_IDS);
+    for (const Function *function : present)
+        if (function->answers)
+            by_id[function->id()] = function;
     std::array<bool, BUSES> ari{};
     for (unsigned bus = 0; bus < BUSES; ++bus) {
         const Function *bridge = layout.by_secondary[bus];
-        const Function *function_0 = find(bus << 8);
+        const Function *function_0 = by_id[bus << 8];
         ari[bus] = bridge && function_0 && function_0->ext_cap(EXT_CAPID_ARI) &&
                    forwards_ari(space_, *bridge);
     }
-    for (Function &function : functions_)
-        if (function.answers && ari[function.bdf >> 8])
-            function.bdf |= BDF_ARI_FLAG;
+    for (const auto &function : fresh) {
+        if (!function->answers)
+            continue;
+        if (ari[function->bdf >> 8])
+            function->bdf |= BDF_ARI_FLAG;
+        const Function *function_0 = by_id[function_0_of(function->bdf) & BDF_ROUTING_ID];
+        function->multi_function = function_0 && function_0->multi_function;
+    }
+}
+
+// A function that comes back as it was gets its old record again, so that a machine does not grow
+// with every insertion.
+void Machine::publish(std::vector<std::unique_ptr<Function>> fresh) {
+    std::unordered_multimap<bdf_t, const Function *> old;
+    for (const auto &record : records_)
+        old.emplace(record->bdf, record.get());
+    for (std::unique_ptr<Function> &function : fresh) {
+        const auto [first, last] = old.equal_range(function->bdf);
+        const auto same = std::find_if(
+            first, last, [&](const auto &record) { return *record.second == *function; });
+        const RoutingId id = function->id();
+        if (same != last)
+            known_[id] = same->second;
+        else
+            known_[id] = records_.emplace_back(std::move(function)).get();
+        reachable_[id] = known_[id].load()->answers;
+    }
+}
+
+// What is reachable, with these functions in their places, ascending.
+std::vector<const Function *>
+Machine::present_with(std::span<const std::unique_ptr<Function>> fresh) const {
+    std::vector<const Function *> by_id(ROUTING_IDS);
+    for (std::size_t id = 0; id < ROUTING_IDS; ++id)
+        by_id[id] = find(static_cast<bdf_t>(id));
+    for (const auto &function : fresh)
+        by_id[function->id()] = function.get();
+    std::erase(by_id, nullptr);
+    return by_id;
 }
 
 void Machine::set_reachable(const bridge_rec &bridge, bool reachable) {
     for (const Function *function : below(bridge))
-        reachable_[index_[function->id()]] = reachable && function->answers;
+        reachable_[function->id()] = reachable && function->answers;
 }
 
 // A host bridge's record always is.

@@ -16,7 +16,7 @@
 
 namespace host {
 
-// Read once, when the machine is made.
+// Read once, when the machine is made or the function comes to it.
 struct Function {
     bdf_t bdf;     // as it is enumerated, in plain or ARI form
     bool answers;  // false: all ones for the vendor; nothing else below is set then
@@ -35,6 +35,8 @@ struct Function {
     bool is_bridge() const { return header_type == 1 || header_type == 2; }
     std::optional<std::uint16_t> cap(std::uint8_t cap_id) const;  // offset of the first one
     std::optional<std::uint16_t> ext_cap(std::uint16_t cap_id) const;
+
+    bool operator==(const Function &) const = default;
 };
 
 class Machine {
@@ -48,7 +50,11 @@ public:
     ConfigSpace &space() const;
 
     // Every function, ascending by routing ID, also those that do not answer or have been removed.
-    std::span<const Function> functions() const;
+    // Records live as long as the machine.
+    std::vector<const Function *> functions() const;
+
+    // The function with that routing ID, one of functions(), or null.
+    const Function *known(RoutingId id) const;
 
     // The function at `bdf` (either form) when it answers and is there now, else null. Constant
     // time; any thread.
@@ -68,20 +74,28 @@ public:
     void remove(bridge_rec &bridge);
     void insert(bridge_rec &bridge);
 
+    // Takes functions out that have gone, and reads those that have come, which may be others than
+    // before; then brings the bridges up to date.
+    void update(std::span<const RoutingId> gone, std::span<const RoutingId> come);
+
     // Every function below the bridge, bridges too, also removed ones.
     std::vector<const Function *> below(const bridge_rec &bridge) const;
 
 private:
-    void choose_forms(const BusLayout &layout);
+    std::vector<std::unique_ptr<Function>> read(std::span<const RoutingId> ids);
+    void choose_forms(std::span<const std::unique_ptr<Function>> fresh);
+    void publish(std::vector<std::unique_ptr<Function>> fresh);
+    std::vector<const Function *>
+    present_with(std::span<const std::unique_ptr<Function>> fresh) const;
     void set_reachable(const bridge_rec &bridge, bool reachable);
     bool is_there(const bridge_rec &bridge) const;
 
     ConfigSpace &space_;
-    std::vector<Function> functions_;
-    std::vector<std::uint32_t> index_;  // by routing ID: position in functions_, or NO_FUNCTION
-    std::unique_ptr<std::atomic<bool>[]> reachable_;  // by position
+    std::vector<std::unique_ptr<const Function>> records_;  // also those that others have replaced
+    std::vector<std::atomic<const Function *>> known_;      // by routing ID
+    std::vector<std::atomic<bool>> reachable_;              // by routing ID
     std::unique_ptr<BridgeTree> bridges_;
-    std::mutex change_lock_;  // one remove() or insert() at a time; never held by lookups
+    std::mutex change_lock_;  // one change at a time; never held by lookups
     std::atomic<std::uint64_t> generation_ = 0;
 };
 

@@ -62,21 +62,21 @@ unsigned read_field(const host::Machine &machine, const host::Function &function
 
 FieldValues read_fields(const host::Machine &machine) {
     FieldValues values;
-    for (const host::Function &function : machine.functions())
+    for (const host::Function *function : machine.functions())
         for (const Field &field : FIELDS)
-            values.push_back(read_field(machine, function, field));
+            values.push_back(read_field(machine, *function, field));
     return values;
 }
 
 void write_changes(const host::Machine &machine, const FieldValues &before, std::ostream &out) {
     auto old_value = before.begin();
     bool any = false;
-    for (const host::Function &function : machine.functions())
+    for (const host::Function *function : machine.functions())
         for (const Field &field : FIELDS) {
-            const unsigned value = read_field(machine, function, field);
+            const unsigned value = read_field(machine, *function, field);
             if (value != *old_value) {
                 any = true;
-                out << host::bdf_text(function.bdf) << "  " << std::left << std::setw(16)
+                out << host::bdf_text(function->bdf) << "  " << std::left << std::setw(16)
                     << field.name << field.texts[*old_value] << " -> " << field.texts[value]
                     << '\n';
             }
