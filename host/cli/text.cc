@@ -10,6 +10,7 @@
 namespace host {
 namespace {
 
+constexpr std::string_view BYTE_ORDER_MARK = "\xEF\xBB\xBF";
 constexpr std::string_view BLANKS = " \t\r";
 constexpr std::size_t LARGEST_TEXT = std::size_t{16} << 20U;  // ends what has no end (/dev/zero)
 
@@ -67,6 +68,8 @@ std::string read_text_stream(std::istream &in, const std::string &name) {
     }
     if (in.bad())
         throw InputError(name + ": cannot be read: " + std::generic_category().message(errno));
+    if (text.starts_with(BYTE_ORDER_MARK))
+        text.erase(0, BYTE_ORDER_MARK.size());
     return text;
 }
 

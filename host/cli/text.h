@@ -18,8 +18,8 @@ class InputError : public std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-// The whole of a file, or what is left of a stream: up to 16 MiB. Throws InputError, which names the
-// file.
+// The whole of a file, or what is left of a stream: up to 16 MiB, without a UTF-8 byte order mark
+// at the start. Throws InputError, which names the file.
 std::string read_text_file(const std::filesystem::path &file);
 std::string read_text_stream(std::istream &in, const std::string &name);
 

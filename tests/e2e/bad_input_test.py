@@ -60,10 +60,11 @@ REFUSED = (
          "input:3: neither KEY = VALUE nor [section]: ", 'input:4: no key in front of "=": ',
          'input:5: no module file in front of ",": ', "input:6: a section is written as [name]: "]),
     (["-F", EXAMPLE, "-e", "input", "-m", f"{PLUGIN},--config=input"],
-     "explode 00:01.0\nflr 01:00.0 # good\nflr\nflr 1:0.0.0\nflr 7f:00.0\nflr 0001:00:01.0\n"
-     "flr 00:01.0 1 2\nremove 01:00.0\ninsert 00:01.0 x\nremove 00:01.0 0x1 22\nflr 01:00.0\n"
-     "insert 00:01.0\nflr 01:00.0 -1\nbus-reset 00:1f.0\n", [
-         "input:1: unknown event ", "input:3: no function is named: ",
+     "\ufeffexplode 00:01.0\nflr 01:00.0 # good\nflr\nflr 1:0.0.0\nflr 7f:00.0\n"
+     "flr 0001:00:01.0\nflr 00:01.0 1 2\nremove 01:00.0\ninsert 00:01.0 x\n"
+     "remove 00:01.0 0x1 22\nflr 01:00.0\ninsert 00:01.0\nflr 01:00.0 -1\nbus-reset 00:1f.0\n", [
+         "input:1: unknown event (insert, remove, flr, bus-reset): explode",
+         "input:3: no function is named: ",
          "input:4: not a function's address ", "input:5: no such function in the dump: ",
          "input:6: not in the domain that is served: ", "input:7: too many words: ",
          "input:8: not a bridge: ", "input:9: VALUE is no number: ",
