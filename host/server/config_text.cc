@@ -1,13 +1,20 @@
-// Text helpers. A carriage return before a line's end counts as a blank, for files written
-// elsewhere.
+// Text helpers. For files written elsewhere, a carriage return before a line's end counts as a
+// blank, and a line to examine begins behind a UTF-8 byte order mark: the helpers cannot tell a
+// text's first line from the others.
 #include "platform/config_text.h"
 
 #include <cstring>
+#include <string_view>
 
 namespace {
 
 bool is_blank(char c) {
     return c == ' ' || c == '\t';
+}
+
+const char *skip_byte_order_mark(const char *p) {
+    constexpr std::string_view MARK = "\xEF\xBB\xBF";
+    return std::strncmp(p, MARK.data(), MARK.size()) == 0 ? p + MARK.size() : p;
 }
 
 const char *skip_blanks(const char *p) {
@@ -33,6 +40,7 @@ bool is_default_name_char(char c) {
 
 const char *skip_comment(const char *p) {
     while (true) {
+        p = skip_byte_order_mark(p);
         const char *text = skip_blanks(p);
         if (*text != '#' && !at_line_end(text))
             return p;

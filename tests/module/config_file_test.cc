@@ -69,6 +69,8 @@ TEST_F(ConfigFile, HandsEachLineToTheFeatureThatItsKeywordNames) {
          "2 MPS=3.0.0:256\n3 ECRC=1.*:+:=\n", ""},
         {"CR LF", "\r\nMPS=all:max\r\nECRC=\r\nFOO=1\r\nECRC=all:+:+\r\n",
          "2 MPS=all:max\n3 ECRC=all:+:+\n", no_value("ECRC") + unknown("FOO")},
+        {"byte order mark", "\xEF\xBB\xBFMPS=1\n\xEF\xBB\xBF# MPS=2\n\xEF\xBB\xBF", "2 MPS=1\n",
+         ""},
         {"zero bytes", "\0\0\n\0A=1\nx\0y\nMPS=1\0:2\n# \0\nFOO=1"s, "2 MPS=1\n", unknown("FOO")},
     };
     for (const auto &row : rows) {
