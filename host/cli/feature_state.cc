@@ -37,12 +37,21 @@ private:
     RoutingId id_;
 };
 
-// Where Device Capabilities and Control are within the conventional 256 bytes, where they belong.
-std::optional<std::uint16_t> pcie_capability(const Function &function) {
-    const auto offset = function.cap(CAPID_PCIE);
-    if (!offset || *offset + reg::DEVCTL + 2 > reg::CONFIG_SIZE)
-        return std::nullopt;
-    return offset;
+// The modules' programming reads the two registers one by one as well: a capability may be cut off
+// between them, by the end of the dump or of the conventional 256 bytes, where it belongs.
+std::optional<PayloadState> read_payload(const Registers &registers, const Function &function) {
+    const auto read = [&](unsigned offset, unsigned width) {
+        const auto base = function.cap(CAPID_PCIE);
+        return base && *base + offset + width <= reg::CONFIG_SIZE
+                   ? registers.read(base, offset, width)
+                   : std::nullopt;
+    };
+    PayloadState state;
+    if (const auto devcap = read(reg::DEVCAP, 4))
+        state.supported = payload_bytes(*devcap, DEVCAP_PAYLOAD_SIZE);
+    if (const auto devctl = read(reg::DEVCTL, 2))
+        state.current = payload_bytes(*devctl, reg::DEVCTL_PAYLOAD_SIZE);
+    return state.supported || state.current ? std::optional(state) : std::nullopt;
 }
 
 }  // namespace
@@ -52,12 +61,8 @@ FeatureState read_feature_state(const Machine &machine, const Function &function
     if (!state.reachable)
         return state;
     const Registers registers(machine, function);
-    const auto devcap = registers.read(pcie_capability(function), reg::DEVCAP, 4);
-    const auto devctl = registers.read(pcie_capability(function), reg::DEVCTL, 2);
     const auto aer_ctl = registers.read(function.ext_cap(EXT_CAPID_AER), reg::AER_CONTROL, 4);
-    if (devcap && devctl)
-        state.mps = {.supported = payload_bytes(*devcap, DEVCAP_PAYLOAD_SIZE),
-                     .current = payload_bytes(*devctl, reg::DEVCTL_PAYLOAD_SIZE)};
+    state.mps = read_payload(registers, function);
     if (aer_ctl)
         state.ecrc = {.gen = ecrc_control(*aer_ctl, reg::AER_GEN_CAPABLE, reg::AER_GEN_ENABLE),
                       .chk = ecrc_control(*aer_ctl, reg::AER_CHK_CAPABLE, reg::AER_CHK_ENABLE)};

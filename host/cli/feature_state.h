@@ -7,10 +7,10 @@
 
 namespace host {
 
-// Bytes. A reserved code n is shown as what it would be, 128 << n.
+// Bytes. A reserved code n is shown as what it would be, 128 << n. Empty: cannot be read.
 struct PayloadState {
-    unsigned supported;  // Device Capabilities
-    unsigned current;    // Device Control
+    std::optional<unsigned> supported;  // Device Capabilities
+    std::optional<unsigned> current;    // Device Control
 
     bool operator==(const PayloadState &) const = default;
 };
@@ -31,7 +31,7 @@ struct EcrcState {
 
 struct FeatureState {
     bool reachable = false;           // answers and has not been removed
-    std::optional<PayloadState> mps;  // empty without a PCI Express capability
+    std::optional<PayloadState> mps;  // empty without either register
     std::optional<EcrcState> ecrc;    // empty without Advanced Error Reporting
 
     bool operator==(const FeatureState &) const = default;

@@ -52,11 +52,12 @@ bool is_usable(unsigned payload) {
 
 void lower_path_max(HierarchyReport &hierarchy, const Report &report, std::size_t index) {
     const FeatureState &state = report.functions[index].before;
-    if (!state.mps || !is_usable(state.mps->supported))
+    const auto supported = state.mps ? state.mps->supported : std::nullopt;
+    if (!supported || !is_usable(*supported))
         return;
-    if (hierarchy.path_max && *hierarchy.path_max <= state.mps->supported)
+    if (hierarchy.path_max && *hierarchy.path_max <= *supported)
         return;
-    hierarchy.path_max = state.mps->supported;
+    hierarchy.path_max = supported;
     hierarchy.limited_by = index;
 }
 

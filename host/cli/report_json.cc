@@ -26,9 +26,9 @@ Json class_json(const Function &function) {
 Json mps_json(const FunctionReport &row) {
     if (!row.before.mps)
         return nullptr;
-    return {{"supported", row.before.mps->supported},
-            {"before", row.before.mps->current},
-            {"after", row.after.mps ? Json(row.after.mps->current) : Json(nullptr)}};
+    return {{"supported", value_or_null(row.before.mps->supported)},
+            {"before", value_or_null(row.before.mps->current)},
+            {"after", row.after.mps ? value_or_null(row.after.mps->current) : Json(nullptr)}};
 }
 
 Json control_json(const FunctionReport &row, EcrcControl EcrcState::*control) {

@@ -70,10 +70,13 @@ std::string payload_cell(const FunctionReport &row) {
         return "removed";
     if (!row.before.mps || !row.after.mps)
         return NONE;
-    std::string text = std::to_string(row.before.mps->current);
+    const auto bytes = [](std::optional<unsigned> size) {
+        return size ? std::to_string(*size) : NONE;
+    };
+    std::string text = bytes(row.before.mps->current);
     if (row.after.mps->current != row.before.mps->current)
-        text += "→" + std::to_string(row.after.mps->current);
-    return text + " (" + std::to_string(row.after.mps->supported) + ")";
+        text += "→" + bytes(row.after.mps->current);
+    return text + " (" + bytes(row.after.mps->supported) + ")";
 }
 
 std::string ecrc_cell(const FunctionReport &row, EcrcControl EcrcState::*control) {
