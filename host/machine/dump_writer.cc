@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <optional>
@@ -97,10 +98,16 @@ void append_hex(std::string &text, unsigned value, unsigned digits) {
         text += "0123456789abcdef"[value >> 4 * digits & 0xF];
 }
 
+char lower_case(char c) {
+    return static_cast<char>(c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c);
+}
+
 // The title as it was read; one that does not begin with the function's address gets it.
 void append_title(std::string &text, const std::string &title, RoutingId id) {
     const std::string address = bdf_text(id);
-    if (!title.substr(0, title.find(' ')).ends_with(address)) {
+    std::string first_word = title.substr(0, title.find(' '));
+    std::ranges::transform(first_word, first_word.begin(), lower_case);
+    if (!first_word.ends_with(address)) {
         text += address;
         text += ' ';
     }
