@@ -24,7 +24,11 @@ int main(int argc, char **argv) {
     std::ios::sync_with_stdio(false);  // else a failing read of std::cin counts as its end
     try {
         const auto options = host::parse_options(argc, argv, std::cout);
-        return options ? host::run(*options, std::cin, std::cout) : host::EXIT_DONE;
+        if (options)
+            return host::run(*options, std::cin, std::cout);
+        if (std::cout.flush())
+            return host::EXIT_DONE;
+        std::cerr << "error: standard output: the text cannot be written\n";
     } catch (const host::InputError &error) {
         std::cerr << "error: " << error.what() << '\n';
     } catch (const std::exception &error) {

@@ -108,8 +108,10 @@ int print_usage(const ModuleEntry &module, std::ostream &out) {
     const auto file = find_module(module);
     if (!file)
         throw InputError("module " + not_found(module));
-    out << module_usage(*file) << std::flush;
-    return EXIT_DONE;
+    if (out << module_usage(*file) << std::flush)
+        return EXIT_DONE;
+    log_error("standard output: the usage text cannot be written");
+    return EXIT_BAD_INPUT;
 }
 
 int refuse(const std::string &lines) {
