@@ -137,7 +137,7 @@ std::vector<BusEvent> parse_bus_events(std::string_view text, const std::string 
         }
     }
     if (!errors.empty())
-        throw InputError(join(errors, "\n"));
+        throw InputError(errors);
     return events;
 }
 

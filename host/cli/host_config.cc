@@ -29,7 +29,7 @@ public:
 
     HostConfig result() && {
         if (!errors_.empty())
-            throw InputError(join(errors_, "\n"));
+            throw InputError(errors_);
         return std::move(config_);
     }
 

@@ -114,8 +114,8 @@ int print_usage(const ModuleEntry &module, std::ostream &out) {
     return EXIT_BAD_INPUT;
 }
 
-int refuse(const std::string &lines) {
-    for (const std::string_view line : split(lines, '\n'))
+int refuse(const InputError &error) {
+    for (const std::string_view line : split(error.what(), '\n'))
         log_error(std::string(line));
     return EXIT_BAD_INPUT;
 }
@@ -129,9 +129,10 @@ int run(const Options &options, std::istream &in, std::ostream &out) {
             return print_usage(*options.usage, out);
         return run_machine(options, in, out);
     } catch (const InputError &error) {
-        return refuse(error.what());
+        return refuse(error);
     } catch (const DumpError &error) {
-        return refuse(error.what());
+        log_error(error.what());
+        return EXIT_BAD_INPUT;
     }
 }
 

@@ -42,7 +42,19 @@ std::optional<std::uint32_t> parse(std::string_view digits, int base) {
     return value;
 }
 
+std::string printable_lines(const std::vector<std::string> &lines) {
+    std::vector<std::string> shown;
+    for (const std::string &line : lines)
+        shown.push_back(printable(line, line.size()));
+    return join(shown, "\n");
+}
+
 }  // namespace
+
+InputError::InputError(const std::string &line) : InputError(std::vector<std::string>{line}) {}
+
+InputError::InputError(const std::vector<std::string> &lines)
+    : std::runtime_error(printable_lines(lines)) {}
 
 std::string read_text_file(const std::filesystem::path &file) {
     std::error_code ignored;

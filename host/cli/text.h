@@ -13,9 +13,12 @@
 namespace host {
 
 // Input that cannot be used: nothing has been run, and the exit status is 2. `what()` is one or
-// more lines, each with the file and line it is about.
+// more lines, each with the file and line it is about, and without control characters, which a
+// file's name may have.
 class InputError : public std::runtime_error {
-    using std::runtime_error::runtime_error;
+public:
+    explicit InputError(const std::string &line);
+    explicit InputError(const std::vector<std::string> &lines);
 };
 
 // The whole of a file, or what is left of a stream: up to 16 MiB, without a UTF-8 byte order mark

@@ -54,6 +54,8 @@ REFUSED = (
     (["-F", EXAMPLE, "-c", "/dev/zero"], "", ["/dev/zero: is larger than 16 MiB"]),
     (["-F", EXAMPLE, "-e", "/proc/self/mem"], "", [
         "/proc/self/mem: cannot be read: Input/output error"]),
+    (["-F", "a\nb"], "", ["a\\x0ab: No such file"]),
+    (["-F", EXAMPLE, "-e", "a\nb"], "", ["a?b: cannot be read"]),
     (["-F", EXAMPLE, "-e", "none"], "", ["none: cannot be read: No such file or directory"]),
     (["-F", EXAMPLE, "-c", "input", "-m", PLUGIN],
      "# one\n[runtime]\nHOPLAR_MODULE_LIST\n= a.so\nHOPLAR_MODULE_LIST = a.so ,b\n[runtime\n", [
