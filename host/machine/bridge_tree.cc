@@ -188,11 +188,15 @@ int BridgeTree::secondary_bus(const bridge_rec &bridge) const {
     return node ? node->secondary : -1;
 }
 
-bool BridgeTree::is_below(unsigned bus, const bridge_rec &bridge) const {
-    const bridge_rec *record = bus < BUSES ? holder_[bus].load() : nullptr;
-    while (record && record != &bridge)
-        record = record->parent;
-    return record != nullptr;
+std::bitset<256> BridgeTree::buses_below(const bridge_rec &bridge) const {
+    std::bitset<BUSES> buses;
+    for (unsigned bus = 0; bus < BUSES; ++bus) {
+        const bridge_rec *record = holder_[bus].load();
+        while (record && record != &bridge)
+            record = record->parent;
+        buses[bus] = record != nullptr;
+    }
+    return buses;
 }
 
 std::span<const BridgeTree::Rival> BridgeTree::rivals() const {

@@ -3,6 +3,7 @@
 
 #include <array>
 #include <atomic>
+#include <bitset>
 #include <memory>
 #include <span>
 #include <vector>
@@ -37,8 +38,8 @@ public:
     bridge_rec *above(bdf_t bdf) const;                 // the record whose secondary side holds bdf
     int secondary_bus(const bridge_rec &bridge) const;  // -1 when it has none
 
-    // Whether functions on `bus` are below the bridge, also while they are removed.
-    bool is_below(unsigned bus, const bridge_rec &bridge) const;
+    // Buses whose functions are below the bridge, also while they are removed.
+    std::bitset<256> buses_below(const bridge_rec &bridge) const;
 
     // Each stands in its holder's list of devices too.
     std::span<const Rival> rivals() const;

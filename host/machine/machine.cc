@@ -170,9 +170,10 @@ void Machine::insert(bridge_rec &bridge) {
 }
 
 std::vector<const Function *> Machine::below(const bridge_rec &bridge) const {
+    const auto buses = bridges_->buses_below(bridge);
     std::vector<const Function *> found;
     for (const Function *function : functions())
-        if (bridges_->is_below(function->bdf >> 8 & 0xFF, bridge))
+        if (buses[function->bdf >> 8 & 0xFF])
             found.push_back(function);
     return found;
 }
