@@ -35,13 +35,15 @@ public:
 
 private:
     void take_section() {
-        section_ = Section::UNKNOWN;
+        // The lines below a header that cannot be read are looked at as well: all that is wrong is
+        // reported at once.
+        section_ = Section::RUNTIME;
         if (!text_.ends_with(']') || trim(text_.substr(1, text_.size() - 2)).empty())
             return reject("a section is written as [name]");
         if (trim(text_.substr(1, text_.size() - 2)) == RUNTIME_SECTION)
-            section_ = Section::RUNTIME;
-        else
-            warn("unknown section, passed over");
+            return;
+        section_ = Section::UNKNOWN;
+        warn("unknown section, passed over");
     }
 
     void take_key() {
