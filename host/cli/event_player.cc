@@ -1,6 +1,6 @@
 #include "host/cli/event_player.h"
 
-#include "host/cli/progress.h"
+#include "host/server/progress.h"
 #include "host/server/hooks.h"
 
 namespace host {

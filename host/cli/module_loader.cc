@@ -5,7 +5,7 @@
 #include <memory>
 #include <set>
 
-#include "host/cli/progress.h"
+#include "host/server/progress.h"
 #include "host/server/log.h"
 #include "platform/pci_access.h"
 #include "platform/server.h"

@@ -1,0 +1,55 @@
+// Keeps a served machine in step with what the kernel adds and removes.
+#pragma once
+
+#include <chrono>
+#include <map>
+#include <set>
+
+#include "host/live/kernel_events.h"
+#include "host/live/live_space.h"
+#include "host/machine/machine.h"
+
+namespace host {
+
+// Events of one slot come in bursts: a device has functions, a switch has ports. They are gathered
+// below the highest bridge that is known, until nothing more comes for QUIET; then functions that
+// have gone leave the machine and functions that have come enter it, with the hooks around both.
+// All on the calling thread.
+class HotPlug {
+public:
+    using Clock = std::chrono::steady_clock;
+    static constexpr std::chrono::milliseconds QUIET{100};
+
+    HotPlug(Machine &machine, LiveSpace &space);
+
+    void take(const KernelEvent &event);
+
+    // Events were lost: everything is to be compared.
+    void take_all();
+
+    // When settle() has something to do; empty when nothing waits.
+    std::optional<Clock::time_point> due() const;
+
+    // Brings in what has been quiet for long enough.
+    void settle(Clock::time_point now);
+
+private:
+    struct Group {
+        Clock::time_point due;
+        std::set<RoutingId> added;
+    };
+
+    bridge_rec *known_bridge(const KernelEvent &event) const;
+    Group &group_of(bridge_rec *bridge);
+    std::set<RoutingId> present_below(const bridge_rec &bridge) const;
+    std::set<RoutingId> known_below(const bridge_rec &bridge) const;
+    void bring_in(bridge_rec *bridge, const std::set<RoutingId> &added);
+    void remove(bridge_rec *bridge, const std::vector<RoutingId> &gone);
+    void insert(bridge_rec *bridge, const std::vector<RoutingId> &come);
+
+    Machine &machine_;
+    LiveSpace &space_;
+    std::map<bridge_rec *, Group> groups_;
+};
+
+}  // namespace host

@@ -1,0 +1,88 @@
+// The kernel's own events, not those that udevd sends on: they come early in the boot too, and
+// nothing of udevd's is needed.
+#include "host/live/kernel_events.h"
+
+#include <libudev.h>
+
+#include <cerrno>
+#include <string_view>
+#include <utility>
+
+#include "host/live/live_space.h"
+
+namespace host {
+namespace {
+
+constexpr int RECEIVE_BUFFER = 16 << 20;  // bytes; as large as udevd's
+
+struct ReleaseDevice {
+    void operator()(udev_device *device) const { udev_device_unref(device); }
+};
+using Device = std::unique_ptr<udev_device, ReleaseDevice>;
+
+// "/devices/pci0000:00/0000:00:02.0/0000:04:00.0": the last is the function.
+std::optional<KernelEvent> event_of(udev_device *device, unsigned domain) {
+    const char *const action = udev_device_get_action(device);
+    const char *const path = udev_device_get_devpath(device);
+    if (!action || !path)
+        return std::nullopt;
+    const bool added = std::string_view(action) == "add";
+    if (!added && std::string_view(action) != "remove")
+        return std::nullopt;
+    std::vector<RoutingId> bridges;
+    for (const std::filesystem::path &part : std::filesystem::path(path)) {
+        const auto address = parse_kernel_address(part.string());
+        if (address && address->domain == domain)
+            bridges.insert(bridges.begin(), address->id);
+    }
+    if (bridges.empty())
+        return std::nullopt;
+    const RoutingId id = bridges.front();
+    bridges.erase(bridges.begin());
+    return KernelEvent{.added = added, .id = id, .bridges = std::move(bridges)};
+}
+
+}  // namespace
+
+void KernelEvents::Release::operator()(udev *context) const {
+    udev_unref(context);
+}
+
+void KernelEvents::Release::operator()(udev_monitor *monitor) const {
+    udev_monitor_unref(monitor);
+}
+
+KernelEvents::KernelEvents(unsigned domain) : domain_(domain), context_(udev_new()) {
+    if (context_)
+        monitor_.reset(udev_monitor_new_from_netlink(context_.get(), "kernel"));
+    if (!monitor_ ||
+        udev_monitor_filter_add_match_subsystem_devtype(monitor_.get(), "pci", nullptr) < 0)
+        throw LiveError("--watch: the kernel's events cannot be received");
+    // Without the right to exceed the system's limit, the buffer is what the system gives.
+    udev_monitor_set_receive_buffer_size(monitor_.get(), RECEIVE_BUFFER);
+    if (udev_monitor_enable_receiving(monitor_.get()) < 0)
+        throw LiveError("--watch: the kernel's events cannot be received");
+}
+
+int KernelEvents::descriptor() const {
+    return udev_monitor_get_fd(monitor_.get());
+}
+
+std::optional<KernelEvent> KernelEvents::next() {
+    for (;;) {
+        errno = 0;
+        const Device device(udev_monitor_receive_device(monitor_.get()));
+        if (!device) {
+            lost_ |= errno == ENOBUFS;
+            return std::nullopt;
+        }
+        if (auto event = event_of(device.get(), domain_))
+            return event;
+    }
+}
+
+bool KernelEvents::lost() {
+    return std::exchange(lost_, false);
+}
+
+}  // namespace host

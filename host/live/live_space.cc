@@ -1,0 +1,241 @@
+// libpci ends the process through its error callback when it cannot go on. Here that callback jumps
+// back to where the library was entered; only C frames lie between.
+#include "host/live/live_space.h"
+
+#include <unistd.h>
+
+#include <array>
+#include <csetjmp>
+#include <cstdarg>
+#include <cstdio>
+#include <map>
+#include <mutex>
+
+extern "C" {
+#include <pci/pci.h>
+}
+
+#include "host/machine/bdf_text.h"
+#include "host/machine/registers.h"
+
+namespace host {
+namespace {
+
+// Where the error callback goes back to, and why. Under the library's lock.
+std::jmp_buf *way_out = nullptr;
+std::array<char, 256> reason;
+
+[[noreturn, gnu::format(printf, 1, 2)]] void give_up(char *format, ...) {
+    va_list args;
+    va_start(args, format);
+    std::vsnprintf(reason.data(), reason.size(), format, args);
+    va_end(args);
+    std::longjmp(*way_out, 1);
+}
+
+// What it warns of comes back as the result of the access as well.
+[[gnu::format(printf, 1, 2)]] void ignore(char *, ...) {}
+
+// Runs calls of the library; false when it gave up. Nothing with a destructor may live in `calls`.
+template <typename Calls>
+bool enter(Calls calls) {
+    std::jmp_buf here;
+    way_out = &here;
+    if (setjmp(here) != 0)
+        return false;
+    calls();
+    return true;
+}
+
+struct CloseLibrary {
+    void operator()(pci_access *access) const {
+        enter([access] { pci_cleanup(access); });
+    }
+};
+
+}  // namespace
+
+// Every call of libpci, one at a time: it knows no threads.
+class LiveSpace::Library {
+public:
+    explicit Library(unsigned domain) : domain_(domain) {
+        pci_access *opened = pci_alloc();
+        opened->error = give_up;
+        opened->warning = ignore;
+        opened->debug = ignore;
+        opened->method = PCI_ACCESS_SYS_BUS_PCI;
+        opened->writeable = 1;
+        if (!enter([opened] { pci_init(opened); }))
+            throw LiveError(std::string("this machine's configuration space: ") + reason.data());
+        access_.reset(opened);
+    }
+
+    ~Library() {
+        for (const auto &[id, device] : devices_)
+            release(device);
+    }
+    Library(const Library &) = delete;
+    Library &operator=(const Library &) = delete;
+
+    bool read(RoutingId id, unsigned offset, std::uint8_t *bytes, unsigned count) {
+        const std::scoped_lock guard(lock_);
+        volatile bool done = false;
+        pci_dev *const device = find(id);
+        enter([&] {
+            done = pci_read_block(device, static_cast<int>(offset), bytes,
+                                  static_cast<int>(count)) != 0;
+        });
+        return done;
+    }
+
+    bool write(RoutingId id, unsigned offset, std::uint8_t *bytes, unsigned count) {
+        const std::scoped_lock guard(lock_);
+        volatile bool done = false;
+        pci_dev *const device = find(id);
+        enter([&] {
+            done = pci_write_block(device, static_cast<int>(offset), bytes,
+                                   static_cast<int>(count)) != 0;
+        });
+        return done;
+    }
+
+    void forget(RoutingId id) {
+        const std::scoped_lock guard(lock_);
+        const auto found = devices_.find(id);
+        if (found == devices_.end())
+            return;
+        release(found->second);
+        devices_.erase(found);
+    }
+
+    std::string class_name(unsigned class_code) {
+        return look_up(PCI_LOOKUP_CLASS, static_cast<int>(class_code), 0);
+    }
+
+    std::string device_name(unsigned vendor, unsigned device) {
+        return look_up(PCI_LOOKUP_VENDOR | PCI_LOOKUP_DEVICE, static_cast<int>(vendor),
+                       static_cast<int>(device));
+    }
+
+private:
+    pci_dev *find(RoutingId id) {
+        pci_dev *&device = devices_[id];
+        if (device == nullptr)
+            enter([&] {
+                device = pci_get_dev(access_.get(), static_cast<int>(domain_), id >> 8,
+                                     id >> 3 & 0x1F, id & 7);
+            });
+        return device;
+    }
+
+    static void release(pci_dev *device) {
+        enter([device] { pci_free_dev(device); });
+    }
+
+    std::string look_up(int what, int first, int second) {
+        const std::scoped_lock guard(lock_);
+        std::array<char, 256> text{};
+        enter([&] {
+            pci_lookup_name(access_.get(), text.data(), static_cast<int>(text.size()), what, first,
+                            second);
+        });
+        return text.data();
+    }
+
+    unsigned domain_;
+    std::mutex lock_;
+    std::unique_ptr<pci_access, CloseLibrary> access_;
+    std::map<RoutingId, pci_dev *> devices_;
+};
+
+LiveSpace::LiveSpace(unsigned domain) : domain_(domain), sysfs_(domain) {
+    if (geteuid() != 0)
+        throw LiveError("--live: only root can read this machine's configuration space");
+    if (sysfs_.functions().empty())
+        throw LiveError("--live: no PCI functions on this machine (/sys/bus/pci/devices, domain " +
+                        kernel_address(domain, 0).substr(0, 4) + ")");
+    library_ = std::make_unique<Library>(domain);
+}
+
+LiveSpace::~LiveSpace() = default;
+
+std::vector<RoutingId> LiveSpace::functions() const {
+    return sysfs_.functions();
+}
+
+// As lspci writes it.
+std::string LiveSpace::title(RoutingId id) const {
+    const std::string address = domain_ == 0 ? bdf_text(id) : kernel_address(domain_, id);
+    std::array<std::uint8_t, reg::HEADER_SIZE> header{};
+    if (!library_->read(id, 0, header.data(), header.size()))
+        return address;
+    const auto word = [&](unsigned at) { return header[at] | unsigned{header[at + 1]} << 8; };
+    std::string text = address + " " + library_->class_name(word(reg::REVISION_ID + 2)) + ": " +
+                       library_->device_name(word(reg::VENDOR_ID), word(reg::DEVICE_ID));
+    if (const unsigned revision = header[reg::REVISION_ID]) {
+        std::array<char, 16> suffix{};
+        std::snprintf(suffix.data(), suffix.size(), " (rev %02x)", revision);
+        text += suffix.data();
+    }
+    return text;
+}
+
+pci_err_t LiveSpace::read(RoutingId id, unsigned offset, unsigned width, std::uint32_t &value) {
+    if ((width != 1 && width != 2 && width != 4) || offset % width != 0)
+        return PCI_ERR_INVALID;
+    std::array<std::uint8_t, 4> bytes{};
+    if (!library_->read(id, offset, bytes.data(), width))
+        return failed(id, offset);
+    value = 0;
+    for (unsigned i = width; i-- > 0;)
+        value = value << 8 | bytes[i];
+    return PCI_OK;
+}
+
+pci_err_t LiveSpace::write(RoutingId id, unsigned offset, unsigned width, std::uint32_t value) {
+    if ((width != 1 && width != 2 && width != 4) || offset % width != 0)
+        return PCI_ERR_INVALID;
+    std::array<std::uint8_t, 4> bytes{};
+    for (unsigned i = 0; i < width; ++i)
+        bytes[i] = static_cast<std::uint8_t>(value >> 8 * i);
+    return library_->write(id, offset, bytes.data(), width) ? PCI_OK : failed(id, offset);
+}
+
+// Spaces of functions end at 256 or 4096 bytes; asking beyond is no failure of the machine.
+pci_err_t LiveSpace::failed(RoutingId id, unsigned offset) {
+    if (!sysfs_.has(id))
+        return PCI_ERR_NO_DEVICE;
+    if (offset < sysfs_.config_size(id))
+        ++failures_;
+    return PCI_ERR_IO;
+}
+
+void LiveSpace::forget(RoutingId id) {
+    library_->forget(id);
+}
+
+std::unique_ptr<ConfigImage> LiveSpace::snapshot() const {
+    auto image = std::make_unique<ConfigImage>();
+    bool headers_alone = false;
+    for (const RoutingId id : functions()) {
+        std::vector<std::uint8_t> bytes(sysfs_.config_size(id));
+        if (library_->read(id, 0, bytes.data(), static_cast<unsigned>(bytes.size())))
+            image->add(id, title(id), std::move(bytes));
+        else
+            headers_alone |= library_->read(id, 0, bytes.data(), reg::HEADER_SIZE);
+    }
+    if (headers_alone)
+        throw LiveError("--live: the kernel shows no more than headers of configuration space "
+                        "(CAP_SYS_ADMIN is needed)");
+    return image;
+}
+
+std::uint64_t LiveSpace::failures() const {
+    return failures_;
+}
+
+const Sysfs &LiveSpace::sysfs() const {
+    return sysfs_;
+}
+
+}  // namespace host

@@ -1,0 +1,57 @@
+// Configuration space of the machine that this runs on, through libpci.
+#pragma once
+
+#include <atomic>
+#include <memory>
+#include <stdexcept>
+
+#include "host/live/sysfs.h"
+#include "host/machine/config_image.h"
+#include "host/machine/config_space.h"
+
+namespace host {
+
+// Why live hardware cannot be used; `what()` is for the user.
+class LiveError : public std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+class LiveSpace final : public ConfigSpace {
+public:
+    // Functions of one domain. Opens nothing for writing before the first write. Throws LiveError
+    // without root, and on a machine without PCI.
+    explicit LiveSpace(unsigned domain);
+    ~LiveSpace() override;
+    LiveSpace(const LiveSpace &) = delete;
+    LiveSpace &operator=(const LiveSpace &) = delete;
+
+    std::vector<RoutingId> functions() const override;
+    std::string title(RoutingId id) const override;
+    // PCI_ERR_NO_DEVICE for a function that has gone, PCI_ERR_IO for any other failure of the
+    // operating system.
+    pci_err_t read(RoutingId id, unsigned offset, unsigned width, std::uint32_t &value) override;
+    pci_err_t write(RoutingId id, unsigned offset, unsigned width, std::uint32_t value) override;
+
+    // Drops what is kept open for a function: another one may come to the same place.
+    void forget(RoutingId id);
+
+    // All that can be read now. Throws LiveError when the operating system gives the headers alone.
+    std::unique_ptr<ConfigImage> snapshot() const;
+
+    // Accesses that ended with PCI_ERR_IO so far.
+    std::uint64_t failures() const;
+
+    const Sysfs &sysfs() const;
+
+private:
+    class Library;
+
+    pci_err_t failed(RoutingId id, unsigned offset);
+
+    unsigned domain_;
+    Sysfs sysfs_;
+    std::unique_ptr<Library> library_;
+    std::atomic<std::uint64_t> failures_ = 0;
+};
+
+}  // namespace host

@@ -1,0 +1,64 @@
+#include "host/live/resets.h"
+
+#include <array>
+#include <cerrno>
+#include <system_error>
+#include <thread>
+
+#include "host/machine/bdf_text.h"
+#include "host/machine/registers.h"
+#include "host/server/log.h"
+
+namespace host {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+bool answers(LiveSpace &space, RoutingId id) {
+    std::uint32_t vendor = 0;
+    return space.read(id, reg::VENDOR_ID, 2, vendor) == PCI_OK && vendor != reg::VENDOR_ID_NONE;
+}
+
+// False when the function stays away.
+bool wait_for(LiveSpace &space, RoutingId id, Clock::time_point latest) {
+    constexpr std::chrono::milliseconds STEP{10};
+    while (!answers(space, id)) {
+        if (Clock::now() >= latest || !space.sysfs().has(id)) {
+            log_error(bdf_text(id) + ": does not answer after the reset");
+            return false;
+        }
+        std::this_thread::sleep_for(STEP);
+    }
+    return true;
+}
+
+pci_err_t reset(LiveSpace &space, RoutingId id, const char *method) {
+    const int error = space.sysfs().reset(id, method);
+    if (error == 0)
+        return PCI_OK;
+    log_error(bdf_text(id) + ": cannot be reset (" + method +
+              "): " + std::generic_category().message(error));
+    // What the kernel says of a method that the function does not have.
+    return error == EINVAL || error == ENOTTY || error == ENOENT ? PCI_ERR_NOT_SUPPORTED
+                                                                 : PCI_ERR_IO;
+}
+
+}  // namespace
+
+pci_err_t reset_function(LiveSpace &space, RoutingId id) {
+    if (const pci_err_t error = reset(space, id, "flr"))
+        return error;
+    return wait_for(space, id, Clock::now() + LONGEST_RESET) ? PCI_OK : PCI_ERR_IO;
+}
+
+pci_err_t reset_bus(LiveSpace &space, RoutingId id, std::span<const Function *const> below) {
+    if (const pci_err_t error = reset(space, id, "bus"))
+        return error;
+    const Clock::time_point latest = Clock::now() + LONGEST_RESET;
+    bool all = true;
+    for (const Function *function : below)
+        all &= wait_for(space, function->id(), latest);
+    return all ? PCI_OK : PCI_ERR_IO;
+}
+
+}  // namespace host
