@@ -41,19 +41,6 @@ inline const std::vector<FunctionSpec> TREE = {
     {.id = at(65), .payload_cap = 5, .payload_set = 7},
 };
 
-// A function as messages name it.
-inline std::string printed(bdf_t bdf) {
-    const bool ari = (bdf & BDF_ARI_FLAG) != 0;
-    return 'B' + std::to_string(bdf >> 8 & 0xFF) + ":D" + std::to_string(ari ? 0 : bdf >> 3 & 31) +
-           ":F" + std::to_string(bdf & (ari ? 0xFF : 7));
-}
-
-inline std::string replaced(std::string text, const std::string &mark, const std::string &value) {
-    for (std::size_t at = 0; (at = text.find(mark, at)) != std::string::npos; at += value.size())
-        text.replace(at, mark.size(), value);
-    return text;
-}
-
 inline bool is_locked(pthread_mutex_t &mutex) {
     return pthread_mutex_trylock(&mutex) != 0 || pthread_mutex_unlock(&mutex) != 0;
 }

@@ -23,6 +23,19 @@ std::string line_of(const LogMessage &message);
 // "{48}" stands for the text of error code 48.
 std::string expand(std::string text);
 
+// A function as messages name it.
+inline std::string printed(bdf_t bdf) {
+    const bool ari = (bdf & BDF_ARI_FLAG) != 0;
+    return 'B' + std::to_string(bdf >> 8 & 0xFF) + ":D" + std::to_string(ari ? 0 : bdf >> 3 & 31) +
+           ":F" + std::to_string(bdf & (ari ? 0xFF : 7));
+}
+
+inline std::string replaced(std::string text, const std::string &mark, const std::string &value) {
+    for (std::size_t at = 0; (at = text.find(mark, at)) != std::string::npos; at += value.size())
+        text.replace(at, mark.size(), value);
+    return text;
+}
+
 class ModuleTest : public ::testing::Test {
 protected:
     ModuleTest();

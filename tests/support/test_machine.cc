@@ -15,6 +15,8 @@ void put(Bytes &bytes, unsigned offset, unsigned width, std::uint32_t value) {
 void put_header(Bytes &bytes, const FunctionSpec &spec, bool multi_function) {
     const bool bridge = spec.secondary != 0;
     put(bytes, reg::VENDOR_ID, 2, 0x1234);
+    put(bytes, reg::STATUS, 2,
+        (spec.port ? reg::STATUS_CAP_LIST : 0U) | (spec.fast_b2b ? reg::STATUS_FAST_B2B : 0U));
     put(bytes, reg::REVISION_ID, 4, spec.class_code << 8);
     put(bytes, reg::HEADER_TYPE, 1,
         (bridge ? reg::LAYOUT_BRIDGE : 0U) |
@@ -26,12 +28,12 @@ void put_header(Bytes &bytes, const FunctionSpec &spec, bool multi_function) {
 }
 
 void put_pcie(Bytes &bytes, const FunctionSpec &spec) {
-    put(bytes, reg::STATUS, 2, reg::STATUS_CAP_LIST);
     put(bytes, reg::CAP_POINTER, 1, PCIE_AT);
     put(bytes, PCIE_AT, 2, CAPID_PCIE);
     put(bytes, PCIE_AT + reg::PCIE_CAPS, 2, 2U | static_cast<unsigned>(*spec.port) << 4);
     put(bytes, PCIE_AT + reg::DEVCAP, 4, spec.payload_cap);
     put(bytes, DEVCTL_AT, 2, spec.payload_set << 5);
+    put(bytes, PCIE_AT + reg::LINKCAP, 4, spec.link_cap);
     put(bytes, PCIE_AT + reg::DEVCTL2, 2, spec.ari_forwarding ? reg::DEVCTL2_ARI_FORWARDING : 0U);
 }
 

@@ -32,8 +32,10 @@ struct FunctionSpec {
     std::optional<std::uint8_t> port = PORT_TYPE_ENDPOINT;  // none: a conventional PCI function
     std::uint8_t secondary = 0;                             // above 0: a bridge
     std::uint8_t subordinate = secondary;
-    unsigned payload_cap = 0;            // codes: Device Capabilities, Device Control
+    unsigned payload_cap = 0;            // Device Capabilities; code in Device Control
     unsigned payload_set = 0;            //
+    std::uint32_t link_cap = 0;          // Link Capabilities
+    bool fast_b2b = false;               // Status: fast back-to-back capable
     std::optional<std::uint32_t> aer{};  // AER Capabilities and Control; none: no AER capability
     bool ari_forwarding = false;
     std::optional<std::uint8_t> next_ari{};  // ARI capability with this Next Function Number
@@ -44,6 +46,7 @@ struct FunctionSpec {
 // Where these functions have their registers.
 constexpr unsigned PCIE_AT = 0x40;
 constexpr unsigned DEVCTL_AT = PCIE_AT + reg::DEVCTL;
+constexpr unsigned LINKCTL_AT = PCIE_AT + reg::LINKCTL;
 constexpr unsigned AER_CONTROL_AT = reg::EXT_CAPS + reg::AER_CONTROL;
 
 // Configuration space of a function, `multi_function` for the bit in the header type.
