@@ -1,0 +1,89 @@
+// Link power states: which a link may use, and switching them on and off at both of its ends.
+#include "features/aspm/latency.h"
+#include "features/aspm/link_control.h"
+#include "tests/operations/operations_test.h"
+
+namespace host::tests {
+namespace {
+
+// In Device Capabilities: the codes of the latencies accepted for L1 and for L0s, then 00.
+const std::string TREE =
+    "0.1:4>1-12 0.2:4>13-14 0.3:4>15-15 0.4:4>16-16=0,3ff 0.5:4>17-17 0.6:4>18-19 1.0:0>0-0=7700 "
+    "1.1:6>2-3 1.2:6>4-5 2.0:6>3-3 3.0:0>0-0=100 3.1:- 3.2:0>0-0=2000 3.3:0>0-0=2000 "
+    "4.0:0>0-0=7700 4.1:4>5-5 13.0:7>14-14 17.0:0>0-0=0,3ff 18.0:->19-19 19.0:- 64.1:8>65-65 "
+    "65.0:0>0-0=3400";
+
+class Aspm : public OperationsTest {
+protected:
+    // From a port, at level 2, to a device, at level 1.
+    bridge_rec *serve_link(std::uint32_t up, std::uint32_t down, std::uint32_t accepted) {
+        serve({{.id = at(0, 1), .port = 4, .secondary = 1, .link_cap = up},
+               {.id = at(1), .payload_cap = accepted, .link_cap = down}});
+        machine->image.write(at(0, 1), LINKCTL_AT, 2, 0x0FCA);
+        machine->image.write(at(1), LINKCTL_AT, 2, 0x0041);
+        return machine->bridge(at(0, 1));
+    }
+
+    char level(RoutingId id) { return "0123"[machine->get(id, LINKCTL_AT, 2) & 3]; }
+};
+
+// The port is written first to enable, last to disable, and goes back to level 0 when enabling
+// fails.
+TEST_F(Aspm, EndsOfALinkAreInOrderWhateverFails) {
+    const std::string enabling = "8/4c 100/4c 100/4c 8/4c 100/4c 8/4c 100/44 100/44 "
+                                 "8/50 8/50=fcb 8/50 100/50 100/50=43 100/50";
+    const std::string disabling = "8/4c 100/4c 100/50 100/50=40 100/50 8/50 8/50=fc8 8/50";
+    // By the number of the access that ends with 5, then of the allocation that finds no memory:
+    // the result, then the levels of port and device.
+    const std::tuple<pci_err_t (*)(bridge_rec *), std::string, std::string> rows[] = {
+        {module::_enable_aspm, enabling,
+         "5:21 5:21 0:00 0:00 0:00 0:00 0:22 0:11 5:01 5:01 5:01 5:01 5:01 5:03 12:21 0:22 0:11 "
+         "0:33 "},
+        {module::_disable_aspm, disabling, "5:21 0:01 0:01 0:01 0:00 5:20 5:20 5:00 0:01 0:00 "},
+    };
+    for (const auto &[operation, expected, outcomes] : rows) {
+        const auto count = static_cast<unsigned>(words(expected).size());
+        std::string said;
+        Words done;
+        for (unsigned n = 1; n <= words(outcomes).size(); ++n) {
+            bridge_rec *bridge = serve_link(0x36C00, 0x36C00, 06600);
+            fail_calloc(n <= count ? 0 : n - count);
+            done = accesses(fail([=](auto &) { return n <= count; }, n, n),
+                            [&, call = operation] { said += std::to_string(call(bridge)) + ':'; });
+            said += {level(at(0, 1)), level(at(1)), ' '};
+        }
+        EXPECT_EQ(said, outcomes);
+        EXPECT_EQ(done, words(expected));
+    }
+}
+
+TEST_F(Aspm, LinksAreVisitedFromTheTopDown) {
+    // Results in < > are those of enabling, which also compares latencies; disabling ends with 0.
+    const std::string walk =
+        "0.0 {48} 0.1 [63/2999 128/4000]{0} 1.1 [63/1999 128/4000]{0} 2.0 [63/999 128/4000]{0} "
+        "1.2 [63/1999 0/0]{0} 4.1 D2 no downstream device\n<19> 0.2 [63/1999 4294967295/4294967295]"
+        "{0} 13.0 D2 unsupported downstream port type 7\n{48} 0.3 D2 no downstream device\n<19> "
+        "0.4 D2 ASPM not supported by upstream device\n{48} 0.5 D2 ASPM not supported by "
+        "downstream device\n<48> 0.6 D2 downstream device is not PCIe\n<48> 18.0 {48} 64.0 {48} "
+        "64.1 [63/999 1000/8000]{0} ";
+    const std::string off = std::regex_replace(walk, std::regex("<..>"), "{0}");
+    expect(
+        {{module::enable_aspm_feature, BDF_NONE, 0,
+          std::regex_replace(walk, std::regex("<(..)>"), "{$1}")},
+         {module::disable_aspm_feature, BDF_NONE, 0,
+          std::regex_replace(off, std::regex("\\[.*?\\]"), "")},
+         {module::enable_aspm_feature, at(1, 1), 0, "[63/1999 128/4000]=1.1 {0} "},
+         {module::disable_aspm_feature, at(65), 0, "=64.1 {0} "},
+         {module::enable_aspm_feature, at(0, 9), 48, "=0.0 {48} "},
+         {module::enable_aspm_feature, at(99), 19, ""},
+         {module::disable_aspm_feature, at(99), 19, ""}},
+        TREE,
+        {{"D2 find_aspm_level\\(\\), .* = (.*), .* = (.*)\n", "[$1 $2]"},
+         {"D1 .*\n|D2 (calc|accept|find).*\n", ""},
+         {"I1 _(en|dis)able_aspm\\(\\) on PCIe link for bridge B(.*):D(.*):F0, (.*)\n",
+          "=$2.$3 $4 "},
+         {"D0 (?:en|dis)able_aspm\\(B(.*):D(.*):F0\\)\n(D2.*\n|\\[.*\\])?=\\1.\\2 ", "$1.$2 $3"}});
+}
+
+}  // namespace
+}  // namespace host::tests
