@@ -1,4 +1,9 @@
 // Fast back-to-back transfers: every function of a bus, the bridges below, then the bridge itself.
+#include <unistd.h>
+
+#include <fstream>
+#include <thread>
+
 #include "features/fb2b/control.h"
 #include "tests/operations/operations_test.h"
 
@@ -59,6 +64,35 @@ TEST_F(FastBackToBack, BusesAreVisitedFromTheTopDown) {
            {{"D1 .*\n|D0 Fast back-to-back transfers ", ""},
             {"D0 (.*_fb2b)\\((.*)\\)\nD0 _\\1\\(\\2\\)\n", "$2 "},
             {"D0 fast_back_to_back\\(.*, (.*)\\), (.*) devices\n", "$1,$2 "}});
+}
+
+using FastBackToBackThreads = FastBackToBack;
+
+TEST_F(FastBackToBackThreads, GoBackWhileAWriterWaitsForTheBus) {
+    serve(functions(BUS));
+    bridge_rec *bridge = machine->bridge(at(0, 1));
+    std::atomic<pid_t> id = 0;
+    std::jthread writer;
+    machine->image.set_filter([&](ImageAccess &access) {
+        if (access.id != at(1, 1) || id != 0)
+            return 0U;
+        writer = std::jthread([&] {
+            id = ::gettid();
+            pthread_rwlock_wrlock(&bridge->devs_lock);
+            pthread_rwlock_unlock(&bridge->devs_lock);
+        });
+        std::string state;
+        for (unsigned asleep = 0; asleep < 50; asleep = state == "S" ? asleep + 1 : 0) {
+            ::usleep(1000);
+            std::ifstream("/proc/self/task/" + std::to_string(id) + "/stat") >> state >> state >>
+                state;
+        }
+        return 5U;
+    });
+    ::alarm(10);  // ends the program when one waits for the other
+    EXPECT_FALSE(fast_back_to_back(bridge, 1));
+    writer.join();
+    ::alarm(0);
 }
 
 }  // namespace
