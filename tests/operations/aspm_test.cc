@@ -25,7 +25,61 @@ protected:
     }
 
     char level(RoutingId id) { return "0123"[machine->get(id, LINKCTL_AT, 2) & 3]; }
+
+    // What enabling compares: "63/999 64/1000 ", latencies of leaving L0s and L1, then accepted.
+    std::string latencies(bridge_rec *bridge) {
+        module::_enable_aspm(bridge);
+        const std::regex line("(?:.*\n)*.*exit latencies = (.*), .* = (.*)\n(?:.*\n)*");
+        return std::regex_replace(messages(), line, "$1 $2 ");
+    }
 };
+
+TEST_F(Aspm, LatenciesAreThoseOfTheCodesAtTheSlowerEnd) {
+    std::string said;
+    for (unsigned l0s = 0, l1 = 7; l0s < 8; ++l0s, --l1) {
+        const unsigned fast = 0xC00, slow = fast | l0s << 12 | l1 << 15;
+        said += latencies(serve_link(slow, fast, l0s << 6 | l1 << 9));
+        EXPECT_TRUE(said.ends_with(latencies(serve_link(fast, slow, l0s << 6 | l1 << 9))));
+    }
+    EXPECT_EQ(said, "63/64001 64/4294967295 127/64000 128/64000 255/31999 256/32000 511/15999 "
+                    "512/16000 999/7999 1000/8000 1999/3999 2000/4000 4000/1999 4000/2000 "
+                    "4001/999 4294967295/1000 ");
+}
+
+TEST_F(Aspm, EnablingTellsWhatItCompares) {
+    serve(functions(TREE));
+    module::_enable_aspm(machine->bridge(at(2)));
+    const std::string accepted =
+        "D2 acceptable_ep_latency(B2:D0:F0, $)\nD2 acceptable_ep_latency()"
+        ", EP device B3:D1:F0 is not PCIe ???\nD2 acceptable_ep_latency(B2:D0:F0, $) returns ";
+    EXPECT_EQ(
+        messages(),
+        expand(
+            "D2 calc_exit_latency(B2:D0:F0, B3:D0:F0, 1, entry=63), {0}\n"
+            "D2 calc_exit_latency(B2:D0:F0, B3:D0:F0, 2, entry=999), {0}\n" +
+            replaced(accepted, "$", "1") + "128 for EP device B3:D0:F0\n" +
+            replaced(accepted, "$", "2") +
+            "4000 for EP device B3:D2:F0\n"
+            "D2 find_aspm_level(), L0s/L1 exit latencies = 63/999, L0s/L1 acceptable latencies = "
+            "128/4000\nD2 find_aspm_level(B2:D0:F0, 3, B3:D0:F0, 3), aspm = 3\n"
+            "I1 _enable_aspm() on PCIe link for bridge B2:D0:F0, {0}\n"));
+}
+
+// By the codes accepted, then the port's support, then the device's; leaving each state takes as
+// long as code 6 accepts. 1 is the level before.
+TEST_F(Aspm, LevelIsWhatBothEndsSupportAndEndpointsAccept) {
+    std::string levels;
+    for (const unsigned accepted : {06600U, 07500U, 05700U, 05500U})
+        for (unsigned supports = 0; supports < 16; ++supports) {
+            module::_enable_aspm(serve_link(0x36000 | supports >> 2 << 10,
+                                            0x36000 | (supports & 3) << 10, accepted));
+            levels += level(at(1));
+        }
+    EXPECT_EQ(levels, "1111110110221123"
+                      "1111100010221022"
+                      "1111110110001101"
+                      "1111100010001000");
+}
 
 // The port is written first to enable, last to disable, and goes back to level 0 when enabling
 // fails.

@@ -55,6 +55,10 @@ TEST_F(FastBackToBack, BusesAreVisitedFromTheTopDown) {
              "B0:D1:F0 0,3 1,3 supported for bus 1, enable ok\nB1:D0:F0 0,1 1,1 supported for bus "
              "2, enable ok\nB1:D2:F0 0,0 not supported for bus 3\nB64:D0:F0 0,1 1,1 -1,1 supported "
              "for bus 64, enable failed\n"},
+            {module::disable_fb2b_feature, BDF_NONE, 0,
+             "B0:D0:F0 -1,1 disabled for bus 0\nB0:D1:F0 -1,3 disabled for bus 1\nB1:D0:F0 -1,1 "
+             "disabled for bus 2\nB1:D2:F0 -1,0 disabled for bus 3\nB64:D0:F0 -1,1 disabled for "
+             "bus 64\n"},
             {module::enable_fb2b_feature, at(1), 0,
              "D0 _enable_fb2b(B1:D0:F0)\n0,1 1,1 supported for bus 2, enable ok\n"},
             {module::disable_fb2b_feature, at(1, 1), 0,
