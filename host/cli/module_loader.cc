@@ -5,8 +5,8 @@
 #include <memory>
 #include <set>
 
-#include "host/server/progress.h"
 #include "host/server/log.h"
+#include "host/server/progress.h"
 #include "platform/pci_access.h"
 #include "platform/server.h"
 

@@ -9,12 +9,15 @@ std::string functions_text(std::size_t count) {
     return std::to_string(count) + (count == 1 ? " function" : " functions");
 }
 
+void warn_about_other_domains(const std::string &source, std::size_t count, unsigned domain) {
+    if (count != 0)
+        log_warning(source + ": " + functions_text(count) + " of other domains left out, domain " +
+                    domain_text(domain) + " is served (choose with --domain)");
+}
+
 Dump open_dump(const std::filesystem::path &file, unsigned domain) {
     Dump dump = read_dump(file, domain);
-    if (dump.other_domains != 0)
-        log_warning(file.string() + ": " + functions_text(dump.other_domains) +
-                    " of other domains left out, domain " + domain_text(domain) +
-                    " is served (choose with --domain)");
+    warn_about_other_domains(file.string(), dump.other_domains, domain);
     if (dump.header_only != 0)
         log_warning(file.string() + ": " + functions_text(dump.header_only) +
                     " without capability data, nothing can be set on them; a full dump: "
@@ -22,9 +25,9 @@ Dump open_dump(const std::filesystem::path &file, unsigned domain) {
     return dump;
 }
 
-std::unique_ptr<Machine> open_machine(ConfigImage &image) {
+std::unique_ptr<Machine> open_machine(ConfigSpace &space) {
     std::vector<std::string> warnings;
-    auto machine = std::make_unique<Machine>(image, &warnings);
+    auto machine = std::make_unique<Machine>(space, &warnings);
     for (const std::string &warning : warnings)
         log_warning(warning);
     return machine;
@@ -38,9 +41,11 @@ const Function &named_function(const Machine &machine, unsigned domain, std::str
         throw InputError("not in the domain that is served");
     const Function *found = machine.known(parsed->id);
     if (!found)
-        throw InputError("no such function in the dump");
+        throw InputError("no such function");
     if (!found->answers)
         throw InputError("the function does not answer");
+    if (!machine.reachable(*found))
+        throw InputError("the function has been removed");
     return *found;
 }
 

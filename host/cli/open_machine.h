@@ -1,4 +1,4 @@
-// Machines from saved configuration space, and the functions in them by their names.
+// Machines from configuration space, and the functions in them by their names.
 #pragma once
 
 #include <filesystem>
@@ -13,8 +13,10 @@ namespace host {
 // Reads a dump; what it lacks is said in warnings. Throws DumpError.
 Dump open_dump(const std::filesystem::path &file, unsigned domain);
 
-// The machine that an image shows; what is odd about it is said in warnings.
-std::unique_ptr<Machine> open_machine(ConfigImage &image);
+// The machine that a configuration space shows; what is odd about it is said in warnings.
+std::unique_ptr<Machine> open_machine(ConfigSpace &space);
+
+void warn_about_other_domains(const std::string &source, std::size_t count, unsigned domain);
 
 // "1 function", "2 functions"
 std::string functions_text(std::size_t count);

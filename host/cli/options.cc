@@ -25,7 +25,8 @@ constexpr const char *FOOTER =
 
 // The options as they are written, before their values are looked at.
 struct RawOptions {
-    std::optional<std::string> dump, config, events, output, usage;
+    std::optional<std::string> dump, config, events, output, usage, control;
+    bool live = false;
     std::vector<std::string> modules;
     std::string report = "table";
     std::optional<std::string> domain, managed;
@@ -36,6 +37,12 @@ struct RawOptions {
 void declare(CLI::App &app, RawOptions &raw, Options &options) {
     app.add_option("-F,--dump", raw.dump, "Configuration space, a dump as of lspci -xxxx")
         ->type_name("FILE");
+    app.add_flag("--live", raw.live, "This machine, as it is; nothing is written without --write");
+    app.add_flag("--write", options.source.write, "With --live: write to this machine");
+    app.add_flag("--watch", options.watch,
+                 "With --write: stay, and follow what comes and goes, until SIGTERM");
+    app.add_option("--control", raw.control, "With --watch: socket that takes flr and bus-reset")
+        ->type_name("PATH");
     app.add_option("-c,--config", raw.config, "Host configuration file")->type_name("FILE");
     app.add_option("-m,--module", raw.modules, "One more module, file[,argument...]; may repeat")
         ->type_name("SPEC")
@@ -93,10 +100,28 @@ void require_file_names(const RawOptions &raw) {
         {"--dump", raw.dump},
         {"--config", raw.config},
         {"--events", raw.events},
-        {"--output", raw.output}};
+        {"--output", raw.output},
+        {"--control", raw.control}};
     for (const auto &[option, file] : files)
         if (file == "")
             throw InputError(std::string(option) + ": no file is named");
+}
+
+void require(bool met, const char *complaint) {
+    if (!met)
+        throw InputError(complaint);
+}
+
+void require_matching_options(const RawOptions &raw, const Options &options) {
+    require(raw.dump || raw.live,
+            "no configuration space is given: use -F FILE with a dump of a machine "
+            "(sudo lspci -xxxx > FILE), or --live for this machine");
+    require(!raw.dump || !raw.live, "--dump and --live: one of them");
+    require(raw.live || !options.source.write, "--write: only with --live");
+    require(options.source.write || !options.watch, "--watch: only with --live --write");
+    require(options.watch || !raw.control, "--control: only with --watch");
+    require(!options.source.write || !options.cold,
+            "--cold: not with --write, which takes this machine as it is");
 }
 
 // What the values mean.
@@ -105,11 +130,10 @@ void interpret(const RawOptions &raw, Options &options) {
         options.usage = command_line_module(*raw.usage);
         return;
     }
-    if (!raw.dump)
-        throw InputError("no configuration space is given: use -F FILE with a dump of a machine "
-                         "(sudo lspci -xxxx > FILE)");
+    require_matching_options(raw, options);
     require_file_names(raw);
-    options.dump = *raw.dump;
+    options.source.dump = raw.dump;
+    options.control = raw.control;
     options.config = raw.config;
     options.events = raw.events;
     options.output = raw.output;
@@ -117,7 +141,7 @@ void interpret(const RawOptions &raw, Options &options) {
     for (const std::string &module : raw.modules)
         options.modules.push_back(command_line_module(module));
     if (raw.domain)
-        options.domain = parse_domain(*raw.domain);
+        options.source.domain = parse_domain(*raw.domain);
     if (raw.managed)
         options.managed = parse_bus_ranges(*raw.managed);
     options.verbosity = raw.quiet ? 0 : options.verbosity + raw.louder;

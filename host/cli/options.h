@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "host/access/serve.h"
+#include "host/cli/machine_source.h"
 #include "host/cli/module_entry.h"
 
 namespace host {
@@ -15,14 +16,15 @@ namespace host {
 enum class ReportForm { TABLE, JSON, NONE };
 
 struct Options {
-    std::filesystem::path dump;
+    SourceOptions source;
     std::optional<std::filesystem::path> config;
     std::vector<ModuleEntry> modules;
     std::optional<std::string> events;  // a file, or "-": standard input
     std::optional<std::filesystem::path> output;
     ReportForm report = ReportForm::TABLE;
     bool cold = false;
-    unsigned domain = 0;
+    bool watch = false;
+    std::optional<std::filesystem::path> control;  // socket, with `watch`
     ManagedBuses managed = ManagedBuses(256, true);
     int verbosity = 1;
     bool debug = false;

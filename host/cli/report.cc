@@ -104,6 +104,19 @@ Report begin_report(Machine &machine, unsigned domain) {
     return report;
 }
 
+void refresh_report(Report &report, Machine &machine, unsigned domain) {
+    Report now = begin_report(machine, domain);
+    const auto id = [](const FunctionReport &row) { return row.function.id(); };
+    for (FunctionReport &row : now.functions) {
+        const auto old = std::ranges::lower_bound(report.functions, id(row), {}, id);
+        if (old == report.functions.end() || !(old->function == row.function))
+            continue;
+        row.before = old->before;
+        row.name = old->name;
+    }
+    report = std::move(now);
+}
+
 void end_report(Report &report, const Machine &machine, std::vector<ModuleResult> modules) {
     for (FunctionReport &row : report.functions)
         row.after = read_feature_state(machine, row.function);

@@ -45,6 +45,10 @@ struct Report {
 // one that its functions belong to.
 Report begin_report(Machine &machine, unsigned domain);
 
+// Brings the functions up to date. One that has come meanwhile has no state before: what it came
+// with counts as that.
+void refresh_report(Report &report, Machine &machine, unsigned domain);
+
 // Adds the state at the end.
 void end_report(Report &report, const Machine &machine, std::vector<ModuleResult> modules);
 

@@ -11,6 +11,7 @@
 #include "host/cli/report_table.h"
 #include "host/cli/text.h"
 #include "host/cli/usage_text.h"
+#include "host/live/service.h"
 #include "host/machine/dump.h"
 #include "host/machine/registers.h"
 #include "host/server/log.h"
@@ -20,15 +21,15 @@ namespace {
 
 // PCI Express functions have 4096 bytes. lspci -xxx saves 256 of them, and Advanced Error Reporting
 // is behind these.
-void warn_about_short_spaces(const Options &options, const Machine &machine,
-                             const ConfigImage &image) {
+void warn_about_short_spaces(const MachineSource &source, const Machine &machine) {
     const auto is_short = [&](const Function *function) {
-        return function->port_type && image.bytes(function->id()).size() <= reg::CONFIG_SIZE;
+        return function->port_type &&
+               source.image->bytes(function->id()).size() <= reg::CONFIG_SIZE;
     };
     const auto count = std::ranges::count_if(machine.functions(), is_short);
     if (count != 0)
         log_warning(
-            options.dump.string() + ": " + functions_text(static_cast<std::size_t>(count)) +
+            source.name + ": " + functions_text(static_cast<std::size_t>(count)) +
             " without extended configuration space, ECRC cannot be set on them; a full dump: "
             "sudo lspci -xxxx > FILE");
 }
@@ -44,14 +45,43 @@ std::vector<ModuleEntry> wanted_modules(const Options &options) {
     return config.modules;
 }
 
-std::vector<BusEvent> wanted_events(const Options &options, std::istream &in, Machine &machine) {
-    if (!options.events)
+// With --live --write, on drivers that run.
+void warn_about_traffic(const MachineSource &source, const Machine &machine) {
+    const auto has_traffic = [&](const Function *function) {
+        std::uint32_t command = 0;
+        return source.live->sysfs().has_driver(function->id()) &&
+               source.live->read(function->id(), reg::COMMAND, 2, command) == PCI_OK &&
+               (command & reg::COMMAND_BUS_MASTER) != 0;
+    };
+    const auto count = std::ranges::count_if(machine.functions(), has_traffic);
+    if (count != 0)
+        log_warning(functions_text(static_cast<std::size_t>(count)) +
+                    " with a driver bound and Bus Master on: no order of writes is safe for a "
+                    "payload size under live traffic (hoplar(8): SAFETY)");
+}
+
+// Lines of an events file, or one line of a control connection. Throws InputError.
+std::vector<BusEvent> parse_events(std::string_view text, const std::string &name, Machine &machine,
+                                   const EventPlayer &player, unsigned domain) {
+    std::vector<BusEvent> events = parse_bus_events(text, name, machine, domain);
+    std::vector<std::string> refused;
+    for (const BusEvent &event : events)
+        if (const std::string reason = player.refusal(event); !reason.empty())
+            refused.push_back(event.origin + ": " + reason);
+    if (!refused.empty())
+        throw InputError(join(refused, "\n"));
+    return events;
+}
+
+// What is to be played after start-up. Standard input of a server that stays comes later.
+std::vector<BusEvent> wanted_events(const Options &options, std::istream &in, Machine &machine,
+                                    const EventPlayer &player) {
+    if (!options.events || (options.watch && *options.events == "-"))
         return {};
-    if (*options.events == "-")
-        return parse_bus_events(read_text_stream(in, "standard input"), "standard input", machine,
-                                options.domain);
-    return parse_bus_events(read_text_file(*options.events), *options.events, machine,
-                            options.domain);
+    const bool is_input = *options.events == "-";
+    const std::string name = is_input ? "standard input" : *options.events;
+    return parse_events(is_input ? read_text_stream(in, name) : read_text_file(name), name, machine,
+                        player, options.source.domain);
 }
 
 void make_cold(ConfigImage &image) {
@@ -60,10 +90,10 @@ void make_cold(ConfigImage &image) {
 }
 
 // False when it could not be written.
-bool write_output(const Options &options, const ConfigImage &image) {
+bool write_output(const Options &options, const MachineSource &source) {
     try {
         if (options.output)
-            write_dump(*options.output, image);
+            source.write_dump_to(*options.output);
         return true;
     } catch (const DumpError &error) {
         log_error(error.what());
@@ -82,26 +112,82 @@ bool write_report(const Options &options, const Report &report, std::ostream &ou
     return false;
 }
 
+// Whether all of them could be brought about.
+bool play_events(const std::vector<BusEvent> &events, EventPlayer &player) {
+    return std::ranges::count_if(
+               events, [&](const BusEvent &event) { return player.play(event) != PCI_OK; }) == 0;
+}
+
+std::unique_ptr<Service> open_service(const Options &options) {
+    if (!options.watch)
+        return nullptr;
+    auto service = std::make_unique<Service>(options.source.domain);
+    if (options.control)
+        service->listen(*options.control);
+    if (options.events == "-")
+        service->read_standard_input();
+    return service;
+}
+
+// False when an event could not be brought about.
+bool stay(Service &service, const MachineSource &source, Machine &machine, EventPlayer &player) {
+    bool all = true;
+    service.serve_until_told(machine, *source.live, [&](const std::string &line) -> std::string {
+        try {
+            const auto events =
+                parse_events(line, "control", machine, player, source.live->sysfs().domain());
+            if (play_events(events, player))
+                return "ok";
+            all = false;
+            return "error: could not be brought about";
+        } catch (const InputError &error) {
+            log_error(error.what());
+            return std::string("error: ") + error.what();
+        }
+    });
+    return all;
+}
+
+// Accesses that failed have each been handled; the exit status tells of them all.
+bool report_failures(const MachineSource &source) {
+    const std::uint64_t count = source.is_written() ? source.live->failures() : 0;
+    if (count != 0)
+        log_error(std::to_string(count) + " accesses to configuration space failed");
+    return count == 0;
+}
+
+// Everything is read and checked before anything runs. Kernel events are awaited before the machine
+// is read, so that none is missed.
 int run_machine(const Options &options, std::istream &in, std::ostream &out) {
-    const Dump dump = open_dump(options.dump, options.domain);
     const std::vector<ModuleEntry> modules = wanted_modules(options);
+    const std::unique_ptr<Service> service = open_service(options);
+    const MachineSource source = open_source(options.source);
     if (options.cold)
-        make_cold(*dump.image);
-    const std::unique_ptr<Machine> machine = open_machine(*dump.image);
-    warn_about_short_spaces(options, *machine, *dump.image);
-    const std::vector<BusEvent> events = wanted_events(options, in, *machine);
+        make_cold(*source.image);
+    const std::unique_ptr<Machine> machine = open_machine(source.space());
+    const std::unique_ptr<EventPlayer> player = player_for(source, *machine);
+    if (source.is_written())
+        warn_about_traffic(source, *machine);
+    else
+        warn_about_short_spaces(source, *machine);
+    const std::vector<BusEvent> events = wanted_events(options, in, *machine, *player);
 
     const Serving serving(*machine, options.managed);
-    Report report = begin_report(*machine, options.domain);
+    Report report = begin_report(*machine, options.source.domain);
     std::vector<ModuleResult> results = load_modules(modules);
-    const bool all_run = std::ranges::all_of(results, &ModuleResult::runs);
-    play_events(events, *machine, *dump.image);
-    const bool saved = write_output(options, *dump.image);
+    bool all_done = std::ranges::all_of(results, &ModuleResult::runs);
+    all_done &= play_events(events, *player);
+    if (service) {
+        all_done &= stay(*service, source, *machine, *player);
+        refresh_report(report, *machine, options.source.domain);
+    }
+    const bool saved = write_output(options, source);
+    all_done &= report_failures(source);
     end_report(report, *machine, std::move(results));
     const bool reported = write_report(options, report, out);
     if (!saved || !reported)
         return EXIT_BAD_INPUT;
-    return all_run ? EXIT_DONE : EXIT_MODULE_FAILED;
+    return all_done ? EXIT_DONE : EXIT_NOT_ALL_DONE;
 }
 
 int print_usage(const ModuleEntry &module, std::ostream &out) {
@@ -131,6 +217,9 @@ int run(const Options &options, std::istream &in, std::ostream &out) {
     } catch (const InputError &error) {
         return refuse(error);
     } catch (const DumpError &error) {
+        log_error(error.what());
+        return EXIT_BAD_INPUT;
+    } catch (const LiveError &error) {
         log_error(error.what());
         return EXIT_BAD_INPUT;
     }

@@ -72,6 +72,16 @@ std::vector<RoutingId> Sysfs::functions() const {
     return found;
 }
 
+std::size_t Sysfs::other_domains() const {
+    std::error_code none;
+    std::size_t count = 0;
+    for (const fs::directory_entry &entry : fs::directory_iterator(DEVICES, none)) {
+        const auto address = parse_kernel_address(entry.path().filename().string());
+        count += address && address->domain != domain_;
+    }
+    return count;
+}
+
 bool Sysfs::has(RoutingId id) const {
     std::error_code none;
     return fs::exists(directory(id), none);

@@ -15,8 +15,12 @@ class Sysfs {
 public:
     explicit Sysfs(unsigned domain);
 
+    unsigned domain() const { return domain_; }
+
     // Ascending; empty on a machine without PCI.
     std::vector<RoutingId> functions() const;
+
+    std::size_t other_domains() const;  // functions that this machine has in others
 
     bool has(RoutingId id) const;
 

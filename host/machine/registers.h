@@ -15,6 +15,7 @@ constexpr unsigned VENDOR_ID = 0x00;
 constexpr std::uint16_t VENDOR_ID_NONE = 0xFFFF;  // what reads of an absent function give
 constexpr unsigned DEVICE_ID = 0x02;
 constexpr unsigned COMMAND = 0x04;
+constexpr std::uint16_t COMMAND_BUS_MASTER = 0x0004;
 constexpr unsigned STATUS = 0x06;
 constexpr std::uint16_t STATUS_CAP_LIST = 0x0010;
 constexpr std::uint16_t STATUS_FAST_B2B = 0x0080;

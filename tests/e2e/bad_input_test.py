@@ -67,7 +67,7 @@ REFUSED = (
      "remove 00:01.0 0x1 22\nflr 01:00.0\ninsert 00:01.0\nflr 01:00.0 -1\nbus-reset 00:1f.0\n", [
          "input:1: unknown event (insert, remove, flr, bus-reset): explode",
          "input:3: no function is named: ",
-         "input:4: not a function's address ", "input:5: no such function in the dump: ",
+         "input:4: not a function's address ", "input:5: no such function: ",
          "input:6: not in the domain that is served: ", "input:7: too many words: ",
          "input:8: not a bridge: ", "input:9: VALUE is no number: ",
          "input:11: the function has been removed by an earlier line: ",

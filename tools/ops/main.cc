@@ -26,7 +26,7 @@ int run(const Options &options) {
         throw host::InputError("standard output: cannot be written");
     if (error)
         host::log_error(host::join(options.operation, " ") + ": " + pci_strerror(error));
-    return error ? host::EXIT_MODULE_FAILED : host::EXIT_DONE;
+    return error ? host::EXIT_NOT_ALL_DONE : host::EXIT_DONE;
 }
 
 }  // namespace

@@ -1,0 +1,41 @@
+#include "host/cli/machine_source.h"
+
+#include "host/cli/address.h"
+#include "host/cli/open_machine.h"
+#include "host/machine/dump.h"
+#include "host/server/progress.h"
+
+namespace host {
+namespace {
+
+MachineSource open_saved(const SourceOptions &options) {
+    Dump dump = open_dump(*options.dump, options.domain);
+    return {.name = options.dump->string(), .live = nullptr, .image = std::move(dump.image)};
+}
+
+MachineSource open_live(const SourceOptions &options) {
+    MachineSource source{
+        .name = "--live", .live = std::make_unique<LiveSpace>(options.domain), .image = nullptr};
+    warn_about_other_domains(source.name, source.live->sysfs().other_domains(), options.domain);
+    if (!options.write) {
+        source.image = source.live->snapshot();
+        log_progress("--live without --write: a plan, nothing is written to this machine");
+    }
+    return source;
+}
+
+}  // namespace
+
+ConfigSpace &MachineSource::space() const {
+    return image ? static_cast<ConfigSpace &>(*image) : *live;
+}
+
+void MachineSource::write_dump_to(const std::filesystem::path &file) const {
+    write_dump(file, image ? *image : *live->snapshot());
+}
+
+MachineSource open_source(const SourceOptions &options) {
+    return options.dump ? open_saved(options) : open_live(options);
+}
+
+}  // namespace host
