@@ -5,10 +5,12 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdio>
 #include <mutex>
+#include <new>
 #include <string_view>
 #include <utility>
 
@@ -96,6 +98,30 @@ void show(int severity, std::string_view text) {
     ++(log().counts.*level.count);
 }
 
+// As show(), without allocating anything: what does not fit is cut, control characters are "?".
+void show_without_memory(int severity, const char *format, va_list args) {
+    const Level &level = level_of(severity);
+    std::array<char, 512> text{};
+    std::vsnprintf(text.data(), text.size(), format, args);
+    std::string_view line(text.data());
+    std::replace_if(
+        text.begin(), text.begin() + line.size(),
+        [](unsigned char byte) { return byte < 0x20 || byte == 0x7F; }, '?');
+    write_all(level.prefix);
+    write_all(line);
+    write_all("\n");
+    ++(log().counts.*level.count);
+}
+
+// With the lock held.
+void deliver(const LogMessage &message, bool shown) {
+    if (log().observer)
+        log().observer(message);
+    if (shown)
+        show(message.severity, message.text);
+}
+
+// Modules call this through a C interface, which no exception may cross.
 int take(bool debug_handle, int severity, int verbosity, int message_verbosity, const char *format,
          va_list args) {
     Log &the_log = log();
@@ -103,11 +129,16 @@ int take(bool debug_handle, int severity, int verbosity, int message_verbosity, 
     const bool shown = message_verbosity <= verbosity;
     if (!shown && !the_log.observer)
         return 0;
-    LogMessage message{severity, message_verbosity, debug_handle, format, formatted(format, args)};
-    if (the_log.observer)
-        the_log.observer(message);
-    if (shown)
-        show(severity, message.text);
+    va_list again;
+    va_copy(again, args);
+    try {
+        deliver({severity, message_verbosity, debug_handle, format, formatted(format, args)},
+                shown);
+    } catch (const std::bad_alloc &) {
+        if (shown)
+            show_without_memory(severity, format, again);
+    }
+    va_end(again);
     return 0;
 }
 
