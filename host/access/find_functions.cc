@@ -2,6 +2,7 @@
 // time. What a filter finds is kept until something is inserted or removed, so that such a loop
 // takes linear time.
 #include <mutex>
+#include <new>
 #include <unordered_map>
 #include <vector>
 
@@ -68,17 +69,32 @@ std::vector<bdf_t> find_all(const Machine &machine, const Filter &filter) {
     return found;
 }
 
+bdf_t find_kept(std::uint32_t index, const Machine &machine, const Filter &filter) {
+    Results &kept = results();
+    const std::scoped_lock guard(kept.lock);
+    drop_outdated(kept, machine);
+    auto entry = kept.by_filter.find(filter.key());
+    if (entry == kept.by_filter.end())
+        entry = kept.by_filter.emplace(filter.key(), find_all(machine, filter)).first;
+    return index < entry->second.size() ? entry->second[index] : BDF_NONE;
+}
+
+bdf_t find_anew(std::uint32_t index, const Machine &machine, const Filter &filter) {
+    for (const Function &function : machine.functions())
+        if (filter.takes(function) && machine.reachable(function) && index-- == 0)
+            return function.bdf;
+    return BDF_NONE;
+}
+
 bdf_t find(std::uint32_t index, const Filter &filter) {
     const Machine *machine = served();
     if (!machine)
         return BDF_NONE;
-    Results &kept = results();
-    const std::scoped_lock guard(kept.lock);
-    drop_outdated(kept, *machine);
-    const auto [entry, is_new] = kept.by_filter.try_emplace(filter.key());
-    if (is_new)
-        entry->second = find_all(*machine, filter);
-    return index < entry->second.size() ? entry->second[index] : BDF_NONE;
+    try {
+        return find_kept(index, *machine, filter);
+    } catch (const std::bad_alloc &) {
+        return find_anew(index, *machine, filter);  // slower, and needs no memory
+    }
 }
 
 }  // namespace
