@@ -43,7 +43,7 @@ const char *reachable_floor(const char *floor) {
     const char *here = static_cast<const char *>(__builtin_frame_address(0));
     if (here <= floor)
         return floor;
-    std::size_t room = std::min<rlim_t>(here - floor, space.rlim_cur / SHARE);
+    std::size_t room = std::min(static_cast<rlim_t>(here - floor), space.rlim_cur / SHARE);
     while (room > STACK_RESERVE && !reaches(here - room))
         room /= 2;
     return here - room;

@@ -123,6 +123,12 @@ class BadInputTest(HoplarTest):
         self.hoplar("-F", EXAMPLE, "-o", "link")
         self.compare_output(read_dump(EXAMPLE))
 
+    def test_titles_are_kept_in_any_letter_case(self):
+        text = re.sub(r"(?m)^(?=..:..\.)", "0001:", DUMP).replace(":0a.0 ", ":0A.0 ")
+        self.hoplar("-F", self.file("input", text), "--domain", "1", "-o", self.output)
+        with open(self.output, encoding="ascii") as output:
+            self.assertEqual(output.read(), text)
+
     def test_dump_without_capabilities_is_taken_with_a_warning(self):
         self.file("input", re.sub(r"(?m)^(?:[4-9a-f]0|[0-9a-f]{3}): .*\n", "", DUMP))
         with_list = sum(space[6] >> 4 & 1 for space in read_dump(EXAMPLE)[0].values())
