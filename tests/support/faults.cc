@@ -7,16 +7,21 @@ thread_local unsigned callocs_until_failure = 0;
 thread_local std::size_t size_to_fail = 0;  // 0: any
 }  // namespace
 
-// The linker's --wrap option sends every calloc of the program here.
+// The linker's --wrap option sends every calloc and realloc of the program here.
 extern "C" {
 void *__real_calloc(std::size_t count, std::size_t size);
 void *__wrap_calloc(std::size_t count, std::size_t size);
+void *__real_realloc(void *old, std::size_t size);
 
 void *__wrap_calloc(std::size_t count, std::size_t size) {
     const bool counts = size_to_fail == 0 || count * size == size_to_fail;
     if (counts && callocs_until_failure > 0 && --callocs_until_failure == 0)
         return nullptr;
     return __real_calloc(count, size);
+}
+
+void *__wrap_realloc(void *old, std::size_t size) {
+    return size == host::tests::size_of_failing_realloc ? nullptr : __real_realloc(old, size);
 }
 }
 

@@ -30,4 +30,7 @@ inline AccessFilter vanish(RoutingId id, unsigned n) {
 // the module and the host comes by here.
 void fail_calloc(unsigned n, std::size_t size = 0);
 
+// Every realloc of this thread to that many bytes, and no other, finds no memory; SIZE_MAX: none.
+inline thread_local std::size_t size_of_failing_realloc = SIZE_MAX;
+
 }  // namespace host::tests
