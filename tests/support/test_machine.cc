@@ -59,6 +59,8 @@ Bytes config_bytes(const FunctionSpec &spec, bool multi_function) {
     if (spec.port)
         put_pcie(bytes, spec);
     put_extended(bytes, spec);
+    for (const auto &[offset, value] : spec.dwords)
+        put(bytes, offset, 4, value);
     return bytes;
 }
 

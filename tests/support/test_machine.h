@@ -41,6 +41,7 @@ struct FunctionSpec {
     std::optional<std::uint8_t> next_ari{};  // ARI capability with this Next Function Number
     std::uint32_t class_code = secondary ? PCI_BRIDGE_CLASS : 0x020000;
     unsigned size = reg::EXT_CONFIG_SIZE;
+    std::vector<std::pair<unsigned, std::uint32_t>> dwords{};  // by offset, on top of all above
 };
 
 // Where these functions have their registers.
