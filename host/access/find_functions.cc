@@ -79,10 +79,13 @@ bdf_t find_kept(std::uint32_t index, const Machine &machine, const Filter &filte
     return index < entry->second.size() ? entry->second[index] : BDF_NONE;
 }
 
+// Allocates nothing.
 bdf_t find_anew(std::uint32_t index, const Machine &machine, const Filter &filter) {
-    for (const Function &function : machine.functions())
-        if (filter.takes(function) && machine.reachable(function) && index-- == 0)
-            return function.bdf;
+    for (bdf_t id = 0; id <= BDF_ROUTING_ID; ++id) {
+        const Function *function = machine.find(id);
+        if (function && filter.takes(*function) && index-- == 0)
+            return function->bdf;
+    }
     return BDF_NONE;
 }
 
