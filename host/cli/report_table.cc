@@ -9,12 +9,12 @@
 #include <cstdlib>
 #include <ostream>
 
+#include "host/cli/report_text.h"
 #include "host/cli/text.h"
 
 namespace host {
 namespace {
 
-constexpr const char *NONE = "-";
 constexpr const char *BOLD = "\033[1m";
 constexpr const char *PLAIN = "\033[0m";
 
@@ -26,67 +26,12 @@ struct Line {
     std::string heading{};  // in place of cells
 };
 
-const char *pcie_type(std::uint8_t port_type) {
-    switch (port_type) {
-    case PORT_TYPE_ENDPOINT:
-        return "endpoint";
-    case PORT_TYPE_LEGACY_ENDPOINT:
-        return "legacy endpoint";
-    case PORT_TYPE_ROOT_PORT:
-        return "root port";
-    case PORT_TYPE_SWITCH_UPSTREAM:
-        return "switch upstream";
-    case PORT_TYPE_SWITCH_DOWNSTREAM:
-        return "switch downstream";
-    case PORT_TYPE_PCIE_TO_PCI:
-        return "PCIe-PCI bridge";
-    case PORT_TYPE_PCI_TO_PCIE:
-        return "PCI-PCIe bridge";
-    case PORT_TYPE_RCIEP:
-        return "RCiEP";
-    case PORT_TYPE_EVENT_COLLECTOR:
-        return "event collector";
-    default:
-        return "PCIe, unknown";
-    }
-}
-
-const char *type_cell(const Function &function) {
-    constexpr std::uint32_t ANY_INTERFACE_MASK = 0xFFFF00;
-    if (!function.answers)
-        return "no answer";
-    if (function.port_type)
-        return pcie_type(*function.port_type);
-    if (function.header_type == 2)
-        return "CardBus bridge";
-    if (function.is_bridge())
-        return "PCI bridge";
-    return (function.class_code & ANY_INTERFACE_MASK) == HOST_BRIDGE_CLASS ? "host bridge"
-                                                                           : "PCI device";
-}
-
 std::string payload_cell(const FunctionReport &row) {
     if (row.removed())
         return "removed";
     if (!row.before.mps || !row.after.mps)
-        return NONE;
-    const auto bytes = [](std::optional<unsigned> size) {
-        return size ? std::to_string(*size) : NONE;
-    };
-    std::string text = bytes(row.before.mps->current);
-    if (row.after.mps->current != row.before.mps->current)
-        text += "→" + bytes(row.after.mps->current);
-    return text + " (" + bytes(row.after.mps->supported) + ")";
-}
-
-std::string ecrc_cell(const FunctionReport &row, EcrcControl EcrcState::*control) {
-    if (!row.before.ecrc || !row.after.ecrc || !((*row.after.ecrc).*control).capable)
-        return NONE;
-    const bool before = ((*row.before.ecrc).*control).enabled;
-    const bool after = ((*row.after.ecrc).*control).enabled;
-    if (before != after)
-        return before ? "on→off" : "off→on";
-    return after ? "on" : "off";
+        return NOTHING_TEXT;
+    return payload_text(row) + " (" + size_text(row.after.mps->supported) + ")";
 }
 
 std::string place_cell(const FunctionReport &row, const std::string &branch) {
@@ -108,17 +53,6 @@ std::string name_cell(const FunctionReport &row) {
     return (row.managed ? "" : "(not managed) ") + printable(row.name, ANY_LENGTH);
 }
 
-// What rules the payload size of the root port below the heading, and of all that is below it.
-std::string heading_of(const Report &report, const HierarchyReport &hierarchy) {
-    std::string text = "-- root port " + report.functions[hierarchy.root_port].address + ": ";
-    if (!hierarchy.path_max)
-        return text + "no payload size known";
-    if (hierarchy.limited_by == hierarchy.root_port)
-        return text + "payload up to " + std::to_string(*hierarchy.path_max);
-    return text + "limited to " + std::to_string(*hierarchy.path_max) + " by " +
-           report.functions[*hierarchy.limited_by].address;
-}
-
 // The functions depth first, with the branches that lead to each, under their hierarchies'
 // headings.
 class Tree {
@@ -126,7 +60,9 @@ public:
     explicit Tree(const Report &report)
         : report_(report), below_(report.functions.size() + 1), headings_(report.functions.size()) {
         for (const HierarchyReport &hierarchy : report.hierarchies)
-            headings_[hierarchy.root_port] = heading_of(report, hierarchy);
+            headings_[hierarchy.root_port] = "-- root port " +
+                                             report.functions[hierarchy.root_port].address + ": " +
+                                             limit_text(report, hierarchy);
         for (std::size_t i = 0; i < report.functions.size(); ++i)
             below_[report.functions[i].bridge.value_or(roots())].push_back(i);
     }
@@ -146,9 +82,9 @@ private:
         if (!headings_[index].empty())
             lines_.push_back({.heading = headings_[index]});
         lines_.push_back({.changed = row.changed(),
-                          .cells = {place_cell(row, branch), type_cell(row.function),
-                                    payload_cell(row), ecrc_cell(row, &EcrcState::gen),
-                                    ecrc_cell(row, &EcrcState::chk), name_cell(row)}});
+                          .cells = {place_cell(row, branch), type_text(row.function),
+                                    payload_cell(row), ecrc_text(row, &EcrcState::gen),
+                                    ecrc_text(row, &EcrcState::chk), name_cell(row)}});
         const std::vector<std::size_t> &below = below_[index];
         for (const std::size_t child : below) {
             const bool last = child == below.back();
@@ -192,23 +128,6 @@ void write_line(std::ostream &out, const std::string &text, bool changed, TableS
         out << shown << '\n';
 }
 
-std::string summary(const Report &report) {
-    const auto count = [&](auto &&is_counted) {
-        return std::ranges::count_if(report.functions, is_counted);
-    };
-    std::string text = std::to_string(report.functions.size()) +
-                       (report.functions.size() == 1 ? " function, " : " functions, ") +
-                       std::to_string(count(&FunctionReport::changed)) + " changed";
-    const auto add = [&](auto number, const char *what) {
-        if (number != 0)
-            text += ", " + std::to_string(number) + what;
-    };
-    add(count(&FunctionReport::removed), " removed");
-    add(count([](const FunctionReport &row) { return !row.managed; }), " not managed");
-    add(count([](const FunctionReport &row) { return !row.function.answers; }), " without answer");
-    return text;
-}
-
 bool environment_wants_no_color() {
     const char *const no_color = std::getenv("NO_COLOR");
     return no_color != nullptr && *no_color != '\0';
@@ -232,7 +151,7 @@ void write_table(std::ostream &out, const Report &report, TableStyle style) {
     const Widths widths = column_widths(lines);
     for (const Line &line : lines)
         write_line(out, line_text(line, widths), line.changed, style);
-    out << '\n' << summary(report) << '\n';
+    out << '\n' << summary_text(report) << '\n';
 }
 
 }  // namespace host
