@@ -53,7 +53,8 @@ void declare(CLI::App &app, RawOptions &raw, Options &options) {
         ->type_name("FILE");
     app.add_option("-o,--output", raw.output, "Write the resulting configuration space as a dump")
         ->type_name("FILE");
-    app.add_option("--report", raw.report, "What goes to standard output: table, json or none")
+    app.add_option("--report", raw.report,
+                   "What goes to standard output: table, json, dot (a graph for Graphviz) or none")
         ->type_name("FORM");
     app.add_flag("--cold", options.cold, "Every function starts in reset state, as after power-on");
     app.add_option("--domain", raw.domain, "Domain that is served, default 0")->type_name("N");
@@ -82,9 +83,11 @@ ReportForm parse_report_form(const std::string &text) {
         return ReportForm::TABLE;
     if (text == "json")
         return ReportForm::JSON;
+    if (text == "dot")
+        return ReportForm::DOT;
     if (text == "none")
         return ReportForm::NONE;
-    throw InputError("--report: \"" + printable(text) + "\" is none of table, json, none");
+    throw InputError("--report: \"" + printable(text) + "\" is none of table, json, dot, none");
 }
 
 unsigned parse_domain(const std::string &text) {

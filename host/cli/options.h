@@ -13,7 +13,7 @@
 
 namespace host {
 
-enum class ReportForm { TABLE, JSON, NONE };
+enum class ReportForm { TABLE, JSON, DOT, NONE };
 
 struct Options {
     SourceOptions source;

@@ -7,6 +7,7 @@
 #include "host/cli/event_player.h"
 #include "host/cli/host_config.h"
 #include "host/cli/open_machine.h"
+#include "host/cli/report_dot.h"
 #include "host/cli/report_json.h"
 #include "host/cli/report_table.h"
 #include "host/cli/text.h"
@@ -106,6 +107,8 @@ bool write_report(const Options &options, const Report &report, std::ostream &ou
         write_table(out, report, standard_output_style());
     if (options.report == ReportForm::JSON)
         write_json(out, report);
+    if (options.report == ReportForm::DOT)
+        write_dot(out, report);
     if (out.flush())
         return true;
     log_error("standard output: the report cannot be written");

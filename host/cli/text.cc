@@ -33,6 +33,49 @@ std::size_t end_of_columns(std::string_view text, std::size_t columns) {
     return text.size();
 }
 
+bool is_surrogate(std::uint32_t character) {
+    return character >= 0xD800 && character <= 0xDFFF;
+}
+
+// UTF-8 of two to four bytes: its first byte is one of `lead` but for the bits of `lead_bits`,
+// which hold the highest bits of a character between `lowest` and `highest`.
+struct Utf8Form {
+    std::size_t length;
+    unsigned char lead;
+    unsigned char lead_bits;
+    std::uint32_t lowest;
+    std::uint32_t highest;
+};
+
+constexpr Utf8Form UTF8_FORMS[] = {
+    {.length = 2, .lead = 0xC0, .lead_bits = 0x1F, .lowest = 0x80, .highest = 0x7FF},
+    {.length = 3, .lead = 0xE0, .lead_bits = 0x0F, .lowest = 0x800, .highest = 0xFFFD},
+    {.length = 4, .lead = 0xF0, .lead_bits = 0x07, .lowest = 0x10000, .highest = 0x10FFFF},
+};
+
+bool begins_with(std::string_view text, const Utf8Form &form) {
+    const auto lead = static_cast<unsigned char>(text.front());
+    if ((lead & ~form.lead_bits) != form.lead || text.size() < form.length)
+        return false;
+    std::uint32_t character = lead & form.lead_bits;
+    for (const char c : text.substr(1, form.length - 1)) {
+        if (begins_character(c))
+            return false;
+        character = character << 6U | (static_cast<unsigned char>(c) & 0x3FU);
+    }
+    return character >= form.lowest && character <= form.highest && !is_surrogate(character);
+}
+
+// Bytes of the character that a text begins with, 0 when it begins with none.
+std::size_t character_length(std::string_view text) {
+    if (static_cast<unsigned char>(text.front()) < 0x80)
+        return 1;
+    for (const Utf8Form &form : UTF8_FORMS)
+        if (begins_with(text, form))
+            return form.length;
+    return 0;
+}
+
 std::optional<std::uint32_t> parse(std::string_view digits, int base) {
     std::uint32_t value = 0;
     const char *const end = digits.data() + digits.size();
@@ -97,6 +140,17 @@ std::string printable(std::string_view text, std::size_t longest) {
     if (shown.size() < text.size())
         shown += "...";
     return shown;
+}
+
+std::string valid_utf8(std::string_view text) {
+    constexpr const char *REPLACEMENT = "\uFFFD";
+    std::string valid;
+    while (!text.empty()) {
+        const std::size_t length = character_length(text);
+        valid += length == 0 ? REPLACEMENT : text.substr(0, length);
+        text.remove_prefix(std::max<std::size_t>(length, 1));
+    }
+    return valid;
 }
 
 std::size_t display_width(std::string_view text) {

@@ -34,6 +34,10 @@ std::string line_complaint(const std::string &file, std::size_t line, std::strin
 // what is meant.
 std::string printable(std::string_view text, std::size_t longest = 120);
 
+// Text of which each byte that does not belong to a character in UTF-8 has become U+FFFD. U+FFFE
+// and U+FFFF, which XML does not know, are none.
+std::string valid_utf8(std::string_view text);
+
 // Columns that UTF-8 text takes in a terminal, one for each character, and its first `columns` of
 // them.
 std::size_t display_width(std::string_view text);

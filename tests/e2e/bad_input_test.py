@@ -48,7 +48,7 @@ REFUSED = (
     (["-F", "none"], "", ["none: No such file or directory"]),
     ([], "", ["no configuration space is given: use -F FILE"]),
     (["-F", ""], "", ["--dump: no file is named"]),
-    (["-F", EXAMPLE, "--report", "xml"], "", ['--report: "xml" is none of table, json, none']),
+    (["-F", EXAMPLE, "--report", "xml"], "", ['--report: "xml" is none of table, json, dot, none']),
     (["-F", EXAMPLE, "--domain", "5"], "", [f"{EXAMPLE}: no function of domain 0005 "]),
     (["-F", EXAMPLE, "--manage", "0-100"], "", ['--manage: "0-100": ']),
     (["-F", EXAMPLE, "-c", "/dev/zero"], "", ["/dev/zero: is larger than 16 MiB"]),
@@ -73,6 +73,12 @@ REFUSED = (
          "input:11: the function has been removed by an earlier line: ",
          "input:13: STATUS is no number: ", "input:14: neither a bridge nor below one: "]),
 )
+
+
+# Names, and what the graph makes of them.
+NAMES = ((br"""x"'\N\\G<b>&lt;%--></TABLE>> \\E""", r"""x"'\N\\G<b>&lt;%--></TABLE>> \\E"""),
+         (b"\0\t\x7f\xc3\xa4\xff\xed\xa0\x80\xef\xbf\xbf\xf4\x90\x80\x80\xc0\x80", "???ä" + "�" * 13),
+         ("€".encode() * 50, "€" * 45 + "…"))
 
 
 class BadInputTest(HoplarTest):
@@ -137,6 +143,12 @@ class BadInputTest(HoplarTest):
             f"warning: input: {with_list} functions without capability data, nothing can be set on "
             "them; a full dump: sudo lspci -xxxx > FILE"])
         self.compare_output(read_dump(self.file("input")))
+
+    def test_graph_shows_any_name(self):
+        for name, shown in NAMES:
+            self.file("input", re.sub(rb"(?m)(?<=^07:00.0 ).*", lambda _: name, DUMP.encode()))
+            _, texts = self.graph("-F", "input")
+            self.assertIn(shown, [text.replace("\u200b", "").strip() for text in texts])
 
     def test_module_that_cannot_be_loaded(self):
         text = self.file("text.so", "no module")

@@ -6,6 +6,7 @@ import re
 import subprocess
 import tempfile
 import unittest
+from xml.etree import ElementTree
 
 from expectation import read_dump
 
@@ -66,3 +67,9 @@ class HoplarTest(unittest.TestCase):
             level: sum(message.startswith(f"{level}: ") for message in messages)
             for level in ("error", "warning", "info", "debug")})
         return report
+
+    def graph(self, *options):
+        """The graph, and the pieces of text in what dot draws of it."""
+        graph, _ = self.hoplar("--report", "dot", "-q", *options)
+        drawn = subprocess.check_output(["dot", "-Tsvg"], input=graph.encode())
+        return graph, [text.text for text in ElementTree.fromstring(drawn).iterfind(".//{*}text")]

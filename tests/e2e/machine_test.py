@@ -10,7 +10,7 @@ import re
 import unittest
 
 from expectation import ROOT_PORT, Machine, read_dump
-from hoplar import SHOWN_SETTINGS, HoplarTest, lspci
+from hoplar import PLUGIN, SHOWN_SETTINGS, HoplarTest, lspci
 
 DUMP = os.environ["MACHINE"]
 DOMAINS = read_dump(DUMP)
@@ -111,6 +111,19 @@ class MachineTest(HoplarTest):
                 row = r"(?m)^[* ] [│├└─ ]*(\w+:)?%02x:%02x\.%x " % address
                 self.assertEqual(len(re.findall(row, table)), 1, address)
             self.assertNotIn("\x1b", table)
+
+    def test_graph_draws_every_function_once_and_what_links_are_set_to(self):
+        for domain, functions in DOMAINS.items():
+            old, new = Machine(functions), Machine(functions)
+            new.set_up(EVERYTHING)
+            payload = ["→".join(dict.fromkeys((str(f.mps), str(g.mps)))) for f, g in zip(old, new)]
+            module = f"{PLUGIN},--config={self.file('features.cfg', chr(10).join(EVERYTHING))}"
+            graph, texts = self.graph("-F", DUMP, "--domain", f"{domain:x}", "-m", module)
+            drawn = " ".join(text for text in texts if not text.startswith((":", "Root port ")))
+            self.assertEqual(sorted(re.findall(r"(?:\w{4,}:)?\w\w:\w\w\.[0-7]", drawn)),
+                             [address_text(domain, f.address) for f in old])
+            for *ends, text in re.findall(r":f(\d+):e -> .*:f(\d+):w .*label=< ([^P].*) <BR", graph):
+                self.assertLessEqual({payload[int(end)] for end in ends}, {*re.split("[|, ]+", text)})
 
     def test_features_are_set_where_the_file_asks(self):
         for domain, functions in DOMAINS.items():
