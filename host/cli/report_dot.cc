@@ -73,7 +73,7 @@ constexpr const char *FUNCTION_BOX =
 constexpr const char *NAME_LINE =
     "<TR><TD COLSPAN='3' ALIGN='LEFT'><FONT POINT-SIZE='9' COLOR='#52606d'>% </FONT></TD></TR>";
 constexpr const char *PAYLOAD_CELL = "<TD WIDTH='108' ALIGN='LEFT' BGCOLOR='%'>% of %</TD>";
-constexpr const char *NO_PAYLOAD_CELL = "<TD WIDTH='108' ALIGN='LEFT'>no payload size</TD>";
+constexpr const char *NO_PAYLOAD_CELL = "<TD WIDTH='108' ALIGN='LEFT'>%</TD>";
 constexpr const char *BADGE =
     "<TD WIDTH='66' BORDER='%' COLOR='%' BGCOLOR='%'><FONT COLOR='%'>% %</FONT></TD>";
 
@@ -160,7 +160,7 @@ bool payload_changed(const FunctionReport &row) {
 
 std::string payload_cell(const FunctionReport &row, bool limits) {
     if (!row.after.mps)
-        return NO_PAYLOAD_CELL;
+        return filled(NO_PAYLOAD_CELL, {row.removed() ? NOTHING_TEXT : "no payload size"});
     const bool changed = payload_changed(row);
     const std::string supported = std::to_string(row.after.mps->supported);
     return filled(PAYLOAD_CELL,
