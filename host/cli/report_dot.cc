@@ -162,7 +162,7 @@ std::string payload_cell(const FunctionReport &row, bool limits) {
     if (!row.after.mps)
         return filled(NO_PAYLOAD_CELL, {row.removed() ? NOTHING_TEXT : "no payload size"});
     const bool changed = payload_changed(row);
-    const std::string supported = std::to_string(row.after.mps->supported);
+    const std::string supported = size_text(row.after.mps->supported);
     return filled(PAYLOAD_CELL,
                   {changed ? CHANGED_FILL : NO_FILL, bold_if(changed, payload_text(row)),
                    limits ? bold_if(true, std::string("◂").append(supported)) : supported});

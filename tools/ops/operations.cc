@@ -115,7 +115,7 @@ const std::array OPERATIONS = {
 std::string name_of(const Operation &operation) {
     std::string name(operation.words[0]);
     if (!operation.words[1].empty())
-        name += " " + std::string(operation.words[1]);
+        name.append(1, ' ').append(operation.words[1]);
     return name;
 }
 
