@@ -20,6 +20,7 @@ put("${CPACK_HOPLAR_SOURCE_DIR}/config/hoplar-template.cfg" etc/hoplar hoplar.cf
 put("${CPACK_HOPLAR_SOURCE_DIR}/config/hoplar_mod-enable_features-template.cfg"
     etc/hoplar features.cfg)
 put("${packaging}/hoplar.service" lib/systemd/system hoplar.service)
+put("${packaging}/debian/hoplar.preset" lib/systemd/system-preset 90-hoplar.preset)
 put("${packaging}/debian/copyright" usr/share/doc/hoplar copyright)
 put("${packaging}/debian/lintian-overrides" usr/share/lintian/overrides hoplar)
 put("${packaging}/debian/changelog" usr/share/doc/hoplar changelog)
