@@ -20,11 +20,17 @@ struct ReleaseDevice {
 };
 using Device = std::unique_ptr<udev_device, ReleaseDevice>;
 
+// Programs may have the kernel announce functions again that have been there all the time, as udev
+// does at boot: such events say so.
+bool is_announced_again(udev_device *device) {
+    return udev_device_get_property_value(device, "SYNTH_UUID") != nullptr;
+}
+
 // "/devices/pci0000:00/0000:00:02.0/0000:04:00.0": the last is the function.
 std::optional<KernelEvent> event_of(udev_device *device, unsigned domain) {
     const char *const action = udev_device_get_action(device);
     const char *const path = udev_device_get_devpath(device);
-    if (!action || !path)
+    if (!action || !path || is_announced_again(device))
         return std::nullopt;
     const bool added = std::string_view(action) == "add";
     if (!added && std::string_view(action) != "remove")
