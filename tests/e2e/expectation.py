@@ -35,7 +35,9 @@ class Function:
         self.multi, self.is_bridge = self.answers and data[0x0E] >= 0x80, layout in (1, 2)
         self.secondary = data[0x19] if self.is_bridge else 0
         self.class_code = self.register(0x09, 3)
-        start = data[0x14 if layout == 2 else 0x34] if data[0x06] & 0x10 else 0
+        # Virtual functions have capabilities, but no vendor ID: for hosts they are not there.
+        has_list = self.answers and data[0x06] & 0x10
+        start = data[0x14 if layout == 2 else 0x34] if has_list else 0
         self.express = self.find(0x10, start & ~3, 2, 8)
         self.aer, self.ari = (self.express and self.find(capability, 0x100, 4, 20)
                               for capability in (0x01, 0x0E))

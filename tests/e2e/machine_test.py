@@ -102,7 +102,8 @@ class MachineTest(HoplarTest):
             self.assertEqual(*(SHOWN_SETTINGS.sub("", text[name]) for text in (before, after)))
             payload = [str(f.mps)] if f.express else []
             ecrc = ["+" if enabled else "-" for enabled in f.ecrc] if f.aer else []
-            self.assertEqual(SHOWN_SETTINGS.findall(after[name]), payload + ecrc, name)
+            if f.answers:
+                self.assertEqual(SHOWN_SETTINGS.findall(after[name]), payload + ecrc, name)
 
     def test_table_lists_every_function_once_and_without_colour(self):
         for domain, functions in DOMAINS.items():
