@@ -25,7 +25,8 @@ namespace {
 std::jmp_buf *way_out = nullptr;
 std::array<char, 256> reason;
 
-[[noreturn, gnu::format(printf, 1, 2)]] void give_up(char *format, ...) {
+// As libpci declares it: the standard's [[noreturn]] is no part of the type.
+__attribute__((noreturn, format(printf, 1, 2))) void give_up(char *format, ...) {
     va_list args;
     va_start(args, format);
     std::vsnprintf(reason.data(), reason.size(), format, args);
