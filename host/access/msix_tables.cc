@@ -27,7 +27,7 @@ struct Table {
 struct Tables {
     std::mutex lock;
     std::uint64_t serve_count = 0;
-    std::unordered_map<RoutingId, Table> by_function;
+    std::unordered_map<const Function *, Table> by_function;
 };
 
 Tables &tables() {
@@ -35,22 +35,46 @@ Tables &tables() {
     return all;
 }
 
+// The table in the function's own memory; null when it cannot be mapped.
+volatile void *device_table(const Function &function, std::uint32_t place, std::size_t count) {
+    const std::uint32_t bar = place & reg::MSIX_TABLE_BAR;
+    return served()->space().memory(function.id(), bar, place - bar, count * sizeof(Vector));
+}
+
+// With the lock held.
+pci_err_t set_up(Table &table, const Function &function, std::uint32_t place, std::size_t count) {
+    if (table.record.address)
+        return PCI_OK;
+    if (served()->space().has_memory()) {
+        table.record.address = device_table(function, place, count);
+        return table.record.address ? PCI_OK : PCI_ERR_IO;
+    }
+    table.vectors.resize(count);
+    table.record.address = table.vectors.data();
+    return PCI_OK;
+}
+
 }  // namespace
 
 pci_err_t find_msix_table(bdf_t bdf, unsigned offset, const msix_table_t *&table) {
+    const Function *function = nullptr;
+    if (const pci_err_t error = find_function(bdf, function))
+        return error;
     std::uint16_t control = 0;
     if (const pci_err_t error = read_register(bdf, offset + reg::MSIX_CONTROL, control))
+        return error;
+    std::uint32_t place = 0;
+    if (const pci_err_t error = read_register(bdf, offset + reg::MSIX_TABLE, place))
         return error;
     Tables &all = tables();
     const std::scoped_lock guard(all.lock);
     if (all.serve_count != serve_count())
         all.by_function.clear();
     all.serve_count = serve_count();
-    Table &own = all.by_function[static_cast<RoutingId>(bdf & BDF_ROUTING_ID)];
-    if (own.vectors.empty()) {
-        own.vectors.resize((control & reg::MSIX_TABLE_SIZE) + 1u);
-        own.record.address = own.vectors.data();
-    }
+    Table &own = all.by_function[function];
+    const std::size_t count = (control & reg::MSIX_TABLE_SIZE) + 1u;
+    if (const pci_err_t error = set_up(own, *function, place, count))
+        return error;
     table = &own.record;
     return PCI_OK;
 }

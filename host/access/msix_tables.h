@@ -1,5 +1,5 @@
-// MSI-X vector tables. An image holds no device memory, so the host keeps a table of its own for
-// each function that is asked for one.
+// MSI-X vector tables: in the functions' memory, or, as an image has none, tables of the host's
+// own.
 #pragma once
 
 #include "platform/capability.h"
@@ -8,7 +8,8 @@ namespace host {
 
 // The vector table of the function at `bdf`, whose MSI-X capability is at `offset`: always the same
 // one, until serve() is called. Entries begin as hardware has them: all zero, masked. `table` is
-// set on success only; an error is that of reading the table's size.
+// set on success only; an error is that of reading where the table is, PCI_ERR_IO when it is there
+// and cannot be mapped.
 pci_err_t find_msix_table(bdf_t bdf, unsigned offset, const msix_table_t *&table);
 
 }  // namespace host

@@ -2,6 +2,8 @@
 // back to where the library was entered; only C frames lie between.
 #include "host/live/live_space.h"
 
+#include <fcntl.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include <array>
@@ -149,6 +151,40 @@ private:
     std::map<RoutingId, pci_dev *> devices_;
 };
 
+// Part of a function's memory.
+class LiveSpace::Mapping {
+public:
+    // The kernel maps whole pages.
+    Mapping(const std::filesystem::path &resource, std::size_t offset, std::size_t size) {
+        const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+        const std::size_t into_page = offset % page;
+        size_ = into_page + size;
+        const int descriptor = open(resource.c_str(), O_RDWR | O_SYNC | O_CLOEXEC);
+        if (descriptor < 0)
+            return;
+        void *const start = mmap(nullptr, size_, PROT_READ | PROT_WRITE, MAP_SHARED, descriptor,
+                                 static_cast<off_t>(offset - into_page));
+        close(descriptor);
+        if (start == MAP_FAILED)
+            return;
+        start_ = start;
+        address_ = static_cast<char *>(start) + into_page;
+    }
+    ~Mapping() {
+        if (start_)
+            munmap(start_, size_);
+    }
+    Mapping(const Mapping &) = delete;
+    Mapping &operator=(const Mapping &) = delete;
+
+    volatile void *address() const { return address_; }
+
+private:
+    void *start_ = nullptr;
+    void *address_ = nullptr;
+    std::size_t size_ = 0;
+};
+
 LiveSpace::LiveSpace(unsigned domain) : domain_(domain), sysfs_(domain) {
     if (geteuid() != 0)
         throw LiveError("--live: only root can read this machine's configuration space");
@@ -209,6 +245,15 @@ pci_err_t LiveSpace::failed(RoutingId id, unsigned offset) {
     if (offset < sysfs_.config_size(id))
         ++failures_;
     return PCI_ERR_IO;
+}
+
+volatile void *LiveSpace::memory(RoutingId id, unsigned bar, std::size_t offset, std::size_t size) {
+    std::uint32_t command = 0;
+    if (read(id, reg::COMMAND, 2, command) != PCI_OK || !(command & reg::COMMAND_MEMORY))
+        return nullptr;
+    const std::filesystem::path resource = sysfs_.file(id, "resource" + std::to_string(bar));
+    const std::scoped_lock guard(mappings_lock_);
+    return mappings_.emplace_back(std::make_unique<Mapping>(resource, offset, size))->address();
 }
 
 void LiveSpace::forget(RoutingId id) {

@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <memory>
+#include <mutex>
 #include <stdexcept>
 
 #include "host/live/sysfs.h"
@@ -32,6 +33,11 @@ public:
     pci_err_t read(RoutingId id, unsigned offset, unsigned width, std::uint32_t &value) override;
     pci_err_t write(RoutingId id, unsigned offset, unsigned width, std::uint32_t value) override;
 
+    bool has_memory() const override { return true; }
+    // Null also while the function does not decode memory accesses.
+    volatile void *memory(RoutingId id, unsigned bar, std::size_t offset,
+                          std::size_t size) override;
+
     // Drops what is kept open for a function: another one may come to the same place.
     void forget(RoutingId id);
 
@@ -45,6 +51,7 @@ public:
 
 private:
     class Library;
+    class Mapping;
 
     pci_err_t failed(RoutingId id, unsigned offset);
 
@@ -52,6 +59,8 @@ private:
     Sysfs sysfs_;
     std::unique_ptr<Library> library_;
     std::atomic<std::uint64_t> failures_ = 0;
+    std::mutex mappings_lock_;
+    std::vector<std::unique_ptr<Mapping>> mappings_;
 };
 
 }  // namespace host

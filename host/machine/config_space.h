@@ -1,4 +1,4 @@
-// Where configuration space comes from: a saved image, or (one day) live hardware.
+// Where configuration space comes from: a saved image, or live hardware.
 #pragma once
 
 #include <cstdint>
@@ -29,6 +29,16 @@ public:
     // `value` is set on success only.
     virtual pci_err_t read(RoutingId id, unsigned offset, unsigned width, std::uint32_t &value) = 0;
     virtual pci_err_t write(RoutingId id, unsigned offset, unsigned width, std::uint32_t value) = 0;
+
+    // Whether functions have memory too, behind their Base Address Registers. An image has none.
+    virtual bool has_memory() const { return false; }
+
+    // `size` bytes at `offset` of the memory behind Base Address Register `bar` (0 to 5). Valid as
+    // long as the source; null when it cannot be reached.
+    virtual volatile void *memory(RoutingId /*id*/, unsigned /*bar*/, std::size_t /*offset*/,
+                                  std::size_t /*size*/) {
+        return nullptr;
+    }
 };
 
 }  // namespace host

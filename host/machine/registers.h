@@ -15,6 +15,7 @@ constexpr unsigned VENDOR_ID = 0x00;
 constexpr std::uint16_t VENDOR_ID_NONE = 0xFFFF;  // what reads of an absent function give
 constexpr unsigned DEVICE_ID = 0x02;
 constexpr unsigned COMMAND = 0x04;
+constexpr std::uint16_t COMMAND_MEMORY = 0x0002;
 constexpr std::uint16_t COMMAND_BUS_MASTER = 0x0004;
 constexpr unsigned STATUS = 0x06;
 constexpr std::uint16_t STATUS_CAP_LIST = 0x0010;
@@ -50,6 +51,8 @@ constexpr unsigned MSIX_CONTROL = 0x02;
 constexpr std::uint16_t MSIX_TABLE_SIZE = 0x07FF;  // entries less one
 constexpr std::uint16_t MSIX_MASK_ALL = 0x4000;
 constexpr std::uint16_t MSIX_ENABLE = 0x8000;
+constexpr unsigned MSIX_TABLE = 0x04;
+constexpr std::uint32_t MSIX_TABLE_BAR = 0x0000'0007;  // what is above is the offset behind it
 
 // PCI Express capability.
 constexpr unsigned PCIE_CAPS = 0x02;

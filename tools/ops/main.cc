@@ -12,16 +12,16 @@
 namespace ops {
 namespace {
 
-// The image is written whatever came of the operation: a failed one shows what it left behind.
+// The output is written whatever came of the operation: a failed one shows what it left behind.
 int run(const Options &options) {
     host::open_log(options.verbosity, options.debug);
-    const host::Dump dump = host::open_dump(options.dump, options.domain);
-    const std::unique_ptr<host::Machine> machine = host::open_machine(*dump.image);
-    const Request request = parse_request(options.operation, *machine, options.domain);
+    const host::MachineSource source = host::open_source(options.source);
+    const std::unique_ptr<host::Machine> machine = host::open_machine(source.space());
+    const Request request = parse_request(options.operation, *machine, options.source.domain);
     const host::Serving serving(*machine);
     const pci_err_t error = request.run(*machine, request.bdf, std::cout);
     if (options.output)
-        host::write_dump(*options.output, *dump.image);
+        source.write_dump_to(*options.output);
     if (!std::cout.flush())
         throw host::InputError("standard output: cannot be written");
     if (error)

@@ -20,9 +20,15 @@ constexpr const char *FOOTER =
     "that could not be written.\n";
 
 void declare(CLI::App &app, Options &options, std::string &domain, int &louder, bool &quiet) {
-    app.add_option("-F,--dump", options.dump, "Configuration space, a dump as of lspci -xxxx")
-        ->type_name("FILE")
-        ->required();
+    auto *const source = app.add_option_group("Source")->require_option(1);
+    source
+        ->add_option("-F,--dump", options.source.dump,
+                     "Configuration space, a dump as of lspci -xxxx")
+        ->type_name("FILE");
+    auto *const live = source->add_flag(
+        "--live", [](auto) {}, "This machine; without --write, a snapshot");
+    app.add_flag("--write", options.source.write, "With --live: write to this machine")
+        ->needs(live);
     app.add_option("-o,--output", options.output,
                    "Write the resulting configuration space as a dump")
         ->type_name("FILE");
@@ -63,7 +69,7 @@ std::optional<Options> parse_options(int argc, const char *const *argv, std::ost
     if (!number)
         throw host::InputError("--domain: \"" + host::printable(domain) +
                                "\" is no hexadecimal number");
-    options.domain = *number;
+    options.source.domain = *number;
     options.verbosity = quiet ? 0 : options.verbosity + louder;
     return options;
 }

@@ -7,12 +7,13 @@
 #include <string>
 #include <vector>
 
+#include "host/cli/machine_source.h"
+
 namespace ops {
 
 struct Options {
-    std::filesystem::path dump;
+    host::SourceOptions source;
     std::optional<std::filesystem::path> output;
-    unsigned domain = 0;
     int verbosity = 1;
     bool debug = false;
     std::vector<std::string> operation;  // its words: "aspm", "enable", "all"
