@@ -33,7 +33,7 @@ __attribute__((noreturn, format(printf, 1, 2))) void give_up(char *format, ...) 
     va_start(args, format);
     std::vsnprintf(reason.data(), reason.size(), format, args);
     va_end(args);
-    std::longjmp(*way_out, 1);
+    std::longjmp(*way_out, 1);  // NOLINT(cert-err52-cpp): an exception cannot pass C frames
 }
 
 // What it warns of comes back as the result of the access as well.
@@ -44,7 +44,7 @@ template <typename Calls>
 bool enter(Calls calls) {
     std::jmp_buf here;
     way_out = &here;
-    if (setjmp(here) != 0)
+    if (setjmp(here) != 0)  // NOLINT(cert-err52-cpp)
         return false;
     calls();
     return true;
@@ -202,7 +202,7 @@ std::vector<RoutingId> LiveSpace::functions() const {
 
 // As lspci writes it.
 std::string LiveSpace::title(RoutingId id) const {
-    const std::string address = domain_ == 0 ? bdf_text(id) : kernel_address(domain_, id);
+    std::string address = domain_ == 0 ? bdf_text(id) : kernel_address(domain_, id);
     std::array<std::uint8_t, reg::HEADER_SIZE> header{};
     if (!library_->read(id, 0, header.data(), header.size()))
         return address;
