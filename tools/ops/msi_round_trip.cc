@@ -6,6 +6,7 @@
 #include <span>
 #include <vector>
 
+#include "host/access/serve.h"
 #include "host/machine/bdf_text.h"
 #include "host/machine/registers.h"
 #include "host/server/event_records.h"
@@ -165,8 +166,12 @@ pci_err_t msi(event_notification_t *device, std::ostream &out) {
 
 pci_err_t msix(event_notification_t *device, std::ostream &out) {
     const event_capset_t &caps = *device->capset;
-    MsixRecord record;
     out << host::bdf_text(caps.device->bdf) << "  MSI-X  ";
+    if (!caps.msix) {
+        out << "the vector table cannot be mapped (is Memory Space on?)\n";
+        return PCI_ERR_IO;
+    }
+    MsixRecord record;
     return round_trip(msix_subject(caps.device->bdf, *caps.msix), record, record.msix.ctrl, device,
                       CAPID_MSIX, out);
 }
@@ -178,10 +183,12 @@ pci_err_t msi_round_trip(bdf_t bdf, std::ostream &out) {
     if (!device)
         return PCI_ERR_NO_DEVICE;
     const event_capset_t &caps = *device->capset;
-    if (!caps.msi && !caps.msix)
+    const host::Function &function = *host::served()->find(bdf);
+    const bool has_msix = function.cap(CAPID_MSIX).has_value();
+    if (!caps.msi && !has_msix)
         return PCI_ERR_NOT_SUPPORTED;
     const pci_err_t msi_error = caps.msi ? msi(device, out) : PCI_OK;
-    const pci_err_t msix_error = caps.msix ? msix(device, out) : PCI_OK;
+    const pci_err_t msix_error = has_msix ? msix(device, out) : PCI_OK;
     return msi_error ? msi_error : msix_error;
 }
 
