@@ -60,8 +60,7 @@ struct MsiRegisters : ModuleTest {
         mprotect(table, sizeof table, PROT_READ | PROT_WRITE);
         std::string said = std::to_string(result) + ' ' + messages();
         for (const std::string name : {is_msi ? "msi_reg_" : "msix_reg_", is_msi ? "MSI" : "MSI-X"})
-            for (std::size_t at; (at = said.find(name)) != std::string::npos;)
-                said.replace(at, name.size(), "#");
+            said = replaced(said, name, "#");
         return said;
     }
 
@@ -124,7 +123,7 @@ TEST_F(MsiRegisters, AreSavedAndRestoredInOrderUntilOneFails) {
             say(failed, "E0 #save, Failed to allocate memory for " + entries);
             say(failed, " # vector table entries, skipping capture\n");
             say(lost, "5 E0 #restore, # register capture failed, skipping restore\n");
-            say(!lost, (m > 2 ? "5" : "0") + std::string(" I4 #restore, Restoring # registers\n"));
+            say(!lost, std::to_string(m > 2 ? 5 : 0) + " I4 #restore, Restoring # registers\n");
             say(m && m < 3, "W0 #restore, Unable to disable # capability for restore, {19}\n");
             say(m > 2, "E0 #restore, unable to restore # " + reg(m - 2));
 
