@@ -1,5 +1,6 @@
-// Made when they are first asked for and kept as long as the machine is served. Of one function,
-// event agent and event notification share the capability set.
+// Made when they are first asked for and kept as long as the machine is served, also when another
+// function, with records of its own, has come to the same place. Of one function, event agent and
+// event notification share the capability set.
 #include "host/server/event_records.h"
 
 #include <cstdlib>
@@ -66,7 +67,7 @@ private:
 struct AllRecords {
     std::mutex lock;
     std::uint64_t serve_count = 0;
-    std::unordered_map<RoutingId, std::unique_ptr<Records>> by_function;
+    std::unordered_map<const Function *, std::unique_ptr<Records>> by_function;
 };
 
 AllRecords &all_records() {
@@ -80,7 +81,7 @@ Records &records_of(const Function &function) {
     if (all.serve_count != serve_count())
         all.by_function.clear();
     all.serve_count = serve_count();
-    std::unique_ptr<Records> &records = all.by_function[function.id()];
+    std::unique_ptr<Records> &records = all.by_function[&function];
     if (!records)
         records = std::make_unique<Records>(function);
     return *records;

@@ -13,7 +13,8 @@ TEST_F(EventCollectors, AreAskedInOrderUntilOneServesTheFunction) {
     };
     serve({collector(at(0, 1), {{0x100, 0x10007}, {0x104, 0x60}, {0x108, 0x070500}}),
            collector(at(0, 2), {{0x100, 0x20007}, {0x104, 0xC1}, {0x108, 0x090800}}),
-           collector(at(64, 3), {}), collector(at(64, 4), {{0x100, 0x10007}, {0x104, 0x20}})});
+           collector(at(64, 3), {{0x104, 0x80}}),
+           collector(at(64, 4), {{0x100, 0x10007}, {0x104, 0x20}})});
     const std::string is_null = " but RCEC capability is NULL, skipping ...\n";
     const std::tuple<bdf_t, bdf_t, std::string> rows[] = {
         {at(0, 6, 3), at(0, 1), "I2 Found RCEC B0:D1:F0 for device B0:D6:F3\n"},
@@ -28,6 +29,15 @@ TEST_F(EventCollectors, AreAskedInOrderUntilOneServesTheFunction) {
         EXPECT_EQ(enable_features::find_rcec(asked), found);
         EXPECT_EQ(messages(), said);
     }
+
+    // A function that has the capability comes in the place of one that had not.
+    machine->image.set_filter([](ImageAccess &access) {
+        access.value |= access.id == at(64, 3) && access.offset == 0x100 ? 0x10007 : 0;
+        return PCI_OK;
+    });
+    const RoutingId exchanged[] = {at(64, 3)};
+    machine->machine->update(exchanged, exchanged);
+    EXPECT_EQ(enable_features::find_rcec(at(64, 7)), at(64, 3));
 }
 
 }  // namespace host::tests
