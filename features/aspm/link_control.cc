@@ -21,20 +21,16 @@ bool is_above_a_link(std::uint8_t port_type) {
            port_type == PORT_TYPE_PCI_TO_PCIE;
 }
 
-// ASPM Support of one end of a link, not ASPM_NONE. `refusal` is the message when it is.
-pci_err_t read_support(pcie_cap_t *cap, const char *refusal, std::uint32_t &support) {
+// ASPM Support of one end of a link.
+pci_err_t read_support(pcie_cap_t *cap, std::uint32_t &support) {
     std::uint32_t linkcap = 0;
     const pci_err_t result = call(cap, &pcie_cap_ops_t::read_linkcap, &linkcap);
-    if (result != PCI_OK)
-        return result;
-    support = get(linkcap, LINKCAP_ASPM_SUPPORT);
-    if (support != ASPM_NONE)
-        return PCI_OK;
-    LOG_DEBUG(2, "%s", refusal);
-    return PCI_ERR_NOT_SUPPORTED;
+    if (result == PCI_OK)
+        support = get(linkcap, LINKCAP_ASPM_SUPPORT);
+    return result;
 }
 
-// What the bridge supports on the link below it.
+// What the bridge supports on the link below it, not ASPM_NONE.
 pci_err_t upstream_support(const bridge_rec *bridge, std::uint32_t &support) {
     if (bridge->pcie_cap == nullptr || bridge->class_code == HOST_BRIDGE_CLASS)
         return PCI_ERR_NOT_SUPPORTED;
@@ -47,7 +43,11 @@ pci_err_t upstream_support(const bridge_rec *bridge, std::uint32_t &support) {
         LOG_DEBUG(2, "unsupported downstream port type %u", port_type);
         return PCI_ERR_NOT_SUPPORTED;
     }
-    return read_support(bridge->pcie_cap, "ASPM not supported by upstream device", support);
+    const pci_err_t result = read_support(bridge->pcie_cap, support);
+    if (result != PCI_OK || support != ASPM_NONE)
+        return result;
+    LOG_DEBUG(2, "ASPM not supported by upstream device");
+    return PCI_ERR_NOT_SUPPORTED;
 }
 
 // BDF_NONE when nothing is below the bridge.
@@ -59,7 +59,8 @@ bdf_t downstream_device(const bridge_rec *bridge) {
     return child != nullptr ? child->bdf : BDF_NONE;
 }
 
-// What the device below the link supports, and its capability. `cap` may be set on failure too.
+// What the device below the link supports, not ASPM_NONE, and its capability. `cap` may be set on
+// failure too.
 pci_err_t downstream_support(const bridge_rec *bridge, heap_ptr<pcie_cap_t> &cap,
                              std::uint32_t &support) {
     const bdf_t device = downstream_device(bridge);
@@ -72,10 +73,13 @@ pci_err_t downstream_support(const bridge_rec *bridge, heap_ptr<pcie_cap_t> &cap
         LOG_DEBUG(2, "downstream device is not PCIe");
         return PCI_ERR_NOT_SUPPORTED;
     }
-    const pci_err_t result = read_pcie_cap_at(device, index, cap);
-    if (result != PCI_OK)
+    pci_err_t result = read_pcie_cap_at(device, index, cap);
+    if (result == PCI_OK)
+        result = read_support(cap.get(), support);
+    if (result != PCI_OK || support != ASPM_NONE)
         return result;
-    return read_support(cap.get(), "ASPM not supported by downstream device", support);
+    LOG_DEBUG(2, "ASPM not supported by downstream device");
+    return PCI_ERR_NOT_SUPPORTED;
 }
 
 pci_err_t set_both_ends(pcie_cap_t *upstream, pcie_cap_t *downstream, std::uint32_t level) {
