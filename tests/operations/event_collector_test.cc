@@ -1,6 +1,7 @@
 // Which event collector serves a function: real registers, which the host decodes.
 #include "topology/event_collector.h"
 
+#include "platform/server.h"
 #include "tests/support/module_test.h"
 
 namespace host::tests {
@@ -20,6 +21,7 @@ TEST_F(EventCollectors, AreAskedInOrderUntilOneServesTheFunction) {
         {at(0, 6, 3), at(0, 1), "I2 Found RCEC B0:D1:F0 for device B0:D6:F3\n"},
         {ari(ari_at(0, 200)), at(0, 2), "I2 Found RCEC B0:D2:F0 for device B0:D0:F200\n"},
         {at(9, 31, 7), at(0, 2), "I2 Found RCEC B0:D2:F0 for device B9:D31:F7\n"},
+        {at(8), at(0, 2), "I2 Found RCEC B0:D2:F0 for device B8:D0:F0\n"},
         {at(64, 5), at(64, 4),
          "E0 Found RCEC for B64:D5:F0" + is_null +
              "I2 Found RCEC B64:D4:F0 for device B64:D5:F0\n"},
@@ -37,6 +39,9 @@ TEST_F(EventCollectors, AreAskedInOrderUntilOneServesTheFunction) {
     });
     const RoutingId exchanged[] = {at(64, 3)};
     machine->machine->update(exchanged, exchanged);
+    find_event_agent(at(64, 4))->capset = nullptr;
+    EXPECT_EQ(enable_features::find_rcec(at(7)), BDF_NONE);
+    EXPECT_EQ(messages(), "E0 Found RCEC for B7:D0:F0" + is_null);
     EXPECT_EQ(enable_features::find_rcec(at(64, 7)), at(64, 3));
 }
 
