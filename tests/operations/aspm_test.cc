@@ -111,6 +111,37 @@ TEST_F(Aspm, EndsOfALinkAreInOrderWhateverFails) {
     }
 }
 
+// By what is wrong with the host's records of a root port, which has L0s alone, and of the switch
+// port below it. The first endpoint cannot be read; the others accept the same.
+TEST_F(Aspm, LinksAreEnabledAsFarAsRecordsTell) {
+    static const bdf_t none[] = {BDF_NONE};
+    const std::string compared = "D2 find_aspm_level(), exit latency = 63, acceptable latency = $\n"
+                                 "D2 find_aspm_level(B0:D1:F0, 1, B1:D1:F0, 3), aspm = ",
+                      slow = replaced(compared, "$", "0") + "0\n{0}",
+                      good = "128 for EP device B2:D1:F0\n" + replaced(compared, "$", "128");
+    const std::pair<void (*)(bridge_rec &, bridge_rec &), std::string> rows[] = {
+        {[](auto &port, auto &) { port.num_devs = 0; }, good + "1\n{0}"},
+        {[](auto &port, auto &) { port.num_devs = port.num_children = 0; },
+         "D2 no downstream device\n{19}"},
+        {[](auto &port, auto &) { port.devs = none; }, "D2 no downstream device\n{19}"},
+        {[](auto &port, auto &) { port.class_code = HOST_BRIDGE_CLASS; }, "{48}"},
+        {[](auto &port, auto &) { port.pcie_cap->head.bdf = BDF_NONE; },
+         "D2 unable to determine port type\n{48}"},
+        {[](auto &, auto &below) { below.pcie_cap = nullptr; }, slow},
+        {[](auto &, auto &below) { below.pcie_cap->head.bdf = BDF_NONE; }, slow},
+        {[](auto &, auto &below) { below.num_devs = 0; }, "0, no EP device(s)\n" + slow},
+    };
+    for (const auto &[change, said] : rows) {
+        serve(functions("0.1:4>1-2=0,400 1.1:6>2-2 2.0:0>0-0=7700 2.1:0>0-0=100 2.2:0>0-0=100"));
+        machine->image.set_filter(fail(of(at(2)), 1));
+        change(*machine->bridge(at(0, 1)), *machine->bridge(at(1, 1)));
+        module::_enable_aspm(machine->bridge(at(0, 1)));
+        const std::regex others("D1 .*\n|D2 calc.*\n|D2 acceptable_ep_latency\\(B.:D1:F0, 1\\)(\n| "
+                                "returns )|I1 .* bridge B0:D1:F0, |\n$");
+        EXPECT_EQ(std::regex_replace(messages(), others, ""), expand(said));
+    }
+}
+
 TEST_F(Aspm, LinksAreVisitedFromTheTopDown) {
     // Results in < > are those of enabling, which also compares latencies; disabling ends with 0.
     const std::string walk =
