@@ -24,7 +24,11 @@ protected:
             access.value &= now && !access.is_write ? ~0x0280U : ~0U;
             return now && error ? 5U : 0U;
         };
-        return accesses(fault, [=] { EXPECT_EQ(fast_back_to_back(bridge, mode), result); });
+        return accesses(fault, [=] {
+            EXPECT_EQ(fast_back_to_back(bridge, mode), result);
+            EXPECT_EQ(pthread_rwlock_trywrlock(&bridge->devs_lock), 0);
+            pthread_rwlock_unlock(&bridge->devs_lock);
+        });
     }
     static inline const std::string BUS = "0.1:->1-2 1.0:->2-2 1.1:-";
 };
@@ -46,7 +50,11 @@ TEST_F(FastBackToBack, StepsAreInOrderWhateverFails) {
     }
     EXPECT_EQ(run(0, 12, true, true), words("100/6* 108/6* 100/6"));
     EXPECT_EQ(run(-1, 12, true, true), undone[1]);
+    EXPECT_EQ(run(2, 12, true, false), Words());
     EXPECT_FALSE(fast_back_to_back(nullptr, 1));
+    serve(functions("0.1:->1-3 1.0:->2-2 1.1:->3-3"));
+    const auto test = [this] { fast_back_to_back(machine->bridge(at(0, 1)), 0); };
+    EXPECT_EQ(accesses(fail(of(0), 1), test), words("100/6* 108/6* 100/6 108/6"));
 }
 
 TEST_F(FastBackToBack, BusesAreVisitedFromTheTopDown) {
