@@ -5,6 +5,7 @@
 #include <sys/mman.h>
 
 #include <csignal>
+#include <cstring>
 #include <numeric>
 
 #include "tests/support/faults.h"
@@ -131,8 +132,14 @@ TEST_F(MsiRegisters, AreSavedAndRestoredInOrderUntilOneFails) {
             failing = n;
             size_of_failing_realloc = failed ? 16 * count : SIZE_MAX;
             accesses.clear();
+            enable_features::msi_save_t &record = records[!room];
+            const auto *const area = room ? record.msix.vectors : nullptr;
             std::string log = done(save, room ? CAPID_MSIX : CAPID_MSI, control, 70000);
+            std::array<char, sizeof record> captured;
+            std::memcpy(&captured, &record, sizeof record);
             log += done(restore, room ? CAPID_MSIX : CAPID_MSI, disabled | enable, 50000);
+            EXPECT_EQ(std::memcmp(&captured, &record, sizeof record), 0);
+            EXPECT_TRUE(!failed || !area || (area == record.msix.vectors && area->data == 70002));
             EXPECT_EQ(log, expand(said));
             EXPECT_EQ(accesses, expected);
             EXPECT_TRUE(!room || records[0].msix.num_vectors == room);
@@ -148,13 +155,27 @@ TEST_F(MsiRegisters, AreLeftAloneOutOfReach) {
     const pci_hw_ops_t none = {}, *const hosts_own = std::exchange(pci_hw, &none);
     for (unsigned id = 0; id < 256; ++id)
         EXPECT_TRUE(id == 5 || id == 17 || done(save, id, 1) + done(restore, id, 1) == "22 22 ");
-    function.bdf = BDF_HIGHEST + 1;
-    EXPECT_EQ(done(restore, CAPID_MSI, 1)[0], '5');
-    for (const unsigned id : {CAPID_MSI, CAPID_MSIX})
-        EXPECT_EQ(done(save, id, 1), expand("0 I4 #save, Saving # registers\n"
-                                            "E0 #save, unable to save # ctrl reg, {22}\n"));
+    const std::function<void()> losses[] = {
+        [this] { function.bdf = BDF_HIGHEST + 1; },
+        [this] { function.bdf = 0, capset.msi = nullptr, mapping.address = nullptr; },
+        [this] { msix.table = nullptr; },
+        [this] { capset.msix = nullptr; },
+    };
+    enable_features::msix_vector_t vectors[2] = {};
+    for (const auto &lose : losses)
+        for (const unsigned id : {CAPID_MSI, CAPID_MSIX}) {
+            lose();
+            EXPECT_EQ(done(save, id, 1), expand("0 I4 #save, Saving # registers\n"
+                                                "E0 #save, unable to save # ctrl reg, {22}\n"));
+            records[0].msix = {1, 2, vectors};
+            records[1].msi = {1, 1, 1, 1, 1};
+            EXPECT_EQ(done(restore, id, 1),
+                      expand("5 I4 #restore, Restoring # registers\nW0 #restore, Unable to disable "
+                             "# capability for restore, {22}\nE0 #restore, unable to restore # " +
+                             std::string(id == CAPID_MSI ? "addr" : "ctrl") + " reg, {22}\n"));
+        }
     pci_hw = hosts_own;
-    function.bdf = BDF_HIGHEST;
+    function.bdf = BDF_HIGHEST, capset.msi = &msi;
     EXPECT_EQ(done(save, CAPID_MSI, 1), "0 I4 #save, Saving # registers\n");
 }
 
