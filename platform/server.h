@@ -57,7 +57,7 @@ HOPLAR_EXPORT std::uint32_t hoplar_get_id(bdf_t bdf);
 // (+0x04), bits 15:8.
 HOPLAR_EXPORT std::uint32_t enum_next_ari_func(bdf_t bdf, std::uint32_t reserved);
 
-// Record of the event collector at `bdf`, null when the host has none.
+// Record of the event collector at `bdf`, null when the host has none, or no memory for it.
 HOPLAR_EXPORT event_agent_t *find_event_agent(bdf_t bdf);
 
 // Hardware access operations; never null.

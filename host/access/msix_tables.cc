@@ -1,6 +1,7 @@
 #include "host/access/msix_tables.h"
 
 #include <mutex>
+#include <new>
 #include <unordered_map>
 #include <vector>
 
@@ -54,6 +55,20 @@ pci_err_t set_up(Table &table, const Function &function, std::uint32_t place, st
     return PCI_OK;
 }
 
+pci_err_t find_or_set_up(const Function &function, std::uint32_t place, std::size_t count,
+                         const msix_table_t *&table) {
+    Tables &all = tables();
+    const std::scoped_lock guard(all.lock);
+    if (all.serve_count != serve_count())
+        all.by_function.clear();
+    all.serve_count = serve_count();
+    Table &own = all.by_function[&function];
+    if (const pci_err_t error = set_up(own, function, place, count))
+        return error;
+    table = &own.record;
+    return PCI_OK;
+}
+
 }  // namespace
 
 pci_err_t find_msix_table(bdf_t bdf, unsigned offset, const msix_table_t *&table) {
@@ -66,17 +81,13 @@ pci_err_t find_msix_table(bdf_t bdf, unsigned offset, const msix_table_t *&table
     std::uint32_t place = 0;
     if (const pci_err_t error = read_register(bdf, offset + reg::MSIX_TABLE, place))
         return error;
-    Tables &all = tables();
-    const std::scoped_lock guard(all.lock);
-    if (all.serve_count != serve_count())
-        all.by_function.clear();
-    all.serve_count = serve_count();
-    Table &own = all.by_function[function];
     const std::size_t count = (control & reg::MSIX_TABLE_SIZE) + 1u;
-    if (const pci_err_t error = set_up(own, *function, place, count))
-        return error;
-    table = &own.record;
-    return PCI_OK;
+    // Modules ask through a C interface, which no exception may cross.
+    try {
+        return find_or_set_up(*function, place, count, table);
+    } catch (const std::bad_alloc &) {
+        return PCI_ERR_NO_MEMORY;
+    }
 }
 
 }  // namespace host

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <unordered_map>
 
 #include "host/access/capability_objects.h"
@@ -75,7 +76,8 @@ AllRecords &all_records() {
     return all;
 }
 
-Records &records_of(const Function &function) {
+// Null without memory: modules ask through a C interface, which no exception may cross.
+Records *records_of(const Function &function) try {
     AllRecords &all = all_records();
     const std::scoped_lock guard(all.lock);
     if (all.serve_count != serve_count())
@@ -84,14 +86,19 @@ Records &records_of(const Function &function) {
     std::unique_ptr<Records> &records = all.by_function[&function];
     if (!records)
         records = std::make_unique<Records>(function);
-    return *records;
+    return records.get();
+} catch (const std::bad_alloc &) {
+    return nullptr;
 }
 
 }  // namespace
 
 event_notification_t *find_event_notification(bdf_t bdf) {
     const Function *function = nullptr;
-    return find_function(bdf, function) == PCI_OK ? records_of(*function).notification() : nullptr;
+    if (find_function(bdf, function) != PCI_OK)
+        return nullptr;
+    Records *records = records_of(*function);
+    return records ? records->notification() : nullptr;
 }
 
 }  // namespace host
@@ -101,5 +108,6 @@ event_agent_t *find_event_agent(bdf_t bdf) {
     if (host::find_function(bdf, function) != PCI_OK ||
         function->class_code != EVENT_COLLECTOR_CLASS)
         return nullptr;
-    return host::records_of(*function).agent();
+    host::Records *records = host::records_of(*function);
+    return records ? records->agent() : nullptr;
 }
