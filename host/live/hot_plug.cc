@@ -23,8 +23,11 @@ std::uint32_t bus_value(Machine &machine, const bridge_rec &bridge) {
 
 std::string list_text(const std::vector<RoutingId> &ids) {
     std::string text;
-    for (const RoutingId id : ids)
-        text += (text.empty() ? "" : " ") + bdf_text(id);
+    for (const RoutingId id : ids) {
+        if (!text.empty())
+            text += ' ';
+        text += bdf_text(id);
+    }
     return text;
 }
 
