@@ -26,7 +26,8 @@ bool is_announced_again(udev_device *device) {
     return udev_device_get_property_value(device, "SYNTH_UUID") != nullptr;
 }
 
-// "/devices/pci0000:00/0000:00:02.0/0000:04:00.0": the last is the function.
+// "/devices/pci0000:00/0000:00:02.0/0000:04:00.0": the last is the function. Above a whole domain
+// there may be a function of another one.
 std::optional<KernelEvent> event_of(udev_device *device, unsigned domain) {
     const char *const action = udev_device_get_action(device);
     const char *const path = udev_device_get_devpath(device);
@@ -35,17 +36,17 @@ std::optional<KernelEvent> event_of(udev_device *device, unsigned domain) {
     const bool added = std::string_view(action) == "add";
     if (!added && std::string_view(action) != "remove")
         return std::nullopt;
+    const std::filesystem::path parts(path);
+    const auto function = parse_kernel_address(parts.filename().string());
+    if (!function || function->domain != domain)
+        return std::nullopt;
     std::vector<RoutingId> bridges;
-    for (const std::filesystem::path &part : std::filesystem::path(path)) {
+    for (const std::filesystem::path &part : parts.parent_path()) {
         const auto address = parse_kernel_address(part.string());
         if (address && address->domain == domain)
             bridges.insert(bridges.begin(), address->id);
     }
-    if (bridges.empty())
-        return std::nullopt;
-    const RoutingId id = bridges.front();
-    bridges.erase(bridges.begin());
-    return KernelEvent{.added = added, .id = id, .bridges = std::move(bridges)};
+    return KernelEvent{.added = added, .id = function->id, .bridges = std::move(bridges)};
 }
 
 }  // namespace

@@ -87,13 +87,14 @@ bool Sysfs::has(RoutingId id) const {
     return fs::exists(directory(id), none);
 }
 
-// The link leads to ".../pci0000:00/0000:00:02.0/0000:04:00.0".
+// The link leads to ".../pci0000:00/0000:00:02.0/0000:04:00.0". Above a whole domain there may be a
+// function of another one.
 std::vector<RoutingId> Sysfs::bridges_above(RoutingId id) const {
     std::vector<RoutingId> above;
     std::error_code none;
     for (const fs::path &part : fs::read_symlink(directory(id), none)) {
         const auto address = parse_kernel_address(part.string());
-        if (address && address->id != id)
+        if (address && address->domain == domain_ && address->id != id)
             above.insert(above.begin(), address->id);
     }
     return above;
