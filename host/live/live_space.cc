@@ -67,7 +67,7 @@ public:
         opened->warning = ignore;
         opened->debug = ignore;
         opened->method = PCI_ACCESS_SYS_BUS_PCI;
-        opened->writeable = 1;
+        // Not `writeable`: then it would open for writing also what is only read.
         if (!enter([opened] { pci_init(opened); }))
             throw LiveError(std::string("this machine's configuration space: ") + reason.data());
         access_.reset(opened);
@@ -84,6 +84,8 @@ public:
         const std::scoped_lock guard(lock_);
         volatile bool done = false;
         pci_dev *const device = find(id);
+        if (device == nullptr)
+            return false;
         enter([&] {
             done = pci_read_block(device, static_cast<int>(offset), bytes,
                                   static_cast<int>(count)) != 0;
@@ -95,6 +97,8 @@ public:
         const std::scoped_lock guard(lock_);
         volatile bool done = false;
         pci_dev *const device = find(id);
+        if (device == nullptr)
+            return false;
         enter([&] {
             done = pci_write_block(device, static_cast<int>(offset), bytes,
                                    static_cast<int>(count)) != 0;
@@ -121,6 +125,7 @@ public:
     }
 
 private:
+    // Null without memory.
     pci_dev *find(RoutingId id) {
         pci_dev *&device = devices_[id];
         if (device == nullptr)
