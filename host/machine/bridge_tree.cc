@@ -89,15 +89,16 @@ struct BridgeTree::Node : bridge_rec {
         __atomic_store_n(&devs, nullptr, __ATOMIC_RELEASE);
     }
 
+    // From the last to the first: whoever walks the list meanwhile misses none that stays.
     void show_children() {
         const MutexGuard guard(children_lock);
-        bridge_rec **link = &children;
-        for (Node *child : all_children) {
-            child->attached = true;
-            store_link(*link, child);
-            link = &child->next_sibling;
+        Node *next = nullptr;
+        for (auto child = all_children.rbegin(); child != all_children.rend(); ++child) {
+            store_link((*child)->next_sibling, next);
+            (*child)->attached = true;
+            next = *child;
         }
-        store_link(*link, nullptr);
+        store_link(children, next);
         store_count(static_cast<std::uint32_t>(all_children.size()));
     }
 
@@ -124,7 +125,7 @@ struct BridgeTree::Node : bridge_rec {
         __atomic_store_n(&num_children, value, __ATOMIC_RELAXED);
     }
 
-    int secondary = -1;
+    std::atomic<int> secondary = -1;
     std::vector<Node *> all_children;              // ascending
     std::vector<std::unique_ptr<bdf_t[]>> arrays;  // those that devs has named, the last one of now
     std::size_t room = 0;                          // of the last array
@@ -185,7 +186,7 @@ bridge_rec *BridgeTree::above(bdf_t bdf) const {
 
 int BridgeTree::secondary_bus(const bridge_rec &bridge) const {
     const Node *node = node_of(bridge);
-    return node ? node->secondary : -1;
+    return node ? node->secondary.load() : -1;
 }
 
 std::bitset<256> BridgeTree::buses_below(const bridge_rec &bridge) const {
