@@ -54,9 +54,9 @@ HOPLAR_EXPORT bridge_rec *find_bridge_bdf(bridge_rec *start, bdf_t bdf);
 // The bridge whose secondary bus is `bus`; null for a root bus.
 HOPLAR_EXPORT bridge_rec *find_bridge_sec_busnum(bridge_rec *start, std::uint32_t bus);
 
-// Secondary bus number (1 to 255) of a bridge, negative when it is not available. `value` is what
-// came with a hook call: 0 asks for the number in the host's record, 1 to 255 is the number itself,
-// anything above is not available.
+// Secondary bus number of a bridge, of a root bus's record that bus, negative when not available.
+// `value` is what came with a hook call: 0 asks for the number in the host's record, 1 to 255 is
+// the number itself, anything above is not available.
 HOPLAR_EXPORT int cached_param_get_sec_busnum(bridge_rec *bridge, std::uint32_t value);
 
 }  // extern "C"

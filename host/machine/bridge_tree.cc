@@ -253,7 +253,7 @@ void BridgeTree::plan_root_buses(Plan &plan, std::span<const Function *const> fu
         record.class_code = HOST_BRIDGE_CLASS;
         record.bridge_kind = BRIDGE_KIND_HOST;
         Node &root = node_for(record, nullptr);
-        plan.add(root);
+        plan.add(root).secondary = static_cast<int>(bus);
         plan.roots.push_back(&root);
         plan.holder[bus] = &root;
     }

@@ -34,9 +34,10 @@ public:
 
     bridge_rec *top() const;              // first host bridge record; null without buses
     bridge_rec *by_bdf(bdf_t bdf) const;  // either form; null when it is no bridge or removed
-    bridge_rec *by_secondary(unsigned bus) const;       // null for a root bus
-    bridge_rec *above(bdf_t bdf) const;                 // the record whose secondary side holds bdf
-    int secondary_bus(const bridge_rec &bridge) const;  // -1 when it has none
+    bridge_rec *by_secondary(unsigned bus) const;  // null for a root bus
+    bridge_rec *above(bdf_t bdf) const;            // the record whose secondary side holds bdf
+    // Of a root bus's record that bus; -1 when it has none.
+    int secondary_bus(const bridge_rec &bridge) const;
 
     // Buses whose functions are below the bridge, also while they are removed.
     std::bitset<256> buses_below(const bridge_rec &bridge) const;
