@@ -19,7 +19,19 @@ class FunctionReader {
 public:
     FunctionReader(ConfigSpace &space, RoutingId id) : space_(space), id_(id) {}
 
+    // A function that goes, or gives way to another one, while it is read counts as absent: what
+    // was read belongs to nobody.
     Function read() {
+        const Function function = read_registers();
+        if (!function.answers || dword(reg::VENDOR_ID) == ids_of(function))
+            return function;
+        Function absent{};
+        absent.bdf = id_;
+        return absent;
+    }
+
+private:
+    Function read_registers() {
         Function function{};
         function.bdf = id_;
         const std::uint32_t ids = dword(reg::VENDOR_ID).value_or(0xFFFF'FFFF);
@@ -39,7 +51,10 @@ public:
         return function;
     }
 
-private:
+    static std::uint32_t ids_of(const Function &function) {
+        return std::uint32_t{function.device} << 16 | function.vendor;
+    }
+
     void read_header(Function &function) {
         const unsigned type = read_word(reader_, reg::HEADER_TYPE).value_or(0);
         function.header_type = type & reg::HEADER_TYPE_LAYOUT;
