@@ -159,7 +159,9 @@ void Machine::update(std::span<const RoutingId> gone, std::span<const RoutingId>
     const std::scoped_lock guard(change_lock_);
     for (const RoutingId id : gone)
         reachable_[id] = false;
-    std::vector<std::unique_ptr<Function>> fresh = read(come);
+    std::vector<RoutingId> changed = renumbered();
+    changed.insert(changed.end(), come.begin(), come.end());
+    std::vector<std::unique_ptr<Function>> fresh = read(changed);
     std::erase_if(fresh, [](const auto &function) { return !function->answers; });
     choose_forms(fresh);
     publish(std::move(fresh));
@@ -198,6 +200,21 @@ std::vector<std::unique_ptr<Function>> Machine::read(std::span<const RoutingId> 
     for (const RoutingId id : ids)
         fresh.push_back(std::make_unique<Function>(FunctionReader(space_, id).read()));
     return fresh;
+}
+
+// Bridges that are there, with other bus numbers than when they were read.
+std::vector<RoutingId> Machine::renumbered() const {
+    std::vector<RoutingId> found;
+    for (const Function *function : functions()) {
+        std::uint32_t numbers = 0;
+        if (!function->is_bridge() || !reachable(*function) ||
+            space_.read(function->id(), reg::SECONDARY_BUS & ~3u, 4, numbers) != PCI_OK)
+            continue;
+        if ((numbers >> 8 & 0xFF) != function->secondary ||
+            (numbers >> 16 & 0xFF) != function->subordinate)
+            found.push_back(function->id());
+    }
+    return found;
 }
 
 // What functions that are being added cannot tell of themselves: whether they are reached in ARI

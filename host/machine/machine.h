@@ -75,7 +75,7 @@ public:
     void insert(bridge_rec &bridge);
 
     // Takes functions out that have gone, and reads those that have come, which may be others than
-    // before; then brings the bridges up to date.
+    // before, and bridges whose bus numbers have changed; then brings the bridges up to date.
     void update(std::span<const RoutingId> gone, std::span<const RoutingId> come);
 
     // Every function below the bridge, bridges too, also removed ones.
@@ -83,6 +83,7 @@ public:
 
 private:
     std::vector<std::unique_ptr<Function>> read(std::span<const RoutingId> ids);
+    std::vector<RoutingId> renumbered() const;
     void choose_forms(std::span<const std::unique_ptr<Function>> fresh);
     void publish(std::vector<std::unique_ptr<Function>> fresh);
     std::vector<const Function *>
