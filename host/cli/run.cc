@@ -13,6 +13,7 @@
 #include "host/cli/text.h"
 #include "host/cli/usage_text.h"
 #include "host/live/service.h"
+#include "host/live/signals.h"
 #include "host/machine/dump.h"
 #include "host/machine/registers.h"
 #include "host/server/log.h"
@@ -115,10 +116,11 @@ bool write_report(const Options &options, const Report &report, std::ostream &ou
     return false;
 }
 
-// Whether all of them could be brought about.
+// Whether all of them could be brought about. Being told to end comes before what is left.
 bool play_events(const std::vector<BusEvent> &events, EventPlayer &player) {
-    return std::ranges::count_if(
-               events, [&](const BusEvent &event) { return player.play(event) != PCI_OK; }) == 0;
+    return std::ranges::count_if(events, [&](const BusEvent &event) {
+               return is_told_to_end() || player.play(event) != PCI_OK;
+           }) == 0;
 }
 
 std::unique_ptr<Service> open_service(const Options &options) {
@@ -160,11 +162,14 @@ bool report_failures(const MachineSource &source) {
 }
 
 // Everything is read and checked before anything runs. Kernel events are awaited before the machine
-// is read, so that none is missed.
+// is read, so that none is missed. What writes to this machine is not ended half way: payload sizes
+// that differ along a path lose packets.
 int run_machine(const Options &options, std::istream &in, std::ostream &out) {
+    if (options.source.write)
+        hold_signals();
     const std::vector<ModuleEntry> modules = wanted_modules(options);
-    const std::unique_ptr<Service> service = open_service(options);
     const MachineSource source = open_source(options.source);
+    const std::unique_ptr<Service> service = open_service(options);
     if (options.cold)
         make_cold(*source.image);
     const std::unique_ptr<Machine> machine = open_machine(source.space());

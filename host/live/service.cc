@@ -17,20 +17,13 @@
 #include <system_error>
 #include <vector>
 
+#include "host/live/signals.h"
 #include "host/server/log.h"
 
 namespace host {
 namespace {
 
 constexpr std::size_t LONGEST_LINE = 4096;
-
-sigset_t awaited_signals() {
-    sigset_t set;
-    sigemptyset(&set);
-    for (const int signal : {SIGTERM, SIGINT, SIGHUP})
-        sigaddset(&set, signal);
-    return set;
-}
 
 std::string error_text() {
     return std::generic_category().message(errno);
@@ -93,7 +86,7 @@ public:
             std::vector<pollfd> waiting = descriptors();
             poll(waiting.data(), waiting.size(), timeout());
             for (const pollfd &each : waiting)
-                if (each.revents != 0)
+                if (each.revents != 0 && !told_to_end_)
                     handle(each.fd);
             hot_plug_.settle(HotPlug::Clock::now());
         }
@@ -163,7 +156,7 @@ private:
     void take_lines(int descriptor) {
         LineBuffer &buffer = inputs_[descriptor];
         const bool goes_on = buffer.fill(descriptor);
-        while (const auto line = buffer.next())
+        while (const auto line = is_told_to_end() ? std::nullopt : buffer.next())
             take_line(descriptor, *line);
         if (goes_on)
             return;
@@ -190,8 +183,7 @@ private:
 };
 
 Service::Service(unsigned domain) : events_(domain) {
-    const sigset_t set = awaited_signals();
-    pthread_sigmask(SIG_BLOCK, &set, nullptr);
+    const sigset_t set = held_signals();
     signals_ = signalfd(-1, &set, SFD_CLOEXEC);
     if (signals_ < 0)
         throw LiveError("--watch: signals cannot be received: " + error_text());

@@ -10,8 +10,8 @@
 
 namespace host {
 
-// From its making on, SIGTERM, SIGINT and SIGHUP wait for serve_until_told(): made before anything
-// is set up, so that a signal does not end the process half way. Throws LiveError.
+// Takes the signals that hold_signals() has wait. From its making on, kernel events wait for
+// serve_until_told(). Throws LiveError.
 class Service {
 public:
     explicit Service(unsigned domain);

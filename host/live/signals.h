@@ -1,0 +1,18 @@
+// Signals of a server that writes to hardware: none ends it half way.
+#pragma once
+
+#include <csignal>
+
+namespace host {
+
+// From now on, SIGTERM, SIGINT and SIGHUP wait until somebody asks for them, and what cannot be
+// written because nobody reads it any more fails without a signal. Before threads begin.
+void hold_signals();
+
+// Those that wait.
+sigset_t held_signals();
+
+// Whether SIGTERM or SIGINT waits.
+bool is_told_to_end();
+
+}  // namespace host
