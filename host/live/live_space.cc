@@ -6,7 +6,9 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
+#include <cerrno>
 #include <csetjmp>
 #include <cstdarg>
 #include <cstdio>
@@ -80,30 +82,18 @@ public:
     Library(const Library &) = delete;
     Library &operator=(const Library &) = delete;
 
-    bool read(RoutingId id, unsigned offset, std::uint8_t *bytes, unsigned count) {
-        const std::scoped_lock guard(lock_);
-        volatile bool done = false;
-        pci_dev *const device = find(id);
-        if (device == nullptr)
-            return false;
-        enter([&] {
-            done = pci_read_block(device, static_cast<int>(offset), bytes,
-                                  static_cast<int>(count)) != 0;
+    // Both: 0 or an errno.
+    int read(RoutingId id, unsigned offset, std::uint8_t *bytes, unsigned count) {
+        return access(id, [=](pci_dev *device) {
+            return pci_read_block(device, static_cast<int>(offset), bytes, static_cast<int>(count));
         });
-        return done;
     }
 
-    bool write(RoutingId id, unsigned offset, std::uint8_t *bytes, unsigned count) {
-        const std::scoped_lock guard(lock_);
-        volatile bool done = false;
-        pci_dev *const device = find(id);
-        if (device == nullptr)
-            return false;
-        enter([&] {
-            done = pci_write_block(device, static_cast<int>(offset), bytes,
-                                   static_cast<int>(count)) != 0;
+    int write(RoutingId id, unsigned offset, std::uint8_t *bytes, unsigned count) {
+        return access(id, [=](pci_dev *device) {
+            return pci_write_block(device, static_cast<int>(offset), bytes,
+                                   static_cast<int>(count));
         });
-        return done;
     }
 
     void forget(RoutingId id) {
@@ -125,6 +115,22 @@ public:
     }
 
 private:
+    // libpci says that an access failed, and leaves the reason in errno; that something was cut
+    // short is no error to the system.
+    template <typename Call>
+    int access(RoutingId id, Call call) {
+        const std::scoped_lock guard(lock_);
+        pci_dev *const device = find(id);
+        if (device == nullptr)
+            return ENOMEM;
+        volatile bool done = false;
+        errno = 0;
+        enter([&] { done = call(device) != 0; });
+        if (done)
+            return 0;
+        return errno != 0 ? errno : EIO;
+    }
+
     // Null without memory.
     pci_dev *find(RoutingId id) {
         pci_dev *&device = devices_[id];
@@ -197,9 +203,22 @@ LiveSpace::LiveSpace(unsigned domain) : domain_(domain), sysfs_(domain) {
         throw LiveError("--live: no PCI functions on this machine (/sys/bus/pci/devices, domain " +
                         kernel_address(domain, 0).substr(0, 4) + ")");
     library_ = std::make_unique<Library>(domain);
+    if (shows_headers_alone())
+        throw LiveError("--live: the kernel shows no more than headers of configuration space "
+                        "(CAP_SYS_ADMIN is needed)");
 }
 
 LiveSpace::~LiveSpace() = default;
+
+bool LiveSpace::shows_headers_alone() const {
+    std::array<std::uint8_t, 4> bytes{};
+    const auto reads = [&](unsigned offset) {
+        return std::ranges::any_of(functions(), [&](RoutingId id) {
+            return library_->read(id, offset, bytes.data(), bytes.size()) == 0;
+        });
+    };
+    return !reads(reg::HEADER_SIZE) && reads(0);
+}
 
 std::vector<RoutingId> LiveSpace::functions() const {
     return sysfs_.functions();
@@ -209,7 +228,7 @@ std::vector<RoutingId> LiveSpace::functions() const {
 std::string LiveSpace::title(RoutingId id) const {
     std::string address = domain_ == 0 ? bdf_text(id) : kernel_address(domain_, id);
     std::array<std::uint8_t, reg::HEADER_SIZE> header{};
-    if (!library_->read(id, 0, header.data(), header.size()))
+    if (library_->read(id, 0, header.data(), header.size()) != 0)
         return address;
     const auto word = [&](unsigned at) { return header[at] | unsigned{header[at + 1]} << 8; };
     std::string text = address + " " + library_->class_name(word(reg::REVISION_ID + 2)) + ": " +
@@ -226,8 +245,8 @@ pci_err_t LiveSpace::read(RoutingId id, unsigned offset, unsigned width, std::ui
     if ((width != 1 && width != 2 && width != 4) || offset % width != 0)
         return PCI_ERR_INVALID;
     std::array<std::uint8_t, 4> bytes{};
-    if (!library_->read(id, offset, bytes.data(), width))
-        return failed(id, offset);
+    if (const int error = library_->read(id, offset, bytes.data(), width))
+        return failed(id, offset, error);
     value = 0;
     for (unsigned i = width; i-- > 0;)
         value = value << 8 | bytes[i];
@@ -240,12 +259,14 @@ pci_err_t LiveSpace::write(RoutingId id, unsigned offset, unsigned width, std::u
     std::array<std::uint8_t, 4> bytes{};
     for (unsigned i = 0; i < width; ++i)
         bytes[i] = static_cast<std::uint8_t>(value >> 8 * i);
-    return library_->write(id, offset, bytes.data(), width) ? PCI_OK : failed(id, offset);
+    const int error = library_->write(id, offset, bytes.data(), width);
+    return error == 0 ? PCI_OK : failed(id, offset, error);
 }
 
-// Spaces of functions end at 256 or 4096 bytes; asking beyond is no failure of the machine.
-pci_err_t LiveSpace::failed(RoutingId id, unsigned offset) {
-    if (!sysfs_.has(id))
+// What is kept open of a function that has gone gives ENODEV, also when another one has come to its
+// place. Spaces of functions end at 256 or 4096 bytes; asking beyond is no failure of the machine.
+pci_err_t LiveSpace::failed(RoutingId id, unsigned offset, int error) {
+    if (error == ENODEV || !sysfs_.has(id))
         return PCI_ERR_NO_DEVICE;
     if (offset < sysfs_.config_size(id))
         ++failures_;
@@ -267,17 +288,15 @@ void LiveSpace::forget(RoutingId id) {
 
 std::unique_ptr<ConfigImage> LiveSpace::snapshot() const {
     auto image = std::make_unique<ConfigImage>();
-    bool headers_alone = false;
     for (const RoutingId id : functions()) {
-        std::vector<std::uint8_t> bytes(sysfs_.config_size(id));
-        if (library_->read(id, 0, bytes.data(), static_cast<unsigned>(bytes.size())))
+        for (const std::size_t size : {sysfs_.config_size(id), std::size_t{reg::HEADER_SIZE}}) {
+            std::vector<std::uint8_t> bytes(size);
+            if (library_->read(id, 0, bytes.data(), static_cast<unsigned>(size)) != 0)
+                continue;
             image->add(id, title(id), std::move(bytes));
-        else
-            headers_alone |= library_->read(id, 0, bytes.data(), reg::HEADER_SIZE);
+            break;
+        }
     }
-    if (headers_alone)
-        throw LiveError("--live: the kernel shows no more than headers of configuration space "
-                        "(CAP_SYS_ADMIN is needed)");
     return image;
 }
 

@@ -20,7 +20,7 @@ class LiveError : public std::runtime_error {
 class LiveSpace final : public ConfigSpace {
 public:
     // Functions of one domain. Opens nothing for writing before the first write. Throws LiveError
-    // without root, and on a machine without PCI.
+    // without root, when the operating system gives headers alone, and on a machine without PCI.
     explicit LiveSpace(unsigned domain);
     ~LiveSpace() override;
     LiveSpace(const LiveSpace &) = delete;
@@ -41,7 +41,7 @@ public:
     // Drops what is kept open for a function: another one may come to the same place.
     void forget(RoutingId id);
 
-    // All that can be read now. Throws LiveError when the operating system gives the headers alone.
+    // All that can be read now: of a function that does not give more, the header.
     std::unique_ptr<ConfigImage> snapshot() const;
 
     // Accesses that ended with PCI_ERR_IO so far.
@@ -53,7 +53,8 @@ private:
     class Library;
     class Mapping;
 
-    pci_err_t failed(RoutingId id, unsigned offset);
+    bool shows_headers_alone() const;
+    pci_err_t failed(RoutingId id, unsigned offset, int error);
 
     unsigned domain_;
     Sysfs sysfs_;
