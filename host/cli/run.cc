@@ -134,23 +134,36 @@ std::unique_ptr<Service> open_service(const Options &options) {
     return service;
 }
 
-// False when an event could not be brought about.
-bool stay(Service &service, const MachineSource &source, Machine &machine, EventPlayer &player) {
-    bool all = true;
-    service.serve_until_told(machine, *source.live, [&](const std::string &line) -> std::string {
-        try {
-            const auto events =
-                parse_events(line, "control", machine, player, source.live->sysfs().domain());
-            if (play_events(events, player))
-                return "ok";
-            all = false;
-            return "error: could not be brought about";
-        } catch (const InputError &error) {
-            log_error(error.what());
-            return std::string("error: ") + error.what();
-        }
-    });
-    return all;
+// Does what a line of a control connection says. Whether that could be brought about goes to
+// `done`.
+std::string execute(const std::string &line, const MachineSource &source, Machine &machine,
+                    EventPlayer &player, bool &done) {
+    try {
+        const auto events =
+            parse_events(line, "control", machine, player, source.live->sysfs().domain());
+        if (play_events(events, player))
+            return "ok";
+        done = false;
+        return "error: could not be brought about";
+    } catch (const InputError &error) {
+        log_error(error.what());
+        return std::string("error: ") + error.what();
+    }
+}
+
+// Keeps the report up to date. False when an event could not be brought about.
+bool stay(Service &service, const MachineSource &source, Machine &machine, EventPlayer &player,
+          Report &report) {
+    bool all_done = true;
+    const auto refresh = [&] { refresh_report(report, machine, source.live->sysfs().domain()); };
+    service.serve_until_told(machine, *source.live,
+                             {.execute =
+                                  [&](const std::string &line) {
+                                      return execute(line, source, machine, player, all_done);
+                                  },
+                              .inserted = refresh});
+    refresh();
+    return all_done;
 }
 
 // Accesses that failed have each been handled; the exit status tells of them all.
@@ -185,10 +198,8 @@ int run_machine(const Options &options, std::istream &in, std::ostream &out) {
     std::vector<ModuleResult> results = load_modules(modules);
     bool all_done = std::ranges::all_of(results, &ModuleResult::runs);
     all_done &= play_events(events, *player);
-    if (service) {
-        all_done &= stay(*service, source, *machine, *player);
-        refresh_report(report, *machine, options.source.domain);
-    }
+    if (service)
+        all_done &= stay(*service, source, *machine, *player, report);
     const bool saved = write_output(options, source);
     all_done &= report_failures(source);
     end_report(report, *machine, std::move(results));

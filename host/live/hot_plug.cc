@@ -33,22 +33,17 @@ std::string list_text(const std::vector<RoutingId> &ids) {
 
 }  // namespace
 
-HotPlug::HotPlug(Machine &machine, LiveSpace &space) : machine_(machine), space_(space) {}
+HotPlug::HotPlug(Machine &machine, LiveSpace &space, std::function<void()> inserted)
+    : machine_(machine), space_(space), inserted_(std::move(inserted)) {}
 
 void HotPlug::take(const KernelEvent &event) {
-    bridge_rec *const bridge = known_bridge(event);
-    if (!bridge) {
-        log_warning(bdf_text(event.id) + (event.added ? " added" : " removed") +
-                    " on a bus that this server does not know");
-        return;
-    }
-    Group &group = group_of(bridge);
+    Group &group = group_of(known_bridge(event));
     group.due = Clock::now() + QUIET;
-    if (event.added)
-        group.added.insert(event.id);
+    group.named.insert(event.id);
 }
 
 void HotPlug::take_all() {
+    group_of(nullptr).due = Clock::now() + QUIET;
     for (bridge_rec *root = machine_.bridges().top(); root; root = root->next_sibling)
         group_of(root).due = Clock::now() + QUIET;
 }
@@ -68,71 +63,78 @@ void HotPlug::settle(Clock::time_point now) {
         }
         const auto [bridge, settled] = *group;
         group = groups_.erase(group);
-        bring_in(bridge, settled.added);
+        bring_in(bridge, settled.named);
     }
 }
 
-// The nearest bridge above the function that the machine has.
+// The nearest bridge above the function that the machine has; null on a new root bus.
 bridge_rec *HotPlug::known_bridge(const KernelEvent &event) const {
     for (const RoutingId id : event.bridges)
         if (bridge_rec *const bridge = machine_.bridges().by_bdf(id))
             return bridge;
-    return machine_.bridges().above(event.id);
+    return machine_.bridges().above(event.bridges.empty() ? event.id : event.bridges.back());
 }
 
 // One group for what is above and below each other, under the higher bridge.
 HotPlug::Group &HotPlug::group_of(bridge_rec *bridge) {
     for (auto &[other, group] : groups_)
-        if (is_at_or_below(bridge, other))
+        if (bridge == other || is_at_or_below(bridge, other))
             return group;
     Group merged{};
     std::erase_if(groups_, [&](const auto &entry) {
         if (!is_at_or_below(entry.first, bridge))
             return false;
-        merged.added.insert(entry.second.added.begin(), entry.second.added.end());
+        merged.named.insert(entry.second.named.begin(), entry.second.named.end());
         return true;
     });
     return groups_[bridge] = std::move(merged);
 }
 
-// As the kernel has them now. On a root bus: all behind that bus.
-std::set<RoutingId> HotPlug::present_below(const bridge_rec &bridge) const {
-    std::set<RoutingId> present;
-    for (const RoutingId id : space_.functions()) {
-        std::vector<RoutingId> path = space_.sysfs().bridges_above(id);
-        const bool is_below =
-            bridge.bridge_kind == BRIDGE_KIND_HOST
-                ? (path.empty() ? id : path.back()) >> 8 == bridge.bdf >> 8
-                : std::ranges::find(path, static_cast<RoutingId>(bridge.bdf)) != path.end();
-        if (is_below)
-            present.insert(id);
-    }
-    return present;
+// As the kernel has it, whose bridges may lead elsewhere than their bus numbers say.
+bool HotPlug::is_below(RoutingId id, const bridge_rec *bridge) const {
+    const std::vector<RoutingId> path = space_.sysfs().bridges_above(id);
+    const RoutingId top = path.empty() ? id : path.back();
+    if (!bridge)
+        return !machine_.bridges().above(top);
+    if (bridge->bridge_kind == BRIDGE_KIND_HOST)
+        return top >> 8 == bridge->bdf >> 8;
+    return std::ranges::find(path, static_cast<RoutingId>(bridge->bdf)) != path.end();
 }
 
-std::set<RoutingId> HotPlug::known_below(const bridge_rec &bridge) const {
-    std::set<RoutingId> known;
+// Also functions whose place another one has, or the same after power was off.
+std::vector<RoutingId> HotPlug::gone_below(const bridge_rec &bridge,
+                                           const std::set<RoutingId> &named) const {
+    std::set<RoutingId> candidates = named;
     for (const Function *function : machine_.below(bridge))
-        if (machine_.reachable(*function))
-            known.insert(function->id());
-    return known;
+        candidates.insert(function->id());
+    std::vector<RoutingId> gone;
+    for (const RoutingId id : candidates)
+        if (machine_.find(id) && (!space_.sysfs().has(id) || space_.is_another(id)))
+            gone.push_back(id);
+    return gone;
 }
 
-// A function that was added while it was known is another one, or the same after power was off.
-void HotPlug::bring_in(bridge_rec *bridge, const std::set<RoutingId> &added) {
-    const std::set<RoutingId> known = known_below(*bridge);
-    const std::set<RoutingId> present = present_below(*bridge);
-    std::vector<RoutingId> gone;
+// Without those that do not answer: virtual functions have no vendor of their own.
+std::vector<RoutingId> HotPlug::come_below(const bridge_rec *bridge) const {
     std::vector<RoutingId> come;
-    for (const RoutingId id : known)
-        if (!present.contains(id) || added.contains(id))
-            gone.push_back(id);
-    for (const RoutingId id : present)
-        if (!known.contains(id) || added.contains(id))
+    for (const RoutingId id : space_.functions()) {
+        if (machine_.find(id) || !is_below(id, bridge))
+            continue;
+        space_.forget(id);
+        if (space_.answers(id))
             come.push_back(id);
-    if (!gone.empty())
+    }
+    return come;
+}
+
+void HotPlug::bring_in(bridge_rec *bridge, const std::set<RoutingId> &named) {
+    if (!bridge) {
+        insert_root_buses(come_below(nullptr));
+        return;
+    }
+    if (const auto gone = gone_below(*bridge, named); !gone.empty())
         remove(bridge, gone);
-    if (!come.empty())
+    if (const auto come = come_below(bridge); !come.empty())
         insert(bridge, come);
 }
 
@@ -148,12 +150,25 @@ void HotPlug::remove(bridge_rec *bridge, const std::vector<RoutingId> &gone) {
 
 void HotPlug::insert(bridge_rec *bridge, const std::vector<RoutingId> &come) {
     log_progress("inserted below " + bdf_text(bridge->bdf) + ": " + list_text(come));
-    const std::uint32_t bus = bus_value(machine_, *bridge);
-    call_bridge_hooks(BUSCFG_HOOK_PRE_INSERTION, bridge, bus, PCI_OK);
-    for (const RoutingId id : come)
-        space_.forget(id);
+    call_bridge_hooks(BUSCFG_HOOK_PRE_INSERTION, bridge, bus_value(machine_, *bridge), PCI_OK);
     machine_.update({}, come);
+    inserted_();
     call_bridge_hooks(BUSCFG_HOOK_POST_INSERTION, bridge, bus_value(machine_, *bridge), PCI_OK);
+}
+
+// Before they come there is no bridge that hooks could be told of.
+void HotPlug::insert_root_buses(const std::vector<RoutingId> &come) {
+    if (come.empty())
+        return;
+    log_progress("inserted on new root buses: " + list_text(come));
+    machine_.update({}, come);
+    inserted_();
+    std::set<bridge_rec *> roots;
+    for (const RoutingId id : come)
+        if (bridge_rec *above = machine_.bridges().above(id); above && !above->parent)
+            roots.insert(above);
+    for (bridge_rec *root : roots)
+        call_bridge_hooks(BUSCFG_HOOK_POST_INSERTION, root, bus_value(machine_, *root), PCI_OK);
 }
 
 }  // namespace host

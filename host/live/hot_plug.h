@@ -2,6 +2,7 @@
 #pragma once
 
 #include <chrono>
+#include <functional>
 #include <map>
 #include <set>
 
@@ -12,19 +13,21 @@
 namespace host {
 
 // Events of one slot come in bursts: a device has functions, a switch has ports. They are gathered
-// below the highest bridge that is known, until nothing more comes for QUIET; then functions that
-// have gone leave the machine and functions that have come enter it, with the hooks around both.
-// All on the calling thread.
+// below the highest bridge that is known, until nothing more comes for QUIET. Then the machine is
+// compared with what the kernel has: functions that have gone leave it and functions that have come
+// enter it, with the hooks around both. What an event says is not relied on, so that one too many
+// does nothing. All on the calling thread.
 class HotPlug {
 public:
     using Clock = std::chrono::steady_clock;
     static constexpr std::chrono::milliseconds QUIET{100};
 
-    HotPlug(Machine &machine, LiveSpace &space);
+    // `inserted` is called when functions have entered the machine, before hooks.
+    HotPlug(Machine &machine, LiveSpace &space, std::function<void()> inserted);
 
     void take(const KernelEvent &event);
 
-    // Events were lost: everything is to be compared.
+    // Events were lost: everything is compared.
     void take_all();
 
     // When settle() has something to do; empty when nothing waits.
@@ -36,19 +39,24 @@ public:
 private:
     struct Group {
         Clock::time_point due;
-        std::set<RoutingId> added;
+        std::set<RoutingId> named;  // in events
     };
 
     bridge_rec *known_bridge(const KernelEvent &event) const;
     Group &group_of(bridge_rec *bridge);
-    std::set<RoutingId> present_below(const bridge_rec &bridge) const;
-    std::set<RoutingId> known_below(const bridge_rec &bridge) const;
-    void bring_in(bridge_rec *bridge, const std::set<RoutingId> &added);
+    // A null bridge: on root buses that the machine does not have.
+    bool is_below(RoutingId id, const bridge_rec *bridge) const;
+    std::vector<RoutingId> gone_below(const bridge_rec &bridge,
+                                      const std::set<RoutingId> &named) const;
+    std::vector<RoutingId> come_below(const bridge_rec *bridge) const;
+    void bring_in(bridge_rec *bridge, const std::set<RoutingId> &named);
     void remove(bridge_rec *bridge, const std::vector<RoutingId> &gone);
     void insert(bridge_rec *bridge, const std::vector<RoutingId> &come);
+    void insert_root_buses(const std::vector<RoutingId> &come);
 
     Machine &machine_;
     LiveSpace &space_;
+    std::function<void()> inserted_;
     std::map<bridge_rec *, Group> groups_;
 };
 

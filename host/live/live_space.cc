@@ -63,7 +63,7 @@ struct CloseLibrary {
 // Every call of libpci, one at a time: it knows no threads.
 class LiveSpace::Library {
 public:
-    explicit Library(unsigned domain) : domain_(domain) {
+    explicit Library(const Sysfs &sysfs) : sysfs_(sysfs) {
         pci_access *opened = pci_alloc();
         opened->error = give_up;
         opened->warning = ignore;
@@ -76,8 +76,8 @@ public:
     }
 
     ~Library() {
-        for (const auto &[id, device] : devices_)
-            release(device);
+        for (const auto &[id, opened] : devices_)
+            release(opened.device);
     }
     Library(const Library &) = delete;
     Library &operator=(const Library &) = delete;
@@ -101,8 +101,14 @@ public:
         const auto found = devices_.find(id);
         if (found == devices_.end())
             return;
-        release(found->second);
+        release(found->second.device);
         devices_.erase(found);
+    }
+
+    bool is_another(RoutingId id) {
+        const std::scoped_lock guard(lock_);
+        const auto found = devices_.find(id);
+        return found != devices_.end() && found->second.identity != sysfs_.identity(id);
     }
 
     std::string class_name(unsigned class_code) {
@@ -115,6 +121,11 @@ public:
     }
 
 private:
+    struct Opened {
+        pci_dev *device = nullptr;
+        std::uint64_t identity = 0;  // before the first access
+    };
+
     // libpci says that an access failed, and leaves the reason in errno; that something was cut
     // short is no error to the system.
     template <typename Call>
@@ -133,17 +144,20 @@ private:
 
     // Null without memory.
     pci_dev *find(RoutingId id) {
-        pci_dev *&device = devices_[id];
-        if (device == nullptr)
+        Opened &opened = devices_[id];
+        if (opened.device == nullptr) {
+            opened.identity = sysfs_.identity(id);
             enter([&] {
-                device = pci_get_dev(access_.get(), static_cast<int>(domain_), id >> 8,
-                                     id >> 3 & 0x1F, id & 7);
+                opened.device = pci_get_dev(access_.get(), static_cast<int>(sysfs_.domain()),
+                                            id >> 8, id >> 3 & 0x1F, id & 7);
             });
-        return device;
+        }
+        return opened.device;
     }
 
     static void release(pci_dev *device) {
-        enter([device] { pci_free_dev(device); });
+        if (device != nullptr)
+            enter([device] { pci_free_dev(device); });
     }
 
     std::string look_up(int what, int first, int second) {
@@ -156,10 +170,10 @@ private:
         return text.data();
     }
 
-    unsigned domain_;
+    const Sysfs &sysfs_;
     std::mutex lock_;
     std::unique_ptr<pci_access, CloseLibrary> access_;
-    std::map<RoutingId, pci_dev *> devices_;
+    std::map<RoutingId, Opened> devices_;
 };
 
 // Part of a function's memory.
@@ -202,7 +216,7 @@ LiveSpace::LiveSpace(unsigned domain) : domain_(domain), sysfs_(domain) {
     if (sysfs_.functions().empty())
         throw LiveError("--live: no PCI functions on this machine (/sys/bus/pci/devices, domain " +
                         kernel_address(domain, 0).substr(0, 4) + ")");
-    library_ = std::make_unique<Library>(domain);
+    library_ = std::make_unique<Library>(sysfs_);
     if (shows_headers_alone())
         throw LiveError("--live: the kernel shows no more than headers of configuration space "
                         "(CAP_SYS_ADMIN is needed)");
@@ -280,6 +294,16 @@ volatile void *LiveSpace::memory(RoutingId id, unsigned bar, std::size_t offset,
     const std::filesystem::path resource = sysfs_.file(id, "resource" + std::to_string(bar));
     const std::scoped_lock guard(mappings_lock_);
     return mappings_.emplace_back(std::make_unique<Mapping>(resource, offset, size))->address();
+}
+
+bool LiveSpace::answers(RoutingId id) {
+    std::uint32_t vendor = 0;
+    return read(id, reg::VENDOR_ID, 2, vendor) == PCI_OK && vendor != reg::VENDOR_ID_NONE &&
+           vendor != reg::VENDOR_ID_NOT_READY;
+}
+
+bool LiveSpace::is_another(RoutingId id) const {
+    return library_->is_another(id);
 }
 
 void LiveSpace::forget(RoutingId id) {

@@ -38,6 +38,12 @@ public:
     volatile void *memory(RoutingId id, unsigned bar, std::size_t offset,
                           std::size_t size) override;
 
+    // Whether there is a function that answers.
+    bool answers(RoutingId id);
+
+    // Whether the function is no longer the one that the first access since forget() went to.
+    bool is_another(RoutingId id) const;
+
     // Drops what is kept open for a function: another one may come to the same place.
     void forget(RoutingId id);
 

@@ -7,7 +7,6 @@
 
 #include "host/live/signals.h"
 #include "host/machine/bdf_text.h"
-#include "host/machine/registers.h"
 #include "host/server/log.h"
 
 namespace host {
@@ -15,15 +14,10 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-bool answers(LiveSpace &space, RoutingId id) {
-    std::uint32_t vendor = 0;
-    return space.read(id, reg::VENDOR_ID, 2, vendor) == PCI_OK && vendor != reg::VENDOR_ID_NONE;
-}
-
 // False when the function stays away, or nobody wants to wait for it any longer.
 bool wait_for(LiveSpace &space, RoutingId id, Clock::time_point latest) {
     constexpr std::chrono::milliseconds STEP{10};
-    while (!answers(space, id)) {
+    while (!space.answers(id)) {
         if (Clock::now() >= latest || !space.sysfs().has(id) || is_told_to_end()) {
             log_error(bdf_text(id) + ": does not answer after the reset");
             return false;

@@ -67,9 +67,9 @@ void answer(int connection, std::string text) {
 
 class Service::Loop {
 public:
-    Loop(Service &service, Machine &machine, LiveSpace &space,
-         const std::function<std::string(const std::string &)> &execute)
-        : service_(service), hot_plug_(machine, space), execute_(execute) {
+    Loop(Service &service, Machine &machine, LiveSpace &space, const Actions &actions)
+        : service_(service), hot_plug_(machine, space, actions.inserted),
+          execute_(actions.execute) {
         if (service.standard_input_)
             inputs_[STDIN_FILENO];
     }
@@ -177,7 +177,7 @@ private:
 
     Service &service_;
     HotPlug hot_plug_;
-    const std::function<std::string(const std::string &)> &execute_;
+    const std::function<std::string(const std::string &)> execute_;
     std::map<int, LineBuffer> inputs_;
     bool told_to_end_ = false;
 };
@@ -230,9 +230,8 @@ void Service::read_standard_input() {
     standard_input_ = true;
 }
 
-void Service::serve_until_told(Machine &machine, LiveSpace &space,
-                               const std::function<std::string(const std::string &)> &execute) {
-    Loop loop(*this, machine, space, execute);
+void Service::serve_until_told(Machine &machine, LiveSpace &space, const Actions &actions) {
+    Loop loop(*this, machine, space, actions);
     sd_notify(0, "READY=1");
     loop.run();
     sd_notify(0, "STOPPING=1");

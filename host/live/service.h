@@ -26,10 +26,14 @@ public:
     // Lines also come from standard input.
     void read_standard_input();
 
-    // Until SIGTERM or SIGINT. `execute` does what a line says and gives the answer to it. Tells
-    // the service manager when it begins and when it ends.
-    void serve_until_told(Machine &machine, LiveSpace &space,
-                          const std::function<std::string(const std::string &line)> &execute);
+    struct Actions {
+        // Does what a line says and gives the answer to it, a line too.
+        std::function<std::string(const std::string &line)> execute;
+        std::function<void()> inserted;  // as HotPlug calls it
+    };
+
+    // Until SIGTERM or SIGINT. Tells the service manager when it begins and when it ends.
+    void serve_until_told(Machine &machine, LiveSpace &space, const Actions &actions);
 
 private:
     class Loop;

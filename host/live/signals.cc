@@ -1,5 +1,7 @@
 #include "host/live/signals.h"
 
+#include <initializer_list>
+
 namespace host {
 
 void hold_signals() {

@@ -1,6 +1,7 @@
 #include "host/live/sysfs.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -85,6 +86,12 @@ std::size_t Sysfs::other_domains() const {
 bool Sysfs::has(RoutingId id) const {
     std::error_code none;
     return fs::exists(directory(id), none);
+}
+
+// The kernel counts inode numbers up.
+std::uint64_t Sysfs::identity(RoutingId id) const {
+    struct stat status {};
+    return stat(directory(id).c_str(), &status) == 0 ? status.st_ino : 0;
 }
 
 // The link leads to ".../pci0000:00/0000:00:02.0/0000:04:00.0". Above a whole domain there may be a

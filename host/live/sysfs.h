@@ -1,6 +1,7 @@
 // What the kernel's file tree tells about PCI functions, and the resets that it does.
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -23,6 +24,9 @@ public:
     std::size_t other_domains() const;  // functions that this machine has in others
 
     bool has(RoutingId id) const;
+
+    // Differs whenever the kernel has made the function anew; 0 when there is none.
+    std::uint64_t identity(RoutingId id) const;
 
     // The bridges above a function, the nearest first, as the kernel knows them.
     std::vector<RoutingId> bridges_above(RoutingId id) const;
