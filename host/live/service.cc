@@ -24,6 +24,7 @@ namespace host {
 namespace {
 
 constexpr std::size_t LONGEST_LINE = 4096;
+constexpr std::size_t MOST_CONNECTIONS = 16;  // others wait until one ends
 
 std::string error_text() {
     return std::generic_category().message(errno);
@@ -32,14 +33,18 @@ std::string error_text() {
 // Text that arrives in pieces, cut into lines.
 class LineBuffer {
 public:
-    // Takes what can be read; false at the end, or when a line has no end.
-    bool fill(int descriptor) {
+    // Takes what can be read. At the end, what is left is a line too; after an error it is none.
+    void fill(int descriptor) {
         std::array<char, LONGEST_LINE> piece{};
         const ssize_t count = read(descriptor, piece.data(), piece.size());
-        if (count < 0)
-            return errno == EINTR || errno == EAGAIN;
+        if (count < 0) {
+            is_broken_ = errno != EINTR && errno != EAGAIN;
+            return;
+        }
         text_.append(piece.data(), static_cast<std::size_t>(count));
-        return count > 0 && (text_.size() < LONGEST_LINE || text_.find('\n') != std::string::npos);
+        is_at_end_ = count == 0;
+        if (is_at_end_ && !text_.empty())
+            text_ += '\n';
     }
 
     std::optional<std::string> next() {
@@ -51,16 +56,31 @@ public:
         return line;
     }
 
-    // A last line without an end.
-    std::string rest() const { return text_; }
+    // After all lines have been taken.
+    bool is_too_long() const { return text_.size() >= LONGEST_LINE; }
+    bool goes_on() const { return !is_broken_ && !is_at_end_ && !is_too_long(); }
 
 private:
     std::string text_;
+    bool is_broken_ = false;
+    bool is_at_end_ = false;
 };
 
-void answer(int connection, std::string text) {
+// False when whoever is there does not take it.
+bool answer(int connection, std::string text) {
     text += '\n';
-    send(connection, text.data(), text.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+    return send(connection, text.data(), text.size(), MSG_NOSIGNAL | MSG_DONTWAIT) ==
+           static_cast<ssize_t>(text.size());
+}
+
+// Whether somebody listens there. What refuses is left over from a server that was killed.
+bool is_listened_to(const sockaddr_un &address) {
+    const int trying = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    const bool listened =
+        connect(trying, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0 ||
+        errno != ECONNREFUSED;
+    close(trying);
+    return listened;
 }
 
 }  // namespace
@@ -101,7 +121,8 @@ private:
         };
         add(service_.events_.descriptor());
         add(service_.signals_);
-        add(service_.socket_);
+        if (inputs_.size() < MOST_CONNECTIONS)
+            add(service_.socket_);
         for (const auto &[descriptor, buffer] : inputs_)
             add(descriptor);
         return all;
@@ -155,24 +176,30 @@ private:
 
     void take_lines(int descriptor) {
         LineBuffer &buffer = inputs_[descriptor];
-        const bool goes_on = buffer.fill(descriptor);
-        while (const auto line = is_told_to_end() ? std::nullopt : buffer.next())
-            take_line(descriptor, *line);
-        if (goes_on)
+        buffer.fill(descriptor);
+        bool is_answered = true;
+        while (const auto line = is_answered && !is_told_to_end() ? buffer.next() : std::nullopt)
+            is_answered = take_line(descriptor, *line);
+        if (is_answered && buffer.goes_on())
             return;
-        if (!buffer.rest().empty())
-            take_line(descriptor, buffer.rest());
+        if (buffer.is_too_long()) {
+            log_error("control: a line is too long");
+            reply(descriptor, "error: the line is too long");
+        }
         inputs_.erase(descriptor);
         if (descriptor != STDIN_FILENO)
             close(descriptor);
     }
 
-    // What happened before the line is known before it is executed.
-    void take_line(int descriptor, const std::string &line) {
+    // What happened before the line is known before it is executed. False when the answer is not
+    // taken.
+    bool take_line(int descriptor, const std::string &line) {
         take_events();
-        const std::string text = execute_(line);
-        if (descriptor != STDIN_FILENO)
-            answer(descriptor, text);
+        return reply(descriptor, execute_(line));
+    }
+
+    static bool reply(int descriptor, const std::string &text) {
+        return descriptor == STDIN_FILENO || answer(descriptor, text);
     }
 
     Service &service_;
@@ -209,8 +236,11 @@ void Service::listen(const std::filesystem::path &path) {
                " characters");
     std::memcpy(address.sun_path, name.data(), name.size());
     std::error_code none;
-    if (std::filesystem::is_socket(path, none))
-        unlink(name.c_str());  // left over from a server that was killed
+    if (std::filesystem::is_socket(path, none)) {
+        if (is_listened_to(address))
+            refuse("another server listens there");
+        unlink(name.c_str());
+    }
     const int listening = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     const mode_t former = umask(0177);
     const bool bound = listening >= 0 &&
