@@ -33,6 +33,8 @@ pci_err_t reset(LiveSpace &space, RoutingId id, const char *method) {
         return PCI_OK;
     log_error(bdf_text(id) + ": cannot be reset (" + method +
               "): " + std::generic_category().message(error));
+    if (!space.sysfs().has(id))
+        return PCI_ERR_NO_DEVICE;
     // What the kernel says of a method that the function does not have.
     return error == EINVAL || error == ENOTTY || error == ENOENT ? PCI_ERR_NOT_SUPPORTED
                                                                  : PCI_ERR_IO;

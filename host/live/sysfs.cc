@@ -123,7 +123,8 @@ int Sysfs::reset(RoutingId id, const std::string &method) const {
     if (const int error = write_file(file(id, "reset_method"), method))
         return error;
     const int error = write_file(file(id, "reset"), "1");
-    write_file(file(id, "reset_method"), former);
+    // A line also when there was none: without any text nothing would be written.
+    write_file(file(id, "reset_method"), former + '\n');
     return error;
 }
 
