@@ -18,10 +18,12 @@ namespace {
 namespace reg = host::reg;
 using enable_features::msix_vector_t;
 
-// One register of a capability, by its distance from the capability's start.
+// One register of a capability, by its distance from the capability's start. Disturbing it never
+// sets `enable`: a live function would write its messages to wherever a disturbed address leads.
 struct Register {
     unsigned offset;
     unsigned width;
+    std::uint32_t enable = 0;
 };
 
 // Registers of one capability of one function.
@@ -84,9 +86,10 @@ public:
         return now;
     }
 
+    // Message Control comes first: what is enabled goes off before its addresses change.
     void disturb() const {
         for (const Register which : layout_)
-            registers_.write(which, ~registers_.read(which));
+            registers_.write(which, ~registers_.read(which) & ~which.enable);
         for (volatile std::uint32_t &word : vectors_)
             word = ~word;
     }
@@ -99,7 +102,7 @@ private:
 
 Subject msi_subject(bdf_t bdf, const msi_cap_t &cap) {
     const std::uint32_t control = Registers(bdf, cap.head).read({reg::MSI_CONTROL, 2});
-    std::vector<Register> layout = {{reg::MSI_CONTROL, 2}, {reg::MSI_ADDRESS, 4}};
+    std::vector<Register> layout = {{reg::MSI_CONTROL, 2, reg::MSI_ENABLE}, {reg::MSI_ADDRESS, 4}};
     unsigned next = reg::MSI_ADDRESS + 4;
     if (control & reg::MSI_64_BIT) {
         layout.push_back({next, 4});
@@ -116,7 +119,7 @@ Subject msix_subject(bdf_t bdf, const msix_cap_t &cap) {
     const std::size_t vectors = (control & reg::MSIX_TABLE_SIZE) + 1;
     auto *const words = static_cast<volatile std::uint32_t *>(cap.table->address);
     constexpr std::size_t WORDS = sizeof(msix_vector_t) / sizeof(std::uint32_t);
-    return {bdf, cap.head, {{reg::MSIX_CONTROL, 2}}, {words, vectors * WORDS}};
+    return {bdf, cap.head, {{reg::MSIX_CONTROL, 2, reg::MSIX_ENABLE}}, {words, vectors * WORDS}};
 }
 
 // Owns the save area that the record may come to point to.
