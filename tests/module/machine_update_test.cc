@@ -1,0 +1,93 @@
+// A machine whose functions come and go.
+#include <atomic>
+#include <thread>
+
+#include "host/machine/bdf_text.h"
+#include "platform/pci_access.h"
+#include "tests/support/module_test.h"
+#include "topology/bridge_links.h"
+
+namespace host::tests {
+namespace {
+
+using Ids = std::vector<RoutingId>;
+
+// Behind root port 1 is a switch, or another device; bus 7 is nobody's.
+class MachineUpdate : public ModuleTest {
+protected:
+    MachineUpdate() {
+        serve({{.id = at(0, 1), .port = PORT_TYPE_ROOT_PORT, .secondary = 1, .subordinate = 3},
+               {.id = at(0, 2), .port = PORT_TYPE_ROOT_PORT, .secondary = 5},
+               {.id = at(0, 3), .port = PORT_TYPE_ROOT_PORT, .secondary = 6},
+               {.id = at(1), .port = PORT_TYPE_SWITCH_UPSTREAM, .secondary = 2, .subordinate = 3},
+               {.id = at(2), .port = PORT_TYPE_SWITCH_DOWNSTREAM, .secondary = 3},
+               {.id = at(3)},
+               {.id = at(7)}});
+        machine->image.set_filter([this, reads = 0](ImageAccess &access) mutable {
+            if (what == 'o' && access.id == at(1) && access.offset == 0x0C)
+                access.value = 0;  // header type
+            if (what == 'w' && access.id == at(0, 3) && access.offset == 0x18)
+                access.value += 1U << 16;  // subordinate bus
+            return what == 'g' && access.id == at(1) && ++reads > 8 ? 19U : 0U;
+        });
+    }
+
+    // Bridges as modules see them, with the functions on their buses.
+    static std::string tree(bridge_rec *bridge = find_parent_bridge(nullptr, BDF_NONE)) {
+        std::string text = bdf_text(bridge->bdf).substr(0, 5) + "( ";
+        pthread_rwlock_rdlock(&bridge->devs_lock);
+        for (const bdf_t bdf : enable_features::functions_below(bridge))
+            text += bdf_text(bdf) + " ";
+        pthread_rwlock_unlock(&bridge->devs_lock);
+        for (bridge = enable_features::first_child(bridge); bridge;
+             bridge = enable_features::next_sibling(bridge))
+            text += tree(bridge);
+        return text + ")";
+    }
+
+    std::atomic<char> what = ' ';  // other device, wider bridge, gone while it is read
+};
+
+TEST_F(MachineUpdate, ShowsWhatIsThereInTheRecordsThatItHad) {
+    const Ids all = {at(1), at(2), at(3)};
+    const std::string port = "02:00.0 02:00( 03:00.0 )", whole = "01:00.0 01:00( " + port + ")";
+    const std::tuple<Ids, Ids, char, std::string, std::string> rows[] = {
+        {all, {}, ' ', "", ""},
+        {{}, all, ' ', whole, ""},
+        {all, {at(1)}, 'o', "01:00.0 ", ""},
+        {{at(1)}, all, 'g', port, ""},
+        {all, all, 'w', whole, "07:00.0 "},
+        {all, all, ' ', whole, ""}};
+    const bridge_rec *const record = machine->bridge(at(2));
+    for (const auto &[gone, come, how, port_1, port_3] : rows) {
+        what = how;
+        machine->machine->update(gone, come);
+        EXPECT_EQ(tree(), "00:00( 00:01.0 00:02.0 00:03.0 00:01( " + port_1 + ")00:02( )00:03( " +
+                              port_3 + "))");
+        EXPECT_EQ(machine->bridge(at(2)) == record, port_1 == whole);
+    }
+    EXPECT_EQ(cached_param_get_sec_busnum(find_parent_bridge(nullptr, at(0)), 0), 0);
+}
+
+using MachineUpdateThreads = MachineUpdate;
+
+TEST_F(MachineUpdateThreads, FindWhatStaysAllTheTime) {
+    const Ids all = {at(0, 2), at(1), at(2), at(3)};
+    std::atomic<bool> done = false;
+    const std::jthread reader([&] {
+        while (!done) {
+            EXPECT_NE(pci_device_find(2, ANY_VENDOR, ANY_DEVICE, ANY_CLASS), BDF_NONE);
+            EXPECT_EQ(cached_param_get_sec_busnum(find_parent_bridge(nullptr, at(7)), 0), 7);
+            EXPECT_NE(tree().find(tree(find_bridge_bdf(nullptr, at(0, 3)))), std::string::npos);
+        }
+    });
+    for (unsigned round = 0; round < 50; ++round) {
+        machine->machine->update(all, {});
+        what = round % 2 ? 'o' : ' ';
+        machine->machine->update({}, all);
+    }
+    done = true;
+}
+
+}  // namespace
+}  // namespace host::tests
