@@ -21,6 +21,11 @@ std::uint32_t bus_value(Machine &machine, const bridge_rec &bridge) {
     return static_cast<std::uint32_t>(std::max(machine.bridges().secondary_bus(bridge), 0));
 }
 
+std::string place_text(const bridge_rec &bridge) {
+    return bridge.bridge_kind == BRIDGE_KIND_HOST ? "on bus " + bus_text(bridge.bdf >> 8)
+                                                  : "below " + bdf_text(bridge.bdf);
+}
+
 std::string list_text(const std::vector<RoutingId> &ids) {
     std::string text;
     for (const RoutingId id : ids) {
@@ -139,7 +144,7 @@ void HotPlug::bring_in(bridge_rec *bridge, const std::set<RoutingId> &named) {
 }
 
 void HotPlug::remove(bridge_rec *bridge, const std::vector<RoutingId> &gone) {
-    log_progress("removed below " + bdf_text(bridge->bdf) + ": " + list_text(gone));
+    log_progress("removed " + place_text(*bridge) + ": " + list_text(gone));
     const std::uint32_t bus = bus_value(machine_, *bridge);
     call_bridge_hooks(BUSCFG_HOOK_PRE_REMOVAL, bridge, bus, PCI_OK);
     machine_.update(gone, {});
@@ -149,7 +154,7 @@ void HotPlug::remove(bridge_rec *bridge, const std::vector<RoutingId> &gone) {
 }
 
 void HotPlug::insert(bridge_rec *bridge, const std::vector<RoutingId> &come) {
-    log_progress("inserted below " + bdf_text(bridge->bdf) + ": " + list_text(come));
+    log_progress("inserted " + place_text(*bridge) + ": " + list_text(come));
     call_bridge_hooks(BUSCFG_HOOK_PRE_INSERTION, bridge, bus_value(machine_, *bridge), PCI_OK);
     machine_.update({}, come);
     inserted_();
