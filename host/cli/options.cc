@@ -20,8 +20,9 @@ constexpr const char *FOOTER =
     "  flr BDF [STATUS]             function-level reset\n"
     "  bus-reset BDF [STATUS]       reset of all below the bridge above BDF\n"
     "\n"
-    "Exit status: 0 done; 1 a module could not be loaded or refused to start; 2 bad options or\n"
-    "unreadable input, or a result that could not be written.\n";
+    "Exit status: 0 done; 1 a module could not be loaded or refused to start, with --write also\n"
+    "when an access or an event failed; 2 bad options or unreadable input, or a result that could\n"
+    "not be written.\n";
 
 // The options as they are written, before their values are looked at.
 struct RawOptions {
