@@ -178,8 +178,6 @@ bool report_failures(const MachineSource &source) {
 // is read, so that none is missed. What writes to this machine is not ended half way: payload sizes
 // that differ along a path lose packets.
 int run_machine(const Options &options, std::istream &in, std::ostream &out) {
-    if (options.source.write)
-        hold_signals();
     const std::vector<ModuleEntry> modules = wanted_modules(options);
     const MachineSource source = open_source(options.source);
     const std::unique_ptr<Service> service = open_service(options);
@@ -193,6 +191,8 @@ int run_machine(const Options &options, std::istream &in, std::ostream &out) {
         warn_about_short_spaces(source, *machine);
     const std::vector<BusEvent> events = wanted_events(options, in, *machine, *player);
 
+    if (source.is_written())
+        hold_signals();
     const Serving serving(*machine, options.managed);
     Report report = begin_report(*machine, options.source.domain);
     std::vector<ModuleResult> results = load_modules(modules);

@@ -210,6 +210,7 @@ private:
 };
 
 Service::Service(unsigned domain) : events_(domain) {
+    hold_signals();
     const sigset_t set = held_signals();
     signals_ = signalfd(-1, &set, SFD_CLOEXEC);
     if (signals_ < 0)

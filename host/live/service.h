@@ -10,8 +10,8 @@
 
 namespace host {
 
-// Takes the signals that hold_signals() has wait. From its making on, kernel events wait for
-// serve_until_told(). Throws LiveError.
+// From its making on, kernel events and the signals of hold_signals() wait for serve_until_told().
+// Throws LiveError.
 class Service {
 public:
     explicit Service(unsigned domain);
