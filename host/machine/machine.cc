@@ -22,7 +22,7 @@ public:
     // A function that goes, or gives way to another one, while it is read counts as absent: what
     // was read belongs to nobody.
     Function read() {
-        const Function function = read_registers();
+        Function function = read_registers();
         if (!function.answers || dword(reg::VENDOR_ID) == ids_of(function))
             return function;
         Function absent{};
