@@ -12,7 +12,7 @@ constexpr unsigned EXT_CONFIG_SIZE = 0x1000;  // with the extended part
 
 // Every header.
 constexpr unsigned VENDOR_ID = 0x00;
-constexpr std::uint16_t VENDOR_ID_NONE = 0xFFFF;  // what reads of an absent function give
+constexpr std::uint16_t VENDOR_ID_NONE = 0xFFFF;       // what reads of an absent function give
 constexpr std::uint16_t VENDOR_ID_NOT_READY = 0x0001;  // a function after a reset, not ready yet
 constexpr unsigned DEVICE_ID = 0x02;
 constexpr unsigned COMMAND = 0x04;
