@@ -1,56 +1,15 @@
 #include "tests/support/module_test.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <fstream>
 
-#include "features/ecrc/entry_list.h"
-#include "features/mps/endpoint_list.h"
-#include "features/mps/root_port_list.h"
-#include "host/server/hooks.h"
-#include "module/feature_table.h"
-#include "module/host_symbols.h"
 #include "module/startup.h"
 #include "platform/log.h"
 #include "platform/pci_access.h"
 #include "tests/support/faults.h"
+#include "tests/support/module_state.h"
 
 namespace host::tests {
-namespace {
-
-namespace module = enable_features;
-
-void free_ecrc_entries() {
-    for (auto *link = module::feature_list[module::ROW_ECRC].list.first; link; link = link->next) {
-        const auto *entry = static_cast<module::ecrc_entry *>(link);
-        std::free(entry->pcie_cap);
-        std::free(entry->aer_cap);
-    }
-    module::ecrc_index = {};
-}
-
-void empty(module::entry_list_t &list) {
-    for (module::list_entry_t *entry = list.first; entry;)
-        std::free(std::exchange(entry, entry->next));
-    list.first = list.last = nullptr;
-    list.count = 0;
-}
-
-void reset_rows() {
-    static const std::vector<module::feature_t> as_loaded(
-        module::feature_list, module::feature_list + module::num_features);
-    free_ecrc_entries();
-    for (unsigned i = 0; i < module::num_features; ++i) {
-        module::feature_t &row = module::feature_list[i];
-        row.init = as_loaded[i].init;
-        row.param_parse = as_loaded[i].param_parse;
-        row.hooks = {};
-        empty(row.list);
-    }
-}
-
-}  // namespace
-
 std::string line_of(const LogMessage &message) {
     const bool debug = message.severity == LOG_SEVERITY_DEBUG;
     std::string line = debug == message.debug_handle ? "" : "!";
@@ -96,12 +55,7 @@ TestMachine &ModuleTest::serve(const std::vector<FunctionSpec> &functions, Manag
 
 void ModuleTest::reset() {
     fail_calloc(0);
-    reset_rows();
-    empty(module::rp_list);
-    module::ep_list_once = module::rp_list_init_once = PTHREAD_ONCE_INIT;
-    module::buscfg_pp = nullptr;
-    module::find_parent_bridge_p = module::find_bridge_bdf_p = nullptr;
-    forget_hooks();
+    reset_module();
     messages_.clear();
 }
 
@@ -120,7 +74,7 @@ pci_err_t ModuleTest::start(const std::vector<std::string> &args) {
                                     .lib_version = {3, 0},
                                     .argc = static_cast<std::uint32_t>(argv.size()),
                                     .argv = argv.data()};
-    const pci_err_t result = module::start_module(&record);
+    const pci_err_t result = enable_features::start_module(&record);
     EXPECT_EQ(argv, before) << "the host's vector was written";
     return result;
 }
