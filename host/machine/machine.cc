@@ -189,9 +189,14 @@ void Machine::insert(bridge_rec &bridge) {
 std::vector<const Function *> Machine::below(const bridge_rec &bridge) const {
     const auto buses = bridges_->buses_below(bridge);
     std::vector<const Function *> found;
-    for (const Function *function : functions())
-        if (buses[function->bdf >> 8 & 0xFF])
+    for (std::size_t id = 0; id < ROUTING_IDS; ++id) {
+        if (!buses[id >> 8]) {
+            id |= 0xFF;  // on to the next bus
+            continue;
+        }
+        if (const Function *function = known_[id])
             found.push_back(function);
+    }
     return found;
 }
 
