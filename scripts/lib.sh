@@ -9,6 +9,9 @@ JOBS=$(nproc)
 BUILD_PACKAGES=(cmake ninja-build g++ libgtest-dev libcli11-dev nlohmann-json3-dev libelf-dev
     libpci-dev libudev-dev libsystemd-dev python3 pciutils)
 
+# What the fuzz targets need in addition.
+FUZZ_PACKAGES=(clang libclang-rt-14-dev)
+
 # Begins a step, which a failure will name; with the time since the script began.
 heading() {
     step_name=$*
@@ -76,4 +79,12 @@ build() {
     else
         cmake --build --preset "$preset" -j "$JOBS"
     fi
+}
+
+# Runs a program without randomised addresses where that can be had: the sanitizers' run-time does
+# not find its place on kernels that randomise more bits than it knows.
+without_random_addresses() {
+    local steady=()
+    ! setarch -R true 2>/dev/null || steady=(setarch -R)
+    "${steady[@]}" "$@"
 }

@@ -1,0 +1,105 @@
+// Machines with any bytes in their configuration space: read, set up, and everything that can
+// happen to each of their functions. An input is either the rows of a hostile machine, or "T" and
+// the text of a dump.
+#include <cstdio>
+#include <cstdlib>
+#include <sstream>
+
+#include "fuzz/support.h"
+#include "host/cli/open_machine.h"
+#include "host/cli/report.h"
+#include "host/cli/report_dot.h"
+#include "host/cli/report_json.h"
+#include "host/cli/report_table.h"
+#include "tests/support/faults.h"
+#include "tests/support/module_state.h"
+
+using namespace host;
+
+namespace {
+
+constexpr std::string_view FEATURES = "MPS=all:max\nECRC=all:+:+\n";
+
+// The payload size that a function is set to, as its code, and the largest that it supports.
+struct Payload {
+    unsigned set;
+    unsigned supported;
+};
+
+Payload payload_of(ConfigSpace &space, const Function &function) {
+    const auto cap = function.cap(CAPID_PCIE);
+    std::uint32_t supported = 0;
+    std::uint32_t control = 0;
+    if (!cap || space.read(function.id(), *cap + reg::DEVCAP, 4, supported) != PCI_OK ||
+        space.read(function.id(), *cap + reg::DEVCTL, 2, control) != PCI_OK)
+        return {};
+    return {(control & reg::DEVCTL_PAYLOAD_SIZE) >> 5, supported & 7};
+}
+
+std::vector<Payload> payloads(const Machine &machine) {
+    std::vector<Payload> all;
+    for (const Function *function : machine.functions())
+        all.push_back(payload_of(machine.space(), *function));
+    return all;
+}
+
+// No function is set to more than it supports, but where it was before.
+void check_payloads(const Machine &machine, const std::vector<Payload> &before) {
+    const std::vector<Payload> now = payloads(machine);
+    for (std::size_t i = 0; i < now.size(); ++i)
+        if (now[i].set != before[i].set && now[i].set > now[i].supported) {
+            std::fprintf(stderr, "%05x: payload code %u set, %u supported\n",
+                         machine.functions()[i]->bdf, now[i].set, now[i].supported);
+            std::abort();
+        }
+}
+
+void write_reports(const Report &report) {
+    std::ostringstream out;
+    write_table(out, report, {});
+    write_json(out, report);
+    write_dot(out, report);
+}
+
+void run(const MachineSource &source, unsigned failing_calloc) {
+    std::vector<std::string> warnings;
+    Machine machine(*source.image, &warnings);
+    const Serving serving(machine);
+    const std::vector<Payload> before = payloads(machine);
+    Report report = begin_report(machine, 0);
+    tests::fail_calloc(failing_calloc);
+    fuzz::start_module_with(FEATURES);
+    tests::fail_calloc(0);
+    check_payloads(machine, before);
+    for (const Function *function : machine.functions())
+        fuzz::play_each(fuzz::all_events_of(function->bdf), source, machine);
+    check_payloads(machine, before);
+    end_report(report, machine, {});
+    write_reports(report);
+    tests::reset_module();
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerInitialize(int *, char ***) {
+    fuzz::open_silent_log();
+    return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
+    if (size == 0 || data[0] != 'T') {
+        fuzz::HostileMachine hostile = fuzz::hostile_machine({data, size});
+        const MachineSource source = fuzz::source_of(hostile.functions);
+        source.image->set_filter(hostile.faults);
+        run(source, hostile.failing_calloc);
+        return 0;
+    }
+    static const fuzz::MemoryFile file;
+    file.set({reinterpret_cast<const char *>(data) + 1, size - 1});
+    try {
+        Dump dump = read_dump(file.path(), 0);
+        run({.name = "dump", .live = nullptr, .image = std::move(dump.image)}, 0);
+    } catch (const DumpError &) {
+    }
+    return 0;
+}

@@ -1,0 +1,30 @@
+// A feature file through the whole parse into the two features that run, and their start, on a
+// small machine.
+#include "fuzz/support.h"
+#include "host/cli/open_machine.h"
+
+using namespace host;
+
+namespace {
+
+// Made once: every run begins with its registers reset.
+struct Served {
+    MachineSource source = fuzz::source_of(fuzz::small_machine());
+    Machine machine{*source.image};
+};
+
+}  // namespace
+
+extern "C" int LLVMFuzzerInitialize(int *, char ***) {
+    fuzz::open_silent_log();
+    return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
+    static Served served;
+    for (const RoutingId id : served.source.image->functions())
+        served.source.image->reset(id);
+    const Serving serving(served.machine);
+    fuzz::start_module_with({reinterpret_cast<const char *>(data), size});
+    return 0;
+}
