@@ -42,7 +42,8 @@ volatile void *device_table(const Function &function, std::uint32_t place, std::
     return served()->space().memory(function.id(), bar, place - bar, count * sizeof(Vector));
 }
 
-// With the lock held.
+// With the lock held. A table of the host's own has room for as many entries as a function can
+// have: capabilities that overlap may let the number in Message Control change later.
 pci_err_t set_up(Table &table, const Function &function, std::uint32_t place, std::size_t count) {
     if (table.record.address)
         return PCI_OK;
@@ -50,7 +51,7 @@ pci_err_t set_up(Table &table, const Function &function, std::uint32_t place, st
         table.record.address = device_table(function, place, count);
         return table.record.address ? PCI_OK : PCI_ERR_IO;
     }
-    table.vectors.resize(count);
+    table.vectors.resize(reg::MSIX_TABLE_SIZE + 1u);
     table.record.address = table.vectors.data();
     return PCI_OK;
 }

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <numeric>
 
+#include "host/server/event_records.h"
 #include "tests/support/faults.h"
 #include "tests/support/module_test.h"
 
@@ -148,6 +149,18 @@ TEST_F(MsiRegisters, AreSavedAndRestoredInOrderUntilOneFails) {
             for (unsigned i = 0; i < (lost ? 0 : 4 * count); ++i)
                 ASSERT_EQ(table[i], 70000 + i);
         }
+    std::free(records[0].msix.vectors);
+}
+
+// Its size is read when it is made, and then for the save.
+TEST_F(MsiRegisters, OfAnImageAreThereWhateverTheTableSizeBecomes) {
+    serve({{.id = 0, .dwords = {{PCIE_AT, 0x6000 | CAPID_PCIE}, {0x60, 3U << 16 | CAPID_MSIX}}}});
+    machine->image.set_filter([reads = 0](ImageAccess &access) mutable {
+        access.value |= access.offset == 0x62 && reads++ > 0 ? reg::MSIX_TABLE_SIZE : 0U;
+        return PCI_OK;
+    });
+    save(&records[0], find_event_notification(0), CAPID_MSIX);
+    EXPECT_EQ(records[0].msix.vectors[2047].control, 1U);  // masked, as hardware has it
     std::free(records[0].msix.vectors);
 }
 
