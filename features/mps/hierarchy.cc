@@ -80,10 +80,10 @@ pci_err_t apply_request(mps_entry *entry, pci_err_t last) {
         entry->mps = 0;
         return last;
     case mps_decision_t::PROGRAM:
-        report_path_max(entry);
-        return set_or_restore(entry, decision.size);
+        break;
     }
-    return last;
+    report_path_max(entry);
+    return set_or_restore(entry, decision.size);
 }
 
 // Second pass; the result as in the first.
