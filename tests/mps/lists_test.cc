@@ -78,6 +78,15 @@ TEST_F(MpsLists, LeaveOutWhatHasNoMemory) {
               expand("E0 init_rp_mps_max(), add_rp_entry(B0:D2:F0, 256) failed, {12}\n"));
 }
 
+TEST_F(MpsLists, TakeARootPortBesidesThoseThatAreFound) {
+    bridge_rec *const found = serve(TREE).bridge(at(0, 1));
+    EXPECT_EQ(module::find_root_port(at(3)), found);
+    EXPECT_EQ(module::add_rp_entry(machine->bridge(at(2, 1)), 4096), 0U);
+    EXPECT_EQ(root_ports(&module::rp_entry::path_max), "512 256 2048 4096 ");
+    serve({{.id = at(0, 1), .port = 6, .secondary = 1}, {.id = at(1)}});
+    EXPECT_EQ(module::find_root_port(at(1)), nullptr);
+}
+
 TEST_F(MpsLists, FindTheSmallestPayloadOfAHierarchy) {
     const std::vector<FunctionSpec> shape = {
         {.id = at(0, 1), .port = 4, .secondary = 1, .subordinate = 4},

@@ -1,6 +1,4 @@
 // Requests become register settings at start-up: one size a hierarchy, in two passes.
-#include <map>
-
 #include "features/mps/parameters.h"
 #include "platform/buscfg.h"
 #include "tests/mps/mps_test.h"
@@ -115,33 +113,13 @@ TEST_F(MpsStartUp, TouchesNothingWithoutItsHooks) {
     EXPECT_EQ(locked + unlocked, 0U);
 }
 
-// Whatever access fails, once or with all that follow of the same function: all but that hierarchy
-// ends as without the failure (n = 0).
-TEST_F(MpsStartUp, OutlivesAFunctionThatDisappearsHalfWay) {
-    std::map<RoutingId, unsigned> expected;  // another size in each hierarchy
-    const std::pair<pci_err_t, bool> faults[] = {{5, false}, {19, true}, {0, true}};
-    for (const auto &[code, lasting] : faults)
-        for (unsigned accesses = 0, n = 0; n <= accesses; ++n) {
-            serve(TREE);
-            accesses = 0;
-            RoutingId victim = 0;
-            machine->image.set_filter([&, code = code, lasting = lasting](ImageAccess &access) {
-                if (++accesses == n)
-                    victim = access.id;
-                if (access.id != victim || (accesses > n && !lasting))
-                    return PCI_OK;
-                access.value = ~0U;
-                return code;
-            });
-            EXPECT_EQ(start_with("MPS=all:max"), 0U);
-            machine->image.set_filter({});
-            for (const FunctionSpec &function : TREE) {
-                unsigned &size = expected[function.id];
-                size = n == 0 ? payload(function.id) : size;
-                EXPECT_TRUE(size == expected[victim] || payload(function.id) == size)
-                    << bdf_text(function.id) << " without " << bdf_text(victim) << " at " << n;
-            }
-        }
+TEST_F(MpsStartUp, SetsTheSizeOfOnePathWhenItCan) {
+    const std::tuple<RoutingId, unsigned, pci_err_t> rows[] = {
+        {at(0, 4), 256, 19}, {at(3), 300, 22}, {at(3), module::MPS_MAX, 0}};
+    serve(TREE);
+    for (const auto &[id, size, result] : rows)
+        EXPECT_EQ(module::mps_set_ep_hierarchy(module::mps_find_entry(id), size), result);
+    EXPECT_EQ(payload(at(3)), 512U);
 }
 
 }  // namespace

@@ -1,14 +1,49 @@
 #include "tests/support/faults.h"
 
+#include <pthread.h>
+#include <sys/mman.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+
 #include <cstdlib>
+#include <utility>
+
+#include "platform/server.h"
 
 namespace {
+thread_local unsigned calls = 0, first_failing_call = 0, last_failing_call = 0;
+
+bool call_fails(const char *name, std::size_t size = 0) {
+    if (++calls < first_failing_call || calls > last_failing_call)
+        return false;
+    host::tests::failed_call = name + (size > 0 ? ' ' + std::to_string(size) : "");
+    return true;
+}
+
 thread_local unsigned callocs_until_failure = 0;
 thread_local std::size_t size_to_fail = 0;  // 0: any
 }  // namespace
 
-// The linker's --wrap option sends every calloc and realloc of the program here.
+// The linker's --wrap option sends every call of the program here.
+#define WRAP(type, name, failure, parameters, ...)                                                 \
+    type __real_##name parameters;                                                                 \
+    type __wrap_##name parameters;                                                                 \
+    type __wrap_##name parameters {                                                                \
+        return call_fails(#name) ? failure : __real_##name(__VA_ARGS__);                           \
+    }
+
 extern "C" {
+WRAP(char *, strdup, nullptr, (const char *text), text)
+WRAP(int, open, -1, (const char *path, int flags, mode_t mode), path, flags, mode)
+WRAP(int, fstat, -1, (int file, struct stat *status), file, status)
+WRAP(void *, mmap, MAP_FAILED,
+     (void *at, std::size_t size, int prot, int flags, int file, off_t from), at, size, prot, flags,
+     file, from)
+WRAP(int, getrlimit, -1, (int resource, rlimit *limit), resource, limit)
+WRAP(int, pthread_getattr_np, -1, (pthread_t thread, pthread_attr_t *attributes), thread,
+     attributes)
+WRAP(event_agent_t *, find_event_agent, nullptr, (bdf_t bdf), bdf)
+
 void *__real_calloc(std::size_t count, std::size_t size);
 void *__wrap_calloc(std::size_t count, std::size_t size);
 void *__real_realloc(void *old, std::size_t size);
@@ -17,11 +52,14 @@ void *__wrap_calloc(std::size_t count, std::size_t size) {
     const bool counts = size_to_fail == 0 || count * size == size_to_fail;
     if (counts && callocs_until_failure > 0 && --callocs_until_failure == 0)
         return nullptr;
+    if (call_fails("calloc", count * size))
+        return nullptr;
     return __real_calloc(count, size);
 }
 
 void *__wrap_realloc(void *old, std::size_t size) {
-    return size == host::tests::size_of_failing_realloc ? nullptr : __real_realloc(old, size);
+    const bool fails = call_fails("realloc", size) || size == host::tests::size_of_failing_realloc;
+    return fails ? nullptr : __real_realloc(old, size);
 }
 }
 
@@ -51,6 +89,12 @@ AccessFilter fail(Which which, unsigned first, unsigned last, pci_err_t code) {
             access.value = ~0U;
         return code;
     };
+}
+
+unsigned fail_calls(unsigned first, unsigned last) {
+    first_failing_call = first;
+    last_failing_call = first > 0 ? last : 0;
+    return std::exchange(calls, 0);
 }
 
 void fail_calloc(unsigned n, std::size_t size) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <functional>
+#include <string>
 
 #include "host/machine/config_image.h"
 
@@ -29,6 +30,14 @@ inline AccessFilter vanish(RoutingId id, unsigned n) {
 // a size, only those of that many bytes count. Test programs are linked such that every calloc of
 // the module and the host comes by here.
 void fail_calloc(unsigned n, std::size_t size = 0);
+
+// Calls number `first` to `last` (from 1) of this thread from now on of what may fail at any time
+// fail: calloc, realloc, strdup, open, fstat, mmap, getrlimit, pthread_getattr_np and
+// find_event_agent; 0: none. Returns how many have been called since this was called before.
+unsigned fail_calls(unsigned first, unsigned last = FOREVER);
+
+// Which of them failed last, an allocation with its size: "calloc 48".
+inline thread_local std::string failed_call;
 
 // Every realloc of this thread to that many bytes, and no other, finds no memory; SIZE_MAX: none.
 inline thread_local std::size_t size_of_failing_realloc = SIZE_MAX;

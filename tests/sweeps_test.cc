@@ -1,0 +1,152 @@
+// Everything that the module does on the example server, once for each fault that can meet it on
+// the way: no fault ends the program or leaks, and what it does not concern ends as without it.
+#include <sys/resource.h>
+
+#include <cstdlib>
+#include <map>
+#include <set>
+
+#include "features/aspm/link_control.h"
+#include "features/fb2b/control.h"
+#include "host/machine/dump.h"
+#include "host/server/event_records.h"
+#include "host/server/hooks.h"
+#include "msi/register_save.h"
+#include "platform/log.h"
+#include "tests/support/faults.h"
+#include "tests/support/module_test.h"
+#include "topology/event_collector.h"
+
+namespace host::tests {
+namespace {
+
+namespace module = enable_features;
+
+struct Sweeps : ModuleTest {
+    Sweeps() {
+        std::string lines = "ASPM=all\nFB2B=on\nFOO=1\nMPS=\nMPS=x\nMPS=1.0.0:x\nMPS=1.0.x:128\n"
+                            "MPS=1.x.0:128\nMPS=x.0.0:128\nECRC=x\nECRC=1.0.0:x:=\nECRC=x.0:+:+\n"
+                            "ECRC=1.x.0:+:+\nECRC=1.0.x:+:+\nECRC=1.2.3.4:+:+\n";
+        const Machine machine_of_dump(*saved.image);
+        for (const Function *function : machine_of_dump.functions()) {
+            const bdf_t bdf = function->bdf, is_ari = bdf & BDF_ARI_FLAG;
+            const std::string device = is_ari ? "" : std::to_string(bdf >> 3 & 31) + '.';
+            const std::string place = std::to_string(bdf >> 8 & 0xFF) + '.' + device +
+                                      std::to_string(bdf & (is_ari ? 0xFF : 7));
+            lines += "MPS=" + place + ":max\nECRC=" + place + ":+:+\n";
+            functions.push_back(bdf);
+        }
+        arguments[0] = "--config=" + file(lines);
+        arguments[1] = "--config=/nowhere";
+        arguments[2] = "--config=";
+        managed[0x41] = false;
+        // Limited, so that the room on the stack is found out, but not short.
+        const rlimit address_space = {RLIM_INFINITY - 1, RLIM_INFINITY};
+        setrlimit(RLIMIT_AS, &address_space);
+    }
+
+    // The whole, on a fresh machine; start-up, resets, insertions and removals, and each operation.
+    void run(AccessFilter filter, unsigned first_call = 0, unsigned last_call = 0) {
+        reset();
+        whole.reset();
+        image.emplace();
+        for (const bdf_t bdf : functions)
+            image->add(id_of(bdf), "", saved.image->bytes(id_of(bdf)));
+        whole.emplace(*image);
+        host::serve(&*whole, managed);
+        image->set_filter(std::move(filter));
+        // With messages or without: that changes nothing.
+        pci_slog = ++runs % 2 != 0 ? nullptr : slog;
+        pci_dbg = pci_slog ? dbg : nullptr;
+        fail_calls(first_call, last_call);
+        EXPECT_EQ(start(arguments), PCI_OK);
+        for (const bdf_t bdf : functions)
+            image->reset(id_of(bdf));
+        for (const bdf_t bdf : functions) {
+            bridge_rec *const bridge = whole->bridges().by_bdf(bdf);
+            call_reset_hooks(BUSCFG_HOOK_POST_RESET, bridge ? 1 : 2, bdf, 0);
+            if (bridge && whole->bridges().above(bdf)->bridge_kind == BRIDGE_KIND_HOST) {
+                call_bridge_hooks(BUSCFG_HOOK_PRE_REMOVAL, bridge, 0, 0);
+                call_bridge_hooks(BUSCFG_HOOK_POST_INSERTION, bridge, 0, 0);
+            }
+            module::find_rcec(bdf);
+            for (const std::uint8_t id : {CAPID_MSI, CAPID_MSIX}) {
+                module::msi_save_t record = {};
+                event_notification_t *const device = find_event_notification(bdf);
+                module::event_notification_reg_save(&record, device, id);
+                module::event_notification_reg_restore(&record, device, id);
+                std::free(id == CAPID_MSIX ? record.msix.vectors : nullptr);
+            }
+        }
+        for (const auto operation : {module::disable_fb2b_feature, module::enable_fb2b_feature})
+            operation(BDF_NONE);
+        for (const auto operation : {module::disable_aspm_feature, module::enable_aspm_feature})
+            operation(BDF_NONE);
+        made_calls = fail_calls(0);
+        image->set_filter({});
+        messages();
+    }
+
+    static RoutingId id_of(bdf_t bdf) { return static_cast<RoutingId>(bdf & BDF_ROUTING_ID); }
+
+    // The topmost function of a function's hierarchy.
+    RoutingId top(bdf_t bdf) {
+        const bridge_rec *above = whole->bridges().above(bdf);
+        return above->bridge_kind == BRIDGE_KIND_HOST ? id_of(bdf) : top(above->bdf);
+    }
+
+    const Dump saved = read_dump(EXAMPLES "server.lspci", 0);
+    std::vector<bdf_t> functions;
+    std::vector<std::string> arguments = std::vector<std::string>(20, "-v");
+    std::optional<ConfigImage> image;
+    std::optional<Machine> whole;
+    ManagedBuses managed = ManagedBuses(256, true);
+    log_handle_t *const slog = pci_slog, *const dbg = pci_dbg;
+    unsigned made_calls = 0, runs = 0;
+};
+
+// A call or an access that fails once, or from then on: all calls, or the accesses to one function.
+// What fails first, then fewer and fewer of what fails later: some hundred of thousands.
+TEST_F(Sweeps, NoFaultHarmsMoreThanItConcerns) {
+    // Calls on which a feature or the whole file depends.
+    const std::set<std::string> decisive = {"open", "fstat", "mmap", "calloc 176",
+                                            "calloc " + std::to_string(sizeof(buscfg_hook_reg_t))};
+    std::map<bdf_t, std::vector<std::uint8_t>> unharmed;  // registers, of the run without a fault
+    const std::tuple<bool, bool, pci_err_t> kinds[] = {
+        {true, false, 0}, {true, true, 0}, {false, false, 5}, {false, true, 19}, {false, true, 0}};
+    for (const auto &[calls, lasting, code] : kinds)
+        for (unsigned accesses = 0, all = 0, n = 0; n <= all; n += 1 + n / 32) {
+            std::set<RoutingId> victim, hierarchies, ecrc;
+            accesses = 0;
+            const AccessFilter fault = [&, code = code, lasting = lasting](ImageAccess &access) {
+                if (++accesses == n)
+                    victim = {access.id};
+                if (!victim.contains(access.id) || (accesses > n && !lasting))
+                    return PCI_OK;
+                access.value = access.is_write ? access.value : ~0U;
+                return code;
+            };
+            run(calls ? AccessFilter() : fault, calls ? n : 0, lasting ? FOREVER : n);
+            all = n > 0 ? all : calls ? made_calls : accesses;
+            ecrc = victim;
+            for (const RoutingId id : victim)
+                hierarchies.insert(top(id));
+            for (const bdf_t bdf : functions) {
+                const auto bytes = image->bytes(id_of(bdf));
+                const auto &before = unharmed.emplace(bdf, bytes).first->second;
+                const auto aer = whole->known(id_of(bdf))->ext_cap(EXT_CAPID_AER);
+                if (bytes != before)
+                    hierarchies.insert(top(bdf));
+                for (unsigned i = 0; aer && i < 4; ++i)
+                    if (bytes[*aer + reg::AER_CONTROL + i] != before[*aer + reg::AER_CONTROL + i])
+                        ecrc.insert(id_of(bdf));
+            }
+            EXPECT_TRUE((hierarchies.size() < 2 && ecrc.size() < 2) || (calls && lasting) ||
+                        decisive.contains(failed_call))
+                << n << " of " << all << ' ' << failed_call;
+            failed_call.clear();
+        }
+}
+
+}  // namespace
+}  // namespace host::tests
