@@ -163,9 +163,8 @@ void record_single(const record_t &record, bdf_t bdf, wishes_t wishes) {
 // A function that cannot switch ECRC does not end a set; any other failure does.
 void record_set(const record_t &record, const selection_t &selection, wishes_t wishes) {
     pci_err_t status = PCI_OK;
-    bdf_t bdf = BDF_NONE;
     for (std::uint32_t i = 0; status == PCI_OK; i++) {
-        bdf = pci_device_find(i, ANY_VENDOR, ANY_DEVICE, ANY_CLASS);
+        const bdf_t bdf = pci_device_find(i, ANY_VENDOR, ANY_DEVICE, ANY_CLASS);
         if (bdf == BDF_NONE)
             break;
         if (skip_unmanaged(PARSER, bdf) || !is_selected(selection, bdf))

@@ -90,7 +90,7 @@ private:
     bridge_rec *bridge_of(EventKind kind, const Function &function) const {
         if (kind == EventKind::FLR)
             return nullptr;
-        BridgeTree &tree = machine_.bridges();
+        const BridgeTree &tree = machine_.bridges();
         if (kind == EventKind::BUS_RESET) {
             bridge_rec *const above = tree.above(function.bdf);
             if (above != nullptr && above->bridge_kind != BRIDGE_KIND_HOST)

@@ -307,9 +307,10 @@ void BridgeTree::plan_rivals(Plan &plan, std::span<const Function *const> functi
         if (!function->answers || function->secondary == 0)
             continue;
         Node *holder = plan.holder[function->secondary];
-        const Node *above = plan.holder[bus_of(function->bdf)];
+        const Node *own_side = plan.holder[bus_of(function->bdf)];
         // On a root bus there is nothing to limit; what is on the holder's side counts already.
-        if (!holder || holder == above || !holder->parent || holder == plan.by_id[function->id()])
+        if (!holder || holder == own_side || !holder->parent ||
+            holder == plan.by_id[function->id()])
             continue;
         plan.entry(holder).devs.push_back(function->bdf);
         plan.rivals.push_back({function->bdf, holder});
