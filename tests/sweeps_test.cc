@@ -2,6 +2,7 @@
 // the way: no fault ends the program or leaks, and what it does not concern ends as without it.
 #include <sys/resource.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <map>
 #include <set>
@@ -116,7 +117,7 @@ TEST_F(Sweeps, NoFaultHarmsMoreThanItConcerns) {
         {true, false, 0}, {true, true, 0}, {false, false, 5}, {false, true, 19}, {false, true, 0}};
     for (const auto &[calls, lasting, code] : kinds)
         for (unsigned accesses = 0, all = 0, n = 0; n <= all; n += 1 + n / 32) {
-            std::set<RoutingId> victim, hierarchies, ecrc;
+            std::set<RoutingId> victim, hierarchies;
             accesses = 0;
             const AccessFilter fault = [&, code = code, lasting = lasting](ImageAccess &access) {
                 if (++accesses == n)
@@ -128,7 +129,7 @@ TEST_F(Sweeps, NoFaultHarmsMoreThanItConcerns) {
             };
             run(calls ? AccessFilter() : fault, calls ? n : 0, lasting ? FOREVER : n);
             all = n > 0 ? all : calls ? made_calls : accesses;
-            ecrc = victim;
+            std::set<RoutingId> ecrc = victim;
             for (const RoutingId id : victim)
                 hierarchies.insert(top(id));
             for (const bdf_t bdf : functions) {
@@ -137,9 +138,9 @@ TEST_F(Sweeps, NoFaultHarmsMoreThanItConcerns) {
                 const auto aer = whole->known(id_of(bdf))->ext_cap(EXT_CAPID_AER);
                 if (bytes != before)
                     hierarchies.insert(top(bdf));
-                for (unsigned i = 0; aer && i < 4; ++i)
-                    if (bytes[*aer + reg::AER_CONTROL + i] != before[*aer + reg::AER_CONTROL + i])
-                        ecrc.insert(id_of(bdf));
+                const unsigned control = aer ? *aer + reg::AER_CONTROL : 0;
+                if (aer && !std::equal(&bytes[control], &bytes[control + 4], &before[control]))
+                    ecrc.insert(id_of(bdf));
             }
             EXPECT_TRUE((hierarchies.size() < 2 && ecrc.size() < 2) || (calls && lasting) ||
                         decisive.contains(failed_call))

@@ -1,9 +1,6 @@
 // The feature file: which lines reach which parser, and where a file ends.
 #include "module/config_file.h"
 
-#include <sys/resource.h>
-
-#include <csignal>
 #include <cstring>
 #include <fstream>
 #include <iterator>
@@ -140,25 +137,6 @@ TEST_F(ConfigFile, SaysWhenATokenDoesNotFitTheStack) {
     const std::string huge(std::size_t{16} << 20, 'a');
     EXPECT_EQ(parse("ECRC=" + huge + "\n" + huge + "=1\nMPS=1\n"), unknown(NO_ROOM));
     EXPECT_EQ(calls, "3 ECRC=" + NO_ROOM + "\n2 MPS=1\n");
-}
-
-// As programs with coroutines have: nobody can tell how much room is left there.
-TEST_F(ConfigFile, CopiesNothingToAStackThatIsNotTheThreads) {
-    static char memory[1 << 18];
-    static std::string path;
-    const stack_t stack = {memory, 0, sizeof memory};
-    struct sigaction action = {};
-    action.sa_handler = [](int) { module::parse_feature_config(path.c_str()); };
-    action.sa_flags = SA_ONSTACK;
-    path = file("MPS=1\n");
-    sigaltstack(&stack, nullptr);
-    sigaction(SIGUSR1, &action, nullptr);
-    for (const rlim_t limit : {RLIM_INFINITY, RLIM_INFINITY - 1}) {
-        const rlimit address_space = {limit, RLIM_INFINITY};
-        setrlimit(RLIMIT_AS, &address_space);
-        std::raise(SIGUSR1);
-        EXPECT_NE(messages().find(unknown(NO_ROOM)), std::string::npos);
-    }
 }
 
 TEST_F(ConfigFile, ReadsAMillionLinesOnASmallStack) {
