@@ -91,13 +91,6 @@ ReportForm parse_report_form(const std::string &text) {
     throw InputError("--report: \"" + printable(text) + "\" is none of table, json, dot, none");
 }
 
-unsigned parse_domain(const std::string &text) {
-    const auto domain = parse_hex(text);
-    if (!domain)
-        throw InputError("--domain: \"" + printable(text) + "\" is no hexadecimal number");
-    return *domain;
-}
-
 // An empty text is no file, and a message about it would name none.
 void require_file_names(const RawOptions &raw) {
     const std::pair<const char *, const std::optional<std::string> &> files[] = {
@@ -171,6 +164,13 @@ std::optional<Options> parse_options(int argc, const char *const *argv, std::ost
     }
     interpret(raw, options);
     return options;
+}
+
+unsigned parse_domain(const std::string &text) {
+    const auto domain = parse_hex(text);
+    if (!domain)
+        throw InputError("--domain: \"" + printable(text) + "\" is no hexadecimal number");
+    return *domain;
 }
 
 ManagedBuses parse_bus_ranges(const std::string &text) {

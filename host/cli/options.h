@@ -35,6 +35,9 @@ struct Options {
 // InputError for options that cannot be used.
 std::optional<Options> parse_options(int argc, const char *const *argv, std::ostream &out);
 
+// The value of --domain, hexadecimal. Throws InputError, which names the text.
+unsigned parse_domain(const std::string &text);
+
 // Buses as "00-7f,ff", hexadecimal. Throws InputError, which names the text.
 ManagedBuses parse_bus_ranges(const std::string &text);
 

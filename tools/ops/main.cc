@@ -35,7 +35,11 @@ int run(const Options &options) {
 int main(int argc, char **argv) {
     try {
         const auto options = ops::parse_options(argc, argv, std::cout);
-        return options ? ops::run(*options) : host::EXIT_DONE;
+        if (options)
+            return ops::run(*options);
+        if (std::cout.flush())
+            return host::EXIT_DONE;
+        std::cerr << "error: standard output: the text cannot be written\n";
     } catch (const std::exception &error) {
         std::cerr << "error: " << error.what() << '\n';
     }

@@ -5,6 +5,7 @@
 #include <ostream>
 
 #include "host/cli/module_loader.h"
+#include "host/cli/options.h"
 #include "host/cli/text.h"
 #include "tools/ops/operations.h"
 
@@ -65,11 +66,7 @@ std::optional<Options> parse_options(int argc, const char *const *argv, std::ost
         throw host::InputError(host::printable(error.what()) +
                                " (hoplar-ops --help lists the options)");
     }
-    const auto number = host::parse_hex(domain);
-    if (!number)
-        throw host::InputError("--domain: \"" + host::printable(domain) +
-                               "\" is no hexadecimal number");
-    options.source.domain = *number;
+    options.source.domain = host::parse_domain(domain);
     options.verbosity = quiet ? 0 : options.verbosity + louder;
     return options;
 }
