@@ -1,0 +1,8 @@
+#include "tests/operations/replace_all.h"
+
+#include <regex>
+
+std::string host::tests::replace_all(const std::string &text, const std::string &pattern,
+                                     const std::string &replacement) {
+    return std::regex_replace(text, std::regex(pattern), replacement);
+}

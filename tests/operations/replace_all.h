@@ -1,0 +1,12 @@
+// std::regex takes long to compile: once is enough.
+#pragma once
+
+#include <string>
+
+namespace host::tests {
+
+// `text` with each match of a regular expression replaced.
+std::string replace_all(const std::string &text, const std::string &pattern,
+                        const std::string &replacement);
+
+}  // namespace host::tests
