@@ -12,6 +12,9 @@ BUILD_PACKAGES=(cmake ninja-build g++ libgtest-dev libcli11-dev nlohmann-json3-d
 # What the fuzz targets need in addition.
 FUZZ_PACKAGES=(clang libclang-rt-14-dev)
 
+# The test programs with threads in them.
+THREADED_TESTS=(module_tests ecrc_tests mps_tests operations_tests)
+
 # Begins a step, which a failure will name; with the time since the script began.
 heading() {
     step_name=$*
