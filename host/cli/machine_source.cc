@@ -3,6 +3,7 @@
 #include "host/cli/address.h"
 #include "host/cli/open_machine.h"
 #include "host/machine/dump.h"
+#include "host/server/log.h"
 #include "host/server/progress.h"
 
 namespace host {
@@ -36,6 +37,13 @@ void MachineSource::write_dump_to(const std::filesystem::path &file) const {
 
 MachineSource open_source(const SourceOptions &options) {
     return options.dump ? open_saved(options) : open_live(options);
+}
+
+bool report_failures(const MachineSource &source) {
+    const std::uint64_t count = source.is_written() ? source.live->failures() : 0;
+    if (count != 0)
+        log_error(std::to_string(count) + " accesses to configuration space failed");
+    return count == 0;
 }
 
 }  // namespace host

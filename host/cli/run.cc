@@ -166,14 +166,6 @@ bool stay(Service &service, const MachineSource &source, Machine &machine, Event
     return all_done;
 }
 
-// Accesses that failed have each been handled; the exit status tells of them all.
-bool report_failures(const MachineSource &source) {
-    const std::uint64_t count = source.is_written() ? source.live->failures() : 0;
-    if (count != 0)
-        log_error(std::to_string(count) + " accesses to configuration space failed");
-    return count == 0;
-}
-
 // Everything is read and checked before anything runs. Kernel events are awaited before the machine
 // is read, so that none is missed. What writes to this machine is not ended half way: payload sizes
 // that differ along a path lose packets.

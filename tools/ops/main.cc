@@ -22,11 +22,12 @@ int run(const Options &options) {
     const pci_err_t error = request.run(*machine, request.bdf, std::cout);
     if (options.output)
         source.write_dump_to(*options.output);
+    const bool all_accessed = host::report_failures(source);
     if (!std::cout.flush())
         throw host::InputError("standard output: cannot be written");
     if (error)
         host::log_error(host::join(options.operation, " ") + ": " + pci_strerror(error));
-    return error ? host::EXIT_NOT_ALL_DONE : host::EXIT_DONE;
+    return error || !all_accessed ? host::EXIT_NOT_ALL_DONE : host::EXIT_DONE;
 }
 
 }  // namespace
