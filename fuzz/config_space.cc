@@ -64,8 +64,7 @@ void write_reports(const Report &report) {
 
 void run(const MachineSource &source, const fuzz::HostileMachine &hostile) {
     const bool sound = !hostile.faults && hostile.failing_calloc == 0;
-    std::vector<std::string> warnings;
-    Machine machine(*source.image, &warnings);
+    Machine machine(*source.image);
     const Serving serving(machine);
     const std::vector<Payload> before = payloads(machine);
     Report report = begin_report(machine, 0);

@@ -26,11 +26,7 @@ Dump open_dump(const std::filesystem::path &file, unsigned domain) {
 }
 
 std::unique_ptr<Machine> open_machine(ConfigSpace &space) {
-    std::vector<std::string> warnings;
-    auto machine = std::make_unique<Machine>(space, &warnings);
-    for (const std::string &warning : warnings)
-        log_warning(warning);
-    return machine;
+    return std::make_unique<Machine>(space, log_warning);
 }
 
 const Function &named_function(const Machine &machine, unsigned domain, std::string_view address) {

@@ -13,7 +13,8 @@ namespace host {
 // Reads a dump; what it lacks is said in warnings. Throws DumpError.
 Dump open_dump(const std::filesystem::path &file, unsigned domain);
 
-// The machine that a configuration space shows; what is odd about it is said in warnings.
+// The machine that a configuration space shows; what is odd about it, now or after an update, is
+// said in warnings.
 std::unique_ptr<Machine> open_machine(ConfigSpace &space);
 
 void warn_about_other_domains(const std::string &source, std::size_t count, unsigned domain);

@@ -111,13 +111,15 @@ std::optional<std::uint16_t> Function::ext_cap(std::uint16_t cap_id) const {
     return first_capability(ext_caps, cap_id);
 }
 
-Machine::Machine(ConfigSpace &space, std::vector<std::string> *warnings)
-    : space_(space), known_(ROUTING_IDS), reachable_(ROUTING_IDS) {
+Machine::Machine(ConfigSpace &space, Warn warn)
+    : space_(space), warn_(std::move(warn)), known_(ROUTING_IDS), reachable_(ROUTING_IDS) {
     std::vector<std::unique_ptr<Function>> fresh = read(space.functions());
     choose_forms(fresh);
     publish(std::move(fresh));
     const std::vector<const Function *> all = functions();
-    bridges_ = std::make_unique<BridgeTree>(all, lay_out_buses(all, warnings));
+    std::vector<std::string> warnings;
+    bridges_ = std::make_unique<BridgeTree>(all, lay_out_buses(all, &warnings));
+    give_warnings(warnings);
 }
 
 ConfigSpace &Machine::space() const {
@@ -166,8 +168,10 @@ void Machine::update(std::span<const RoutingId> gone, std::span<const RoutingId>
     choose_forms(fresh);
     publish(std::move(fresh));
     const std::vector<const Function *> present = present_with({});
-    bridges_->update(present, lay_out_buses(present, nullptr));
+    std::vector<std::string> warnings;
+    bridges_->update(present, lay_out_buses(present, &warnings));
     ++generation_;
+    give_warnings(warnings);
 }
 
 void Machine::remove(bridge_rec &bridge) {
@@ -277,6 +281,13 @@ Machine::present_with(std::span<const std::unique_ptr<Function>> fresh) const {
         by_id[function->id()] = function.get();
     std::erase(by_id, nullptr);
     return by_id;
+}
+
+// A bridge that is wrong stays so, whatever else comes and goes.
+void Machine::give_warnings(const std::vector<std::string> &lines) {
+    for (const std::string &line : lines)
+        if (warned_of_.insert(line).second)
+            warn_(line);
 }
 
 void Machine::set_reachable(const bridge_rec &bridge, bool reachable) {

@@ -2,9 +2,11 @@
 #pragma once
 
 #include <atomic>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <set>
 #include <span>
 #include <string>
 #include <vector>
@@ -41,9 +43,13 @@ struct Function {
 
 class Machine {
 public:
-    // Reads every function of `space`, which must outlive the machine. `warnings` receives what is
-    // wrong with the bridges' bus numbers, a line each.
-    explicit Machine(ConfigSpace &space, std::vector<std::string> *warnings = nullptr);
+    // Takes a line about bus numbers of a bridge that are wrong.
+    using Warn = std::function<void(const std::string &line)>;
+
+    // Reads every function of `space`, which must outlive the machine. `warn` is called now and in
+    // update(), with each line once; it must not change the machine.
+    explicit Machine(
+        ConfigSpace &space, Warn warn = [](const std::string &) {});
     Machine(const Machine &) = delete;
     Machine &operator=(const Machine &) = delete;
 
@@ -88,10 +94,13 @@ private:
     void publish(std::vector<std::unique_ptr<Function>> fresh);
     std::vector<const Function *>
     present_with(std::span<const std::unique_ptr<Function>> fresh) const;
+    void give_warnings(const std::vector<std::string> &lines);
     void set_reachable(const bridge_rec &bridge, bool reachable);
     bool is_there(const bridge_rec &bridge) const;
 
     ConfigSpace &space_;
+    Warn warn_;
+    std::set<std::string> warned_of_;
     std::vector<std::unique_ptr<const Function>> records_;  // also those that others have replaced
     std::vector<std::atomic<const Function *>> known_;      // by routing ID
     std::vector<std::atomic<bool>> reachable_;              // by routing ID

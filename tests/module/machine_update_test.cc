@@ -26,8 +26,9 @@ protected:
         machine->image.set_filter([this, reads = 0](ImageAccess &access) mutable {
             if (what == 'o' && access.id == at(1) && access.offset == 0x0C)
                 access.value = 0;  // header type
-            if (what == 'w' && access.id == at(0, 3) && access.offset == 0x18)
-                access.value += 1U << 16;  // subordinate bus
+            // With the subordinate bus.
+            if (access.id == at(0, 3) && access.offset == 0x18)
+                access.value += what == 'w' ? 1U << 16 : what == 'b' ? -(1U << 16) : 0;
             return what == 'g' && access.id == at(1) && ++reads > 8 ? 19U : 0U;
         });
     }
@@ -45,7 +46,7 @@ protected:
         return text + ")";
     }
 
-    std::atomic<char> what = ' ';  // other device, wider bridge, gone while it is read
+    std::atomic<char> what = ' ';  // other device, wider or bad bridge, gone while it is read
 };
 
 TEST_F(MachineUpdate, ShowsWhatIsThereInTheRecordsThatItHad) {
@@ -56,7 +57,9 @@ TEST_F(MachineUpdate, ShowsWhatIsThereInTheRecordsThatItHad) {
         {{}, all, ' ', whole, ""},
         {all, {at(1)}, 'o', "01:00.0 ", ""},
         {{at(1)}, all, 'g', port, ""},
+        {all, all, 'b', whole, ""},
         {all, all, 'w', whole, "07:00.0 "},
+        {all, all, 'b', whole, ""},
         {all, all, ' ', whole, ""}};
     const bridge_rec *const record = machine->bridge(at(2));
     for (const auto &[gone, come, how, port_1, port_3] : rows) {
@@ -67,6 +70,9 @@ TEST_F(MachineUpdate, ShowsWhatIsThereInTheRecordsThatItHad) {
         EXPECT_EQ(machine->bridge(at(2)) == record, port_1 == whole);
     }
     EXPECT_EQ(cached_param_get_sec_busnum(find_parent_bridge(nullptr, at(0)), 0), 0);
+    EXPECT_EQ(machine->warnings,
+              "00:03.0: bus numbers 00->06-05: the subordinate bus comes before the secondary bus; "
+              "nothing is taken to be below this bridge\n");
 }
 
 using MachineUpdateThreads = MachineUpdate;

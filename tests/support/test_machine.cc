@@ -71,7 +71,7 @@ TestMachine::TestMachine(const std::vector<FunctionSpec> &functions) {
         });
         image.add(spec.id, "", config_bytes(spec, multi_function));
     }
-    machine.emplace(image);
+    machine.emplace(image, [this](const std::string &line) { warnings += line + '\n'; });
 }
 
 std::uint32_t TestMachine::get(RoutingId id, unsigned offset, unsigned width) {

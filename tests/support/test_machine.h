@@ -61,6 +61,7 @@ struct TestMachine {
     bridge_rec *bridge(RoutingId id) { return machine->bridges().by_bdf(id); }
 
     ConfigImage image;
+    std::string warnings;  // of the machine
     std::optional<Machine> machine;
 };
 
