@@ -10,12 +10,6 @@
 namespace host {
 namespace {
 
-bool is_at_or_below(const bridge_rec *bridge, const bridge_rec *other) {
-    while (bridge && bridge != other)
-        bridge = bridge->parent;
-    return bridge != nullptr;
-}
-
 // What hooks are told; 0 leaves it to the host's record.
 std::uint32_t bus_value(Machine &machine, const bridge_rec &bridge) {
     return static_cast<std::uint32_t>(std::max(machine.bridges().secondary_bus(bridge), 0));
@@ -42,34 +36,18 @@ HotPlug::HotPlug(Machine &machine, LiveSpace &space, std::function<void()> inser
     : machine_(machine), space_(space), inserted_(std::move(inserted)) {}
 
 void HotPlug::take(const KernelEvent &event) {
-    Group &group = group_of(known_bridge(event));
-    group.due = Clock::now() + QUIET;
-    group.named.insert(event.id);
+    groups_.add(known_bridge(event), event.id, Clock::now());
 }
 
 void HotPlug::take_all() {
-    group_of(nullptr).due = Clock::now() + QUIET;
+    groups_.add(nullptr, std::nullopt, Clock::now());
     for (bridge_rec *root = machine_.bridges().top(); root; root = root->next_sibling)
-        group_of(root).due = Clock::now() + QUIET;
-}
-
-std::optional<HotPlug::Clock::time_point> HotPlug::due() const {
-    if (groups_.empty())
-        return std::nullopt;
-    return std::ranges::min_element(groups_, {}, [](const auto &group) { return group.second.due; })
-        ->second.due;
+        groups_.add(root, std::nullopt, Clock::now());
 }
 
 void HotPlug::settle(Clock::time_point now) {
-    for (auto group = groups_.begin(); group != groups_.end();) {
-        if (group->second.due > now) {
-            ++group;
-            continue;
-        }
-        const auto [bridge, settled] = *group;
-        group = groups_.erase(group);
-        bring_in(bridge, settled.named);
-    }
+    while (const auto group = groups_.take(now))
+        bring_in(group->bridge, group->named);
 }
 
 // The nearest bridge above the function that the machine has; null on a new root bus.
@@ -78,21 +56,6 @@ bridge_rec *HotPlug::known_bridge(const KernelEvent &event) const {
         if (bridge_rec *const bridge = machine_.bridges().by_bdf(id))
             return bridge;
     return machine_.bridges().above(event.bridges.empty() ? event.id : event.bridges.back());
-}
-
-// One group for what is above and below each other, under the higher bridge.
-HotPlug::Group &HotPlug::group_of(bridge_rec *bridge) {
-    for (auto &[other, group] : groups_)
-        if (bridge == other || is_at_or_below(bridge, other))
-            return group;
-    Group merged{};
-    std::erase_if(groups_, [&](const auto &entry) {
-        if (!is_at_or_below(entry.first, bridge))
-            return false;
-        merged.named.insert(entry.second.named.begin(), entry.second.named.end());
-        return true;
-    });
-    return groups_[bridge] = std::move(merged);
 }
 
 // As the kernel has it, whose bridges may lead elsewhere than their bus numbers say.

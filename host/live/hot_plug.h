@@ -1,26 +1,23 @@
 // Keeps a served machine in step with what the kernel adds and removes.
 #pragma once
 
-#include <chrono>
 #include <functional>
-#include <map>
 #include <set>
 
+#include "host/live/event_groups.h"
 #include "host/live/kernel_events.h"
 #include "host/live/live_space.h"
 #include "host/machine/machine.h"
 
 namespace host {
 
-// Events of one slot come in bursts: a device has functions, a switch has ports. They are gathered
-// below the highest bridge that is known, until nothing more comes for QUIET. Then the machine is
-// compared with what the kernel has: functions that have gone leave it and functions that have come
-// enter it, with the hooks around both. What an event says is not relied on, so that one too many
-// does nothing. All on the calling thread.
+// Events are gathered below the highest bridge that is known. When a group of them is due, the
+// machine is compared with what the kernel has: functions that have gone leave it and functions
+// that have come enter it, with the hooks around both. What an event says is not relied on, so that
+// one too many does nothing. All on the calling thread.
 class HotPlug {
 public:
-    using Clock = std::chrono::steady_clock;
-    static constexpr std::chrono::milliseconds QUIET{100};
+    using Clock = EventGroups::Clock;
 
     // `inserted` is called when functions have entered the machine, before hooks.
     HotPlug(Machine &machine, LiveSpace &space, std::function<void()> inserted);
@@ -31,19 +28,13 @@ public:
     void take_all();
 
     // When settle() has something to do; empty when nothing waits.
-    std::optional<Clock::time_point> due() const;
+    std::optional<Clock::time_point> due() const { return groups_.due(); }
 
-    // Brings in what has been quiet for long enough.
+    // Brings in what is due.
     void settle(Clock::time_point now);
 
 private:
-    struct Group {
-        Clock::time_point due;
-        std::set<RoutingId> named;  // in events
-    };
-
     bridge_rec *known_bridge(const KernelEvent &event) const;
-    Group &group_of(bridge_rec *bridge);
     // A null bridge: on root buses that the machine does not have.
     bool is_below(RoutingId id, const bridge_rec *bridge) const;
     std::vector<RoutingId> gone_below(const bridge_rec &bridge,
@@ -57,7 +48,7 @@ private:
     Machine &machine_;
     LiveSpace &space_;
     std::function<void()> inserted_;
-    std::map<bridge_rec *, Group> groups_;
+    EventGroups groups_;
 };
 
 }  // namespace host

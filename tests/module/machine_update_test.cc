@@ -2,6 +2,7 @@
 #include <atomic>
 #include <thread>
 
+#include "host/live/event_groups.h"
 #include "host/machine/bdf_text.h"
 #include "platform/pci_access.h"
 #include "tests/support/module_test.h"
@@ -73,6 +74,28 @@ TEST_F(MachineUpdate, ShowsWhatIsThereInTheRecordsThatItHad) {
     EXPECT_EQ(machine->warnings,
               "00:03.0: bus numbers 00->06-05: the subordinate bus comes before the secondary bus; "
               "nothing is taken to be below this bridge\n");
+}
+
+// Milliseconds after the first event. A slot that never becomes quiet, and the bridge above it,
+// which takes the slot's events over; another one that does become quiet.
+TEST_F(MachineUpdate, IsDueWhenASlotIsQuietOrHasNotBeenForLong) {
+    EventGroups groups;
+    const auto time = [](int ms) {
+        return EventGroups::Clock::time_point{std::chrono::milliseconds{ms}};
+    };
+    for (int ms = 0; ms < 2000; ms += 90) {
+        const bool above = ms >= 1000;
+        groups.add(machine->bridge(above ? at(0, 1) : at(2)), at(above ? 1 : 3), time(ms));
+        EXPECT_EQ(groups.due(), time(std::min(ms + 100, 2000)));
+        EXPECT_FALSE(groups.take(time(std::min(ms + 99, 1999))));
+    }
+    groups.add(machine->bridge(at(0, 2)), std::nullopt, time(1950));
+    const auto slot = groups.take(time(2000));
+    EXPECT_EQ(slot->bridge, machine->bridge(at(0, 1)));
+    EXPECT_EQ(slot->named, (std::set{at(1), at(3)}));
+    EXPECT_FALSE(groups.take(time(2049)));
+    EXPECT_EQ(groups.take(time(2050))->named, std::set<RoutingId>{});
+    EXPECT_FALSE(groups.due());
 }
 
 using MachineUpdateThreads = MachineUpdate;
