@@ -105,9 +105,11 @@ struct msi_cap_t {
     pci_cap_t head;
 };
 
-// Where the host has mapped a function's MSI-X vector table.
+// Where the host has mapped a function's MSI-X vector table. When the function is removed, between
+// the hooks before and after, it is mapped no longer; when the function comes back, it may be
+// mapped elsewhere. The record stays.
 struct msix_table_t {
-    volatile void *address;  // of entry 0; 16 bytes an entry; valid as long as the object
+    volatile void *address;  // of entry 0; 16 bytes an entry; null: not mapped
 };
 
 // MSI-X capability (CAPID_MSIX).

@@ -72,6 +72,14 @@ pci_err_t find_or_set_up(const Function &function, std::uint32_t place, std::siz
 
 }  // namespace
 
+void forget_msix_table(const Function &function) {
+    Tables &all = tables();
+    const std::scoped_lock guard(all.lock);
+    const auto table = all.by_function.find(&function);
+    if (table != all.by_function.end() && table->second.vectors.empty())
+        table->second.record.address = nullptr;
+}
+
 pci_err_t find_msix_table(bdf_t bdf, unsigned offset, const msix_table_t *&table) {
     const Function *function = nullptr;
     if (const pci_err_t error = find_function(bdf, function))

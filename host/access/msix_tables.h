@@ -2,14 +2,19 @@
 // own.
 #pragma once
 
+#include "host/machine/machine.h"
 #include "platform/capability.h"
 
 namespace host {
 
 // The vector table of the function at `bdf`, whose MSI-X capability is at `offset`: always the same
-// one, until serve() is called. Entries begin as hardware has them: all zero, masked. `table` is
+// record, until serve() is called. Entries begin as hardware has them: all zero, masked. `table` is
 // set on success only; an error is that of reading where the table is, PCI_ERR_IO when it is there
 // and cannot be mapped, PCI_ERR_NO_MEMORY.
 pci_err_t find_msix_table(bdf_t bdf, unsigned offset, const msix_table_t *&table);
+
+// The function has been removed, and its memory is about to go: from now on its record says that
+// the table is not mapped, until it is looked up after the function has come back.
+void forget_msix_table(const Function &function);
 
 }  // namespace host

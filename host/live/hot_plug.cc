@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "host/access/msix_tables.h"
 #include "host/machine/bdf_text.h"
 #include "host/server/hooks.h"
 #include "host/server/progress.h"
@@ -111,8 +112,10 @@ void HotPlug::remove(bridge_rec *bridge, const std::vector<RoutingId> &gone) {
     const std::uint32_t bus = bus_value(machine_, *bridge);
     call_bridge_hooks(BUSCFG_HOOK_PRE_REMOVAL, bridge, bus, PCI_OK);
     machine_.update(gone, {});
-    for (const RoutingId id : gone)
+    for (const RoutingId id : gone) {
+        forget_msix_table(*machine_.known(id));
         space_.forget(id);
+    }
     call_bridge_hooks(BUSCFG_HOOK_POST_REMOVAL, bridge, bus, PCI_OK);
 }
 

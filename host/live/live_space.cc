@@ -292,8 +292,11 @@ volatile void *LiveSpace::memory(RoutingId id, unsigned bar, std::size_t offset,
     if (read(id, reg::COMMAND, 2, command) != PCI_OK || !(command & reg::COMMAND_MEMORY))
         return nullptr;
     const std::filesystem::path resource = sysfs_.file(id, "resource" + std::to_string(bar));
+    auto mapping = std::make_unique<Mapping>(resource, offset, size);
+    if (!mapping->address())
+        return nullptr;
     const std::scoped_lock guard(mappings_lock_);
-    return mappings_.emplace_back(std::make_unique<Mapping>(resource, offset, size))->address();
+    return mappings_.emplace(id, std::move(mapping))->second->address();
 }
 
 bool LiveSpace::answers(RoutingId id) {
@@ -308,6 +311,8 @@ bool LiveSpace::is_another(RoutingId id) const {
 
 void LiveSpace::forget(RoutingId id) {
     library_->forget(id);
+    const std::scoped_lock guard(mappings_lock_);
+    mappings_.erase(id);
 }
 
 std::unique_ptr<ConfigImage> LiveSpace::snapshot() const {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <atomic>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <stdexcept>
@@ -34,7 +35,7 @@ public:
     pci_err_t write(RoutingId id, unsigned offset, unsigned width, std::uint32_t value) override;
 
     bool has_memory() const override { return true; }
-    // Null also while the function does not decode memory accesses.
+    // Valid until forget(). Null also while the function does not decode memory accesses.
     volatile void *memory(RoutingId id, unsigned bar, std::size_t offset,
                           std::size_t size) override;
 
@@ -67,7 +68,7 @@ private:
     std::unique_ptr<Library> library_;
     std::atomic<std::uint64_t> failures_ = 0;
     std::mutex mappings_lock_;
-    std::vector<std::unique_ptr<Mapping>> mappings_;
+    std::multimap<RoutingId, std::unique_ptr<Mapping>> mappings_;
 };
 
 }  // namespace host

@@ -26,7 +26,7 @@ struct ImageAccess {
 // go on with `value` as the filter left it, or the error code that the access ends with.
 using AccessFilter = std::function<pci_err_t(ImageAccess &)>;
 
-class ConfigImage final : public ConfigSpace {
+class ConfigImage : public ConfigSpace {
 public:
     ConfigImage();
 

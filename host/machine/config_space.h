@@ -34,7 +34,7 @@ public:
     virtual bool has_memory() const { return false; }
 
     // `size` bytes at `offset` of the memory behind Base Address Register `bar` (0 to 5). Valid as
-    // long as the source; null when it cannot be reached.
+    // long as the source has the function; null when it cannot be reached.
     virtual volatile void *memory(RoutingId /*id*/, unsigned /*bar*/, std::size_t /*offset*/,
                                   std::size_t /*size*/) {
         return nullptr;

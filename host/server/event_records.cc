@@ -1,6 +1,7 @@
 // Made when they are first asked for and kept as long as the machine is served, also when another
-// function, with records of its own, has come to the same place. Of one function, event agent and
-// event notification share the capability set.
+// function, with records of its own, has come to the same place; a function that comes back as it
+// was finds its own again. Of one function, event agent and event notification share the capability
+// set.
 #include "host/server/event_records.h"
 
 #include <cstdlib>
@@ -10,6 +11,7 @@
 #include <unordered_map>
 
 #include "host/access/capability_objects.h"
+#include "host/access/msix_tables.h"
 #include "host/access/register_access.h"
 #include "host/access/serve.h"
 #include "platform/server.h"
@@ -52,6 +54,13 @@ public:
     Records(const Records &) = delete;
     Records &operator=(const Records &) = delete;
 
+    // The vector table of a function that has been away is mapped no longer.
+    void map_again() const {
+        const msix_table_t *same = nullptr;
+        if (msix_)
+            find_msix_table(device_.bdf, msix_->offset, same);
+    }
+
     event_agent_t *agent() { return &agent_; }
     event_notification_t *notification() { return &notification_; }
 
@@ -84,7 +93,9 @@ Records *records_of(const Function &function) try {
         all.by_function.clear();
     all.serve_count = serve_count();
     std::unique_ptr<Records> &records = all.by_function[&function];
-    if (!records)
+    if (records)
+        records->map_again();
+    else
         records = std::make_unique<Records>(function);
     return records.get();
 } catch (const std::bad_alloc &) {

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <numeric>
 
+#include "host/access/msix_tables.h"
 #include "host/server/event_records.h"
 #include "tests/support/faults.h"
 #include "tests/support/module_test.h"
@@ -162,6 +163,32 @@ TEST_F(MsiRegisters, OfAnImageAreThereWhateverTheTableSizeBecomes) {
     save(&records[0], find_event_notification(0), CAPID_MSIX);
     EXPECT_EQ(records[0].msix.vectors[2047].control, 1U);  // masked, as hardware has it
     std::free(records[0].msix.vectors);
+}
+
+// A table is mapped at another place then.
+TEST_F(MsiRegisters, OfAFunctionThatComesBackAreMappedAgain) {
+    struct : ConfigImage {
+        bool has_memory() const override { return true; }
+        volatile void *memory(RoutingId, unsigned, std::size_t, std::size_t) override {
+            return &table[++count];
+        }
+        std::size_t count = 0;
+    } space;
+    space.add(
+        0, "",
+        config_bytes({.id = 0, .dwords = {{PCIE_AT, 0x6000 | CAPID_PCIE}, {0x60, CAPID_MSIX}}},
+                     false));
+    Machine live(space);
+    host::serve(&live);
+    const event_notification_t *const device_0 = find_event_notification(0);
+    const msix_table_t &place = *device_0->capset->msix->table;
+    EXPECT_EQ(place.address, &table[1]);
+    live.update(std::array{RoutingId{0}}, {});
+    forget_msix_table(*live.known(0));
+    EXPECT_EQ(place.address, nullptr);
+    live.update({}, std::array{RoutingId{0}});
+    EXPECT_EQ(find_event_notification(0), device_0);
+    EXPECT_EQ(place.address, &table[2]);
 }
 
 TEST_F(MsiRegisters, AreLeftAloneOutOfReach) {
