@@ -2,10 +2,11 @@
 // tree whatever the hardware's bus numbers say: following parent or children always ends.
 //
 // Records belong to the host and are never freed; modules only read them. parent, bdf, class_code,
-// bridge_kind and pcie_cap are fixed once a record exists and need no lock. The links and counts
-// are also read without the locks that guard them, by walks over the tree: a host that changes one
-// stores it as one atomic word, under the lock. An array that `devs` has named is never freed, has
-// room for as many functions as any before it, and is stored before a higher count.
+// bridge_kind and pcie_cap are fixed once a record exists and need no lock. The links, the counts
+// and the functions in the lists are also read without the locks that guard them, by walks over the
+// tree: a host that changes one stores it as one atomic word, under the lock. An array that `devs`
+// has named is never freed, has room for as many functions as any before it, and is stored before a
+// higher count.
 #pragma once
 
 #include <pthread.h>

@@ -25,12 +25,18 @@ inline std::uint32_t function_count(const bridge_rec *bridge) {
     return __atomic_load_n(&bridge->num_devs, __ATOMIC_ACQUIRE);
 }
 
-// The functions on the secondary bus. Arrays are never freed either, so a list that is taken from
-// the record while it is read stays whole; one that is half gone is empty.
+// The functions on the secondary bus, each to be read with load(). Arrays are never freed either,
+// so a list that is taken from the record while it is read stays whole; one that is half gone is
+// empty.
 inline std::span<const bdf_t> functions_below(const bridge_rec *bridge) {
     const std::uint32_t count = function_count(bridge);
     const bdf_t *first = __atomic_load_n(&bridge->devs, __ATOMIC_ACQUIRE);
     return first != nullptr ? std::span(first, count) : std::span<const bdf_t>();
+}
+
+// The host may put another function there meanwhile.
+inline bdf_t load(const bdf_t &place) {
+    return __atomic_load_n(&place, __ATOMIC_RELAXED);
 }
 
 }  // namespace enable_features

@@ -116,7 +116,8 @@ std::uint32_t accepted_on_bus(const bridge_rec *bridge, std::uint32_t state) {
     }
     std::uint32_t largest = 0;
     bdf_t by = BDF_NONE;
-    for (const bdf_t bdf : functions) {
+    for (const bdf_t &place : functions) {
+        const bdf_t bdf = load(place);
         const std::uint32_t latency = accepted_by(bdf, state);
         if (latency > largest) {
             largest = latency;

@@ -54,7 +54,7 @@ pci_err_t upstream_support(const bridge_rec *bridge, std::uint32_t &support) {
 bdf_t downstream_device(const bridge_rec *bridge) {
     const std::span<const bdf_t> functions = functions_below(bridge);
     if (!functions.empty())
-        return functions.front();
+        return load(functions.front());
     const bridge_rec *child = child_count(bridge) != 0 ? first_child(bridge) : nullptr;
     return child != nullptr ? child->bdf : BDF_NONE;
 }
