@@ -73,7 +73,8 @@ BusLayout lay_out_buses(std::span<const Function *const> functions,
             continue;
         if (function.secondary == 0 && function.subordinate == 0)
             continue;  // not configured: nothing below it, and nothing wrong
-        const char *consequence = "nothing is taken to be below this bridge";
+        const char *consequence = "nothing is taken to be below this bridge, and payload sizes of "
+                                  "paths are not written to it";
         std::string fault = obstacle_of(layout, function);
         if (fault.empty()) {
             fault = place(layout, function);

@@ -74,7 +74,8 @@ TEST_F(MachineUpdate, ShowsWhatIsThereInTheRecordsThatItHad) {
     EXPECT_EQ(cached_param_get_sec_busnum(find_parent_bridge(nullptr, at(0)), 0), 0);
     EXPECT_EQ(machine->warnings,
               "00:03.0: bus numbers 00->06-05: the subordinate bus comes before the secondary bus; "
-              "nothing is taken to be below this bridge\n");
+              "nothing is taken to be below this bridge, and payload sizes of paths are not "
+              "written to it\n");
 }
 
 // Milliseconds after the first event. A slot that never becomes quiet, and the bridge above it,
