@@ -23,8 +23,11 @@ constexpr Switch CHECKING = {reg::AER_CHK_CAPABLE, reg::AER_CHK_ENABLE};
 std::mutex switch_lock;
 
 pci_err_t turn(const aer_cap_t *cap, bdf_token token, Switch which, bool on) {
-    if (!is_announced(cap->head) || !names_function(token, cap->head.bdf))
+    if (!names_function(token, cap->head.bdf))
         return PCI_ERR_INVALID;
+    const Function *function = nullptr;
+    if (const pci_err_t error = enter(cap->head, function))
+        return error;
     const std::scoped_lock guard(switch_lock);
     const unsigned offset = cap->head.offset + reg::AER_CONTROL;
     std::uint32_t control = 0;

@@ -1,4 +1,5 @@
 // Capabilities by index: positions are those that were read with the machine.
+#include <algorithm>
 #include <cstdlib>
 #include <new>
 
@@ -59,6 +60,16 @@ pci_err_t new_msix_object(bdf_t bdf, CapPosition position, pci_cap_t **object) {
 }
 
 }  // namespace
+
+pci_err_t enter(const pci_cap_t &head, const Function *&function) {
+    if (__atomic_load_n(&head.call_word, __ATOMIC_RELAXED) != CAP_CALL_WORD)
+        return PCI_ERR_INVALID;
+    if (const pci_err_t error = find_function(head.bdf, function))
+        return error;
+    const CapPosition position{head.id, head.offset};
+    const auto has = [&](const auto &list) { return std::ranges::count(list, position) != 0; };
+    return has(function->caps) || has(function->ext_caps) ? PCI_OK : PCI_ERR_NO_DEVICE;
+}
 
 pci_err_t new_capability(bdf_t bdf, CapPosition position, pci_cap_t **object) {
     switch (position.id) {

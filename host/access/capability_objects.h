@@ -1,7 +1,7 @@
 // Making capability objects, and what their operations have in common.
 #pragma once
 
-#include "host/machine/capability_walk.h"
+#include "host/machine/machine.h"
 #include "platform/capability.h"
 
 namespace host {
@@ -16,9 +16,9 @@ const rcec_cap_ops_t &rcec_operations();
 pci_err_t new_capability(bdf_t bdf, CapPosition position, pci_cap_t **object);
 pci_err_t new_ext_capability(bdf_t bdf, CapPosition position, pci_cap_t **object);
 
-// Whether the caller announced its call in the object's first word.
-inline bool is_announced(const pci_cap_t &head) {
-    return __atomic_load_n(&head.call_word, __ATOMIC_RELAXED) == CAP_CALL_WORD;
-}
+// How every operation of an object begins. PCI_ERR_INVALID for a call that was not announced in the
+// object's first word; PCI_ERR_NO_DEVICE when the function is not there any more, or another one,
+// which has no such capability at that place, has come to its address.
+pci_err_t enter(const pci_cap_t &head, const Function *&function);
 
 }  // namespace host

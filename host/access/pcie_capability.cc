@@ -8,17 +8,10 @@ namespace host {
 
 namespace {
 
-// The function behind the object, when the call may go on.
-pci_err_t enter(const pcie_cap_t *cap, const Function *&function) {
-    if (!is_announced(cap->head))
-        return PCI_ERR_INVALID;
-    return find_function(cap->head.bdf, function);
-}
-
 // As enter(), for registers that only functions with a link have.
 pci_err_t enter_link(const pcie_cap_t *cap) {
     const Function *function = nullptr;
-    if (const pci_err_t error = enter(cap, function))
+    if (const pci_err_t error = enter(cap->head, function))
         return error;
     if (function->port_type == PORT_TYPE_RCIEP || function->port_type == PORT_TYPE_EVENT_COLLECTOR)
         return PCI_ERR_NOT_SUPPORTED;
@@ -46,14 +39,14 @@ pci_err_t write_at(const pcie_cap_t *cap, unsigned offset, Register *value) {
 
 int find_ext_cap(pcie_cap_t *cap, std::uint16_t ext_id) {
     const Function *function = nullptr;
-    if (enter(cap, function) != PCI_OK)
+    if (enter(cap->head, function) != PCI_OK)
         return -1;
     return index_of_capability(function->ext_caps, ext_id);
 }
 
 pci_err_t read_ext_cap(pcie_cap_t *cap, pci_cap_t **object, int index) {
     const Function *function = nullptr;
-    if (const pci_err_t error = enter(cap, function))
+    if (const pci_err_t error = enter(cap->head, function))
         return error;
     if (index < 0 || static_cast<std::size_t>(index) >= function->ext_caps.size())
         return PCI_ERR_INVALID;
@@ -63,7 +56,7 @@ pci_err_t read_ext_cap(pcie_cap_t *cap, pci_cap_t **object, int index) {
 
 pci_err_t get_port_type(pcie_cap_t *cap, std::uint8_t *port_type) {
     const Function *function = nullptr;
-    if (const pci_err_t error = enter(cap, function))
+    if (const pci_err_t error = enter(cap->head, function))
         return error;
     if (!function->port_type)
         return PCI_ERR_NOT_SUPPORTED;
@@ -73,13 +66,13 @@ pci_err_t get_port_type(pcie_cap_t *cap, std::uint8_t *port_type) {
 
 pci_err_t read_devcap(pcie_cap_t *cap, std::uint32_t *value) {
     const Function *function = nullptr;
-    const pci_err_t error = enter(cap, function);
+    const pci_err_t error = enter(cap->head, function);
     return error ? error : read_at(cap, reg::DEVCAP, value);
 }
 
 pci_err_t read_devctl(pcie_cap_t *cap, std::uint16_t *value) {
     const Function *function = nullptr;
-    const pci_err_t error = enter(cap, function);
+    const pci_err_t error = enter(cap->head, function);
     return error ? error : read_at(cap, reg::DEVCTL, value);
 }
 
@@ -87,7 +80,7 @@ pci_err_t write_devctl(pcie_cap_t *cap, std::uint32_t reserved, std::uint16_t *v
     const Function *function = nullptr;
     if (reserved != 0)
         return PCI_ERR_INVALID;
-    const pci_err_t error = enter(cap, function);
+    const pci_err_t error = enter(cap->head, function);
     return error ? error : write_at(cap, reg::DEVCTL, value);
 }
 

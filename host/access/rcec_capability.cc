@@ -35,7 +35,8 @@ bool in_bus_range(const pci_cap_t &head, bdf_t bdf) {
 }
 
 bool is_associated(rcec_cap_t *cap, bdf_t bdf) {
-    if (!is_announced(cap->head) || bdf > BDF_HIGHEST)
+    const Function *function = nullptr;
+    if (enter(cap->head, function) != PCI_OK || bdf > BDF_HIGHEST)
         return false;
     if (bus_of(bdf) == bus_of(cap->head.bdf))
         return in_bitmap(cap->head, bdf);
