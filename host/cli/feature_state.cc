@@ -2,6 +2,7 @@
 
 #include <bit>
 
+#include "host/access/register_access.h"
 #include "host/machine/registers.h"
 #include "platform/capability.h"
 
@@ -19,31 +20,23 @@ EcrcControl ecrc_control(std::uint32_t value, std::uint32_t capable, std::uint32
             .enabled = (value & capable) != 0 && (value & enable) != 0};
 }
 
-class Registers {
-public:
-    Registers(const Machine &machine, const Function &function)
-        : space_(machine.space()), id_(function.id()) {}
-
-    std::optional<std::uint32_t> read(std::optional<std::uint16_t> base, unsigned offset,
-                                      unsigned width) const {
-        std::uint32_t value = 0;
-        if (!base || space_.read(id_, *base + offset, width, value) != PCI_OK)
-            return std::nullopt;
-        return value;
-    }
-
-private:
-    ConfigSpace &space_;
-    RoutingId id_;
-};
+// Nothing also for all ones of a function that does not answer any more.
+std::optional<std::uint32_t> read_register(const Function &function,
+                                           std::optional<std::uint16_t> base, unsigned offset,
+                                           unsigned width) {
+    std::uint32_t value = 0;
+    if (!base || read_config(function.bdf, *base + offset, width, value) != PCI_OK)
+        return std::nullopt;
+    return value;
+}
 
 // The modules' programming reads the two registers one by one as well: a capability may be cut off
 // between them, by the end of the dump or of the conventional 256 bytes, where it belongs.
-std::optional<PayloadState> read_payload(const Registers &registers, const Function &function) {
+std::optional<PayloadState> read_payload(const Function &function) {
     const auto read = [&](unsigned offset, unsigned width) {
         const auto base = function.cap(CAPID_PCIE);
         return base && *base + offset + width <= reg::CONFIG_SIZE
-                   ? registers.read(base, offset, width)
+                   ? read_register(function, base, offset, width)
                    : std::nullopt;
     };
     PayloadState state;
@@ -57,12 +50,15 @@ std::optional<PayloadState> read_payload(const Registers &registers, const Funct
 }  // namespace
 
 FeatureState read_feature_state(const Machine &machine, const Function &function) {
-    FeatureState state{.reachable = machine.reachable(function), .mps = {}, .ecrc = {}};
+    FeatureState state{.reachable = machine.reachable(function) &&
+                                    read_register(function, 0, reg::VENDOR_ID, 2),
+                       .mps = {},
+                       .ecrc = {}};
     if (!state.reachable)
         return state;
-    const Registers registers(machine, function);
-    const auto aer_ctl = registers.read(function.ext_cap(EXT_CAPID_AER), reg::AER_CONTROL, 4);
-    state.mps = read_payload(registers, function);
+    const auto aer_ctl =
+        read_register(function, function.ext_cap(EXT_CAPID_AER), reg::AER_CONTROL, 4);
+    state.mps = read_payload(function);
     if (aer_ctl)
         state.ecrc = {.gen = ecrc_control(*aer_ctl, reg::AER_GEN_CAPABLE, reg::AER_GEN_ENABLE),
                       .chk = ecrc_control(*aer_ctl, reg::AER_CHK_CAPABLE, reg::AER_CHK_ENABLE)};
