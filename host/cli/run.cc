@@ -47,11 +47,12 @@ std::vector<ModuleEntry> wanted_modules(const Options &options) {
     return config.modules;
 }
 
-// With --live --write, on drivers that run.
+// With --live --write, on drivers that run. Ports have the kernel's own driver always, which has no
+// traffic: the warning would come on every machine.
 void warn_about_traffic(const MachineSource &source, const Machine &machine) {
     const auto has_traffic = [&](const Function *function) {
         std::uint32_t command = 0;
-        return source.live->sysfs().has_driver(function->id()) &&
+        return !function->is_bridge() && source.live->sysfs().has_driver(function->id()) &&
                source.live->read(function->id(), reg::COMMAND, 2, command) == PCI_OK &&
                (command & reg::COMMAND_BUS_MASTER) != 0;
     };
