@@ -60,7 +60,8 @@ struct pcie_cap_ops_t {
     // Device Control register (+0x08).
     pci_err_t (*read_devctl)(pcie_cap_t *cap, std::uint16_t *value);
     // Writes Device Control. `reserved` is 0. `*value` holds the new value and, after success, what
-    // the register reads then: a field that did not take the value shows.
+    // the register reads then: a field that did not take the value shows. PCI_ERR_INVALID for a
+    // payload size above what Device Capabilities has.
     pci_err_t (*write_devctl)(pcie_cap_t *cap, std::uint32_t reserved, std::uint16_t *value);
     // Link Capabilities register (+0x0C).
     pci_err_t (*read_linkcap)(pcie_cap_t *cap, std::uint32_t *value);

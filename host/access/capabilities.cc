@@ -68,7 +68,7 @@ pci_err_t enter(const pci_cap_t &head, const Function *&function) {
         return error;
     const CapPosition position{head.id, head.offset};
     const auto has = [&](const auto &list) { return std::ranges::count(list, position) != 0; };
-    return has(function->caps) || has(function->ext_caps) ? PCI_OK : PCI_ERR_NO_DEVICE;
+    return has(function->caps) || has(function->ext_caps) ? PCI_OK : PCI_ERR_NOT_SUPPORTED;
 }
 
 pci_err_t new_capability(bdf_t bdf, CapPosition position, pci_cap_t **object) {

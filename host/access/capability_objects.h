@@ -17,8 +17,8 @@ pci_err_t new_capability(bdf_t bdf, CapPosition position, pci_cap_t **object);
 pci_err_t new_ext_capability(bdf_t bdf, CapPosition position, pci_cap_t **object);
 
 // How every operation of an object begins. PCI_ERR_INVALID for a call that was not announced in the
-// object's first word; PCI_ERR_NO_DEVICE when the function is not there any more, or another one,
-// which has no such capability at that place, has come to its address.
+// object's first word; PCI_ERR_NO_DEVICE when no function is there any more; PCI_ERR_NOT_SUPPORTED
+// when another one has come to its address, which has no such capability at that place.
 pci_err_t enter(const pci_cap_t &head, const Function *&function);
 
 }  // namespace host

@@ -76,12 +76,17 @@ pci_err_t read_devctl(pcie_cap_t *cap, std::uint16_t *value) {
     return error ? error : read_at(cap, reg::DEVCTL, value);
 }
 
+// A payload size that the function does not support would cost packets, or the link. One that has
+// replaced another since the size was chosen may support less.
 pci_err_t write_devctl(pcie_cap_t *cap, std::uint32_t reserved, std::uint16_t *value) {
     const Function *function = nullptr;
     if (reserved != 0)
         return PCI_ERR_INVALID;
-    const pci_err_t error = enter(cap->head, function);
-    return error ? error : write_at(cap, reg::DEVCTL, value);
+    if (const pci_err_t error = enter(cap->head, function))
+        return error;
+    if ((*value & reg::DEVCTL_PAYLOAD_SIZE) >> 5 > function->payload_code)
+        return PCI_ERR_INVALID;
+    return write_at(cap, reg::DEVCTL, value);
 }
 
 pci_err_t read_linkcap(pcie_cap_t *cap, std::uint32_t *value) {

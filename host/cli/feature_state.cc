@@ -9,8 +9,6 @@
 namespace host {
 namespace {
 
-constexpr std::uint32_t DEVCAP_PAYLOAD_SIZE = 0x0000'0007;  // largest that is supported
-
 unsigned payload_bytes(std::uint32_t value, std::uint32_t mask) {
     return 128U << ((value & mask) >> std::countr_zero(mask));
 }
@@ -41,7 +39,7 @@ std::optional<PayloadState> read_payload(const Function &function) {
     };
     PayloadState state;
     if (const auto devcap = read(reg::DEVCAP, 4))
-        state.supported = payload_bytes(*devcap, DEVCAP_PAYLOAD_SIZE);
+        state.supported = payload_bytes(*devcap, reg::DEVCAP_PAYLOAD_SIZE);
     if (const auto devctl = read(reg::DEVCTL, 2))
         state.current = payload_bytes(*devctl, reg::DEVCTL_PAYLOAD_SIZE);
     return state.supported || state.current ? std::optional(state) : std::nullopt;

@@ -46,6 +46,8 @@ private:
         if (const auto pcie = function.cap(CAPID_PCIE)) {
             const unsigned caps = read_word(reader_, *pcie + reg::PCIE_CAPS).value_or(0);
             function.port_type = static_cast<std::uint8_t>((caps & reg::PCIE_CAPS_PORT_TYPE) >> 4);
+            function.payload_code = static_cast<std::uint8_t>(
+                read_word(reader_, *pcie + reg::DEVCAP).value_or(0) & reg::DEVCAP_PAYLOAD_SIZE);
             function.ext_caps = walk_ext_capabilities(reader_);
         }
         return function;

@@ -30,6 +30,7 @@ struct Function {
     std::uint8_t secondary;    // bridges (header types 1 and 2) only, else 0
     std::uint8_t subordinate;
     std::optional<std::uint8_t> port_type;  // PCI Express functions only
+    std::uint8_t payload_code;              // of the largest payload supported: 128 << code bytes
     std::vector<CapPosition> caps;          // in list order
     std::vector<CapPosition> ext_caps;      // in list order
 

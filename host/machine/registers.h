@@ -60,6 +60,7 @@ constexpr unsigned PCIE_CAPS = 0x02;
 constexpr std::uint16_t PCIE_CAPS_VERSION = 0x000F;
 constexpr std::uint16_t PCIE_CAPS_PORT_TYPE = 0x00F0;
 constexpr unsigned DEVCAP = 0x04;
+constexpr std::uint32_t DEVCAP_PAYLOAD_SIZE = 0x0000'0007;  // code of the largest supported
 constexpr std::uint32_t DEVCAP_EXT_TAG = 0x0000'0020;
 constexpr unsigned DEVCTL = 0x08;
 constexpr std::uint16_t DEVCTL_ERROR_ENABLES = 0x000F;

@@ -5,6 +5,7 @@
 #include <thread>
 
 #include "host/server/hooks.h"
+#include "module/capability_call.h"
 #include "platform/buscfg.h"
 #include "tests/module/ecrc_test.h"
 
@@ -116,6 +117,34 @@ TEST_F(EcrcControl, GivesInsertedFunctionsTheirWishesBack) {
         EXPECT_EQ(machine->aer(at(3, 0)), BOTH_CAP | (applied ? BOTH_ON : 0));
         for (const RoutingId other : {at(4), at(5), at(6)})
             EXPECT_EQ(machine->aer(other), BOTH_CAP);
+    }
+}
+
+// Its capability lists begin otherwise; objects made for the function before it are kept.
+TEST_F(EcrcControl, LeavesAnotherFunctionAtTheSamePlaceAlone) {
+    const std::vector<RoutingId> place = {at(1)};
+    for (const auto &[offset, list, pcie_result] :
+         {std::tuple(0x34U, 0U, 48U), {reg::EXT_CAPS, 0x0001'000BU, 0U}}) {
+        serve({{.id = at(0, 1), .port = PORT_TYPE_ROOT_PORT, .secondary = 1},
+               {.id = at(1), .aer = BOTH_CAP}});
+        start_with("ECRC=1.0.0:+:+");
+        machine->image.reset(at(1));
+        machine->machine->update(place, {});
+        machine->image.set_filter([&](ImageAccess &access) {
+            EXPECT_FALSE(access.is_write);
+            if (access.id == at(1) && access.offset == offset)
+                access.value = list;
+            return PCI_OK;
+        });
+        machine->machine->update({}, place);
+        messages();
+        call_bridge_hooks(BUSCFG_HOOK_POST_INSERTION, machine->bridge(at(0, 1)), 0, 0);
+        EXPECT_EQ(messages_but_debug(), expand("E1 B1:D0:F0 ECRC generation enable failed, {48}\n"
+                                               "E1 B1:D0:F0 ECRC checking enable failed, {48}\n"));
+        std::uint16_t devctl = 0;
+        EXPECT_EQ(module::call(module::ecrc_find_entry(at(1))->pcie_cap,
+                               &pcie_cap_ops_t::read_devctl, &devctl),
+                  pcie_result);
     }
 }
 

@@ -39,11 +39,12 @@ TEST_F(MpsRegisters, TakeASizeAndKeepEveryOtherBit) {
         {0x2810, 256, keeps_its_size, 5, 0x2870, ""},
         {0x2810, 256, fail(of(F), 1), 5, 0x2810, "E0 $MPS read failed, {5}\n"},
         {0x2810, 256, write_fails, 5, 0x2810, "E0 $MPS write failed, {5}\n"},
+        {0x2810, 8192, fine, 22, 0x2810, "E0 $MPS write failed, {22}\n"},
         {0x2810, 256, vanish(F, 3), 19, 0x2830, "E0 $MPS write failed, {19}\n"},
     };
     for (const auto &row : rows)
         for (const std::string object : {"entry", "(nil)"}) {
-            serve({{.id = F, .port = 4, .secondary = 1, .payload_cap = 1U << 5}});
+            serve({{.id = F, .port = 4, .secondary = 1, .payload_cap = 1U << 5 | 5}});
             machine->image.write(F, DEVCTL_AT, 2, row.before);
             machine->image.set_filter(row.fault);
             pcie_cap_t *const cap = object == "entry" ? machine->bridge(F)->pcie_cap : nullptr;
@@ -94,7 +95,8 @@ TEST_F(MpsRegisters, OfADeviceAreWrittenFunctionByFunction) {
             if (row.kinds[i] == '.')
                 continue;
             const std::size_t next = row.kinds.find_first_not_of('.', i + 1);
-            functions.push_back({.id = ari_at(1, i)});  // the last one leads back to 4
+            functions.push_back(
+                {.id = ari_at(1, i), .payload_cap = 1});  // the last one leads back to 4
             functions.back().next_ari =
                 next < row.kinds.size() ? static_cast<std::uint8_t>(next) : 4;
             if (row.kinds[i] != 'e')
