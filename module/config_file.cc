@@ -44,13 +44,20 @@ struct file_guard {
 // stays zero, also when somebody appends to the file meanwhile and so fills the rest of its last
 // page.
 struct map_guard {
-    map_guard(int fd, std::size_t file_size)
-        : size(file_size), room_size(size + static_cast<std::size_t>(sysconf(_SC_PAGESIZE))) {
+    map_guard(int fd, std::size_t file_size) : size(file_size) {
+        const std::size_t page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+        room_size = size + page;
         room = mmap(nullptr, room_size, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
         if (room == MAP_FAILED)
             return;
         void *text = mmap(room, size, PROT_READ, MAP_PRIVATE | MAP_FIXED, fd, 0);
         mapped = text != MAP_FAILED;  // an empty file fails
+        if (mapped)
+            return;
+        // The start may be gone, and taken by another thread by now. Only the page behind is surely
+        // still ours; addresses of the rest may be lost, which is no memory.
+        room = static_cast<char *>(room) + (size + page - 1) / page * page;
+        room_size = page;
     }
     ~map_guard() {
         if (room != MAP_FAILED)
@@ -63,7 +70,7 @@ struct map_guard {
     const char *last() const { return first() + size - 1; }
 
     std::size_t size;
-    std::size_t room_size;
+    std::size_t room_size = 0;
     void *room = MAP_FAILED;
     bool mapped = false;
 };

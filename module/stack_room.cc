@@ -34,7 +34,8 @@ bool reaches(const char *floor) {
 
 // The main thread's stack grows while it is used, and a stack that cannot grow to its own limit
 // ends the process. Where the address space is limited it competes with everything else that is
-// allocated: there it gets a small share, and at once, so that nobody else can take it.
+// allocated: there it gets a small share, and at once, so that nobody else can take it. Stacks of
+// other threads do not grow; the share does them no harm.
 const char *reachable_floor(const char *floor) {
     constexpr rlim_t SHARE = 16;
     rlimit space = {};
