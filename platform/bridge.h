@@ -33,9 +33,9 @@ struct bridge_rec {
     pthread_mutex_t children_lock;  // guards children and num_children; parent before child
     pthread_rwlock_t devs_lock;     // guards num_devs and devs; a thread that holds it for reading
                                     // may take it for reading again, also while a writer waits
-    std::uint32_t num_devs;         // functions on the secondary bus, bridges among them, and on
-                             // buses of its range that are no bridge's secondary bus (virtual
-                             // functions)
+    // Functions on the secondary bus, bridges among them, and on buses of its range that are no
+    // bridge's secondary bus (virtual functions).
+    std::uint32_t num_devs;
     const bdf_t *devs;  // their addresses, as pci_device_find() gives them
 };
 

@@ -25,7 +25,8 @@ pci_err_t mps_set_ep_hierarchy(mps_entry *entry, std::uint32_t size);
 // The same, and says in the log how it went.
 pci_err_t mps_set_and_report(mps_entry *entry, std::uint32_t size);
 
-// What start-up does with an entry's request: `size` is the size to program, or the one refused.
+// What start-up does with an entry's request. `size` is the size to program, or the one refused;
+// without meaning otherwise.
 struct mps_decision_t {
     enum {
         ALREADY_SET,  // an earlier entry has decided the hierarchy's size

@@ -3,7 +3,7 @@
 // device.
 //
 // A device without an entry, an entry without a path and a root port without an entry end a hook,
-// without a message but for the device that was reset alone.
+// silently; only of a device without an entry that was reset alone a message tells.
 #include "features/mps/hooks.h"
 
 #include "features/mps/hierarchy.h"

@@ -38,7 +38,7 @@ pci_err_t append_rp_entry(bridge_rec *bridge, std::uint32_t path_max) {
 }
 
 void add_root_port(bridge_rec *bridge) {
-    std::uint32_t path_max = MPS_MAX;
+    std::uint32_t path_max = NO_PATH_MAX;
     find_rp_mps(bridge, &path_max);
     LOG_DEBUG(3, "%s, B%u:D%u:F%u, path_max = %u", BUILD, BDF_ARGS(bridge->bdf), path_max);
     const pci_err_t result = append_rp_entry(bridge, path_max);

@@ -12,8 +12,11 @@
 
 namespace enable_features {
 
+// Path maximum of a hierarchy in which nothing has reported a size.
+constexpr std::uint32_t NO_PATH_MAX = 0xFFFF'FFFF;
+
 struct rp_entry : list_entry_t {
-    std::uint32_t path_max;  // bytes; 0xFFFFFFFF when nothing in the hierarchy reported a size
+    std::uint32_t path_max;  // bytes, or NO_PATH_MAX
     std::uint32_t cur_mps;   // bytes last programmed, 0 = never; through the two functions below
     bridge_rec *bridge;      // the root port's record, the key
 };
