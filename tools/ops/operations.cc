@@ -153,7 +153,8 @@ Request parse_request(const std::vector<std::string> &words, const Machine &mach
 std::string operations_help() {
     std::string text = "Operations:\n";
     for (const Operation &operation : OPERATIONS) {
-        std::string line = "  " + name_of(operation) + (operation.takes_all ? " all|BDF" : " BDF");
+        std::string line(2, ' ');
+        line += name_of(operation) + (operation.takes_all ? " all|BDF" : " BDF");
         line.resize(26, ' ');
         text += line + operation.help + '\n';
     }
