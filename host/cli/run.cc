@@ -135,34 +135,30 @@ std::unique_ptr<Service> open_service(const Options &options) {
     return service;
 }
 
-// Does what a line of a control connection says. Whether that could be brought about goes to
-// `done`.
-std::string execute(const std::string &line, const MachineSource &source, Machine &machine,
-                    EventPlayer &player, bool &done) {
+// Does what a line of a server that stays says.
+Service::Outcome execute(const std::string &line, const MachineSource &source, Machine &machine,
+                         EventPlayer &player) {
     try {
         const auto events =
             parse_events(line, "control", machine, player, source.live->sysfs().domain());
         if (play_events(events, player))
-            return "ok";
-        done = false;
-        return "error: could not be brought about";
+            return {.answer = "ok", .failed = false};
+        return {.answer = "error: could not be brought about", .failed = true};
     } catch (const InputError &error) {
         log_error(error.what());
-        return std::string("error: ") + error.what();
+        return {.answer = std::string("error: ") + error.what(), .failed = false};
     }
 }
 
-// Keeps the report up to date. False when an event could not be brought about.
+// Keeps the report up to date. False when an event that nobody was answered about could not be
+// brought about.
 bool stay(Service &service, const MachineSource &source, Machine &machine, EventPlayer &player,
           Report &report) {
-    bool all_done = true;
     const auto refresh = [&] { refresh_report(report, machine, source.live->sysfs().domain()); };
-    service.serve_until_told(machine, *source.live,
-                             {.execute =
-                                  [&](const std::string &line) {
-                                      return execute(line, source, machine, player, all_done);
-                                  },
-                              .inserted = refresh});
+    const bool all_done = service.serve_until_told(
+        machine, *source.live,
+        {.execute = [&](const std::string &line) { return execute(line, source, machine, player); },
+         .inserted = refresh});
     refresh();
     return all_done;
 }

@@ -101,7 +101,7 @@ public:
     Loop(const Loop &) = delete;
     Loop &operator=(const Loop &) = delete;
 
-    void run() {
+    bool run() {
         while (!told_to_end_) {
             std::vector<pollfd> waiting = descriptors();
             poll(waiting.data(), waiting.size(), timeout());
@@ -110,6 +110,7 @@ public:
                     handle(each.fd);
             hot_plug_.settle(HotPlug::Clock::now());
         }
+        return all_done_;
     }
 
 private:
@@ -195,7 +196,10 @@ private:
     // taken.
     bool take_line(int descriptor, const std::string &line) {
         take_events();
-        return reply(descriptor, execute_(line));
+        const Outcome outcome = execute_(line);
+        if (descriptor == STDIN_FILENO)
+            all_done_ &= !outcome.failed;
+        return reply(descriptor, outcome.answer);
     }
 
     static bool reply(int descriptor, const std::string &text) {
@@ -204,9 +208,10 @@ private:
 
     Service &service_;
     HotPlug hot_plug_;
-    const std::function<std::string(const std::string &)> execute_;
+    const std::function<Outcome(const std::string &)> execute_;
     std::map<int, LineBuffer> inputs_;
     bool told_to_end_ = false;
+    bool all_done_ = true;
 };
 
 Service::Service(unsigned domain) : events_(domain) {
@@ -261,11 +266,12 @@ void Service::read_standard_input() {
     standard_input_ = true;
 }
 
-void Service::serve_until_told(Machine &machine, LiveSpace &space, const Actions &actions) {
+bool Service::serve_until_told(Machine &machine, LiveSpace &space, const Actions &actions) {
     Loop loop(*this, machine, space, actions);
     sd_notify(0, "READY=1");
-    loop.run();
+    const bool all_done = loop.run();
     sd_notify(0, "STOPPING=1");
+    return all_done;
 }
 
 }  // namespace host

@@ -26,14 +26,20 @@ public:
     // Lines also come from standard input.
     void read_standard_input();
 
+    // What has come of a line: what to answer, a line too, and whether its event failed.
+    struct Outcome {
+        std::string answer;
+        bool failed;
+    };
+
     struct Actions {
-        // Does what a line says and gives the answer to it, a line too.
-        std::function<std::string(const std::string &line)> execute;
+        std::function<Outcome(const std::string &line)> execute;
         std::function<void()> inserted;  // as HotPlug calls it
     };
 
-    // Until SIGTERM or SIGINT. Tells the service manager when it begins and when it ends.
-    void serve_until_told(Machine &machine, LiveSpace &space, const Actions &actions);
+    // Until SIGTERM or SIGINT. Tells the service manager when it begins and when it ends. False
+    // when an event of standard input, which has no answers, failed.
+    bool serve_until_told(Machine &machine, LiveSpace &space, const Actions &actions);
 
 private:
     class Loop;
