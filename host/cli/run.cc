@@ -151,9 +151,13 @@ Service::Outcome execute(const std::string &line, const MachineSource &source, M
 }
 
 // Keeps the report up to date. False when an event that nobody was answered about could not be
-// brought about.
+// brought about, and when there is no module to tell of events.
 bool stay(Service &service, const MachineSource &source, Machine &machine, EventPlayer &player,
-          Report &report) {
+          const std::vector<ModuleResult> &modules, Report &report) {
+    if (std::ranges::none_of(modules, &ModuleResult::runs)) {
+        log_error("--watch: no module runs, there is nothing to stay for");
+        return false;
+    }
     const auto refresh = [&] { refresh_report(report, machine, source.live->sysfs().domain()); };
     const bool all_done = service.serve_until_told(
         machine, *source.live,
@@ -188,7 +192,7 @@ int run_machine(const Options &options, std::istream &in, std::ostream &out) {
     bool all_done = std::ranges::all_of(results, &ModuleResult::runs);
     all_done &= play_events(events, *player);
     if (service)
-        all_done &= stay(*service, source, *machine, *player, report);
+        all_done &= stay(*service, source, *machine, *player, results, report);
     const bool saved = write_output(options, source);
     all_done &= report_failures(source);
     end_report(report, *machine, std::move(results));
