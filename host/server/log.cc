@@ -3,12 +3,14 @@
 // bring into a message, are written as \xNN: a message is one line, and no terminal obeys it.
 #include "host/server/log.h"
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <mutex>
 #include <new>
 #include <string_view>
@@ -23,6 +25,7 @@ namespace {
 struct Log {
     std::mutex lock;
     LogCounts counts;
+    bool to_journal = false;
     std::function<void(const LogMessage &)> observer;
 };
 
@@ -33,15 +36,16 @@ Log &log() {
 
 struct Level {
     int severity;
+    const char *priority;  // for the journal
     const char *prefix;
     std::uint64_t LogCounts::*count;
 };
 
 constexpr std::array<Level, 4> LEVELS = {{
-    {LOG_SEVERITY_ERROR, "error: ", &LogCounts::error},
-    {LOG_SEVERITY_WARNING, "warning: ", &LogCounts::warning},
-    {LOG_SEVERITY_INFO, "info: ", &LogCounts::info},
-    {LOG_SEVERITY_DEBUG, "debug: ", &LogCounts::debug},
+    {LOG_SEVERITY_ERROR, "<3>", "error: ", &LogCounts::error},
+    {LOG_SEVERITY_WARNING, "<4>", "warning: ", &LogCounts::warning},
+    {LOG_SEVERITY_INFO, "<6>", "info: ", &LogCounts::info},
+    {LOG_SEVERITY_DEBUG, "<7>", "debug: ", &LogCounts::debug},
 }};
 
 // A severity between or beyond the known ones counts as the next milder known one.
@@ -77,6 +81,14 @@ void append_printable(std::string &line, std::string_view text) {
     }
 }
 
+// Whether standard error is the stream to systemd's journal that the environment names.
+bool leads_to_journal() {
+    const char *const named = std::getenv("JOURNAL_STREAM");
+    struct stat status {};
+    return named && fstat(STDERR_FILENO, &status) == 0 &&
+           named == std::to_string(status.st_dev) + ":" + std::to_string(status.st_ino);
+}
+
 // What cannot be written has nowhere else to go.
 void write_all(std::string_view text) {
     while (!text.empty()) {
@@ -91,7 +103,8 @@ void write_all(std::string_view text) {
 // With the lock held.
 void show(int severity, std::string_view text) {
     const Level &level = level_of(severity);
-    std::string line = level.prefix;
+    std::string line = log().to_journal ? level.priority : "";
+    line += level.prefix;
     append_printable(line, text);
     line += '\n';
     write_all(line);
@@ -107,6 +120,8 @@ void show_without_memory(int severity, const char *format, va_list args) {
     std::replace_if(
         text.begin(), text.begin() + line.size(),
         [](unsigned char byte) { return byte < 0x20 || byte == 0x7F; }, '?');
+    if (log().to_journal)
+        write_all(level.priority);
     write_all(level.prefix);
     write_all(line);
     write_all("\n");
@@ -163,6 +178,7 @@ void show_own(int severity, const std::string &text) {
 }  // namespace
 
 void open_log(int verbosity, bool debug) {
+    log().to_journal = leads_to_journal();
     pci_verbosity = verbosity;
     pci_slog = &system_handle;
     pci_dbg = debug ? &debug_handle : nullptr;

@@ -19,7 +19,8 @@ struct LogCounts {
     std::uint64_t error = 0, warning = 0, info = 0, debug = 0;  // lines written, by severity
 };
 
-// Opens pci_slog, and pci_dbg when `debug` is set; messages above `verbosity` are not shown.
+// Opens pci_slog, and pci_dbg when `debug` is set; messages above `verbosity` are not shown. Where
+// standard error leads to systemd's journal, lines have a priority in front.
 void open_log(int verbosity, bool debug);
 
 // Every message that reaches a handle, before filtering, also goes to `observer` (tests); empty:

@@ -97,6 +97,17 @@ class BadInputTest(HoplarTest):
                 self.file("input", content)
                 self.check_started(arguments, messages)
 
+    def test_only_the_journal_is_told_priorities(self):
+        for other, numbers in ((0, {"error": "<3>", "info": "<6>"}), (1, {})):
+            with open(self.file("messages"), "w+", encoding="utf-8") as file:
+                place = os.fstat(file.fileno())
+                journal = f"{place.st_dev}:{place.st_ino + other}"
+                subprocess.run([HOPLAR, "-F", EXAMPLE, "-m", PLUGIN], check=True, stderr=file,
+                               stdout=subprocess.DEVNULL, env={"JOURNAL_STREAM": journal})
+                file.seek(0)
+                self.assertEqual(file.read().splitlines()[1:], [
+                    numbers.get(line.split(":")[0], "") + line for line in STARTED])
+
     def test_feature_file_of_random_bytes(self):
         content = random.Random(1).randbytes(1 << 20)
         self.file("input", content)
