@@ -117,9 +117,13 @@ void refresh_report(Report &report, Machine &machine, unsigned domain) {
     report = std::move(now);
 }
 
-void end_report(Report &report, const Machine &machine, std::vector<ModuleResult> modules) {
+void read_states(Report &report, const Machine &machine) {
     for (FunctionReport &row : report.functions)
         row.after = read_feature_state(machine, row.function);
+}
+
+void end_report(Report &report, const Machine &machine, std::vector<ModuleResult> modules) {
+    read_states(report, machine);
     for (HierarchyReport &hierarchy : report.hierarchies)
         if (const auto &mps = report.functions[hierarchy.root_port].after.mps)
             hierarchy.current = mps->current;

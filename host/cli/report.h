@@ -49,6 +49,9 @@ Report begin_report(Machine &machine, unsigned domain);
 // with counts as that.
 void refresh_report(Report &report, Machine &machine, unsigned domain);
 
+// Reads the state that the functions have now.
+void read_states(Report &report, const Machine &machine);
+
 // Adds the state at the end.
 void end_report(Report &report, const Machine &machine, std::vector<ModuleResult> modules);
 

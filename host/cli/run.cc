@@ -10,6 +10,7 @@
 #include "host/cli/report_dot.h"
 #include "host/cli/report_json.h"
 #include "host/cli/report_table.h"
+#include "host/cli/report_text.h"
 #include "host/cli/text.h"
 #include "host/cli/usage_text.h"
 #include "host/live/service.h"
@@ -150,6 +151,13 @@ Service::Outcome execute(const std::string &line, const MachineSource &source, M
     }
 }
 
+// "1 of 1 modules run; at start-up: 47 functions, 34 changed"
+std::string status_text(const std::vector<ModuleResult> &modules, const Report &report) {
+    const auto running = std::ranges::count_if(modules, &ModuleResult::runs);
+    return std::to_string(running) + " of " + std::to_string(modules.size()) +
+           " modules run; at start-up: " + summary_text(report);
+}
+
 // Keeps the report up to date. False when an event that nobody was answered about could not be
 // brought about, and when there is no module to tell of events.
 bool stay(Service &service, const MachineSource &source, Machine &machine, EventPlayer &player,
@@ -158,11 +166,13 @@ bool stay(Service &service, const MachineSource &source, Machine &machine, Event
         log_error("--watch: no module runs, there is nothing to stay for");
         return false;
     }
+    read_states(report, machine);
     const auto refresh = [&] { refresh_report(report, machine, source.live->sysfs().domain()); };
     const bool all_done = service.serve_until_told(
         machine, *source.live,
         {.execute = [&](const std::string &line) { return execute(line, source, machine, player); },
-         .inserted = refresh});
+         .inserted = refresh,
+         .status = status_text(modules, report)});
     refresh();
     return all_done;
 }

@@ -268,7 +268,7 @@ void Service::read_standard_input() {
 
 bool Service::serve_until_told(Machine &machine, LiveSpace &space, const Actions &actions) {
     Loop loop(*this, machine, space, actions);
-    sd_notify(0, "READY=1");
+    sd_notify(0, ("READY=1\nSTATUS=" + actions.status).c_str());
     const bool all_done = loop.run();
     sd_notify(0, "STOPPING=1");
     return all_done;

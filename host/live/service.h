@@ -35,6 +35,7 @@ public:
     struct Actions {
         std::function<Outcome(const std::string &line)> execute;
         std::function<void()> inserted;  // as HotPlug calls it
+        std::string status;              // what the service manager is to show, a line
     };
 
     // Until SIGTERM or SIGINT. Tells the service manager when it begins and when it ends. False
