@@ -2,8 +2,8 @@
 // it. For the second state, L1, each further bridge of the chain may add a microsecond, since it
 // wakes its own link only after it has been woken.
 //
-// Only the chain of first children is followed: of a switch, what is behind its other ports does not
-// count.
+// Only the chain of first children is followed: of a switch, what is behind its other ports does
+// not count.
 #include "features/aspm/latency.h"
 
 #include <algorithm>
