@@ -24,6 +24,8 @@ protected:
                {.id = at(1), .port = PORT_TYPE_SWITCH_UPSTREAM, .secondary = 2, .subordinate = 3},
                {.id = at(2), .port = PORT_TYPE_SWITCH_DOWNSTREAM, .secondary = 3},
                {.id = at(3)},
+               {.id = at(6)},
+               {.id = at(6, 1)},
                {.id = at(7)}});
         machine->image.set_filter([this, reads = 0](ImageAccess &access) mutable {
             if (what == 'o' && access.id == at(1) && access.offset == 0x0C)
@@ -54,15 +56,16 @@ protected:
 TEST_F(MachineUpdate, ShowsWhatIsThereInTheRecordsThatItHad) {
     const Ids all = {at(1), at(2), at(3)};
     const std::string port = "02:00.0 02:00( 03:00.0 )", whole = "01:00.0 01:00( " + port + ")";
+    const std::string stay = "06:00.0 06:01.0 ";
     const std::tuple<Ids, Ids, char, std::string, std::string> rows[] = {
-        {all, {}, ' ', "", ""},
-        {{}, all, ' ', whole, ""},
-        {all, {at(1)}, 'o', "01:00.0 ", ""},
-        {{at(1)}, all, 'g', port, ""},
+        {all, {}, ' ', "", stay},
+        {{}, all, ' ', whole, stay},
+        {all, {at(1)}, 'o', "01:00.0 ", stay},
+        {{at(1)}, all, 'g', port, stay},
         {all, all, 'b', whole, ""},
-        {all, all, 'w', whole, "07:00.0 "},
+        {all, all, 'w', whole, stay + "07:00.0 "},
         {all, all, 'b', whole, ""},
-        {all, all, ' ', whole, ""}};
+        {all, all, ' ', whole, stay}};
     const bridge_rec *const record = machine->bridge(at(2));
     for (const auto &[gone, come, how, port_1, port_3] : rows) {
         what = how;
