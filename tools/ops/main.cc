@@ -4,6 +4,7 @@
 #include "host/cli/open_machine.h"
 #include "host/cli/run.h"
 #include "host/cli/text.h"
+#include "host/live/signals.h"
 #include "host/server/log.h"
 #include "platform/pci_access.h"
 #include "tools/ops/operations.h"
@@ -12,13 +13,16 @@
 namespace ops {
 namespace {
 
-// The output is written whatever came of the operation: a failed one shows what it left behind.
+// The output is written whatever came of the operation: a failed one shows what it left behind. What
+// writes to this machine is not ended half way: what is disturbed would stay so.
 int run(const Options &options) {
     host::open_log(options.verbosity, options.debug);
     const host::MachineSource source = host::open_source(options.source);
     const std::unique_ptr<host::Machine> machine = host::open_machine(source.space());
     const Request request = parse_request(options.operation, *machine, options.source.domain);
     const host::Serving serving(*machine);
+    if (source.is_written())
+        host::hold_signals();
     const pci_err_t error = request.run(*machine, request.bdf, std::cout);
     if (options.output)
         source.write_dump_to(*options.output);
