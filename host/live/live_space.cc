@@ -14,6 +14,7 @@
 #include <cstdio>
 #include <map>
 #include <mutex>
+#include <system_error>
 
 extern "C" {
 #include <pci/pci.h>
@@ -21,6 +22,7 @@ extern "C" {
 
 #include "host/machine/bdf_text.h"
 #include "host/machine/registers.h"
+#include "host/server/log.h"
 
 namespace host {
 namespace {
@@ -50,6 +52,14 @@ bool enter(Calls calls) {
         return false;
     calls();
     return true;
+}
+
+std::string failure_text(RoutingId id, const char *what, unsigned offset, int error) {
+    std::array<char, 32> place{};
+    std::snprintf(place.data(), place.size(), ": %s at 0x%x: ", what, offset);
+    const bool is_refused = error == EPERM || error == EACCES;
+    return bdf_text(id) + place.data() + std::generic_category().message(error) +
+           (is_refused ? " (is the kernel locked down?)" : "");
 }
 
 struct CloseLibrary {
@@ -260,7 +270,7 @@ pci_err_t LiveSpace::read(RoutingId id, unsigned offset, unsigned width, std::ui
         return PCI_ERR_INVALID;
     std::array<std::uint8_t, 4> bytes{};
     if (const int error = library_->read(id, offset, bytes.data(), width))
-        return failed(id, offset, error);
+        return failed(id, "read", offset, error);
     value = 0;
     for (unsigned i = width; i-- > 0;)
         value = value << 8 | bytes[i];
@@ -274,16 +284,21 @@ pci_err_t LiveSpace::write(RoutingId id, unsigned offset, unsigned width, std::u
     for (unsigned i = 0; i < width; ++i)
         bytes[i] = static_cast<std::uint8_t>(value >> 8 * i);
     const int error = library_->write(id, offset, bytes.data(), width);
-    return error == 0 ? PCI_OK : failed(id, offset, error);
+    return error == 0 ? PCI_OK : failed(id, "write", offset, error);
 }
 
 // What is kept open of a function that has gone gives ENODEV, also when another one has come to its
 // place. Spaces of functions end at 256 or 4096 bytes; asking beyond is no failure of the machine.
-pci_err_t LiveSpace::failed(RoutingId id, unsigned offset, int error) {
+// What fails once for some reason often fails everywhere: each reason is said once.
+pci_err_t LiveSpace::failed(RoutingId id, const char *what, unsigned offset, int error) {
     if (error == ENODEV || !sysfs_.has(id))
         return PCI_ERR_NO_DEVICE;
-    if (offset < sysfs_.config_size(id))
-        ++failures_;
+    if (offset >= sysfs_.config_size(id))
+        return PCI_ERR_IO;
+    ++failures_;
+    const std::scoped_lock guard(said_lock_);
+    if (said_.insert(error).second)
+        log_error(failure_text(id, what, offset, error));
     return PCI_ERR_IO;
 }
 

@@ -5,6 +5,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <set>
 #include <stdexcept>
 
 #include "host/live/sysfs.h"
@@ -30,7 +31,7 @@ public:
     std::vector<RoutingId> functions() const override;
     std::string title(RoutingId id) const override;
     // PCI_ERR_NO_DEVICE for a function that has gone, PCI_ERR_IO for any other failure of the
-    // operating system.
+    // operating system, whose reason is said in an error the first time.
     pci_err_t read(RoutingId id, unsigned offset, unsigned width, std::uint32_t &value) override;
     pci_err_t write(RoutingId id, unsigned offset, unsigned width, std::uint32_t value) override;
 
@@ -61,12 +62,14 @@ private:
     class Mapping;
 
     bool shows_headers_alone() const;
-    pci_err_t failed(RoutingId id, unsigned offset, int error);
+    pci_err_t failed(RoutingId id, const char *what, unsigned offset, int error);
 
     unsigned domain_;
     Sysfs sysfs_;
     std::unique_ptr<Library> library_;
     std::atomic<std::uint64_t> failures_ = 0;
+    std::mutex said_lock_;
+    std::set<int> said_;  // errnos whose first failure has been reported
     std::mutex mappings_lock_;
     std::multimap<RoutingId, std::unique_ptr<Mapping>> mappings_;
 };
