@@ -18,6 +18,7 @@
 #include "host/machine/dump.h"
 #include "host/machine/registers.h"
 #include "host/server/log.h"
+#include "platform/pci_access.h"
 
 namespace host {
 namespace {
@@ -118,11 +119,17 @@ bool write_report(const Options &options, const Report &report, std::ostream &ou
     return false;
 }
 
-// Whether all of them could be brought about. Being told to end comes before what is left.
-bool play_events(const std::vector<BusEvent> &events, EventPlayer &player) {
-    return std::ranges::count_if(events, [&](const BusEvent &event) {
-               return is_told_to_end() || player.play(event) != PCI_OK;
-           }) == 0;
+// Why one of them, the first, could not be brought about; empty when all could. Being told to end
+// comes before what is left.
+std::string play_events(const std::vector<BusEvent> &events, EventPlayer &player) {
+    std::string reason;
+    for (const BusEvent &event : events) {
+        if (is_told_to_end())
+            return "the server has been told to end";
+        if (const pci_err_t error = player.play(event); error && reason.empty())
+            reason = pci_strerror(error);
+    }
+    return reason;
 }
 
 std::unique_ptr<Service> open_service(const Options &options) {
@@ -142,9 +149,10 @@ Service::Outcome execute(const std::string &line, const MachineSource &source, M
     try {
         const auto events =
             parse_events(line, "control", machine, player, source.live->sysfs().domain());
-        if (play_events(events, player))
+        const std::string reason = play_events(events, player);
+        if (reason.empty())
             return {.answer = "ok", .failed = false};
-        return {.answer = "error: could not be brought about", .failed = true};
+        return {.answer = "error: could not be brought about: " + reason, .failed = true};
     } catch (const InputError &error) {
         log_error(error.what());
         return {.answer = std::string("error: ") + error.what(), .failed = false};
@@ -200,7 +208,7 @@ int run_machine(const Options &options, std::istream &in, std::ostream &out) {
     Report report = begin_report(*machine, options.source.domain);
     std::vector<ModuleResult> results = load_modules(modules);
     bool all_done = std::ranges::all_of(results, &ModuleResult::runs);
-    all_done &= play_events(events, *player);
+    all_done &= play_events(events, *player).empty();
     if (service)
         all_done &= stay(*service, source, *machine, *player, results, report);
     const bool saved = write_output(options, source);

@@ -27,13 +27,19 @@ bool wait_for(LiveSpace &space, RoutingId id, Clock::time_point latest) {
     return true;
 }
 
+std::string offer_text(const std::string &methods) {
+    return methods.empty() ? "the kernel offers no reset" : "the kernel offers: " + methods;
+}
+
 pci_err_t reset(LiveSpace &space, RoutingId id, const char *method) {
     const int error = space.sysfs().reset(id, method);
     if (error == 0)
         return PCI_OK;
+    const bool is_there = space.sysfs().has(id);
     log_error(bdf_text(id) + ": cannot be reset (" + method +
-              "): " + std::generic_category().message(error));
-    if (!space.sysfs().has(id))
+              "): " + std::generic_category().message(error) +
+              (is_there ? "; " + offer_text(space.sysfs().reset_methods(id)) : ""));
+    if (!is_there)
         return PCI_ERR_NO_DEVICE;
     // What the kernel says of a method that the function does not have.
     return error == EINVAL || error == ENOTTY || error == ENOENT ? PCI_ERR_NOT_SUPPORTED

@@ -118,8 +118,12 @@ std::size_t Sysfs::config_size(RoutingId id) const {
     return none ? 0 : std::min<std::size_t>(size, 4096);
 }
 
+std::string Sysfs::reset_methods(RoutingId id) const {
+    return read_line(file(id, "reset_method"));
+}
+
 int Sysfs::reset(RoutingId id, const std::string &method) const {
-    const std::string former = read_line(file(id, "reset_method"));
+    const std::string former = reset_methods(id);
     if (const int error = write_file(file(id, "reset_method"), method))
         return error;
     const int error = write_file(file(id, "reset"), "1");

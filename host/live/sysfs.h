@@ -36,6 +36,9 @@ public:
     // Bytes of its configuration space: 256 or 4096, 0 when there is no such function.
     std::size_t config_size(RoutingId id) const;
 
+    // Resets that the kernel has for the function, as it writes them: "flr pm bus". Empty: none.
+    std::string reset_methods(RoutingId id) const;
+
     // Resets by the kernel, with the method that is named: "flr", "bus". The function's former
     // methods are set again. 0 or an errno.
     int reset(RoutingId id, const std::string &method) const;
