@@ -12,22 +12,23 @@ namespace host {
 struct ModuleEntry {
     std::string file;
     std::vector<std::string> args;
-    // Where a name without a slash is looked for first.
-    std::filesystem::path directory;
+    // Folder of the configuration file that has the name; nothing on the command line.
+    std::optional<std::filesystem::path> beside;
 };
 
 // Empty arguments are passed over. Throws InputError when no file is named.
-ModuleEntry parse_module_entry(std::string_view text, const std::filesystem::path &directory);
+ModuleEntry parse_module_entry(std::string_view text, std::optional<std::filesystem::path> beside);
 
 // Files that the module may be, in the order in which they are tried: the name itself when it has a
-// slash; else in its directory, in lib/hoplar of the tree that the host is installed in, and where
-// a build puts modules.
+// slash; else beside its configuration file, in lib/hoplar of the tree that the host is installed
+// in, and where a build puts modules. Not in the working directory, where anybody may have put a
+// file of that name, which root would run.
 std::vector<std::filesystem::path> module_places(const ModuleEntry &spec);
 
 // The first of these that exists.
 std::optional<std::filesystem::path> find_module(const ModuleEntry &spec);
 
-// "MODULE: not found, tried FILE, FILE".
+// "MODULE: not found, tried FILE, FILE", and how to name a file that is in the working directory.
 std::string not_found(const ModuleEntry &spec);
 
 }  // namespace host

@@ -73,7 +73,7 @@ void declare(CLI::App &app, RawOptions &raw, Options &options) {
 
 ModuleEntry command_line_module(const std::string &text) {
     try {
-        return parse_module_entry(text, ".");
+        return parse_module_entry(text, std::nullopt);
     } catch (const InputError &error) {
         throw InputError("\"" + printable(text) + "\": " + error.what());
     }

@@ -75,6 +75,10 @@ REFUSED = (
 )
 
 
+# Where a bare module name is looked for.
+PLACES = [os.path.abspath(os.path.join(os.path.dirname(HOPLAR), place, "text.so"))
+          for place in ("../lib/hoplar", "../../module")]
+
 # Names, and what the graph makes of them.
 NAMES = ((br"""x"'\N\\G<b>&lt;%--></TABLE>> \\E""", r"""x"'\N\\G<b>&lt;%--></TABLE>> \\E"""),
          (b"\0\t\x7f\xc3\xa4\xff\xed\xa0\x80\xef\xbf\xbf\xf4\x90\x80\x80\xc0\x80", "???ä" + "�" * 13),
@@ -165,6 +169,8 @@ class BadInputTest(HoplarTest):
         text = self.file("text.so", "no module")
         for module, message in (
                 ("./none.so", "error: module ./none.so: not found, tried ./none.so"),
+                ("text.so", f"error: module text.so: not found, tried {', '.join(PLACES)} "
+                            "(that of the working directory is ./text.so)"),
                 (text, f"error: module {text}: file too short")):
             with self.subTest(module):
                 self.check_start(["-m", module], [message], status=1)
