@@ -5,7 +5,7 @@
 
 #include "host/live/resets.h"
 #include "host/server/hooks.h"
-#include "host/server/progress.h"
+#include "host/server/log.h"
 
 namespace host {
 namespace {

@@ -4,7 +4,6 @@
 #include "host/cli/open_machine.h"
 #include "host/machine/dump.h"
 #include "host/server/log.h"
-#include "host/server/progress.h"
 
 namespace host {
 namespace {

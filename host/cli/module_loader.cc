@@ -6,7 +6,6 @@
 #include <set>
 
 #include "host/server/log.h"
-#include "host/server/progress.h"
 #include "platform/pci_access.h"
 #include "platform/server.h"
 

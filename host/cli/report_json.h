@@ -7,8 +7,9 @@
 
 namespace host {
 
-// {"functions": [...], "modules": [...], "messages": {...}}, with null where a function has no such
-// register, and for what cannot be read at the end because the function has been removed.
+// {"functions": [...], "hierarchies": [...], "modules": [...], "messages": {...}}, with null where
+// a function has no such register, and for what cannot be read at the end because the function has
+// been removed. hoplar(8) describes the fields.
 void write_json(std::ostream &out, const Report &report);
 
 }  // namespace host

@@ -5,7 +5,7 @@
 #include "host/access/msix_tables.h"
 #include "host/machine/bdf_text.h"
 #include "host/server/hooks.h"
-#include "host/server/progress.h"
+#include "host/server/log.h"
 #include "platform/buscfg.h"
 
 namespace host {

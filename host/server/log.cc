@@ -101,6 +101,11 @@ void write_all(std::string_view text) {
 }
 
 // With the lock held.
+void count(int severity) {
+    ++(log().counts.*level_of(severity).count);
+}
+
+// With the lock held.
 void show(int severity, std::string_view text) {
     const Level &level = level_of(severity);
     std::string line = log().to_journal ? level.priority : "";
@@ -108,12 +113,10 @@ void show(int severity, std::string_view text) {
     append_printable(line, text);
     line += '\n';
     write_all(line);
-    ++(log().counts.*level.count);
 }
 
 // As show(), without allocating anything: what does not fit is cut, control characters are "?".
 void show_without_memory(int severity, const char *format, va_list args) {
-    const Level &level = level_of(severity);
     std::array<char, 512> text{};
     std::vsnprintf(text.data(), text.size(), format, args);
     std::string_view line(text.data());
@@ -121,11 +124,10 @@ void show_without_memory(int severity, const char *format, va_list args) {
         text.begin(), text.begin() + line.size(),
         [](unsigned char byte) { return byte < 0x20 || byte == 0x7F; }, '?');
     if (log().to_journal)
-        write_all(level.priority);
-    write_all(level.prefix);
+        write_all(level_of(severity).priority);
+    write_all(level_of(severity).prefix);
     write_all(line);
     write_all("\n");
-    ++(log().counts.*level.count);
 }
 
 // With the lock held.
@@ -141,6 +143,7 @@ int take(bool debug_handle, int severity, int verbosity, int message_verbosity, 
          va_list args) {
     Log &the_log = log();
     const std::scoped_lock guard(the_log.lock);
+    count(severity);
     const bool shown = message_verbosity <= verbosity;
     if (!shown && !the_log.observer)
         return 0;
@@ -170,9 +173,11 @@ int take_debug(int severity, int verbosity, int message_verbosity, const char *f
 log_handle_t system_handle = {.log_output = take_system};
 log_handle_t debug_handle = {.log_output = take_debug};
 
-void show_own(int severity, const std::string &text) {
+void show_own(int severity, const std::string &text, int verbosity = 0) {
     const std::scoped_lock guard(log().lock);
-    show(severity, text);
+    count(severity);
+    if (verbosity <= pci_verbosity)
+        show(severity, text);
 }
 
 }  // namespace
@@ -202,8 +207,8 @@ void log_warning(const std::string &text) {
     show_own(LOG_SEVERITY_WARNING, text);
 }
 
-void log_info(const std::string &text) {
-    show_own(LOG_SEVERITY_INFO, text);
+void log_progress(const std::string &text) {
+    show_own(LOG_SEVERITY_INFO, text, 1);
 }
 
 }  // namespace host

@@ -16,7 +16,7 @@ struct LogMessage {
 };
 
 struct LogCounts {
-    std::uint64_t error = 0, warning = 0, info = 0, debug = 0;  // lines written, by severity
+    std::uint64_t error = 0, warning = 0, info = 0, debug = 0;  // messages, by severity
 };
 
 // Opens pci_slog, and pci_dbg when `debug` is set; messages above `verbosity` are not shown. Where
@@ -27,12 +27,13 @@ void open_log(int verbosity, bool debug);
 // none. Called under the log's own lock.
 void observe_log(std::function<void(const LogMessage &)> observer);
 
-// What has been shown so far.
+// What has reached a handle or came from the host itself so far, shown or not.
 LogCounts log_counts();
 
-// The host's own lines, in the same form and the same counts.
+// The host's own lines, in the same form and the same counts. What it is doing is shown with
+// verbosity 1, the default, and above.
 void log_error(const std::string &text);
 void log_warning(const std::string &text);
-void log_info(const std::string &text);
+void log_progress(const std::string &text);
 
 }  // namespace host

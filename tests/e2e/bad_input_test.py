@@ -1,5 +1,6 @@
 """Input that cannot be used, as a user meets it: messages, exit status, and nothing changed."""
 
+import json
 import os
 import random
 import re
@@ -164,6 +165,11 @@ class BadInputTest(HoplarTest):
             self.file("input", re.sub(rb"(?m)(?<=^07:00.0 ).*", lambda _: name, DUMP.encode()))
             _, texts = self.graph("-F", "input")
             self.assertIn(shown, [text.replace("\u200b", "").strip() for text in texts])
+
+    def test_messages_are_counted_whether_or_not_they_are_shown(self):
+        counts = [json.loads(self.hoplar("-F", EXAMPLE, "-m", PLUGIN, "--report", "json", level)[0])
+                  ["messages"] for level in ("-q", "-v")]
+        self.assertEqual(*counts)
 
     def test_module_that_cannot_be_loaded(self):
         text = self.file("text.so", "no module")
