@@ -1,8 +1,9 @@
 // A register without a rule here keeps its value whatever is written: bus numbers and ARI
 // forwarding among them, which belong to the server and outlive every reset.
 //
-// Every reset counts as power-on, the worst case: sticky bits, such as the ECRC enables, are lost
-// too.
+// Every reset counts as power-on, the worst case: all that a rule names gets its default, sticky
+// bits such as the ECRC enables too. Device Control has the base specification's defaults, also
+// where a function may have a field fixed at zero: a dump does not tell.
 #include "host/machine/register_rules.h"
 
 #include <algorithm>
@@ -54,7 +55,8 @@ private:
     struct Bits {
         std::uint32_t rw = 0;
         std::uint32_t w1c = 0;
-        std::uint32_t cleared_by_reset = 0;
+        std::uint32_t kept = 0;      // what a reset leaves alone
+        std::uint32_t defaults = 0;  // what it sets; it clears the rest
     };
 
     void add(unsigned offset, unsigned width, Bits bits) {
@@ -64,8 +66,8 @@ private:
                           .width = static_cast<std::uint8_t>(width),
                           .rw = bits.rw,
                           .w1c = bits.w1c,
-                          .reset_mask = bits.cleared_by_reset,
-                          .reset_value = 0});
+                          .reset_mask = (bits.rw | bits.w1c) & ~bits.kept,
+                          .reset_value = bits.defaults});
     }
 
     // Of a capability in the conventional 256 bytes: what is behind them belongs to others.
@@ -81,7 +83,7 @@ private:
             if (word(reg::STATUS) & reg::STATUS_FAST_B2B)
                 bits |= COMMAND_FAST_B2B;
         }
-        add(reg::COMMAND, 2, {.rw = bits, .cleared_by_reset = bits});
+        add(reg::COMMAND, 2, {.rw = bits});
         add(reg::STATUS, 2, {.w1c = reg::STATUS_ERRORS});
     }
 
@@ -89,7 +91,7 @@ private:
         const unsigned layout = word(reg::HEADER_TYPE) & reg::HEADER_TYPE_LAYOUT;
         if (layout == reg::LAYOUT_CARDBUS) {
             add(reg::CARDBUS_SECONDARY_STATUS, 2, {.w1c = reg::STATUS_ERRORS});
-            add(reg::BRIDGE_CONTROL, 2, {.rw = BRIDGE_CARDBUS, .cleared_by_reset = BRIDGE_CARDBUS});
+            add(reg::BRIDGE_CONTROL, 2, {.rw = BRIDGE_CARDBUS});
         }
         if (layout != reg::LAYOUT_BRIDGE)
             return;
@@ -99,7 +101,6 @@ private:
             control.rw |= BRIDGE_CONVENTIONAL;
             control.w1c = BRIDGE_DISCARD_STATUS;
         }
-        control.cleared_by_reset = control.rw;
         add(reg::BRIDGE_CONTROL, 2, control);
     }
 
@@ -109,8 +110,7 @@ private:
             return;
         const unsigned control = word(*cap + reg::MSI_CONTROL);
         add_conventional(*cap + reg::MSI_CONTROL, 2,
-                         {.rw = reg::MSI_ENABLE | reg::MSI_MULTIPLE_ENABLE,
-                          .cleared_by_reset = reg::MSI_ENABLE});
+                         {.rw = reg::MSI_ENABLE | reg::MSI_MULTIPLE_ENABLE});
         unsigned offset = *cap + reg::MSI_ADDRESS;
         add_conventional(offset, 4, {.rw = reg::MSI_ADDRESS_BITS});
         offset += 4;
@@ -126,8 +126,7 @@ private:
     void add_msix() {
         if (const auto cap = first_capability(caps_, CAPID_MSIX))
             add_conventional(*cap + reg::MSIX_CONTROL, 2,
-                             {.rw = reg::MSIX_MASK_ALL | reg::MSIX_ENABLE,
-                              .cleared_by_reset = reg::MSIX_ENABLE});
+                             {.rw = reg::MSIX_MASK_ALL | reg::MSIX_ENABLE});
     }
 
     void add_pcie() {
@@ -139,10 +138,11 @@ private:
                                 reg::DEVCTL_NO_SNOOP | reg::DEVCTL_READ_REQUEST;
         if (word(*pcie_ + reg::DEVCAP) & reg::DEVCAP_EXT_TAG)
             control |= reg::DEVCTL_EXT_TAG;
-        add_conventional(
-            *pcie_ + reg::DEVCTL, 2,
-            {.rw = control,
-             .cleared_by_reset = reg::DEVCTL_ERROR_ENABLES | reg::DEVCTL_PAYLOAD_SIZE});
+        add_conventional(*pcie_ + reg::DEVCTL, 2,
+                         {.rw = control,
+                          .kept = reg::DEVCTL_AUX_POWER,
+                          .defaults = reg::DEVCTL_RELAXED_ORDERING | reg::DEVCTL_NO_SNOOP |
+                                      reg::DEVCTL_READ_REQUEST_512});
         add_conventional(*pcie_ + reg::DEVSTA, 2, {.w1c = reg::DEVSTA_ERRORS});
         add_link();
     }
@@ -156,8 +156,10 @@ private:
                                 port_type_ == PORT_TYPE_PCI_TO_PCIE;
         if (!above_link)
             bits &= ~std::uint32_t{reg::LINKCTL_DISABLE};
+        // The read completion boundary of a root port is its own, and no setting.
+        const bool is_root_port = port_type_ == PORT_TYPE_ROOT_PORT;
         add_conventional(*pcie_ + reg::LINKCTL, 2,
-                         {.rw = bits, .cleared_by_reset = bits & reg::LINKCTL_LOST_IN_RESET});
+                         {.rw = bits, .kept = is_root_port ? reg::LINKCTL_READ_BOUNDARY : 0U});
     }
 
     void add_aer() {
@@ -170,7 +172,7 @@ private:
             bits |= reg::AER_GEN_ENABLE;
         if (control & reg::AER_CHK_CAPABLE)
             bits |= reg::AER_CHK_ENABLE;
-        add(*cap + reg::AER_CONTROL, 4, {.rw = bits, .cleared_by_reset = bits});
+        add(*cap + reg::AER_CONTROL, 4, {.rw = bits});
     }
 
     // 0 where there are no bytes; add() then finds that the register is not there.

@@ -70,14 +70,15 @@ constexpr std::uint16_t DEVCTL_EXT_TAG = 0x0100;
 constexpr std::uint16_t DEVCTL_AUX_POWER = 0x0400;
 constexpr std::uint16_t DEVCTL_NO_SNOOP = 0x0800;
 constexpr std::uint16_t DEVCTL_READ_REQUEST = 0x7000;
+constexpr std::uint16_t DEVCTL_READ_REQUEST_512 = 0x2000;
 constexpr unsigned DEVSTA = 0x0A;
 constexpr std::uint16_t DEVSTA_ERRORS = 0x000F;  // write 1 to clear
 constexpr unsigned LINKCAP = 0x0C;
 constexpr unsigned LINKCTL = 0x10;
-constexpr std::uint16_t LINKCTL_WRITABLE = 0x0FDB;       // all but retrain and reserved bits
-constexpr std::uint16_t LINKCTL_DISABLE = 0x0010;        // of the port above a link only
-constexpr std::uint16_t LINKCTL_LOST_IN_RESET = 0x01D3;  // ASPM, disable, clocking, extended synch
-constexpr unsigned DEVCTL2 = 0x28;                       // from capability version 2 on
+constexpr std::uint16_t LINKCTL_WRITABLE = 0x0FDB;  // all but retrain and reserved bits
+constexpr std::uint16_t LINKCTL_READ_BOUNDARY = 0x0008;
+constexpr std::uint16_t LINKCTL_DISABLE = 0x0010;  // of the port above a link only
+constexpr unsigned DEVCTL2 = 0x28;                 // from capability version 2 on
 constexpr std::uint16_t DEVCTL2_ARI_FORWARDING = 0x0020;
 
 // Extended capabilities.

@@ -138,7 +138,10 @@ class MachineTest(HoplarTest):
             base = self.file(f"cold-{domain:x}.lspci")
             self.hoplar("-F", DUMP, "--cold", "--domain", f"{domain:x}", "-o", base)
             for f in Machine(read_dump(base)[domain]):
-                self.assertFalse(any(f.ecrc) or f.mps not in (None, 128), f.address)
+                errors = f.answers and f.register(0x06, 2) & 0xF900
+                self.assertFalse(any(f.ecrc) or errors, f.address)
+                control = f.express and f.register(f.express + 8, 2) & 0x78FF
+                self.assertIn(control, (None, 0x2810), f.address)
             self.check(domain, EVERYTHING, "--cold", base=base)
 
     def test_inserted_functions_get_exactly_their_recorded_ecrc_back(self):
