@@ -30,8 +30,8 @@ namespace fs = std::filesystem;
 // Errors name the file that the user asked for.
 class OutputFile {
 public:
-    OutputFile(const fs::path &path, int flags, const fs::path &asked_for)
-        : OutputFile(open(path.c_str(), O_WRONLY | O_CLOEXEC | flags, 0666), asked_for) {}
+    OutputFile(const fs::path &path, int flags, const fs::path &asked_for, mode_t mode = 0)
+        : OutputFile(open(path.c_str(), O_WRONLY | O_CLOEXEC | flags, mode), asked_for) {}
     // A copy of a descriptor that is open already.
     static OutputFile copy(int descriptor, const fs::path &asked_for) {
         return {fcntl(descriptor, F_DUPFD_CLOEXEC, 0), asked_for};
@@ -199,7 +199,9 @@ void replace(const fs::path &target, const fs::path &file, const ConfigImage &im
         fail(file, errno);
     TemporaryName temporary(target);
     {
-        OutputFile output(temporary.path(), O_CREAT | O_EXCL, file);
+        // What replaces a file is for nobody else to read until it has that file's permissions.
+        OutputFile output(temporary.path(), O_CREAT | O_EXCL, file,
+                          fs::exists(status) ? 0600 : 0666);
         write_functions(output, image);
         output.sync();
     }
