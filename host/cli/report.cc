@@ -118,8 +118,10 @@ void refresh_report(Report &report, Machine &machine, unsigned domain) {
 }
 
 void read_states(Report &report, const Machine &machine) {
-    for (FunctionReport &row : report.functions)
+    for (FunctionReport &row : report.functions) {
         row.after = read_feature_state(machine, row.function);
+        row.removed = row.gone() && !machine.reachable(row.function);
+    }
 }
 
 void end_report(Report &report, const Machine &machine, std::vector<ModuleResult> modules) {

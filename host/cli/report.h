@@ -20,8 +20,9 @@ struct FunctionReport {
     bool managed = true;                // by this server instance
     FeatureState before;
     FeatureState after;
+    bool removed = false;  // gone, and by an event
 
-    bool removed() const { return before.reachable && !after.reachable; }
+    bool gone() const { return before.reachable && !after.reachable; }
     bool changed() const { return before != after; }
 };
 

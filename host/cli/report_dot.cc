@@ -140,8 +140,8 @@ std::string type_and_state(const FunctionReport &row) {
     std::string text = type_text(row.function);
     if (!row.managed)
         text += ", not managed";
-    if (row.removed())
-        text += ", removed";
+    if (row.gone())
+        text += ", " + gone_text(row);
     return text;
 }
 
@@ -160,7 +160,7 @@ bool payload_changed(const FunctionReport &row) {
 
 std::string payload_cell(const FunctionReport &row, bool limits) {
     if (!row.after.mps)
-        return filled(NO_PAYLOAD_CELL, {row.removed() ? NOTHING_TEXT : "no payload size"});
+        return filled(NO_PAYLOAD_CELL, {row.gone() ? NOTHING_TEXT : "no payload size"});
     const bool changed = payload_changed(row);
     const std::string supported = size_text(row.after.mps->supported);
     return filled(PAYLOAD_CELL,

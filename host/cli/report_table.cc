@@ -27,8 +27,8 @@ struct Line {
 };
 
 std::string payload_cell(const FunctionReport &row) {
-    if (row.removed())
-        return "removed";
+    if (row.gone())
+        return gone_text(row);
     if (!row.before.mps || !row.after.mps)
         return NOTHING_TEXT;
     return payload_text(row) + " (" + size_text(row.after.mps->supported) + ")";

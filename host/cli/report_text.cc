@@ -46,6 +46,12 @@ const char *type_text(const Function &function) {
                                                                            : "PCI device";
 }
 
+std::string gone_text(const FunctionReport &row) {
+    if (!row.gone())
+        return "";
+    return row.removed ? "removed" : "no answer";
+}
+
 std::string size_text(std::optional<unsigned> size) {
     return size ? std::to_string(*size) : NOTHING_TEXT;
 }
@@ -90,7 +96,10 @@ std::string summary_text(const Report &report) {
     };
     add(count(&FunctionReport::removed), " removed");
     add(count([](const FunctionReport &row) { return !row.managed; }), " not managed");
-    add(count([](const FunctionReport &row) { return !row.function.answers; }), " without answer");
+    const auto is_silent = [](const FunctionReport &row) {
+        return !row.function.answers || (row.gone() && !row.removed);
+    };
+    add(count(is_silent), " without answer");
     return text;
 }
 

@@ -13,6 +13,9 @@ constexpr const char *NOTHING_TEXT = "-";
 // "root port", "endpoint", "PCI bridge", "no answer", ...
 const char *type_text(const Function &function);
 
+// "removed" by an event, or "no answer" of a function that was there and is not; empty of others.
+std::string gone_text(const FunctionReport &row);
+
 // "256"
 std::string size_text(std::optional<unsigned> size);
 
