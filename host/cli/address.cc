@@ -1,7 +1,5 @@
 #include "host/cli/address.h"
 
-#include <cstdio>
-
 #include "host/cli/text.h"
 #include "host/machine/bdf_text.h"
 
@@ -42,12 +40,6 @@ std::optional<Address> parse_address(std::string_view text) {
 
 std::string format_address(unsigned domain, RoutingId id) {
     return domain == 0 ? bdf_text(id) : domain_text(domain) + ":" + bdf_text(id);
-}
-
-std::string domain_text(unsigned domain) {
-    char text[16];
-    std::snprintf(text, sizeof text, "%04x", domain);
-    return text;
 }
 
 }  // namespace host

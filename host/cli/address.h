@@ -21,7 +21,4 @@ std::optional<Address> parse_address(std::string_view text);
 // domain only when that is not 0: as lspci does.
 std::string format_address(unsigned domain, RoutingId id);
 
-// "0000"
-std::string domain_text(unsigned domain);
-
 }  // namespace host

@@ -2,6 +2,7 @@
 
 #include "host/cli/address.h"
 #include "host/cli/text.h"
+#include "host/machine/bdf_text.h"
 #include "host/server/log.h"
 
 namespace host {

@@ -65,7 +65,7 @@ void warn_about_traffic(const MachineSource &source, const Machine &machine) {
                     "payload size under live traffic (hoplar(8): SAFETY)");
 }
 
-// Lines of an events file, or one line of a control connection. Throws InputError.
+// Lines of an events file, or one that has come to a server that stays. Throws InputError.
 std::vector<BusEvent> parse_events(std::string_view text, const std::string &name, Machine &machine,
                                    const EventPlayer &player, unsigned domain) {
     std::vector<BusEvent> events = parse_bus_events(text, name, machine, domain);
@@ -143,12 +143,12 @@ std::unique_ptr<Service> open_service(const Options &options) {
     return service;
 }
 
-// Does what a line of a server that stays says.
-Service::Outcome execute(const std::string &line, const MachineSource &source, Machine &machine,
-                         EventPlayer &player) {
+// Does what a line says that has come to a server that stays.
+Service::Outcome execute(const std::string &line, const std::string &origin,
+                         const MachineSource &source, Machine &machine, EventPlayer &player) {
     try {
         const auto events =
-            parse_events(line, "control", machine, player, source.live->sysfs().domain());
+            parse_events(line, origin, machine, player, source.live->sysfs().domain());
         const std::string reason = play_events(events, player);
         if (reason.empty())
             return {.answer = "ok", .failed = false};
@@ -176,11 +176,12 @@ bool stay(Service &service, const MachineSource &source, Machine &machine, Event
     }
     read_states(report, machine);
     const auto refresh = [&] { refresh_report(report, machine, source.live->sysfs().domain()); };
+    const auto take = [&](const std::string &line, const std::string &origin) {
+        return execute(line, origin, source, machine, player);
+    };
     const bool all_done = service.serve_until_told(
         machine, *source.live,
-        {.execute = [&](const std::string &line) { return execute(line, source, machine, player); },
-         .inserted = refresh,
-         .status = status_text(modules, report)});
+        {.execute = take, .inserted = refresh, .status = status_text(modules, report)});
     refresh();
     return all_done;
 }

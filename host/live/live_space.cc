@@ -225,7 +225,7 @@ LiveSpace::LiveSpace(unsigned domain) : domain_(domain), sysfs_(domain) {
         throw LiveError("--live: only root can read this machine's configuration space");
     if (sysfs_.functions().empty())
         throw LiveError("--live: no PCI functions on this machine (/sys/bus/pci/devices, domain " +
-                        kernel_address(domain, 0).substr(0, 4) + ")");
+                        domain_text(domain) + ")");
     library_ = std::make_unique<Library>(sysfs_);
     if (shows_headers_alone())
         throw LiveError("--live: the kernel shows no more than headers of configuration space "

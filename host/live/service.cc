@@ -184,7 +184,7 @@ private:
         if (is_answered && buffer.goes_on())
             return;
         if (buffer.is_too_long()) {
-            log_error("control: a line is too long");
+            log_error(name_of(descriptor) + ": a line is too long");
             reply(descriptor, "error: the line is too long");
         }
         inputs_.erase(descriptor);
@@ -196,10 +196,14 @@ private:
     // taken.
     bool take_line(int descriptor, const std::string &line) {
         take_events();
-        const Outcome outcome = execute_(line);
+        const Outcome outcome = execute_(line, name_of(descriptor));
         if (descriptor == STDIN_FILENO)
             all_done_ &= !outcome.failed;
         return reply(descriptor, outcome.answer);
+    }
+
+    static std::string name_of(int descriptor) {
+        return descriptor == STDIN_FILENO ? "standard input" : "control";
     }
 
     static bool reply(int descriptor, const std::string &text) {
@@ -208,7 +212,7 @@ private:
 
     Service &service_;
     HotPlug hot_plug_;
-    const std::function<Outcome(const std::string &)> execute_;
+    const decltype(Actions::execute) execute_;
     std::map<int, LineBuffer> inputs_;
     bool told_to_end_ = false;
     bool all_done_ = true;
@@ -246,6 +250,8 @@ void Service::listen(const std::filesystem::path &path) {
         if (is_listened_to(address))
             refuse("another server listens there");
         unlink(name.c_str());
+    } else if (std::filesystem::exists(std::filesystem::symlink_status(path, none))) {
+        refuse("is there already, and is no socket");
     }
     const int listening = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     const mode_t former = umask(0177);

@@ -33,7 +33,8 @@ public:
     };
 
     struct Actions {
-        std::function<Outcome(const std::string &line)> execute;
+        // Does what a line says; messages name its origin.
+        std::function<Outcome(const std::string &line, const std::string &origin)> execute;
         std::function<void()> inserted;  // as HotPlug calls it
         std::string status;              // what the service manager is to show, a line
     };

@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <cstdio>
 #include <fstream>
@@ -54,9 +53,7 @@ std::optional<KernelAddress> parse_kernel_address(const std::string &text) {
 }
 
 std::string kernel_address(unsigned domain, RoutingId id) {
-    std::array<char, 16> text{};
-    std::snprintf(text.data(), text.size(), "%04x:", domain);
-    return text.data() + bdf_text(id);
+    return domain_text(domain) + ":" + bdf_text(id);
 }
 
 Sysfs::Sysfs(unsigned domain) : domain_(domain) {}

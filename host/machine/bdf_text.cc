@@ -12,6 +12,12 @@ std::string bdf_text(bdf_t bdf) {
     return text.data();
 }
 
+std::string domain_text(unsigned domain) {
+    std::array<char, 16> text{};
+    std::snprintf(text.data(), text.size(), "%04x", domain);
+    return text.data();
+}
+
 std::string bus_text(unsigned bus) {
     std::array<char, 16> text{};
     std::snprintf(text.data(), text.size(), "%02x", bus & 0xFF);
