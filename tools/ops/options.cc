@@ -66,6 +66,10 @@ std::optional<Options> parse_options(int argc, const char *const *argv, std::ost
         throw host::InputError(host::printable(error.what()) +
                                " (hoplar-ops --help lists the options)");
     }
+    for (const auto &[option, file] :
+         {std::pair("--dump", options.source.dump), std::pair("--output", options.output)})
+        if (file && file->empty())
+            throw host::InputError(std::string(option) + ": no file is named");
     options.source.domain = host::parse_domain(domain);
     options.verbosity = quiet ? 0 : options.verbosity + louder;
     return options;
