@@ -7,6 +7,8 @@
 #include <fstream>
 #include <system_error>
 
+#include "host/server/control_characters.h"
+
 namespace host {
 namespace {
 
@@ -17,11 +19,6 @@ constexpr std::size_t LARGEST_TEXT = std::size_t{16} << 20U;  // ends what has n
 // Bytes 10xxxxxx go on with the character that an earlier byte began.
 bool begins_character(char c) {
     return (static_cast<unsigned char>(c) & 0xC0U) != 0x80U;
-}
-
-bool is_control(char c) {
-    const auto byte = static_cast<unsigned char>(c);
-    return byte < 0x20 || byte == 0x7F;
 }
 
 // Position of the first byte behind `columns` characters.
@@ -135,9 +132,14 @@ std::string line_complaint(const std::string &file, std::size_t line, std::strin
 }
 
 std::string printable(std::string_view text, std::size_t longest) {
-    std::string shown(text.substr(0, end_of_columns(text, longest)));
-    std::replace_if(shown.begin(), shown.end(), is_control, '?');
-    if (shown.size() < text.size())
+    const std::size_t end = end_of_columns(text, longest);
+    std::string shown;
+    for (std::size_t at = 0; at < end;) {
+        const std::size_t control = control_length(text.substr(at));
+        shown += control == 0 ? text[at] : '?';
+        at += std::max<std::size_t>(control, 1);
+    }
+    if (end < text.size())
         shown += "...";
     return shown;
 }

@@ -16,6 +16,7 @@
 #include <string_view>
 #include <utility>
 
+#include "host/server/control_characters.h"
 #include "platform/log.h"
 
 namespace host {
@@ -69,15 +70,16 @@ std::string formatted(const char *format, va_list args) {
 }
 
 void append_printable(std::string &line, std::string_view text) {
-    for (const char c : text) {
-        const auto byte = static_cast<unsigned char>(c);
-        if (byte >= 0x20 && byte != 0x7F) {
-            line += c;
-            continue;
+    while (!text.empty()) {
+        const std::size_t control = control_length(text);
+        if (control == 0)
+            line += text.front();
+        for (const unsigned char byte : text.substr(0, control)) {
+            std::array<char, 8> code{};
+            std::snprintf(code.data(), code.size(), "\\x%02x", byte);
+            line += code.data();
         }
-        std::array<char, 8> code{};
-        std::snprintf(code.data(), code.size(), "\\x%02x", byte);
-        line += code.data();
+        text.remove_prefix(std::max<std::size_t>(control, 1));
     }
 }
 
@@ -119,10 +121,9 @@ void show(int severity, std::string_view text) {
 void show_without_memory(int severity, const char *format, va_list args) {
     std::array<char, 512> text{};
     std::vsnprintf(text.data(), text.size(), format, args);
-    std::string_view line(text.data());
-    std::replace_if(
-        text.begin(), text.begin() + line.size(),
-        [](unsigned char byte) { return byte < 0x20 || byte == 0x7F; }, '?');
+    const std::string_view line(text.data());
+    for (std::size_t at = 0; at < line.size(); ++at)
+        std::fill_n(text.begin() + at, control_length(line.substr(at)), '?');
     if (log().to_journal)
         write_all(level_of(severity).priority);
     write_all(level_of(severity).prefix);

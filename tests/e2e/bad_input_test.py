@@ -55,8 +55,8 @@ REFUSED = (
     (["-F", EXAMPLE, "-c", "/dev/zero"], "", ["/dev/zero: is larger than 16 MiB"]),
     (["-F", EXAMPLE, "-e", "/proc/self/mem"], "", [
         "/proc/self/mem: cannot be read: Input/output error"]),
-    (["-F", "a\nb"], "", ["a\\x0ab: No such file"]),
-    (["-F", EXAMPLE, "-e", "a\nb"], "", ["a?b: cannot be read"]),
+    (["-F", "a\n\u009b©"], "", ["a\\x0a\\xc2\\x9b©: No such file"]),
+    (["-F", EXAMPLE, "-e", "a\n\u009b©"], "", ["a??©: cannot be read"]),
     (["-F", EXAMPLE, "-e", "none"], "", ["none: cannot be read: No such file or directory"]),
     (["-F", EXAMPLE, "-c", "input", "-m", PLUGIN],
      "# one\n[runtime]\nHOPLAR_MODULE_LIST\n= a.so\n[runtime\nHOPLAR_MODULE_LIST = a.so ,b\n", [
