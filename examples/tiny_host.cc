@@ -1,11 +1,12 @@
-// The least that a host server is: it exports what the headers declare, for a machine without any
-// function, loads the module named on its command line with the arguments behind it, and prints
-// what the module says.
+// The least that a host server is: it exports what this module needs, which is not all that the
+// headers declare, for a machine without any function, loads the module named on its command line
+// with the arguments behind it, and prints what the module says.
 //
 //   g++ -std=c++20 -I PREFIX/include/hoplar tiny_host.cc -rdynamic -ldl -o tiny_host
 //   ./tiny_host PREFIX/lib/hoplar/hoplar-enable_features.so --config=features.cfg
 //
-// From here a real host fills in one export after the other; the headers say what each must do.
+// From here a real host fills in one export after the other and adds those that other modules need;
+// the headers say what each must do.
 #include <dlfcn.h>
 
 #include <cstdio>

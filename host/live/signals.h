@@ -1,4 +1,5 @@
-// Signals of a server that writes to hardware: none ends it half way.
+// Signals of a server that writes to hardware: those that ask it to end do not end it half way.
+// SIGQUIT and what cannot be held do.
 #pragma once
 
 #include <csignal>
