@@ -27,7 +27,7 @@ constexpr std::array<EventWord, 4> EVENT_WORDS{{
 class Checker {
 public:
     Checker(Machine &machine, unsigned domain)
-        : machine_(machine), domain_(domain), removed_(std::size_t{BDF_ROUTING_ID} + 1) {}
+        : machine_(machine), domain_(domain), removed_(ROUTING_IDS) {}
 
     // Throws InputError with the reason why the line cannot be used.
     BusEvent check(const std::vector<std::string_view> &line) {

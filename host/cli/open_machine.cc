@@ -6,9 +6,6 @@
 #include "host/server/log.h"
 
 namespace host {
-std::string functions_text(std::size_t count) {
-    return std::to_string(count) + (count == 1 ? " function" : " functions");
-}
 
 void warn_about_other_domains(const std::string &source, std::size_t count, unsigned domain) {
     if (count != 0)

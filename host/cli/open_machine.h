@@ -19,9 +19,6 @@ std::unique_ptr<Machine> open_machine(ConfigSpace &space);
 
 void warn_about_other_domains(const std::string &source, std::size_t count, unsigned domain);
 
-// "1 function", "2 functions"
-std::string functions_text(std::size_t count);
-
 // The exports answer for a machine as long as this lives.
 class Serving {
 public:

@@ -14,7 +14,7 @@ namespace {
 using Positions = std::vector<std::size_t>;
 
 Positions positions_of(std::span<const Function *const> functions) {
-    Positions positions(std::size_t{BDF_ROUTING_ID} + 1);
+    Positions positions(ROUTING_IDS);
     for (std::size_t i = 0; i < functions.size(); ++i)
         positions[functions[i]->id()] = i;
     return positions;

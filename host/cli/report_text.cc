@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "host/cli/text.h"
+
 namespace host {
 namespace {
 
@@ -87,8 +89,7 @@ std::string summary_text(const Report &report) {
     const auto count = [&](auto &&is_counted) {
         return std::ranges::count_if(report.functions, is_counted);
     };
-    std::string text = std::to_string(report.functions.size()) +
-                       (report.functions.size() == 1 ? " function, " : " functions, ") +
+    std::string text = functions_text(report.functions.size()) + ", " +
                        std::to_string(count(&FunctionReport::changed)) + " changed";
     const auto add = [&](auto number, const char *what) {
         if (number != 0)

@@ -144,6 +144,10 @@ std::string printable(std::string_view text, std::size_t longest) {
     return shown;
 }
 
+std::string functions_text(std::size_t count) {
+    return std::to_string(count) + (count == 1 ? " function" : " functions");
+}
+
 std::string valid_utf8(std::string_view text) {
     constexpr const char *REPLACEMENT = "\uFFFD";
     std::string valid;

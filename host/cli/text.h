@@ -34,6 +34,9 @@ std::string line_complaint(const std::string &file, std::size_t line, std::strin
 // what is meant.
 std::string printable(std::string_view text, std::size_t longest = 120);
 
+// "1 function", "2 functions"
+std::string functions_text(std::size_t count);
+
 // Text of which each byte that does not belong to a character in UTF-8 has become U+FFFD. U+FFFE
 // and U+FFFF, which XML does not know, are none.
 std::string valid_utf8(std::string_view text);

@@ -10,8 +10,6 @@ namespace host {
 
 namespace {
 
-constexpr std::size_t ROUTING_IDS = 0x10000;
-
 unsigned bus_of(bdf_t bdf) {
     return bdf >> 8 & 0xFF;
 }

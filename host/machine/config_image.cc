@@ -10,8 +10,6 @@ namespace host {
 
 namespace {
 
-constexpr std::size_t ROUTING_IDS = 0x10000;
-
 std::uint32_t load(const std::vector<std::uint8_t> &bytes, unsigned offset, unsigned width) {
     std::uint32_t value = 0;
     for (unsigned i = width; i-- > 0;)

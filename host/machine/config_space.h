@@ -1,6 +1,7 @@
 // Where configuration space comes from: a saved image, or live hardware.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -11,6 +12,7 @@ namespace host {
 
 // Bits 15:0 of a bdf_t: what a configuration access is routed by.
 using RoutingId = std::uint16_t;
+constexpr std::size_t ROUTING_IDS = 0x10000;
 
 // Thread-safe: every access may come from any thread.
 class ConfigSpace {

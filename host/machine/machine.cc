@@ -11,8 +11,6 @@ namespace host {
 
 namespace {
 
-constexpr std::size_t ROUTING_IDS = 0x10000;
-
 // Reads the facts of one function as far as its own registers tell them; what depends on others
 // (the ARI form, and multi_function of functions above 0) comes after all have been read.
 class FunctionReader {
