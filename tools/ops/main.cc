@@ -13,8 +13,8 @@
 namespace ops {
 namespace {
 
-// The output is written whatever came of the operation: a failed one shows what it left behind. What
-// writes to this machine is not ended half way: what is disturbed would stay so.
+// The output is written whatever came of the operation: a failed one shows what it left behind.
+// What writes to this machine is not ended half way: what is disturbed would stay so.
 int run(const Options &options) {
     host::open_log(options.verbosity, options.debug);
     const host::MachineSource source = host::open_source(options.source);
