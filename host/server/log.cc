@@ -74,9 +74,9 @@ void append_printable(std::string &line, std::string_view text) {
         const std::size_t control = control_length(text);
         if (control == 0)
             line += text.front();
-        for (const unsigned char byte : text.substr(0, control)) {
+        for (const char byte : text.substr(0, control)) {
             std::array<char, 8> code{};
-            std::snprintf(code.data(), code.size(), "\\x%02x", byte);
+            std::snprintf(code.data(), code.size(), "\\x%02x", static_cast<unsigned char>(byte));
             line += code.data();
         }
         text.remove_prefix(std::max<std::size_t>(control, 1));
