@@ -130,7 +130,7 @@ TEST_F(EcrcControl, LeavesAnotherFunctionAtTheSamePlaceAlone) {
         start_with("ECRC=1.0.0:+:+");
         machine->image.reset(at(1));
         machine->machine->update(place, {});
-        machine->image.set_filter([&](ImageAccess &access) {
+        machine->image.set_filter([&, offset = offset, list = list](ImageAccess &access) {
             EXPECT_FALSE(access.is_write);
             if (access.id == at(1) && access.offset == offset)
                 access.value = list;
