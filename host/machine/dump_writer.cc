@@ -50,6 +50,13 @@ public:
         }
     }
 
+    // No more than permissions: a set-user-ID bit was for the former owner. A file system that has
+    // no permissions gives away none.
+    void permit(fs::perms permissions) {
+        if (fchmod(fd_, static_cast<mode_t>(permissions & fs::perms::all)) != 0 && errno != EPERM)
+            fail(file_, errno);
+    }
+
     void sync() {
         if (fsync(fd_) != 0)
             fail(file_, errno);
@@ -203,10 +210,10 @@ void replace(const fs::path &target, const fs::path &file, const ConfigImage &im
         OutputFile output(temporary.path(), O_CREAT | O_EXCL, file,
                           fs::exists(status) ? 0600 : 0666);
         write_functions(output, image);
+        if (fs::exists(status))
+            output.permit(status.permissions());
         output.sync();
     }
-    if (fs::exists(status))
-        fs::permissions(temporary.path(), status.permissions(), none);
     temporary.move_to(target, file);
 }
 
