@@ -27,11 +27,13 @@ constexpr std::uint16_t vectors_of(std::uint16_t ctrl) {
 volatile msix_vector_t *table_of(const event_capset_t *caps) {
     if (caps->msix == nullptr || caps->msix->table == nullptr)
         return nullptr;
-    return static_cast<volatile msix_vector_t *>(caps->msix->table->address);
+    return static_cast<volatile msix_vector_t *>(
+        __atomic_load_n(&caps->msix->table->address, __ATOMIC_ACQUIRE));
 }
 
-cap_place_t place_of(const event_capset_t *caps) {
-    if (table_of(caps) == nullptr)
+// `table` is what table_of() has given: it is asked once, for the host may unmap the table.
+cap_place_t place_of(const event_capset_t *caps, const volatile msix_vector_t *table) {
+    if (table == nullptr)
         return NO_PLACE;
     return {.bdf = caps->device->bdf, .offset = caps->msix->head.offset};
 }
@@ -83,7 +85,8 @@ void disable(const cap_place_t &cap) {
 
 pci_err_t msix_reg_save(msix_registers_t *saved, const event_capset_t *caps) {
     LOG_INFO(4, "%s, Saving MSI-X registers", "msix_reg_save");
-    const pci_err_t result = read_cap_register(place_of(caps), MSIX_CONTROL, saved->ctrl);
+    const volatile msix_vector_t *table = table_of(caps);
+    const pci_err_t result = read_cap_register(place_of(caps, table), MSIX_CONTROL, saved->ctrl);
     if (result != PCI_OK) {
         LOG_ERROR(0, "%s, unable to save MSI-X ctrl reg, %s", "msix_reg_save",
                   pci_strerror(result));
@@ -95,7 +98,6 @@ pci_err_t msix_reg_save(msix_registers_t *saved, const event_capset_t *caps) {
         saved->ctrl = 0;
         return PCI_OK;
     }
-    const volatile msix_vector_t *table = table_of(caps);
     for (std::uint16_t i = 0; i < count; i++)
         copy_vector(saved->vectors[i], table[i]);
     return PCI_OK;
@@ -107,9 +109,10 @@ pci_err_t msix_reg_restore(const msix_registers_t *saved, const event_capset_t *
         return PCI_ERR_IO;
     }
     LOG_INFO(4, "%s, Restoring MSI-X registers", "msix_reg_restore");
-    const cap_place_t cap = place_of(caps);
+    volatile msix_vector_t *table = table_of(caps);
+    const cap_place_t cap = place_of(caps, table);
     disable(cap);
-    restore_vectors(table_of(caps), saved);
+    restore_vectors(table, saved);
     const pci_err_t result = write_cap_register(cap, MSIX_CONTROL, saved->ctrl);
     if (result != PCI_OK) {
         LOG_ERROR(0, "%s, unable to restore MSI-X ctrl reg, %s", "msix_reg_restore",

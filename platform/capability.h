@@ -108,7 +108,8 @@ struct msi_cap_t {
 
 // Where the host has mapped a function's MSI-X vector table. When the function is removed, between
 // the hooks before and after, it is mapped no longer; when the function comes back, it may be
-// mapped elsewhere. The record stays.
+// mapped elsewhere. The record stays. A single atomic word: read it once for each use; nobody may
+// use the table between the two hooks.
 struct msix_table_t {
     volatile void *address;  // of entry 0; 16 bytes an entry; null: not mapped
 };

@@ -42,17 +42,22 @@ volatile void *device_table(const Function &function, std::uint32_t place, std::
     return served()->space().memory(function.id(), bar, place - bar, count * sizeof(Vector));
 }
 
+// With the lock held; modules read the word without it.
+void set_address(Table &table, volatile void *address) {
+    __atomic_store_n(&table.record.address, address, __ATOMIC_RELEASE);
+}
+
 // With the lock held. A table of the host's own has room for as many entries as a function can
 // have: capabilities that overlap may let the number in Message Control change later.
 pci_err_t set_up(Table &table, const Function &function, std::uint32_t place, std::size_t count) {
     if (table.record.address)
         return PCI_OK;
     if (served()->space().has_memory()) {
-        table.record.address = device_table(function, place, count);
+        set_address(table, device_table(function, place, count));
         return table.record.address ? PCI_OK : PCI_ERR_IO;
     }
     table.vectors.resize(reg::MSIX_TABLE_SIZE + 1u);
-    table.record.address = table.vectors.data();
+    set_address(table, table.vectors.data());
     return PCI_OK;
 }
 
@@ -60,6 +65,9 @@ pci_err_t find_or_set_up(const Function &function, std::uint32_t place, std::siz
                          const msix_table_t *&table) {
     Tables &all = tables();
     const std::scoped_lock guard(all.lock);
+    // Removed since it was found: nobody would unmap its table again.
+    if (!served()->reachable(function))
+        return PCI_ERR_NO_DEVICE;
     if (all.serve_count != serve_count())
         all.by_function.clear();
     all.serve_count = serve_count();
@@ -72,12 +80,14 @@ pci_err_t find_or_set_up(const Function &function, std::uint32_t place, std::siz
 
 }  // namespace
 
-void forget_msix_table(const Function &function) {
+void forget_msix_tables(RoutingId id) {
     Tables &all = tables();
     const std::scoped_lock guard(all.lock);
-    const auto table = all.by_function.find(&function);
-    if (table != all.by_function.end() && table->second.vectors.empty())
-        table->second.record.address = nullptr;
+    if (all.serve_count != serve_count())
+        return;  // those of another machine
+    for (auto &[function, table] : all.by_function)
+        if (function->id() == id && table.vectors.empty())
+            set_address(table, nullptr);
 }
 
 pci_err_t find_msix_table(bdf_t bdf, unsigned offset, const msix_table_t *&table) {

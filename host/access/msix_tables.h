@@ -13,8 +13,8 @@ namespace host {
 // and cannot be mapped, PCI_ERR_NO_MEMORY.
 pci_err_t find_msix_table(bdf_t bdf, unsigned offset, const msix_table_t *&table);
 
-// The function has been removed, and its memory is about to go: from now on its record says that
-// the table is not mapped, until it is looked up after the function has come back.
-void forget_msix_table(const Function &function);
+// What was at that place has been removed, and its memory is about to go: from now on its records
+// say that the table is not mapped, until it is looked up after the function has come back.
+void forget_msix_tables(RoutingId id);
 
 }  // namespace host

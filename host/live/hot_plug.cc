@@ -113,7 +113,7 @@ void HotPlug::remove(bridge_rec *bridge, const std::vector<RoutingId> &gone) {
     call_bridge_hooks(BUSCFG_HOOK_PRE_REMOVAL, bridge, bus, PCI_OK);
     machine_.update(gone, {});
     for (const RoutingId id : gone) {
-        forget_msix_table(*machine_.known(id));
+        forget_msix_tables(id);
         space_.forget(id);
     }
     call_bridge_hooks(BUSCFG_HOOK_POST_REMOVAL, bridge, bus, PCI_OK);
