@@ -20,9 +20,12 @@ constexpr const char *FOOTER =
     "  flr BDF [STATUS]             function-level reset\n"
     "  bus-reset BDF [STATUS]       reset of all below the bridge above BDF\n"
     "\n"
-    "Exit status: 0 done; 1 a module could not be loaded or refused to start, with --write also\n"
-    "when an access or an event failed; 2 bad options or unreadable input, or a result that could\n"
-    "not be written.\n";
+    "Exit status: 0 done; 1 a module could not be loaded or refused to start, with --watch also "
+    "when\n"
+    "none is listed, with --write also when an access failed, or an event that was not answered "
+    "on\n"
+    "the control socket; 2 bad options or unreadable input, or a result that could not be "
+    "written.\n";
 
 // The options as they are written, before their values are looked at.
 struct RawOptions {
@@ -46,7 +49,7 @@ void declare(CLI::App &app, RawOptions &raw, Options &options) {
         ->type_name("PATH");
     app.add_option("-c,--config", raw.config, "Host configuration file")->type_name("FILE");
     app.add_option("-m,--module", raw.modules, "One more module, file[,argument...]; may repeat")
-        ->type_name("SPEC")
+        ->type_name("FILE[,ARG...]")
         ->expected(1)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
         ->allow_extra_args(false);

@@ -8,9 +8,9 @@
 namespace host {
 
 constexpr int EXIT_DONE = 0;
-constexpr int EXIT_NOT_ALL_DONE = 1;  // a module could not be loaded or refused to start; on live
-                                      // hardware, also an access that failed, or an event that
-                                      // nobody was answered about
+constexpr int EXIT_NOT_ALL_DONE = 1;  // a module could not be loaded or refused to start, or is
+                                      // there to stay for; on live hardware, also an access that
+                                      // failed, or an event that nobody was answered about
 constexpr int EXIT_BAD_INPUT = 2;     // bad options or input, or a result that was not written
 
 // Does what the options ask for and gives the exit status. All input is read and checked before
