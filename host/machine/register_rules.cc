@@ -2,8 +2,8 @@
 // forwarding among them, which belong to the server and outlive every reset.
 //
 // Every reset counts as power-on, the worst case: all that a rule names gets its default, sticky
-// bits such as the ECRC enables too. Device Control has the base specification's defaults, also
-// where a function may have a field fixed at zero: a dump does not tell.
+// bits such as the ECRC enables too. Device Control has the defaults of the PCI Express standard,
+// also where a function may have a field fixed at zero: a dump does not tell.
 #include "host/machine/register_rules.h"
 
 #include <algorithm>
@@ -25,6 +25,7 @@ constexpr std::uint16_t BRIDGE_PCIE = 0x005F;          // parity, SERR, ISA, VGA
 constexpr std::uint16_t BRIDGE_CONVENTIONAL = 0x0BA0;  // master abort, fast b2b, discard timers
 constexpr std::uint16_t BRIDGE_DISCARD_STATUS = 0x0400;
 constexpr std::uint16_t BRIDGE_CARDBUS = 0x07EF;
+constexpr std::uint16_t BRIDGE_CARDBUS_DEFAULT = 0x0340;  // reset, both windows prefetchable
 
 class RuleFinder {
 public:
@@ -91,7 +92,7 @@ private:
         const unsigned layout = word(reg::HEADER_TYPE) & reg::HEADER_TYPE_LAYOUT;
         if (layout == reg::LAYOUT_CARDBUS) {
             add(reg::CARDBUS_SECONDARY_STATUS, 2, {.w1c = reg::STATUS_ERRORS});
-            add(reg::BRIDGE_CONTROL, 2, {.rw = BRIDGE_CARDBUS});
+            add(reg::BRIDGE_CONTROL, 2, {.rw = BRIDGE_CARDBUS, .defaults = BRIDGE_CARDBUS_DEFAULT});
         }
         if (layout != reg::LAYOUT_BRIDGE)
             return;
