@@ -6,6 +6,7 @@
 #include "host/cli/options.h"
 #include "host/cli/run.h"
 #include "host/cli/text.h"
+#include "host/server/log.h"
 
 namespace {
 
@@ -15,6 +16,12 @@ void keep_standard_descriptors() {
     for (const int descriptor : {0, 1, 2})
         if (fcntl(descriptor, F_GETFD) < 0)
             static_cast<void>(open("/dev/null", descriptor == 0 ? O_WRONLY : O_RDONLY));
+}
+
+void complain(std::string_view text) {
+    host::open_log(0, false);
+    for (const std::string_view line : host::split(text, '\n'))
+        host::log_error(std::string(line));
 }
 
 }  // namespace
@@ -28,11 +35,9 @@ int main(int argc, char **argv) {
             return host::run(*options, std::cin, std::cout);
         if (std::cout.flush())
             return host::EXIT_DONE;
-        std::cerr << "error: standard output: the text cannot be written\n";
-    } catch (const host::InputError &error) {
-        std::cerr << "error: " << error.what() << '\n';
+        complain("standard output: the text cannot be written");
     } catch (const std::exception &error) {
-        std::cerr << "error: " << error.what() << '\n';
+        complain(error.what());
     }
     return host::EXIT_BAD_INPUT;
 }
