@@ -37,7 +37,7 @@ struct FeatureState {
     bool operator==(const FeatureState &) const = default;
 };
 
-// Registers that cannot be read count as absent.
+// Registers that cannot be read count as absent. The machine must be the one that is served.
 FeatureState read_feature_state(const Machine &machine, const Function &function);
 
 }  // namespace host

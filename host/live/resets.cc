@@ -28,7 +28,7 @@ bool wait_for(LiveSpace &space, RoutingId id, Clock::time_point latest) {
 }
 
 std::string offer_text(const std::string &methods) {
-    return methods.empty() ? "the kernel offers no reset" : "the kernel offers: " + methods;
+    return methods.empty() ? "the kernel names no reset for it" : "the kernel offers: " + methods;
 }
 
 pci_err_t reset(LiveSpace &space, RoutingId id, const char *method) {
