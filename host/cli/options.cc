@@ -48,7 +48,7 @@ void declare(CLI::App &app, RawOptions &raw, Options &options) {
     app.add_option("--control", raw.control, "With --watch: socket that takes flr and bus-reset")
         ->type_name("PATH");
     app.add_option("-c,--config", raw.config, "Host configuration file")->type_name("FILE");
-    app.add_option("-m,--module", raw.modules, "One more module, file[,argument...]; may repeat")
+    app.add_option("-m,--module", raw.modules, "One more module; may repeat")
         ->type_name("FILE[,ARG...]")
         ->expected(1)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
