@@ -9,7 +9,7 @@ JOBS=$(nproc)
 BUILD_PACKAGES=(cmake ninja-build g++ libgtest-dev libcli11-dev nlohmann-json3-dev libelf-dev
     libpci-dev libudev-dev libsystemd-dev python3 pciutils)
 
-# What the fuzz targets need in addition.
+# What the fuzz targets and the address sanitizer need in addition.
 FUZZ_PACKAGES=(clang libclang-rt-14-dev)
 
 # The test programs with threads in them.
