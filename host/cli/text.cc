@@ -7,7 +7,7 @@
 #include <fstream>
 #include <system_error>
 
-#include "host/server/control_characters.h"
+#include "host/server/safe_text.h"
 
 namespace host {
 namespace {

@@ -16,7 +16,7 @@
 #include <string_view>
 #include <utility>
 
-#include "host/server/control_characters.h"
+#include "host/server/safe_text.h"
 #include "platform/log.h"
 
 namespace host {
