@@ -130,8 +130,7 @@ std::vector<BusEvent> parse_bus_events(std::string_view text, const std::string 
             continue;
         try {
             events.push_back(checker.check(parts));
-            events.back().origin =
-                file + ":" + std::to_string(number) + ": " + printable(trim(line));
+            events.back().origin = file + ":" + std::to_string(number) + ": " + excerpt(trim(line));
         } catch (const InputError &bad) {
             errors.push_back(line_complaint(file, number, bad.what(), line));
         }

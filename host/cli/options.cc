@@ -78,7 +78,7 @@ ModuleEntry command_line_module(const std::string &text) {
     try {
         return parse_module_entry(text, std::nullopt);
     } catch (const InputError &error) {
-        throw InputError("\"" + printable(text) + "\": " + error.what());
+        throw InputError("\"" + excerpt(text) + "\": " + error.what());
     }
 }
 
@@ -91,7 +91,7 @@ ReportForm parse_report_form(const std::string &text) {
         return ReportForm::DOT;
     if (text == "none")
         return ReportForm::NONE;
-    throw InputError("--report: \"" + printable(text) + "\" is none of table, json, dot, none");
+    throw InputError("--report: \"" + excerpt(text) + "\" is none of table, json, dot, none");
 }
 
 // An empty text is no file, and a message about it would name none.
@@ -163,7 +163,7 @@ std::optional<Options> parse_options(int argc, const char *const *argv, std::ost
         out << version.what() << '\n';
         return std::nullopt;
     } catch (const CLI::ParseError &error) {
-        throw InputError(printable(error.what()) + " (hoplar --help lists the options)");
+        throw InputError(excerpt(error.what()) + " (hoplar --help lists the options)");
     }
     interpret(raw, options);
     return options;
@@ -172,7 +172,7 @@ std::optional<Options> parse_options(int argc, const char *const *argv, std::ost
 unsigned parse_domain(const std::string &text) {
     const auto domain = parse_hex(text);
     if (!domain)
-        throw InputError("--domain: \"" + printable(text) + "\" is no hexadecimal number");
+        throw InputError("--domain: \"" + excerpt(text) + "\" is no hexadecimal number");
     return *domain;
 }
 
@@ -183,7 +183,7 @@ ManagedBuses parse_bus_ranges(const std::string &text) {
         const auto first = parse_hex(range.substr(0, dash));
         const auto last = dash == range.size() ? first : parse_hex(range.substr(dash + 1));
         if (!first || !last || *first > *last || *last >= managed.size())
-            throw InputError("--manage: \"" + printable(text) + "\": \"" + printable(range) +
+            throw InputError("--manage: \"" + excerpt(text) + "\": \"" + excerpt(range) +
                              "\" is no range of buses (hexadecimal, as in 00-7f,ff)");
         for (std::uint32_t bus = *first; bus <= *last; ++bus)
             managed[bus] = true;

@@ -1,8 +1,8 @@
 // What is drawn, from left to right: root port, links, devices. The functions of one device share a
 // node, as they share a link: devices of many functions stay small.
 //
-// Text of others stands only in labels that `dot` reads as XML: what XML does not allow is escaped
-// or replaced. Besides, `dot` replaces "\N" and the like even there.
+// Text of others stands only in labels that `dot` reads as XML: what XML does not allow is escaped.
+// Besides, `dot` replaces "\N" and the like even there.
 #include "host/cli/report_dot.h"
 
 #include <algorithm>
@@ -13,6 +13,7 @@
 
 #include "host/cli/report_text.h"
 #include "host/cli/text.h"
+#include "host/server/safe_text.h"
 
 namespace host {
 namespace {
@@ -127,13 +128,13 @@ std::string bold_if(bool bold, const std::string &text) {
 }
 
 std::string shown_name(const FunctionReport &row) {
-    std::string name = valid_utf8(row.name);
+    std::string name = safe_text(row.name);
     // lspci's text begins with the class, which would leave too little room for the device.
     if (const std::size_t class_end = name.find(": "); class_end != std::string::npos)
         name.erase(0, class_end + 2);
     if (display_width(name) > LONGEST_NAME)
         name = first_columns(name, LONGEST_NAME - 1) + "…";
-    return escaped(printable(name));
+    return escaped(name);
 }
 
 std::string type_and_state(const FunctionReport &row) {

@@ -90,8 +90,9 @@ void write_json(std::ostream &out, const Report &report) {
                           {"warning", report.messages.warning},
                           {"info", report.messages.info},
                           {"debug", report.messages.debug}}}};
-    // File names may be no UTF-8: such bytes are replaced, not an error.
-    out << whole.dump(2, ' ', false, Json::error_handler_t::replace) << '\n';
+    // Only ASCII, so that no terminal obeys what names hold. File names may be no UTF-8: such bytes
+    // are replaced, not an error.
+    out << whole.dump(2, ' ', true, Json::error_handler_t::replace) << '\n';
 }
 
 }  // namespace host

@@ -11,6 +11,7 @@
 
 #include "host/cli/report_text.h"
 #include "host/cli/text.h"
+#include "host/server/safe_text.h"
 
 namespace host {
 namespace {
@@ -49,8 +50,7 @@ std::string place_cell(const FunctionReport &row, const std::string &branch) {
 }
 
 std::string name_cell(const FunctionReport &row) {
-    constexpr std::size_t ANY_LENGTH = 4096;
-    return (row.managed ? "" : "(not managed) ") + printable(row.name, ANY_LENGTH);
+    return (row.managed ? "" : "(not managed) ") + safe_text(row.name);
 }
 
 // The functions depth first, with the branches that lead to each, under their hierarchies'

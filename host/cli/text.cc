@@ -30,49 +30,6 @@ std::size_t end_of_columns(std::string_view text, std::size_t columns) {
     return text.size();
 }
 
-bool is_surrogate(std::uint32_t character) {
-    return character >= 0xD800 && character <= 0xDFFF;
-}
-
-// UTF-8 of two to four bytes: its first byte is one of `lead` but for the bits of `lead_bits`,
-// which hold the highest bits of a character between `lowest` and `highest`.
-struct Utf8Form {
-    std::size_t length;
-    unsigned char lead;
-    unsigned char lead_bits;
-    std::uint32_t lowest;
-    std::uint32_t highest;
-};
-
-constexpr Utf8Form UTF8_FORMS[] = {
-    {.length = 2, .lead = 0xC0, .lead_bits = 0x1F, .lowest = 0x80, .highest = 0x7FF},
-    {.length = 3, .lead = 0xE0, .lead_bits = 0x0F, .lowest = 0x800, .highest = 0xFFFD},
-    {.length = 4, .lead = 0xF0, .lead_bits = 0x07, .lowest = 0x10000, .highest = 0x10FFFF},
-};
-
-bool begins_with(std::string_view text, const Utf8Form &form) {
-    const auto lead = static_cast<unsigned char>(text.front());
-    if ((lead & ~form.lead_bits) != form.lead || text.size() < form.length)
-        return false;
-    std::uint32_t character = lead & form.lead_bits;
-    for (const char c : text.substr(1, form.length - 1)) {
-        if (begins_character(c))
-            return false;
-        character = character << 6U | (static_cast<unsigned char>(c) & 0x3FU);
-    }
-    return character >= form.lowest && character <= form.highest && !is_surrogate(character);
-}
-
-// Bytes of the character that a text begins with, 0 when it begins with none.
-std::size_t character_length(std::string_view text) {
-    if (static_cast<unsigned char>(text.front()) < 0x80)
-        return 1;
-    for (const Utf8Form &form : UTF8_FORMS)
-        if (begins_with(text, form))
-            return form.length;
-    return 0;
-}
-
 std::optional<std::uint32_t> parse(std::string_view digits, int base) {
     std::uint32_t value = 0;
     const char *const end = digits.data() + digits.size();
@@ -82,10 +39,10 @@ std::optional<std::uint32_t> parse(std::string_view digits, int base) {
     return value;
 }
 
-std::string printable_lines(const std::vector<std::string> &lines) {
+std::string safe_lines(const std::vector<std::string> &lines) {
     std::vector<std::string> shown;
     for (const std::string &line : lines)
-        shown.push_back(printable(line, line.size()));
+        shown.push_back(safe_text(line));
     return join(shown, "\n");
 }
 
@@ -94,7 +51,7 @@ std::string printable_lines(const std::vector<std::string> &lines) {
 InputError::InputError(const std::string &line) : InputError(std::vector<std::string>{line}) {}
 
 InputError::InputError(const std::vector<std::string> &lines)
-    : std::runtime_error(printable_lines(lines)) {}
+    : std::runtime_error(safe_lines(lines)) {}
 
 std::string read_text_file(const std::filesystem::path &file) {
     std::error_code ignored;
@@ -128,35 +85,17 @@ std::string read_text_stream(std::istream &in, const std::string &name) {
 std::string line_complaint(const std::string &file, std::size_t line, std::string_view reason,
                            std::string_view text) {
     return file + ":" + std::to_string(line) + ": " + std::string(reason) + ": " +
-           printable(trim(text));
+           excerpt(trim(text));
 }
 
-std::string printable(std::string_view text, std::size_t longest) {
-    const std::size_t end = end_of_columns(text, longest);
-    std::string shown;
-    for (std::size_t at = 0; at < end;) {
-        const std::size_t control = control_length(text.substr(at));
-        shown += control == 0 ? text[at] : '?';
-        at += std::max<std::size_t>(control, 1);
-    }
-    if (end < text.size())
-        shown += "...";
-    return shown;
+std::string excerpt(std::string_view text, std::size_t longest) {
+    const std::string shown = safe_text(text);
+    const std::size_t end = end_of_columns(shown, longest);
+    return shown.substr(0, end) + (end < shown.size() ? "..." : "");
 }
 
 std::string functions_text(std::size_t count) {
     return std::to_string(count) + (count == 1 ? " function" : " functions");
-}
-
-std::string valid_utf8(std::string_view text) {
-    constexpr const char *REPLACEMENT = "\uFFFD";
-    std::string valid;
-    while (!text.empty()) {
-        const std::size_t length = character_length(text);
-        valid += length == 0 ? REPLACEMENT : text.substr(0, length);
-        text.remove_prefix(std::max<std::size_t>(length, 1));
-    }
-    return valid;
 }
 
 std::size_t display_width(std::string_view text) {

@@ -13,8 +13,7 @@
 namespace host {
 
 // Input that cannot be used: nothing has been run, and the exit status is 2. `what()` is one or
-// more lines, each with the file and line it is about, and without control characters, which a
-// file's name may have.
+// more lines, each with the file and line it is about, as safe_text() shows it.
 class InputError : public std::runtime_error {
 public:
     explicit InputError(const std::string &line);
@@ -30,16 +29,11 @@ std::string read_text_stream(std::istream &in, const std::string &name);
 std::string line_complaint(const std::string &file, std::size_t line, std::string_view reason,
                            std::string_view text);
 
-// Text of a file as it can be shown: control characters as "?", cut at a length that still shows
-// what is meant.
-std::string printable(std::string_view text, std::size_t longest = 120);
+// The start of a text as safe_text() shows it, cut at a length that still shows what is meant.
+std::string excerpt(std::string_view text, std::size_t longest = 120);
 
 // "1 function", "2 functions"
 std::string functions_text(std::size_t count);
-
-// Text of which each byte that does not belong to a character in UTF-8 has become U+FFFD. U+FFFE
-// and U+FFFF, which XML does not know, are none.
-std::string valid_utf8(std::string_view text);
 
 // Columns that UTF-8 text takes in a terminal, one for each character, and its first `columns` of
 // them.

@@ -9,6 +9,7 @@
 #include <system_error>
 
 #include "host/cli/text.h"
+#include "host/server/safe_text.h"
 
 namespace host {
 namespace {
@@ -82,9 +83,11 @@ std::string module_usage(const std::filesystem::path &file) {
     for (std::size_t at = text.find(NAME_MARK); at != std::string::npos;
          at = text.find(NAME_MARK, at + name.size()))
         text.replace(at, NAME_MARK.size(), name);
-    if (!text.ends_with('\n'))
-        text += '\n';
-    return text;
+    text.erase(text.find_last_not_of('\n') + 1);
+    std::string safe;
+    for (const std::string_view line : split(text, '\n'))
+        safe.append(safe_text(line)).append(1, '\n');
+    return safe;
 }
 
 }  // namespace host

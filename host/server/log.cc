@@ -1,6 +1,6 @@
 // One lock orders the lines of all threads; each line leaves in one write, so that lines of several
-// processes on one terminal stay whole too. Control characters, which a configuration file may
-// bring into a message, are written as \xNN: a message is one line, and no terminal obeys it.
+// processes on one terminal stay whole too. A message may hold text of a file: it goes through
+// safe_text(), so that it is one line, and no terminal obeys it.
 #include "host/server/log.h"
 
 #include <sys/stat.h>
@@ -69,20 +69,6 @@ std::string formatted(const char *format, va_list args) {
     return text;
 }
 
-void append_printable(std::string &line, std::string_view text) {
-    while (!text.empty()) {
-        const std::size_t control = control_length(text);
-        if (control == 0)
-            line += text.front();
-        for (const char byte : text.substr(0, control)) {
-            std::array<char, 8> code{};
-            std::snprintf(code.data(), code.size(), "\\x%02x", static_cast<unsigned char>(byte));
-            line += code.data();
-        }
-        text.remove_prefix(std::max<std::size_t>(control, 1));
-    }
-}
-
 // Whether standard error is the stream to systemd's journal that the environment names.
 bool leads_to_journal() {
     const char *const named = std::getenv("JOURNAL_STREAM");
@@ -112,18 +98,21 @@ void show(int severity, std::string_view text) {
     const Level &level = level_of(severity);
     std::string line = log().to_journal ? level.priority : "";
     line += level.prefix;
-    append_printable(line, text);
+    line += safe_text(text);
     line += '\n';
     write_all(line);
 }
 
-// As show(), without allocating anything: what does not fit is cut, control characters are "?".
+// As show(), without allocating anything: what does not fit is cut, what is not safe is "?".
 void show_without_memory(int severity, const char *format, va_list args) {
     std::array<char, 512> text{};
     std::vsnprintf(text.data(), text.size(), format, args);
     const std::string_view line(text.data());
     for (std::size_t at = 0; at < line.size(); ++at)
-        std::fill_n(text.begin() + at, control_length(line.substr(at)), '?');
+        if (const std::size_t length = safe_length(line.substr(at)); length > 0)
+            at += length - 1;
+        else
+            text[at] = '?';
     if (log().to_journal)
         write_all(level_of(severity).priority);
     write_all(level_of(severity).prefix);

@@ -1,19 +1,19 @@
-// What a terminal would obey in text that comes from files.
+// Text from files, devices and other users, as it can be sent to a terminal.
 #pragma once
 
+#include <string>
 #include <string_view>
 
 namespace host {
 
-// Bytes of the control character that a text begins with, one of ASCII's or, in UTF-8, U+0080 to
-// U+009F; 0 when it begins with anything else.
-constexpr std::size_t control_length(std::string_view text) {
-    const auto byte = [&](std::size_t at) { return static_cast<unsigned char>(text[at]); };
-    if (text.empty())
-        return 0;
-    if (byte(0) < 0x20 || byte(0) == 0x7F)
-        return 1;
-    return text.size() > 1 && byte(0) == 0xC2 && byte(1) >= 0x80 && byte(1) < 0xA0 ? 2 : 0;
-}
+// Number of bytes of the character that `text` begins with, if that character can be shown; 0 if
+// the first byte cannot: it is a control character (of ASCII or U+0080 to U+009F), belongs to a
+// character that breaks lines or changes the direction of what follows (U+2028 to U+202E, U+2066 to
+// U+2069), or is not UTF-8. U+FFFE and U+FFFF, which XML does not allow, cannot be shown either.
+std::size_t safe_length(std::string_view text);
+
+// The text with each byte that cannot be shown as \xNN. The result is one line of valid UTF-8,
+// which no terminal obeys; text that is safe already stays as it is.
+std::string safe_text(std::string_view text);
 
 }  // namespace host

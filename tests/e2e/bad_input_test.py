@@ -56,7 +56,7 @@ REFUSED = (
     (["-F", EXAMPLE, "-e", "/proc/self/mem"], "", [
         "/proc/self/mem: cannot be read: Input/output error"]),
     (["-F", "a\n\u009b©"], "", ["a\\x0a\\xc2\\x9b©: No such file"]),
-    (["-F", EXAMPLE, "-e", "a\n\u009b©"], "", ["a??©: cannot be read"]),
+    (["-F", EXAMPLE, "-e", "a\n\u009b©"], "", ["a\\x0a\\xc2\\x9b©: cannot be read"]),
     (["-F", EXAMPLE, "-e", "none"], "", ["none: cannot be read: No such file or directory"]),
     (["-F", EXAMPLE, "-c", "input", "-m", PLUGIN],
      "# one\n[runtime]\nHOPLAR_MODULE_LIST\n= a.so\n[runtime\nHOPLAR_MODULE_LIST = a.so ,b\n", [
@@ -80,10 +80,12 @@ REFUSED = (
 PLACES = [os.path.abspath(os.path.join(os.path.dirname(HOPLAR), place, "text.so"))
           for place in ("../lib/hoplar", "../../module")]
 
-# Names, and what the graph makes of them.
+# Names, and how they are shown. The graph cuts them after 46 characters.
 NAMES = ((br"""x"'\N\\G<b>&lt;%--></TABLE>> \\E""", r"""x"'\N\\G<b>&lt;%--></TABLE>> \\E"""),
-         (b"\0\t\x7f\xc3\xa4\xff\xed\xa0\x80\xef\xbf\xbf\xf4\x90\x80\x80\xc0\x80", "???ä" + "�" * 13),
-         ("€".encode() * 50, "€" * 45 + "…"))
+         (b"\0\t\x7f\xc3\xa4\xff\xed\xa0\x80\xef\xbf\xbf", r"\x00\x09\x7fä\xff\xed\xa0\x80\xef\xbf\xbf"),
+         (b"\xc2\x9b\x9b\xe2\x80\xae\xe2\x81\xa6\xc0\x80", r"\xc2\x9b\x9b\xe2\x80\xae\xe2\x81\xa6\xc0\x80"),
+         (b"\xf4\x90\x80\x80\xf0\x9f\x96\xa7", r"\xf4\x90\x80\x80🖧"),
+         ("€".encode() * 50, "€" * 50))
 
 
 class BadInputTest(HoplarTest):
@@ -160,11 +162,22 @@ class BadInputTest(HoplarTest):
             "them; a full dump: sudo lspci -xxxx > FILE"])
         self.compare_output(read_dump(self.file("input")))
 
-    def test_graph_shows_any_name(self):
+    def test_any_name_is_shown_and_no_terminal_obeys_it(self):
         for name, shown in NAMES:
             self.file("input", re.sub(rb"(?m)(?<=^07:00.0 ).*", lambda _: name, DUMP.encode()))
+            table, _ = self.hoplar("-F", "input")
+            self.assertIn(f"  {shown}\n", table)
             _, texts = self.graph("-F", "input")
-            self.assertIn(shown, [text.replace("\u200b", "").strip() for text in texts])
+            self.assertIn(shown if len(shown) <= 46 else shown[:45] + "…",
+                          [text.replace("\u200b", "").strip() for text in texts])
+
+    def test_json_is_text_whatever_names_hold(self):
+        for name in b"./\xc2\x9b\xe2\x80\xae\xc3\xa9\x7f", b"./\x9b\xff":
+            done = subprocess.run([HOPLAR, "-F", EXAMPLE, "-m", name, "--report", "json"],
+                                  capture_output=True)
+            self.assertTrue(done.stdout.replace(b"\n", b"").decode("ascii").isprintable())
+            self.assertEqual(json.loads(done.stdout)["modules"][0]["file"],
+                             name.decode("utf-8", "replace"))
 
     def test_messages_are_counted_whether_or_not_they_are_shown(self):
         counts = [json.loads(self.hoplar("-F", EXAMPLE, "-m", PLUGIN, "--report", "json", level)[0])

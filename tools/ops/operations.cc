@@ -122,7 +122,7 @@ std::string name_of(const Operation &operation) {
 const Operation &find_operation(const std::string &name) {
     const auto *const found = std::ranges::find(OPERATIONS, name, name_of);
     if (found == OPERATIONS.end())
-        throw host::InputError("\"" + host::printable(name) +
+        throw host::InputError("\"" + host::excerpt(name) +
                                "\" is no operation (hoplar-ops --help lists them)");
     return *found;
 }
@@ -134,7 +134,7 @@ bdf_t parse_target(const Operation &operation, const std::string &word, const Ma
     try {
         return host::named_function(machine, domain, word).bdf;
     } catch (const host::InputError &error) {
-        throw host::InputError(name_of(operation) + ": \"" + host::printable(word) +
+        throw host::InputError(name_of(operation) + ": \"" + host::excerpt(word) +
                                "\": " + error.what());
     }
 }

@@ -63,7 +63,7 @@ std::optional<Options> parse_options(int argc, const char *const *argv, std::ost
         out << version.what() << '\n';
         return std::nullopt;
     } catch (const CLI::ParseError &error) {
-        throw host::InputError(host::printable(error.what()) +
+        throw host::InputError(host::excerpt(error.what()) +
                                " (hoplar-ops --help lists the options)");
     }
     for (const auto &[option, file] :
