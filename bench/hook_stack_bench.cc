@@ -18,12 +18,12 @@
 
 #include "features/aspm/link_control.h"
 #include "features/fb2b/control.h"
-#include "host/access/serve.h"
-#include "host/machine/config_image.h"
+#include "host/base/log.h"
+#include "host/exports/hooks.h"
+#include "host/exports/serve.h"
 #include "host/machine/machine.h"
-#include "host/machine/registers.h"
-#include "host/server/hooks.h"
-#include "host/server/log.h"
+#include "host/space/config_image.h"
+#include "host/space/registers.h"
 #include "module/startup.h"
 
 namespace host::bench {

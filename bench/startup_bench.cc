@@ -20,11 +20,11 @@
 #include <string>
 #include <vector>
 
-#include "host/access/serve.h"
-#include "host/machine/config_image.h"
+#include "host/base/log.h"
+#include "host/exports/serve.h"
 #include "host/machine/machine.h"
-#include "host/machine/registers.h"
-#include "host/server/log.h"
+#include "host/space/config_image.h"
+#include "host/space/registers.h"
 #include "module/startup.h"
 #include "platform/server.h"
 

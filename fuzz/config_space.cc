@@ -6,11 +6,11 @@
 #include <sstream>
 
 #include "fuzz/support.h"
-#include "host/cli/open_machine.h"
-#include "host/cli/report.h"
-#include "host/cli/report_dot.h"
-#include "host/cli/report_json.h"
-#include "host/cli/report_table.h"
+#include "host/exports/serve.h"
+#include "host/report/report.h"
+#include "host/report/report_dot.h"
+#include "host/report/report_json.h"
+#include "host/report/report_table.h"
 #include "tests/support/faults.h"
 #include "tests/support/module_state.h"
 

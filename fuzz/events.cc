@@ -1,10 +1,10 @@
 // An events file: what is accepted as a whole is played, and so is each line that would be accepted
 // alone.
 #include "fuzz/support.h"
-#include "host/cli/bus_events.h"
-#include "host/cli/event_player.h"
-#include "host/cli/open_machine.h"
-#include "host/cli/text.h"
+#include "host/base/text.h"
+#include "host/exports/serve.h"
+#include "host/watch/bus_events.h"
+#include "host/watch/event_player.h"
 #include "tests/support/module_state.h"
 
 using namespace host;

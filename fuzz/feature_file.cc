@@ -1,7 +1,7 @@
 // A feature file through the whole parse into the two features that run, and their start, on a
 // small machine.
 #include "fuzz/support.h"
-#include "host/cli/open_machine.h"
+#include "host/exports/serve.h"
 
 using namespace host;
 

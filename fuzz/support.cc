@@ -7,11 +7,11 @@
 #include <cstdlib>
 #include <set>
 
-#include "host/cli/bus_events.h"
-#include "host/cli/event_player.h"
-#include "host/cli/text.h"
-#include "host/machine/bdf_text.h"
-#include "host/server/log.h"
+#include "host/base/address.h"
+#include "host/base/log.h"
+#include "host/base/text.h"
+#include "host/watch/bus_events.h"
+#include "host/watch/event_player.h"
 #include "module/startup.h"
 #include "tests/support/faults.h"
 #include "tests/support/module_state.h"

@@ -8,9 +8,9 @@
 #include <string_view>
 #include <vector>
 
-#include "host/cli/machine_source.h"
-#include "host/machine/config_image.h"
 #include "host/machine/machine.h"
+#include "host/space/config_image.h"
+#include "host/space/machine_source.h"
 #include "tests/support/test_machine.h"
 
 namespace host::fuzz {

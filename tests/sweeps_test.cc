@@ -9,9 +9,9 @@
 
 #include "features/aspm/link_control.h"
 #include "features/fb2b/control.h"
-#include "host/machine/dump.h"
-#include "host/server/event_records.h"
-#include "host/server/hooks.h"
+#include "host/exports/event_records.h"
+#include "host/exports/hooks.h"
+#include "host/space/dump.h"
 #include "msi/register_save.h"
 #include "platform/log.h"
 #include "tests/support/faults.h"

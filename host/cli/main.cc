@@ -3,10 +3,10 @@
 #include <exception>
 #include <iostream>
 
+#include "host/base/log.h"
+#include "host/base/text.h"
 #include "host/cli/options.h"
 #include "host/cli/run.h"
-#include "host/cli/text.h"
-#include "host/server/log.h"
 
 namespace {
 

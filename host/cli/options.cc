@@ -4,8 +4,8 @@
 
 #include <ostream>
 
-#include "host/cli/module_loader.h"
-#include "host/cli/text.h"
+#include "host/base/text.h"
+#include "host/modules/module_loader.h"
 
 namespace host {
 namespace {

@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
-#include "host/access/serve.h"
-#include "host/cli/machine_source.h"
-#include "host/cli/module_entry.h"
+#include "host/exports/serve.h"
+#include "host/modules/module_entry.h"
+#include "host/space/machine_source.h"
 
 namespace host {
 

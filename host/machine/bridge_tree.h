@@ -8,7 +8,7 @@
 #include <span>
 #include <vector>
 
-#include "host/machine/config_space.h"
+#include "host/space/config_space.h"
 #include "platform/bridge.h"
 
 namespace host {

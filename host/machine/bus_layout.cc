@@ -7,7 +7,7 @@
 // physically below it then counts when its hierarchy's payload size is chosen.
 #include "host/machine/bus_layout.h"
 
-#include "host/machine/bdf_text.h"
+#include "host/base/address.h"
 
 namespace host {
 

@@ -4,7 +4,7 @@
 #include <unordered_map>
 
 #include "host/machine/bus_layout.h"
-#include "host/machine/registers.h"
+#include "host/space/registers.h"
 #include "platform/capability.h"
 
 namespace host {

@@ -12,8 +12,8 @@
 #include <vector>
 
 #include "host/machine/bridge_tree.h"
-#include "host/machine/capability_walk.h"
-#include "host/machine/config_space.h"
+#include "host/space/capability_walk.h"
+#include "host/space/config_space.h"
 #include "platform/types.h"
 
 namespace host {

@@ -4,7 +4,7 @@
 #include <atomic>
 #include <thread>
 
-#include "host/server/hooks.h"
+#include "host/exports/hooks.h"
 #include "module/capability_call.h"
 #include "platform/buscfg.h"
 #include "tests/module/ecrc_test.h"

@@ -3,8 +3,8 @@
 #include <thread>
 
 #include "features/aspm/link_control.h"
-#include "host/live/event_groups.h"
-#include "host/machine/bdf_text.h"
+#include "host/base/address.h"
+#include "host/watch/event_groups.h"
 #include "platform/pci_access.h"
 #include "tests/support/module_test.h"
 #include "topology/bridge_links.h"

@@ -4,7 +4,7 @@
 #include <ctime>
 #include <thread>
 
-#include "host/server/hooks.h"
+#include "host/exports/hooks.h"
 #include "platform/buscfg.h"
 #include "platform/log.h"
 #include "tests/mps/mps_test.h"

@@ -6,7 +6,7 @@
 
 #include "features/mps/hierarchy.h"
 #include "features/mps/register_access.h"
-#include "host/machine/bdf_text.h"
+#include "host/base/address.h"
 #include "tests/support/faults.h"
 #include "tests/support/module_test.h"
 

@@ -8,8 +8,8 @@
 #include <cstring>
 #include <numeric>
 
-#include "host/access/msix_tables.h"
-#include "host/server/event_records.h"
+#include "host/exports/event_records.h"
+#include "host/exports/msix_tables.h"
 #include "tests/support/faults.h"
 #include "tests/support/module_test.h"
 

@@ -4,7 +4,7 @@
 #include <functional>
 #include <string>
 
-#include "host/machine/config_image.h"
+#include "host/space/config_image.h"
 
 namespace host::tests {
 

@@ -8,7 +8,7 @@
 #include "features/ecrc/entry_list.h"
 #include "features/mps/endpoint_list.h"
 #include "features/mps/root_port_list.h"
-#include "host/server/hooks.h"
+#include "host/exports/hooks.h"
 #include "module/feature_table.h"
 #include "module/host_symbols.h"
 

@@ -10,8 +10,8 @@
 #include <string_view>
 #include <vector>
 
-#include "host/access/serve.h"
-#include "host/server/log.h"
+#include "host/base/log.h"
+#include "host/exports/serve.h"
 #include "tests/support/test_machine.h"
 
 namespace host::tests {

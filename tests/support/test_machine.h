@@ -4,9 +4,9 @@
 #include <optional>
 #include <vector>
 
-#include "host/machine/config_image.h"
 #include "host/machine/machine.h"
-#include "host/machine/registers.h"
+#include "host/space/config_image.h"
+#include "host/space/registers.h"
 
 namespace host::tests {
 

@@ -7,8 +7,8 @@
 
 #include "features/aspm/link_control.h"
 #include "features/fb2b/control.h"
-#include "host/machine/bdf_text.h"
-#include "host/machine/registers.h"
+#include "host/base/address.h"
+#include "host/space/registers.h"
 #include "platform/capability.h"
 
 namespace ops {

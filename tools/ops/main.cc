@@ -1,11 +1,12 @@
 #include <exception>
 #include <iostream>
 
-#include "host/cli/open_machine.h"
+#include "host/base/log.h"
+#include "host/base/text.h"
 #include "host/cli/run.h"
-#include "host/cli/text.h"
-#include "host/live/signals.h"
-#include "host/server/log.h"
+#include "host/exports/serve.h"
+#include "host/machine/open_machine.h"
+#include "host/watch/signals.h"
 #include "platform/pci_access.h"
 #include "tools/ops/operations.h"
 #include "tools/ops/options.h"

@@ -6,10 +6,10 @@
 #include <span>
 #include <vector>
 
-#include "host/access/serve.h"
-#include "host/machine/bdf_text.h"
-#include "host/machine/registers.h"
-#include "host/server/event_records.h"
+#include "host/base/address.h"
+#include "host/exports/event_records.h"
+#include "host/exports/serve.h"
+#include "host/space/registers.h"
 #include "msi/register_save.h"
 
 namespace ops {

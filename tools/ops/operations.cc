@@ -7,9 +7,9 @@
 
 #include "features/aspm/link_control.h"
 #include "features/fb2b/control.h"
-#include "host/cli/open_machine.h"
-#include "host/cli/text.h"
-#include "host/machine/bdf_text.h"
+#include "host/base/address.h"
+#include "host/base/text.h"
+#include "host/machine/open_machine.h"
 #include "tools/ops/changes.h"
 #include "tools/ops/msi_round_trip.h"
 #include "topology/bridge_walk.h"

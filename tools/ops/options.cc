@@ -4,9 +4,9 @@
 
 #include <ostream>
 
-#include "host/cli/module_loader.h"
+#include "host/base/text.h"
 #include "host/cli/options.h"
-#include "host/cli/text.h"
+#include "host/modules/module_loader.h"
 #include "tools/ops/operations.h"
 
 namespace ops {

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "host/cli/machine_source.h"
+#include "host/space/machine_source.h"
 
 namespace ops {
 

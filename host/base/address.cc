@@ -1,0 +1,66 @@
+#include "host/base/address.h"
+
+#include <array>
+#include <cstdio>
+
+#include "host/base/text.h"
+
+namespace host {
+namespace {
+
+constexpr std::uint32_t HIGHEST_BUS = 0xFF;
+constexpr std::uint32_t HIGHEST_DEVICE = 0x1F;
+constexpr std::uint32_t HIGHEST_FUNCTION = 7;
+
+// Hexadecimal digits, no more of them than the field is wide.
+std::optional<std::uint32_t> field(std::string_view digits, std::size_t most, std::uint32_t high) {
+    if (digits.size() > most)
+        return std::nullopt;
+    const auto value = parse_hex(digits);
+    return value && *value <= high ? value : std::nullopt;
+}
+
+}  // namespace
+
+std::string bdf_text(bdf_t bdf) {
+    std::array<char, 16> text{};
+    std::snprintf(text.data(), text.size(), "%02x:%02x.%x", bdf >> 8 & 0xFF, bdf >> 3 & 0x1F,
+                  bdf & 7);
+    return text.data();
+}
+
+std::string domain_text(unsigned domain) {
+    std::array<char, 16> text{};
+    std::snprintf(text.data(), text.size(), "%04x", domain);
+    return text.data();
+}
+
+std::string bus_text(unsigned bus) {
+    std::array<char, 16> text{};
+    std::snprintf(text.data(), text.size(), "%02x", bus & 0xFF);
+    return text.data();
+}
+
+std::string format_address(unsigned domain, RoutingId id) {
+    return domain == 0 ? bdf_text(id) : domain_text(domain) + ":" + bdf_text(id);
+}
+
+std::optional<Address> parse_address(std::string_view text) {
+    const std::size_t dot = text.rfind('.');
+    const std::vector<std::string_view> parts = split(text.substr(0, dot), ':');
+    if (dot == std::string_view::npos || parts.size() < 2 || parts.size() > 3)
+        return std::nullopt;
+    const auto bus = field(parts[parts.size() - 2], 2, HIGHEST_BUS);
+    const auto device = field(parts.back(), 2, HIGHEST_DEVICE);
+    const auto function = field(text.substr(dot + 1), 1, HIGHEST_FUNCTION);
+    if (!bus || !device || !function)
+        return std::nullopt;
+    Address address{.domain = std::nullopt,
+                    .id = static_cast<RoutingId>(*bus << 8 | *device << 3 | *function)};
+    if (parts.size() == 2)
+        return address;
+    address.domain = field(parts.front(), 8, 0xFFFF'FFFF);
+    return address.domain ? std::optional(address) : std::nullopt;
+}
+
+}  // namespace host

@@ -1,0 +1,208 @@
+// One lock orders the lines of all threads; each line leaves in one write, so that lines of several
+// processes on one terminal stay whole too. A message may hold text of a file: it goes through
+// safe_text(), so that it is one line, and no terminal obeys it.
+#include "host/base/log.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <mutex>
+#include <new>
+#include <string_view>
+#include <utility>
+
+#include "host/base/safe_text.h"
+#include "platform/log.h"
+
+namespace host {
+
+namespace {
+
+struct Log {
+    std::mutex lock;
+    LogCounts counts;
+    bool to_journal = false;
+    std::function<void(const LogMessage &)> observer;
+};
+
+Log &log() {
+    static Log the_log;
+    return the_log;
+}
+
+struct Level {
+    int severity;
+    const char *priority;  // for the journal
+    const char *prefix;
+    std::uint64_t LogCounts::*count;
+};
+
+constexpr std::array<Level, 4> LEVELS = {{
+    {LOG_SEVERITY_ERROR, "<3>", "error: ", &LogCounts::error},
+    {LOG_SEVERITY_WARNING, "<4>", "warning: ", &LogCounts::warning},
+    {LOG_SEVERITY_INFO, "<6>", "info: ", &LogCounts::info},
+    {LOG_SEVERITY_DEBUG, "<7>", "debug: ", &LogCounts::debug},
+}};
+
+// A severity between or beyond the known ones counts as the next milder known one.
+const Level &level_of(int severity) {
+    for (const Level &level : LEVELS)
+        if (severity <= level.severity)
+            return level;
+    return LEVELS.back();
+}
+
+std::string formatted(const char *format, va_list args) {
+    va_list again;
+    va_copy(again, args);
+    const int length = std::vsnprintf(nullptr, 0, format, again);
+    va_end(again);
+    if (length < 0)
+        return format;
+    std::string text(static_cast<std::size_t>(length), '\0');
+    std::vsnprintf(text.data(), text.size() + 1, format, args);
+    return text;
+}
+
+// Whether standard error is the stream to systemd's journal that the environment names.
+bool leads_to_journal() {
+    const char *const named = std::getenv("JOURNAL_STREAM");
+    struct stat status {};
+    return named && fstat(STDERR_FILENO, &status) == 0 &&
+           named == std::to_string(status.st_dev) + ":" + std::to_string(status.st_ino);
+}
+
+// What cannot be written has nowhere else to go.
+void write_all(std::string_view text) {
+    while (!text.empty()) {
+        const ssize_t written = write(STDERR_FILENO, text.data(), text.size());
+        if (written < 0 && errno != EINTR)
+            return;
+        if (written > 0)
+            text.remove_prefix(static_cast<std::size_t>(written));
+    }
+}
+
+// With the lock held.
+void count(int severity) {
+    ++(log().counts.*level_of(severity).count);
+}
+
+// With the lock held.
+void show(int severity, std::string_view text) {
+    const Level &level = level_of(severity);
+    std::string line = log().to_journal ? level.priority : "";
+    line += level.prefix;
+    line += safe_text(text);
+    line += '\n';
+    write_all(line);
+}
+
+// As show(), without allocating anything: what does not fit is cut, what is not safe is "?".
+void show_without_memory(int severity, const char *format, va_list args) {
+    std::array<char, 512> text{};
+    std::vsnprintf(text.data(), text.size(), format, args);
+    const std::string_view line(text.data());
+    for (std::size_t at = 0; at < line.size(); ++at)
+        if (const std::size_t length = safe_length(line.substr(at)); length > 0)
+            at += length - 1;
+        else
+            text[at] = '?';
+    if (log().to_journal)
+        write_all(level_of(severity).priority);
+    write_all(level_of(severity).prefix);
+    write_all(line);
+    write_all("\n");
+}
+
+// With the lock held.
+void deliver(const LogMessage &message, bool shown) {
+    if (log().observer)
+        log().observer(message);
+    if (shown)
+        show(message.severity, message.text);
+}
+
+// Modules call this through a C interface, which no exception may cross.
+int take(bool debug_handle, int severity, int verbosity, int message_verbosity, const char *format,
+         va_list args) {
+    Log &the_log = log();
+    const std::scoped_lock guard(the_log.lock);
+    count(severity);
+    const bool shown = message_verbosity <= verbosity;
+    if (!shown && !the_log.observer)
+        return 0;
+    va_list again;
+    va_copy(again, args);
+    try {
+        deliver({severity, message_verbosity, debug_handle, format, formatted(format, args)},
+                shown);
+    } catch (const std::bad_alloc &) {
+        if (shown)
+            show_without_memory(severity, format, again);
+    }
+    va_end(again);
+    return 0;
+}
+
+int take_system(int severity, int verbosity, int message_verbosity, const char *format,
+                va_list args) {
+    return take(false, severity, verbosity, message_verbosity, format, args);
+}
+
+int take_debug(int severity, int verbosity, int message_verbosity, const char *format,
+               va_list args) {
+    return take(true, severity, verbosity, message_verbosity, format, args);
+}
+
+log_handle_t system_handle = {.log_output = take_system};
+log_handle_t debug_handle = {.log_output = take_debug};
+
+void show_own(int severity, const std::string &text, int verbosity = 0) {
+    const std::scoped_lock guard(log().lock);
+    count(severity);
+    if (verbosity <= pci_verbosity)
+        show(severity, text);
+}
+
+}  // namespace
+
+void open_log(int verbosity, bool debug) {
+    log().to_journal = leads_to_journal();
+    pci_verbosity = verbosity;
+    pci_slog = &system_handle;
+    pci_dbg = debug ? &debug_handle : nullptr;
+}
+
+void observe_log(std::function<void(const LogMessage &)> observer) {
+    const std::scoped_lock guard(log().lock);
+    log().observer = std::move(observer);
+}
+
+LogCounts log_counts() {
+    const std::scoped_lock guard(log().lock);
+    return log().counts;
+}
+
+void log_error(const std::string &text) {
+    show_own(LOG_SEVERITY_ERROR, text);
+}
+
+void log_warning(const std::string &text) {
+    show_own(LOG_SEVERITY_WARNING, text);
+}
+
+void log_progress(const std::string &text) {
+    show_own(LOG_SEVERITY_INFO, text, 1);
+}
+
+}  // namespace host
+
+log_handle_t *pci_slog = nullptr;
+log_handle_t *pci_dbg = nullptr;
+int pci_verbosity = 1;

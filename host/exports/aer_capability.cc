@@ -1,0 +1,63 @@
+// Operations of AER extended capability objects: the two ECRC switches.
+#include <mutex>
+
+#include "host/exports/capability_objects.h"
+#include "host/exports/register_access.h"
+#include "host/exports/write_handle.h"
+#include "host/space/registers.h"
+
+namespace host {
+
+namespace {
+
+struct Switch {
+    std::uint32_t capable;
+    std::uint32_t enable;
+};
+
+constexpr Switch GENERATION = {reg::AER_GEN_CAPABLE, reg::AER_GEN_ENABLE};
+constexpr Switch CHECKING = {reg::AER_CHK_CAPABLE, reg::AER_CHK_ENABLE};
+
+// Both switches share a register, and threads may turn them at the same time: reading, changing and
+// writing it is one step.
+std::mutex switch_lock;
+
+pci_err_t turn(const aer_cap_t *cap, bdf_token token, Switch which, bool on) {
+    if (!names_function(token, cap->head.bdf))
+        return PCI_ERR_INVALID;
+    const Function *function = nullptr;
+    if (const pci_err_t error = enter(cap->head, function))
+        return error;
+    const std::scoped_lock guard(switch_lock);
+    const unsigned offset = cap->head.offset + reg::AER_CONTROL;
+    std::uint32_t control = 0;
+    if (const pci_err_t error = read_register(cap->head.bdf, offset, control))
+        return error;
+    if (!(control & which.capable))
+        return PCI_ERR_NOT_SUPPORTED;
+    if (((control & which.enable) != 0) == on)
+        return PCI_ERR_ALREADY;
+    control ^= which.enable;
+    if (const pci_err_t error = write_register(cap->head.bdf, offset, control, control))
+        return error;
+    return ((control & which.enable) != 0) == on ? PCI_OK : PCI_ERR_IO;
+}
+
+constexpr aer_cap_ops_t operations = {
+    .ecrc_chk_enable = [](aer_cap_t *cap,
+                          bdf_token token) { return turn(cap, token, CHECKING, true); },
+    .ecrc_chk_disable = [](aer_cap_t *cap,
+                           bdf_token token) { return turn(cap, token, CHECKING, false); },
+    .ecrc_gen_enable = [](aer_cap_t *cap,
+                          bdf_token token) { return turn(cap, token, GENERATION, true); },
+    .ecrc_gen_disable = [](aer_cap_t *cap,
+                           bdf_token token) { return turn(cap, token, GENERATION, false); },
+};
+
+}  // namespace
+
+const aer_cap_ops_t &aer_operations() {
+    return operations;
+}
+
+}  // namespace host

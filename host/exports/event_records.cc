@@ -1,0 +1,124 @@
+// Made when they are first asked for and kept as long as the machine is served, also when another
+// function, with records of its own, has come to the same place; a function that comes back as it
+// was finds its own again. Of one function, event agent and event notification share the capability
+// set.
+#include "host/exports/event_records.h"
+
+#include <cstdlib>
+#include <memory>
+#include <mutex>
+#include <new>
+#include <unordered_map>
+
+#include "host/exports/capability_objects.h"
+#include "host/exports/msix_tables.h"
+#include "host/exports/register_access.h"
+#include "host/exports/serve.h"
+#include "platform/server.h"
+
+namespace host {
+
+namespace {
+
+struct FreeMemory {
+    void operator()(void *memory) const { std::free(memory); }
+};
+
+using CapPointer = std::unique_ptr<pci_cap_t, FreeMemory>;
+
+// Null when the function has no such capability, or it cannot be read.
+CapPointer capability(const Function &function, std::uint8_t id) {
+    pci_cap_t *object = nullptr;
+    if (const auto offset = function.cap(id))
+        new_capability(function.bdf, {id, *offset}, &object);
+    return CapPointer(object);
+}
+
+CapPointer ext_capability(const Function &function, std::uint16_t id) {
+    pci_cap_t *object = nullptr;
+    if (const auto offset = function.ext_cap(id))
+        new_ext_capability(function.bdf, {id, *offset}, &object);
+    return CapPointer(object);
+}
+
+class Records {
+public:
+    explicit Records(const Function &function)
+        : device_{function.bdf}, msi_(capability(function, CAPID_MSI)),
+          msix_(capability(function, CAPID_MSIX)), rcec_(ext_capability(function, EXT_CAPID_RCEC)),
+          capset_{.device = &device_,
+                  .msi = reinterpret_cast<msi_cap_t *>(msi_.get()),
+                  .msix = reinterpret_cast<msix_cap_t *>(msix_.get()),
+                  .rcec = reinterpret_cast<rcec_cap_t *>(rcec_.get())},
+          agent_{&capset_}, notification_{&capset_} {}
+    Records(const Records &) = delete;
+    Records &operator=(const Records &) = delete;
+
+    // The vector table of a function that has been away is mapped no longer.
+    void map_again() const {
+        const msix_table_t *same = nullptr;
+        if (msix_)
+            find_msix_table(device_.bdf, msix_->offset, same);
+    }
+
+    event_agent_t *agent() { return &agent_; }
+    event_notification_t *notification() { return &notification_; }
+
+private:
+    event_device_t device_;
+    CapPointer msi_;
+    CapPointer msix_;
+    CapPointer rcec_;
+    event_capset_t capset_;
+    event_agent_t agent_;
+    event_notification_t notification_;
+};
+
+struct AllRecords {
+    std::mutex lock;
+    std::uint64_t serve_count = 0;
+    std::unordered_map<const Function *, std::unique_ptr<Records>> by_function;
+};
+
+AllRecords &all_records() {
+    static AllRecords all;
+    return all;
+}
+
+// Null without memory: modules ask through a C interface, which no exception may cross.
+Records *records_of(const Function &function) try {
+    AllRecords &all = all_records();
+    const std::scoped_lock guard(all.lock);
+    if (all.serve_count != serve_count())
+        all.by_function.clear();
+    all.serve_count = serve_count();
+    std::unique_ptr<Records> &records = all.by_function[&function];
+    if (records)
+        records->map_again();
+    else
+        records = std::make_unique<Records>(function);
+    return records.get();
+} catch (const std::bad_alloc &) {
+    return nullptr;
+}
+
+}  // namespace
+
+event_notification_t *find_event_notification(bdf_t bdf) {
+    const Function *function = nullptr;
+    if (find_function(bdf, function) != PCI_OK)
+        return nullptr;
+    Records *records = records_of(*function);
+    return records ? records->notification() : nullptr;
+}
+
+}  // namespace host
+
+event_agent_t *find_event_agent(bdf_t bdf) {
+    const host::Function *function = nullptr;
+    if (host::find_function(bdf, function) != PCI_OK ||
+        function->class_code != EVENT_COLLECTOR_CLASS)
+        return nullptr;
+    host::Records *records = host::records_of(*function);
+    return records ? records->agent() : nullptr;
+}

@@ -1,0 +1,58 @@
+// Registers of the configuration header, read and written as they stand.
+#include "host/exports/register_access.h"
+#include "host/exports/write_handle.h"
+#include "host/space/registers.h"
+#include "platform/pci_access.h"
+
+namespace {
+
+using host::find_function;
+using host::Function;
+using host::read_register;
+using host::write_register;
+namespace reg = host::reg;
+
+pci_err_t require_bridge(bdf_t bdf) {
+    const Function *function = nullptr;
+    if (const pci_err_t error = find_function(bdf, function))
+        return error;
+    return function->is_bridge() ? PCI_OK : PCI_ERR_NOT_SUPPORTED;
+}
+
+}  // namespace
+
+// All ones is what a function that does not answer gives, and read_register() refuses it.
+pci_err_t pci_device_read_vid(bdf_t bdf, std::uint16_t *vendor) {
+    return read_register(bdf, reg::VENDOR_ID, *vendor);
+}
+
+pci_err_t pci_device_read_cmd(bdf_t bdf, std::uint16_t *value) {
+    return read_register(bdf, reg::COMMAND, *value);
+}
+
+pci_err_t pci_device_read_status(bdf_t bdf, std::uint16_t *value) {
+    return read_register(bdf, reg::STATUS, *value);
+}
+
+pci_err_t pci_device_read_sec_busnum(bdf_t bdf, std::uint8_t *bus) {
+    const pci_err_t error = require_bridge(bdf);
+    return error ? error : read_register(bdf, reg::SECONDARY_BUS, *bus);
+}
+
+pci_err_t pci_device_read_bridge_ctrl(bdf_t bdf, std::uint16_t *value) {
+    const pci_err_t error = require_bridge(bdf);
+    return error ? error : read_register(bdf, reg::BRIDGE_CONTROL, *value);
+}
+
+pci_err_t pci_device_write_cmd(bdf_token token, std::uint16_t value, std::uint16_t *after) {
+    const auto bdf = host::bdf_of_handle(token);
+    return bdf ? write_register(*bdf, reg::COMMAND, value, *after) : PCI_ERR_INVALID;
+}
+
+pci_err_t pci_device_write_bridge_ctrl(bdf_token token, std::uint16_t value, std::uint16_t *after) {
+    const auto bdf = host::bdf_of_handle(token);
+    if (!bdf)
+        return PCI_ERR_INVALID;
+    const pci_err_t error = require_bridge(*bdf);
+    return error ? error : write_register(*bdf, reg::BRIDGE_CONTROL, value, *after);
+}

@@ -1,0 +1,87 @@
+#include "host/exports/hooks.h"
+
+#include <array>
+#include <cstdlib>
+#include <mutex>
+#include <new>
+#include <type_traits>
+#include <vector>
+
+namespace host {
+
+namespace {
+
+constexpr std::size_t KINDS = BUSCFG_HOOK_POST_RECONFIG + 1;
+
+struct Registrations {
+    std::mutex lock;
+    std::array<std::vector<buscfg_hook_reg_t *>, KINDS> by_kind;
+};
+
+// Never destroyed: the blocks are kept for the life of the process, and hooks may run to its end.
+Registrations &registrations() {
+    static Registrations &all = *new Registrations;
+    return all;
+}
+
+pci_err_t add_hook(buscfg_hook_reg_t *block) {
+    if (!block || !block->hook || block->kind < BUSCFG_HOOK_PRE_INSERTION ||
+        block->kind > BUSCFG_HOOK_POST_RECONFIG)
+        return PCI_ERR_INVALID;
+    Registrations &all = registrations();
+    const std::scoped_lock guard(all.lock);
+    try {
+        all.by_kind[block->kind].push_back(block);
+    } catch (const std::bad_alloc &) {
+        return PCI_ERR_NO_MEMORY;
+    }
+    return PCI_OK;
+}
+
+// A copy, so that hooks run without the lock: they may take their time, and register others.
+std::vector<buscfg_hook_reg_t *> hooks_of(std::uint32_t kind) {
+    Registrations &all = registrations();
+    const std::scoped_lock guard(all.lock);
+    return kind < KINDS ? all.by_kind[kind] : std::vector<buscfg_hook_reg_t *>();
+}
+
+bool is_reset(std::uint32_t kind) {
+    return kind == BUSCFG_HOOK_PRE_RESET || kind == BUSCFG_HOOK_POST_RESET;
+}
+
+bool is_insertion_or_removal(std::uint32_t kind) {
+    return kind >= BUSCFG_HOOK_PRE_INSERTION && kind <= BUSCFG_HOOK_POST_REMOVAL;
+}
+
+buscfg_t object = {.add_hook = add_hook};
+
+}  // namespace
+
+void call_bridge_hooks(std::uint32_t kind, bridge_rec *bridge, std::uint32_t value, int status) {
+    static_assert(std::is_same_v<insertion_hook_t, removal_hook_t>);
+    if (!is_insertion_or_removal(kind))
+        return;
+    for (const buscfg_hook_reg_t *block : hooks_of(kind))
+        reinterpret_cast<insertion_hook_t>(block->hook)(bridge, value, status);
+}
+
+void call_reset_hooks(std::uint32_t kind, std::uint32_t reset_type, bdf_t bdf, int status) {
+    if (!is_reset(kind))
+        return;
+    for (const buscfg_hook_reg_t *block : hooks_of(kind))
+        reinterpret_cast<reset_hook_t>(block->hook)(reset_type, bdf, status);
+}
+
+void forget_hooks() {
+    Registrations &all = registrations();
+    const std::scoped_lock guard(all.lock);
+    for (std::vector<buscfg_hook_reg_t *> &blocks : all.by_kind) {
+        for (buscfg_hook_reg_t *block : blocks)
+            std::free(block);
+        blocks.clear();
+    }
+}
+
+}  // namespace host
+
+buscfg_t *buscfg = &host::object;

@@ -1,0 +1,37 @@
+// Who this server is, and what it manages.
+#include "host/exports/register_access.h"
+#include "host/exports/serve.h"
+#include "host/space/registers.h"
+#include "platform/server.h"
+
+namespace {
+
+constexpr std::uint32_t OWN_ID = 1;
+constexpr std::uint32_t OTHER_ID = 0;
+
+}  // namespace
+
+const std::uint32_t bad_version = BAD_VERSION;
+
+std::uint32_t my_server_id(void) {
+    return OWN_ID;
+}
+
+std::uint32_t hoplar_get_id(bdf_t bdf) {
+    return bdf <= BDF_HIGHEST && host::manages(bdf >> 8 & 0xFF) ? OWN_ID : OTHER_ID;
+}
+
+// Only a greater number counts: a chain that loops comes to its end.
+std::uint32_t enum_next_ari_func(bdf_t bdf, std::uint32_t) {
+    const host::Function *function = nullptr;
+    if (host::find_function(bdf, function) != PCI_OK)
+        return ARI_NO_FUNCTION;
+    const auto ari = function->ext_cap(EXT_CAPID_ARI);
+    std::uint16_t capability = 0;
+    if (!ari || host::read_register(bdf, *ari + host::reg::ARI_CAPABILITY, capability) != PCI_OK)
+        return ARI_NO_FUNCTION;
+    const std::uint32_t next = (capability & host::reg::ARI_NEXT_FUNCTION) >> 8;
+    if (next <= (bdf & 0xFF) || host::find_function((bdf & ~0xFFu) | next, function) != PCI_OK)
+        return ARI_NO_FUNCTION;
+    return next;
+}

@@ -1,0 +1,127 @@
+// Operations of PCI Express capability objects.
+#include "host/exports/capability_objects.h"
+#include "host/exports/register_access.h"
+#include "host/exports/write_handle.h"
+#include "host/space/registers.h"
+
+namespace host {
+
+namespace {
+
+// As enter(), for registers that only functions with a link have.
+pci_err_t enter_link(const pcie_cap_t *cap) {
+    const Function *function = nullptr;
+    if (const pci_err_t error = enter(cap->head, function))
+        return error;
+    if (function->port_type == PORT_TYPE_RCIEP || function->port_type == PORT_TYPE_EVENT_COLLECTOR)
+        return PCI_ERR_NOT_SUPPORTED;
+    return PCI_OK;
+}
+
+// The capability stands in the conventional 256 bytes; what is behind them belongs to others.
+bool has_register(const pcie_cap_t *cap, unsigned offset, std::size_t size) {
+    return cap->head.offset + offset + size <= reg::CONFIG_SIZE;
+}
+
+template <typename Register>
+pci_err_t read_at(const pcie_cap_t *cap, unsigned offset, Register *value) {
+    if (!has_register(cap, offset, sizeof *value))
+        return PCI_ERR_NOT_SUPPORTED;
+    return read_register(cap->head.bdf, cap->head.offset + offset, *value);
+}
+
+template <typename Register>
+pci_err_t write_at(const pcie_cap_t *cap, unsigned offset, Register *value) {
+    if (!has_register(cap, offset, sizeof *value))
+        return PCI_ERR_NOT_SUPPORTED;
+    return write_register(cap->head.bdf, cap->head.offset + offset, *value, *value);
+}
+
+int find_ext_cap(pcie_cap_t *cap, std::uint16_t ext_id) {
+    const Function *function = nullptr;
+    if (enter(cap->head, function) != PCI_OK)
+        return -1;
+    return index_of_capability(function->ext_caps, ext_id);
+}
+
+pci_err_t read_ext_cap(pcie_cap_t *cap, pci_cap_t **object, int index) {
+    const Function *function = nullptr;
+    if (const pci_err_t error = enter(cap->head, function))
+        return error;
+    if (index < 0 || static_cast<std::size_t>(index) >= function->ext_caps.size())
+        return PCI_ERR_INVALID;
+    const CapPosition position = function->ext_caps[static_cast<std::size_t>(index)];
+    return new_ext_capability(cap->head.bdf, position, object);
+}
+
+pci_err_t get_port_type(pcie_cap_t *cap, std::uint8_t *port_type) {
+    const Function *function = nullptr;
+    if (const pci_err_t error = enter(cap->head, function))
+        return error;
+    if (!function->port_type)
+        return PCI_ERR_NOT_SUPPORTED;
+    *port_type = *function->port_type;
+    return PCI_OK;
+}
+
+pci_err_t read_devcap(pcie_cap_t *cap, std::uint32_t *value) {
+    const Function *function = nullptr;
+    const pci_err_t error = enter(cap->head, function);
+    return error ? error : read_at(cap, reg::DEVCAP, value);
+}
+
+pci_err_t read_devctl(pcie_cap_t *cap, std::uint16_t *value) {
+    const Function *function = nullptr;
+    const pci_err_t error = enter(cap->head, function);
+    return error ? error : read_at(cap, reg::DEVCTL, value);
+}
+
+// A payload size that the function does not support would cost packets, or the link. One that has
+// replaced another since the size was chosen may support less.
+pci_err_t write_devctl(pcie_cap_t *cap, std::uint32_t reserved, std::uint16_t *value) {
+    const Function *function = nullptr;
+    if (reserved != 0)
+        return PCI_ERR_INVALID;
+    if (const pci_err_t error = enter(cap->head, function))
+        return error;
+    if ((*value & reg::DEVCTL_PAYLOAD_SIZE) >> 5 > function->payload_code)
+        return PCI_ERR_INVALID;
+    return write_at(cap, reg::DEVCTL, value);
+}
+
+pci_err_t read_linkcap(pcie_cap_t *cap, std::uint32_t *value) {
+    const pci_err_t error = enter_link(cap);
+    return error ? error : read_at(cap, reg::LINKCAP, value);
+}
+
+pci_err_t read_linkctl(pcie_cap_t *cap, std::uint16_t *value) {
+    const pci_err_t error = enter_link(cap);
+    return error ? error : read_at(cap, reg::LINKCTL, value);
+}
+
+pci_err_t write_linkctl(pcie_cap_t *cap, bdf_token token, std::uint16_t *value) {
+    if (!names_function(token, cap->head.bdf))
+        return PCI_ERR_INVALID;
+    const pci_err_t error = enter_link(cap);
+    return error ? error : write_at(cap, reg::LINKCTL, value);
+}
+
+constexpr pcie_cap_ops_t operations = {
+    .find_ext_cap = find_ext_cap,
+    .read_ext_cap = read_ext_cap,
+    .get_port_type = get_port_type,
+    .read_devcap = read_devcap,
+    .read_devctl = read_devctl,
+    .write_devctl = write_devctl,
+    .read_linkcap = read_linkcap,
+    .read_linkctl = read_linkctl,
+    .write_linkctl = write_linkctl,
+};
+
+}  // namespace
+
+const pcie_cap_ops_t &pcie_operations() {
+    return operations;
+}
+
+}  // namespace host

@@ -1,0 +1,118 @@
+#include "host/modules/host_config.h"
+
+#include <algorithm>
+
+#include "host/base/text.h"
+#include "platform/config_text.h"
+
+namespace host {
+namespace {
+
+constexpr std::string_view RUNTIME_SECTION = "runtime";
+constexpr std::string_view MODULE_LIST_KEY = "HOPLAR_MODULE_LIST";
+
+enum class Section { NONE, RUNTIME, UNKNOWN };
+
+class Parser {
+public:
+    explicit Parser(const std::filesystem::path &file) : file_(file) {}
+
+    void take(std::size_t line, std::string_view text) {
+        line_ = line;
+        text_ = trim(text);
+        if (text_.starts_with('['))
+            return take_section();
+        // What lines of other sections look like is not known here.
+        if (section_ != Section::UNKNOWN)
+            take_key();
+    }
+
+    HostConfig result() && {
+        if (!errors_.empty())
+            throw InputError(errors_);
+        return std::move(config_);
+    }
+
+private:
+    void take_section() {
+        // The lines below a header that cannot be read are looked at as well: all that is wrong is
+        // reported at once.
+        section_ = Section::RUNTIME;
+        if (!text_.ends_with(']') || trim(text_.substr(1, text_.size() - 2)).empty())
+            return reject("a section is written as [name]");
+        if (trim(text_.substr(1, text_.size() - 2)) == RUNTIME_SECTION)
+            return;
+        section_ = Section::UNKNOWN;
+        warn("unknown section, passed over");
+    }
+
+    void take_key() {
+        const char *const first = text_.data();
+        const char *const equals = find_token('=', first, first + text_.size());
+        if (equals == nullptr)
+            return reject("neither KEY = VALUE nor [section]");
+        const std::string_view key = trim({first, equals});
+        std::uint32_t length = 0;
+        if (key.empty() || find_name(first, equals - 1, &length, nullptr) == nullptr ||
+            length != key.size())
+            return reject("no key in front of \"=\"");
+        if (key != MODULE_LIST_KEY)
+            return warn("unknown key, passed over");
+        if (section_ != Section::RUNTIME)
+            return warn("only read in section [runtime], passed over");
+        take_modules({equals + 1, first + text_.size()});
+    }
+
+    void take_modules(std::string_view value) {
+        for (const std::string_view word : words(value)) {
+            if (word.starts_with('#'))
+                return reject("a comment takes a line of its own");
+            if (word.starts_with(','))
+                return reject("no module file in front of \",\"");
+            config_.modules.push_back(parse_module_entry(word, file_.parent_path()));
+        }
+    }
+
+    void reject(std::string_view reason) {
+        errors_.push_back(line_complaint(file_.string(), line_, reason, text_));
+    }
+
+    void warn(std::string_view reason) {
+        config_.warnings.push_back(line_complaint(file_.string(), line_, reason, text_));
+    }
+
+    const std::filesystem::path &file_;
+    std::size_t line_ = 0;
+    std::string_view text_;
+    Section section_ = Section::NONE;
+    HostConfig config_;
+    std::vector<std::string> errors_;
+};
+
+}  // namespace
+
+HostConfig read_host_config(const std::filesystem::path &file) {
+    return parse_host_config(read_text_file(file), file);
+}
+
+HostConfig parse_host_config(const std::string &text, const std::filesystem::path &file) {
+    Parser parser(file);
+    if (text.empty())
+        return std::move(parser).result();
+    const char *const last = &text.back();
+    const char *counted = text.data();
+    std::size_t line = 1;
+    for (const char *at = text.data(); at <= last;) {
+        at = skip_comment(at);
+        const char *const eol = find_eol(at, last);
+        if (eol == nullptr)
+            break;
+        line += static_cast<std::size_t>(std::count(counted, at, '\n'));
+        counted = at;
+        parser.take(line, {at, eol});
+        at = eol + 1;
+    }
+    return std::move(parser).result();
+}
+
+}  // namespace host

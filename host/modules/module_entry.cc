@@ -1,0 +1,67 @@
+#include "host/modules/module_entry.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "host/base/text.h"
+
+namespace host {
+namespace {
+
+namespace fs = std::filesystem;
+
+// Folder of the running executable; empty when the system does not tell.
+fs::path executable_folder() {
+    std::error_code ignored;
+    return fs::read_symlink("/proc/self/exe", ignored).parent_path();
+}
+
+bool is_there(const fs::path &place) {
+    std::error_code ignored;
+    return fs::exists(place, ignored);
+}
+
+}  // namespace
+
+ModuleEntry parse_module_entry(std::string_view text, std::optional<fs::path> beside) {
+    const std::vector<std::string_view> pieces = split(text, ',');
+    if (pieces.front().empty())
+        throw InputError("no module file is named");
+    ModuleEntry spec{.file = std::string(pieces.front()), .args = {}, .beside = std::move(beside)};
+    for (const std::string_view piece : pieces)
+        if (!piece.empty() && piece.data() != text.data())
+            spec.args.emplace_back(piece);
+    return spec;
+}
+
+std::vector<fs::path> module_places(const ModuleEntry &spec) {
+    if (spec.file.find('/') != std::string::npos)
+        return {spec.file};
+    // Never a bare name: the system's loader would look for that in places of its own.
+    std::vector<fs::path> places;
+    if (spec.beside)
+        places.push_back((spec.beside->empty() ? "." : *spec.beside) / spec.file);
+    const fs::path folder = executable_folder();
+    if (folder.empty())
+        return places;
+    for (const char *const relative : {"../lib/hoplar", "../../module"})
+        places.push_back((folder / relative / spec.file).lexically_normal());
+    return places;
+}
+
+std::optional<fs::path> find_module(const ModuleEntry &spec) {
+    const std::vector<fs::path> places = module_places(spec);
+    const auto found = std::ranges::find_if(places, is_there);
+    return found == places.end() ? std::nullopt : std::optional(*found);
+}
+
+std::string not_found(const ModuleEntry &spec) {
+    std::vector<std::string> tried;
+    for (const fs::path &place : module_places(spec))
+        tried.push_back(place.string());
+    const fs::path here = fs::path(".") / spec.file;
+    return spec.file + ": not found, tried " + join(tried, ", ") +
+           (is_there(here) ? " (that of the working directory is " + here.string() + ")" : "");
+}
+
+}  // namespace host

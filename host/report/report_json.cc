@@ -1,0 +1,98 @@
+#include "host/report/report_json.h"
+
+#include <cstdio>
+#include <nlohmann/json.hpp>
+#include <ostream>
+
+namespace host {
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+// The value, or null.
+template <typename Value>
+Json value_or_null(const std::optional<Value> &value) {
+    return value ? Json(*value) : Json(nullptr);
+}
+
+Json class_json(const Function &function) {
+    if (!function.answers)
+        return nullptr;
+    char text[8];
+    std::snprintf(text, sizeof text, "%06x", function.class_code & 0xFFFFFFU);
+    return text;
+}
+
+Json mps_json(const FunctionReport &row) {
+    if (!row.before.mps)
+        return nullptr;
+    return {{"supported", value_or_null(row.before.mps->supported)},
+            {"before", value_or_null(row.before.mps->current)},
+            {"after", row.after.mps ? value_or_null(row.after.mps->current) : Json(nullptr)}};
+}
+
+Json control_json(const FunctionReport &row, EcrcControl EcrcState::*control) {
+    const EcrcControl before = (*row.before.ecrc).*control;
+    return {{"capable", before.capable},
+            {"before", before.enabled},
+            {"after", row.after.ecrc ? Json(((*row.after.ecrc).*control).enabled) : Json(nullptr)}};
+}
+
+Json ecrc_json(const FunctionReport &row) {
+    if (!row.before.ecrc)
+        return nullptr;
+    return {{"gen", control_json(row, &EcrcState::gen)},
+            {"chk", control_json(row, &EcrcState::chk)}};
+}
+
+Json function_json(const FunctionReport &row) {
+    return {{"bdf", row.address},
+            {"ari", (row.function.bdf & BDF_ARI_FLAG) != 0},
+            {"class", class_json(row.function)},
+            {"port_type", value_or_null(row.function.port_type)},
+            {"managed", row.managed},
+            {"mps", mps_json(row)},
+            {"ecrc", ecrc_json(row)}};
+}
+
+Json hierarchy_json(const Report &report, const HierarchyReport &hierarchy) {
+    const auto address = [&](std::size_t index) { return report.functions[index].address; };
+    return {
+        {"root_port", address(hierarchy.root_port)},
+        {"path_max", value_or_null(hierarchy.path_max)},
+        {"limited_by", hierarchy.limited_by ? Json(address(*hierarchy.limited_by)) : Json(nullptr)},
+        {"current", value_or_null(hierarchy.current)}};
+}
+
+Json module_json(const ModuleResult &module) {
+    return {{"file", module.file},
+            {"version", module.version ? Json(version_text(*module.version)) : Json(nullptr)},
+            {"result", value_or_null(module.result)}};
+}
+
+}  // namespace
+
+void write_json(std::ostream &out, const Report &report) {
+    Json functions = Json::array();
+    for (const FunctionReport &row : report.functions)
+        functions.push_back(function_json(row));
+    Json hierarchies = Json::array();
+    for (const HierarchyReport &hierarchy : report.hierarchies)
+        hierarchies.push_back(hierarchy_json(report, hierarchy));
+    Json modules = Json::array();
+    for (const ModuleResult &module : report.modules)
+        modules.push_back(module_json(module));
+    const Json whole = {{"functions", std::move(functions)},
+                        {"hierarchies", std::move(hierarchies)},
+                        {"modules", std::move(modules)},
+                        {"messages",
+                         {{"error", report.messages.error},
+                          {"warning", report.messages.warning},
+                          {"info", report.messages.info},
+                          {"debug", report.messages.debug}}}};
+    // Only ASCII, so that no terminal obeys what names hold. File names may be no UTF-8: such bytes
+    // are replaced, not an error.
+    out << whole.dump(2, ' ', true, Json::error_handler_t::replace) << '\n';
+}
+
+}  // namespace host

@@ -1,0 +1,15 @@
+// The report for programs: one JSON object.
+#pragma once
+
+#include <iosfwd>
+
+#include "host/report/report.h"
+
+namespace host {
+
+// {"functions": [...], "hierarchies": [...], "modules": [...], "messages": {...}}, with null where
+// a function has no such register, and for what cannot be read at the end because the function has
+// been removed. hoplar(8) describes the fields.
+void write_json(std::ostream &out, const Report &report);
+
+}  // namespace host

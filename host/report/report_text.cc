@@ -1,0 +1,107 @@
+#include "host/report/report_text.h"
+
+#include <algorithm>
+
+#include "host/base/text.h"
+
+namespace host {
+namespace {
+
+const char *pcie_type(std::uint8_t port_type) {
+    switch (port_type) {
+    case PORT_TYPE_ENDPOINT:
+        return "endpoint";
+    case PORT_TYPE_LEGACY_ENDPOINT:
+        return "legacy endpoint";
+    case PORT_TYPE_ROOT_PORT:
+        return "root port";
+    case PORT_TYPE_SWITCH_UPSTREAM:
+        return "switch upstream";
+    case PORT_TYPE_SWITCH_DOWNSTREAM:
+        return "switch downstream";
+    case PORT_TYPE_PCIE_TO_PCI:
+        return "PCIe-PCI bridge";
+    case PORT_TYPE_PCI_TO_PCIE:
+        return "PCI-PCIe bridge";
+    case PORT_TYPE_RCIEP:
+        return "RCiEP";
+    case PORT_TYPE_EVENT_COLLECTOR:
+        return "event collector";
+    default:
+        return "PCIe, unknown";
+    }
+}
+
+}  // namespace
+
+const char *type_text(const Function &function) {
+    constexpr std::uint32_t ANY_INTERFACE_MASK = 0xFFFF00;
+    if (!function.answers)
+        return "no answer";
+    if (function.port_type)
+        return pcie_type(*function.port_type);
+    if (function.header_type == 2)
+        return "CardBus bridge";
+    if (function.is_bridge())
+        return "PCI bridge";
+    return (function.class_code & ANY_INTERFACE_MASK) == HOST_BRIDGE_CLASS ? "host bridge"
+                                                                           : "PCI device";
+}
+
+std::string gone_text(const FunctionReport &row) {
+    if (!row.gone())
+        return "";
+    return row.removed ? "removed" : "no answer";
+}
+
+std::string size_text(std::optional<unsigned> size) {
+    return size ? std::to_string(*size) : NOTHING_TEXT;
+}
+
+std::string payload_text(const FunctionReport &row) {
+    if (!row.before.mps || !row.after.mps)
+        return NOTHING_TEXT;
+    const std::string before = size_text(row.before.mps->current);
+    const std::string after = size_text(row.after.mps->current);
+    return before == after ? after : before + "→" + after;
+}
+
+std::string ecrc_text(const FunctionReport &row, EcrcControl EcrcState::*control) {
+    if (!row.before.ecrc || !row.after.ecrc || !((*row.after.ecrc).*control).capable)
+        return NOTHING_TEXT;
+    const bool before = ((*row.before.ecrc).*control).enabled;
+    const bool after = ((*row.after.ecrc).*control).enabled;
+    if (before != after)
+        return before ? "on→off" : "off→on";
+    return after ? "on" : "off";
+}
+
+std::string limit_text(const Report &report, const HierarchyReport &hierarchy) {
+    if (!hierarchy.path_max)
+        return "no payload size known";
+    const std::string size = std::to_string(*hierarchy.path_max);
+    if (hierarchy.limited_by == hierarchy.root_port)
+        return "payload up to " + size;
+    return "limited to " + size + " by " + report.functions[*hierarchy.limited_by].address;
+}
+
+std::string summary_text(const Report &report) {
+    const auto count = [&](auto &&is_counted) {
+        return std::ranges::count_if(report.functions, is_counted);
+    };
+    std::string text = functions_text(report.functions.size()) + ", " +
+                       std::to_string(count(&FunctionReport::changed)) + " changed";
+    const auto add = [&](auto number, const char *what) {
+        if (number != 0)
+            text += ", " + std::to_string(number) + what;
+    };
+    add(count(&FunctionReport::removed), " removed");
+    add(count([](const FunctionReport &row) { return !row.managed; }), " not managed");
+    const auto is_silent = [](const FunctionReport &row) {
+        return !row.function.answers || (row.gone() && !row.removed);
+    };
+    add(count(is_silent), " without answer");
+    return text;
+}
+
+}  // namespace host

@@ -1,0 +1,33 @@
+// The words that the reports for people have in common, in UTF-8.
+#pragma once
+
+#include <string>
+
+#include "host/report/report.h"
+
+namespace host {
+
+// Where there is no such register, or it cannot be read.
+constexpr const char *NOTHING_TEXT = "-";
+
+// "root port", "endpoint", "PCI bridge", "no answer", ...
+const char *type_text(const Function &function);
+
+// "removed" by an event, or "no answer" of a function that was there and is not; empty of others.
+std::string gone_text(const FunctionReport &row);
+
+// "256"
+std::string size_text(std::optional<unsigned> size);
+
+// What a function is set to, with an arrow where that has changed: "128→256", "off→on".
+std::string payload_text(const FunctionReport &row);
+std::string ecrc_text(const FunctionReport &row, EcrcControl EcrcState::*control);
+
+// What rules the payload size of a root port and of all that is below it: "limited to 256 by
+// 07:00.0".
+std::string limit_text(const Report &report, const HierarchyReport &hierarchy);
+
+// "47 functions, 34 changed", and how many are special in other ways.
+std::string summary_text(const Report &report);
+
+}  // namespace host

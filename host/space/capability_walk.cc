@@ -1,0 +1,84 @@
+#include "host/space/capability_walk.h"
+
+#include <algorithm>
+#include <bitset>
+
+#include "host/space/registers.h"
+
+namespace host {
+
+namespace {
+
+// The low two bits of a pointer are reserved; hardware and software pass over them.
+constexpr unsigned POINTER_BITS = 0xFC;
+constexpr unsigned EXT_POINTER_BITS = 0xFFC;
+
+// First pointer of the conventional list; 0 for a function without one.
+unsigned list_start(const ReadDword &read) {
+    const auto status = read_word(read, reg::STATUS);
+    const auto type = read_word(read, reg::HEADER_TYPE);
+    if (!status || !type || !(*status & reg::STATUS_CAP_LIST))
+        return 0;
+    const bool cardbus = (*type & reg::HEADER_TYPE_LAYOUT) == reg::LAYOUT_CARDBUS;
+    const auto pointer = read(cardbus ? reg::CARDBUS_CAP_POINTER : reg::CAP_POINTER);
+    return pointer.value_or(0) & POINTER_BITS;
+}
+
+}  // namespace
+
+std::optional<std::uint16_t> read_word(const ReadDword &read, unsigned offset) {
+    const auto dword = read(offset & ~3u);
+    if (!dword)
+        return std::nullopt;
+    return static_cast<std::uint16_t>(*dword >> 8 * (offset & 3u));
+}
+
+std::vector<CapPosition> walk_capabilities(const ReadDword &read) {
+    std::vector<CapPosition> found;
+    std::bitset<reg::CONFIG_SIZE> seen;
+    unsigned offset = list_start(read);
+    while (offset >= reg::HEADER_SIZE && !seen[offset]) {
+        seen.set(offset);
+        const auto header = read(offset);
+        if (!header)
+            break;
+        const auto id = static_cast<std::uint16_t>(*header & 0xFF);
+        if (id == 0xFF)  // nothing answers here
+            break;
+        found.push_back({id, static_cast<std::uint16_t>(offset)});
+        offset = *header >> 8 & POINTER_BITS;
+    }
+    return found;
+}
+
+std::vector<CapPosition> walk_ext_capabilities(const ReadDword &read) {
+    std::vector<CapPosition> found;
+    std::bitset<reg::EXT_CONFIG_SIZE> seen;
+    unsigned offset = reg::EXT_CAPS;
+    while (offset >= reg::EXT_CAPS && !seen[offset]) {
+        seen.set(offset);
+        const auto header = read(offset);
+        if (!header || *header == 0 || *header == 0xFFFF'FFFF)
+            break;
+        const auto id = static_cast<std::uint16_t>(*header & 0xFFFF);
+        found.push_back({id, static_cast<std::uint16_t>(offset)});
+        offset = *header >> 20 & EXT_POINTER_BITS;
+    }
+    return found;
+}
+
+int index_of_capability(const std::vector<CapPosition> &list, std::uint16_t id) {
+    const auto has_id = [id](const CapPosition &cap) { return cap.id == id; };
+    const auto cap = std::find_if(list.begin(), list.end(), has_id);
+    return cap == list.end() ? -1 : static_cast<int>(cap - list.begin());
+}
+
+std::optional<std::uint16_t> first_capability(const std::vector<CapPosition> &list,
+                                              std::uint16_t id) {
+    const int index = index_of_capability(list, id);
+    if (index < 0)
+        return std::nullopt;
+    return list[static_cast<std::size_t>(index)].offset;
+}
+
+}  // namespace host

@@ -1,0 +1,43 @@
+// Where configuration space comes from: a saved image, or live hardware.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "host/base/address.h"
+#include "platform/types.h"
+
+namespace host {
+
+// Thread-safe: every access may come from any thread.
+class ConfigSpace {
+public:
+    virtual ~ConfigSpace() = default;
+
+    // Every function that the source knows, ascending, whether or not it answers.
+    virtual std::vector<RoutingId> functions() const = 0;
+
+    // lspci's text for the function ("04:00.0 PCI bridge: ..."), for reports and dumps.
+    virtual std::string title(RoutingId id) const = 0;
+
+    // Reads or writes `width` (1, 2 or 4) bytes at a naturally aligned `offset`, little endian on
+    // the bus and in the processor's order here. PCI_ERR_NO_DEVICE when there is no such function,
+    // PCI_ERR_IO outside the bytes that the source has, PCI_ERR_INVALID for a bad width or offset.
+    // `value` is set on success only.
+    virtual pci_err_t read(RoutingId id, unsigned offset, unsigned width, std::uint32_t &value) = 0;
+    virtual pci_err_t write(RoutingId id, unsigned offset, unsigned width, std::uint32_t value) = 0;
+
+    // Whether functions have memory too, behind their Base Address Registers. An image has none.
+    virtual bool has_memory() const { return false; }
+
+    // `size` bytes at `offset` of the memory behind Base Address Register `bar` (0 to 5). Valid as
+    // long as the source has the function; null when it cannot be reached.
+    virtual volatile void *memory(RoutingId /*id*/, unsigned /*bar*/, std::size_t /*offset*/,
+                                  std::size_t /*size*/) {
+        return nullptr;
+    }
+};
+
+}  // namespace host

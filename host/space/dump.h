@@ -1,0 +1,37 @@
+// lspci's dump text (-x, -xxx, -xxxx): a title line a function, hex lines below it, a blank line
+// between functions.
+#pragma once
+
+#include <filesystem>
+#include <memory>
+#include <stdexcept>
+
+#include "host/space/config_image.h"
+
+namespace host {
+
+// `what()` is "FILE:LINE: reason" with the text that is wrong, or "FILE: reason".
+class DumpError : public std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+struct Dump {
+    std::unique_ptr<ConfigImage> image;  // the functions of the domain asked for
+    unsigned domain = 0;
+    bool domain_in_text = false;    // titles begin with a domain ("0000:00:1f.3")
+    std::size_t other_domains = 0;  // functions left out because they are of another domain
+    std::size_t header_only = 0;    // functions with 64 bytes or fewer although their header
+                                    // points to a capability list (lspci -x)
+};
+
+// Reads the functions of `domain`, from lines of up to 4096 bytes and 4 GiB altogether. Throws
+// DumpError.
+Dump read_dump(const std::filesystem::path &file, unsigned domain);
+
+// Writes the image as a dump that `lspci -F` reads: to a temporary file beside `file`, which then
+// takes its place, so that the file is written whole or not at all. What is no plain file, or is
+// what standard output or error goes to, is written as it is. Throws DumpError, also for a file
+// that the user may not write.
+void write_dump(const std::filesystem::path &file, const ConfigImage &image);
+
+}  // namespace host

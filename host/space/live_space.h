@@ -1,0 +1,77 @@
+// Configuration space of the machine that this runs on, through libpci.
+#pragma once
+
+#include <atomic>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <set>
+#include <stdexcept>
+
+#include "host/space/config_image.h"
+#include "host/space/config_space.h"
+#include "host/space/sysfs.h"
+
+namespace host {
+
+// Why live hardware cannot be used; `what()` is for the user.
+class LiveError : public std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+class LiveSpace final : public ConfigSpace {
+public:
+    // Functions of one domain. Opens nothing for writing before the first write. Throws LiveError
+    // without root, when the operating system gives headers alone, and on a machine without PCI.
+    explicit LiveSpace(unsigned domain);
+    ~LiveSpace() override;
+    LiveSpace(const LiveSpace &) = delete;
+    LiveSpace &operator=(const LiveSpace &) = delete;
+
+    std::vector<RoutingId> functions() const override;
+    std::string title(RoutingId id) const override;
+    // PCI_ERR_NO_DEVICE for a function that has gone, PCI_ERR_IO for any other failure of the
+    // operating system, whose reason is said in an error the first time.
+    pci_err_t read(RoutingId id, unsigned offset, unsigned width, std::uint32_t &value) override;
+    pci_err_t write(RoutingId id, unsigned offset, unsigned width, std::uint32_t value) override;
+
+    bool has_memory() const override { return true; }
+    // Valid until forget(). Null also while the function does not decode memory accesses.
+    volatile void *memory(RoutingId id, unsigned bar, std::size_t offset,
+                          std::size_t size) override;
+
+    // Whether there is a function that answers.
+    bool answers(RoutingId id);
+
+    // Whether the function is no longer the one that the first access since forget() went to.
+    bool is_another(RoutingId id) const;
+
+    // Drops what is kept open for a function: another one may come to the same place.
+    void forget(RoutingId id);
+
+    // All that can be read now: of a function that does not give more, the header.
+    std::unique_ptr<ConfigImage> snapshot() const;
+
+    // Accesses that ended with PCI_ERR_IO so far.
+    std::uint64_t failures() const;
+
+    const Sysfs &sysfs() const;
+
+private:
+    class Library;
+    class Mapping;
+
+    bool shows_headers_alone() const;
+    pci_err_t failed(RoutingId id, const char *what, unsigned offset, int error);
+
+    unsigned domain_;
+    Sysfs sysfs_;
+    std::unique_ptr<Library> library_;
+    std::atomic<std::uint64_t> failures_ = 0;
+    std::mutex said_lock_;
+    std::set<int> said_;  // errnos whose first failure has been reported
+    std::mutex mappings_lock_;
+    std::multimap<RoutingId, std::unique_ptr<Mapping>> mappings_;
+};
+
+}  // namespace host

@@ -1,0 +1,65 @@
+#include "host/space/machine_source.h"
+
+#include "host/base/address.h"
+#include "host/base/log.h"
+#include "host/base/text.h"
+#include "host/space/dump.h"
+
+namespace host {
+namespace {
+
+void warn_about_other_domains(const std::string &source, std::size_t count, unsigned domain) {
+    if (count != 0)
+        log_warning(source + ": " + functions_text(count) + " of other domains left out, domain " +
+                    domain_text(domain) + " is served (choose with --domain)");
+}
+
+// What it lacks is said in warnings.
+Dump open_dump(const std::filesystem::path &file, unsigned domain) {
+    Dump dump = read_dump(file, domain);
+    warn_about_other_domains(file.string(), dump.other_domains, domain);
+    if (dump.header_only != 0)
+        log_warning(file.string() + ": " + functions_text(dump.header_only) +
+                    " without capability data, nothing can be set on them; a full dump: "
+                    "sudo lspci -xxxx > FILE");
+    return dump;
+}
+
+MachineSource open_saved(const SourceOptions &options) {
+    Dump dump = open_dump(*options.dump, options.domain);
+    return {.name = options.dump->string(), .live = nullptr, .image = std::move(dump.image)};
+}
+
+MachineSource open_live(const SourceOptions &options) {
+    MachineSource source{
+        .name = "--live", .live = std::make_unique<LiveSpace>(options.domain), .image = nullptr};
+    warn_about_other_domains(source.name, source.live->sysfs().other_domains(), options.domain);
+    if (!options.write) {
+        source.image = source.live->snapshot();
+        log_progress("--live without --write: a plan, nothing is written to this machine");
+    }
+    return source;
+}
+
+}  // namespace
+
+ConfigSpace &MachineSource::space() const {
+    return image ? static_cast<ConfigSpace &>(*image) : *live;
+}
+
+void MachineSource::write_dump_to(const std::filesystem::path &file) const {
+    write_dump(file, image ? *image : *live->snapshot());
+}
+
+MachineSource open_source(const SourceOptions &options) {
+    return options.dump ? open_saved(options) : open_live(options);
+}
+
+bool report_failures(const MachineSource &source) {
+    const std::uint64_t count = source.is_written() ? source.live->failures() : 0;
+    if (count != 0)
+        log_error(std::to_string(count) + " accesses to configuration space failed");
+    return count == 0;
+}
+
+}  // namespace host

@@ -1,0 +1,39 @@
+// Where a machine comes from: a dump, a snapshot of this machine, or this machine itself.
+#pragma once
+
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "host/space/config_image.h"
+#include "host/space/live_space.h"
+
+namespace host {
+
+struct SourceOptions {
+    std::optional<std::filesystem::path> dump;  // else this machine
+    bool write = false;                         // to this machine; else to a snapshot of it
+    unsigned domain = 0;
+};
+
+struct MachineSource {
+    std::string name;                    // for messages
+    std::unique_ptr<LiveSpace> live;     // null: a dump
+    std::unique_ptr<ConfigImage> image;  // what is worked on; null: this machine itself
+
+    bool is_written() const { return image == nullptr; }
+    ConfigSpace &space() const;
+
+    // Configuration space as it is now, as a dump. Throws DumpError.
+    void write_dump_to(const std::filesystem::path &file) const;
+};
+
+// What a dump lacks, or what is left out, is said in warnings. Throws DumpError, LiveError.
+MachineSource open_source(const SourceOptions &options);
+
+// Says how many accesses to live hardware have failed; false when any has. Each has been handled,
+// and need not have made anything else fail: the exit status tells of them all.
+bool report_failures(const MachineSource &source);
+
+}  // namespace host

@@ -1,0 +1,140 @@
+#include "host/space/sysfs.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <fstream>
+
+#include "host/base/address.h"
+
+namespace host {
+namespace {
+
+namespace fs = std::filesystem;
+
+const fs::path DEVICES = "/sys/bus/pci/devices";
+
+// One write, as the kernel wants it. 0 or an errno.
+int write_file(const fs::path &file, const std::string &text) {
+    const int fd = open(file.c_str(), O_WRONLY | O_CLOEXEC);
+    if (fd < 0)
+        return errno;
+    const int error =
+        write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size()) ? 0 : errno;
+    close(fd);
+    return error;
+}
+
+std::string read_line(const fs::path &file) {
+    std::ifstream in(file);
+    std::string line;
+    std::getline(in, line);
+    return line;
+}
+
+}  // namespace
+
+std::optional<KernelAddress> parse_kernel_address(const std::string &text) {
+    unsigned domain = 0;
+    unsigned bus = 0;
+    unsigned device = 0;
+    unsigned function = 0;
+    int length = 0;
+    if (std::sscanf(text.c_str(), "%x:%2x:%2x.%1x%n", &domain, &bus, &device, &function, &length) !=
+            4 ||
+        static_cast<std::size_t>(length) != text.size())
+        return std::nullopt;
+    return KernelAddress{.domain = domain,
+                         .id = static_cast<RoutingId>(bus << 8 | device << 3 | function)};
+}
+
+std::string kernel_address(unsigned domain, RoutingId id) {
+    return domain_text(domain) + ":" + bdf_text(id);
+}
+
+Sysfs::Sysfs(unsigned domain) : domain_(domain) {}
+
+std::vector<RoutingId> Sysfs::functions() const {
+    std::vector<RoutingId> found;
+    std::error_code none;
+    for (const fs::directory_entry &entry : fs::directory_iterator(DEVICES, none)) {
+        const auto address = parse_kernel_address(entry.path().filename().string());
+        if (address && address->domain == domain_)
+            found.push_back(address->id);
+    }
+    std::ranges::sort(found);
+    return found;
+}
+
+std::size_t Sysfs::other_domains() const {
+    std::error_code none;
+    std::size_t count = 0;
+    for (const fs::directory_entry &entry : fs::directory_iterator(DEVICES, none)) {
+        const auto address = parse_kernel_address(entry.path().filename().string());
+        count += address && address->domain != domain_;
+    }
+    return count;
+}
+
+bool Sysfs::has(RoutingId id) const {
+    std::error_code none;
+    return fs::exists(directory(id), none);
+}
+
+// The kernel counts inode numbers up.
+std::uint64_t Sysfs::identity(RoutingId id) const {
+    struct stat status {};
+    return stat(directory(id).c_str(), &status) == 0 ? status.st_ino : 0;
+}
+
+// The link leads to ".../pci0000:00/0000:00:02.0/0000:04:00.0". Above a whole domain there may be a
+// function of another one.
+std::vector<RoutingId> Sysfs::bridges_above(RoutingId id) const {
+    std::vector<RoutingId> above;
+    std::error_code none;
+    for (const fs::path &part : fs::read_symlink(directory(id), none)) {
+        const auto address = parse_kernel_address(part.string());
+        if (address && address->domain == domain_ && address->id != id)
+            above.insert(above.begin(), address->id);
+    }
+    return above;
+}
+
+bool Sysfs::has_driver(RoutingId id) const {
+    std::error_code none;
+    return fs::exists(file(id, "driver"), none);
+}
+
+std::size_t Sysfs::config_size(RoutingId id) const {
+    std::error_code none;
+    const auto size = fs::file_size(file(id, "config"), none);
+    return none ? 0 : std::min<std::size_t>(size, 4096);
+}
+
+std::string Sysfs::reset_methods(RoutingId id) const {
+    return read_line(file(id, "reset_method"));
+}
+
+int Sysfs::reset(RoutingId id, const std::string &method) const {
+    const std::string former = reset_methods(id);
+    if (const int error = write_file(file(id, "reset_method"), method))
+        return error;
+    const int error = write_file(file(id, "reset"), "1");
+    // A line also when there was none: without any text nothing would be written.
+    write_file(file(id, "reset_method"), former + '\n');
+    return error;
+}
+
+fs::path Sysfs::file(RoutingId id, const std::string &name) const {
+    return directory(id) / name;
+}
+
+fs::path Sysfs::directory(RoutingId id) const {
+    return DEVICES / kernel_address(domain_, id);
+}
+
+}  // namespace host

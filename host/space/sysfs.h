@@ -1,0 +1,63 @@
+// What the kernel's file tree tells about PCI functions, and the resets that it does.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "host/space/config_space.h"
+
+namespace host {
+
+// The functions of one domain below /sys/bus/pci. What cannot be read counts as not there.
+class Sysfs {
+public:
+    explicit Sysfs(unsigned domain);
+
+    unsigned domain() const { return domain_; }
+
+    // Ascending; empty on a machine without PCI.
+    std::vector<RoutingId> functions() const;
+
+    std::size_t other_domains() const;  // functions that this machine has in others
+
+    bool has(RoutingId id) const;
+
+    // Differs whenever the kernel has made the function anew; 0 when there is none.
+    std::uint64_t identity(RoutingId id) const;
+
+    // The bridges above a function, the nearest first, as the kernel knows them.
+    std::vector<RoutingId> bridges_above(RoutingId id) const;
+
+    bool has_driver(RoutingId id) const;
+
+    // Bytes of its configuration space: 256 or 4096, 0 when there is no such function.
+    std::size_t config_size(RoutingId id) const;
+
+    // Resets that the kernel has for the function, as it writes them: "flr pm bus". Empty: none.
+    std::string reset_methods(RoutingId id) const;
+
+    // Resets by the kernel, with the method that is named: "flr", "bus". The function's former
+    // methods are set again. 0 or an errno.
+    int reset(RoutingId id, const std::string &method) const;
+
+    // "/sys/bus/pci/devices/0000:04:00.0/NAME"
+    std::filesystem::path file(RoutingId id, const std::string &name) const;
+
+private:
+    std::filesystem::path directory(RoutingId id) const;
+
+    unsigned domain_;
+};
+
+// A function's address in the kernel's form "0000:04:00.0"; nothing for any other text.
+struct KernelAddress {
+    unsigned domain;
+    RoutingId id;
+};
+std::optional<KernelAddress> parse_kernel_address(const std::string &text);
+std::string kernel_address(unsigned domain, RoutingId id);
+
+}  // namespace host

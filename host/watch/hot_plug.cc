@@ -1,0 +1,145 @@
+#include "host/watch/hot_plug.h"
+
+#include <algorithm>
+
+#include "host/base/address.h"
+#include "host/base/log.h"
+#include "host/exports/hooks.h"
+#include "host/exports/msix_tables.h"
+#include "platform/buscfg.h"
+
+namespace host {
+namespace {
+
+// What hooks are told; 0 leaves it to the host's record.
+std::uint32_t bus_value(Machine &machine, const bridge_rec &bridge) {
+    return static_cast<std::uint32_t>(std::max(machine.bridges().secondary_bus(bridge), 0));
+}
+
+std::string place_text(const bridge_rec &bridge) {
+    return bridge.bridge_kind == BRIDGE_KIND_HOST ? "on bus " + bus_text(bridge.bdf >> 8)
+                                                  : "below " + bdf_text(bridge.bdf);
+}
+
+std::string list_text(const std::vector<RoutingId> &ids) {
+    std::string text;
+    for (const RoutingId id : ids) {
+        if (!text.empty())
+            text += ' ';
+        text += bdf_text(id);
+    }
+    return text;
+}
+
+}  // namespace
+
+HotPlug::HotPlug(Machine &machine, LiveSpace &space, std::function<void()> inserted)
+    : machine_(machine), space_(space), inserted_(std::move(inserted)) {}
+
+void HotPlug::take(const KernelEvent &event) {
+    groups_.add(known_bridge(event), event.id, Clock::now());
+}
+
+void HotPlug::take_all() {
+    groups_.add(nullptr, std::nullopt, Clock::now());
+    for (bridge_rec *root = machine_.bridges().top(); root; root = root->next_sibling)
+        groups_.add(root, std::nullopt, Clock::now());
+}
+
+void HotPlug::settle(Clock::time_point now) {
+    while (const auto group = groups_.take(now))
+        bring_in(group->bridge, group->named);
+}
+
+// The nearest bridge above the function that the machine has; null on a new root bus.
+bridge_rec *HotPlug::known_bridge(const KernelEvent &event) const {
+    for (const RoutingId id : event.bridges)
+        if (bridge_rec *const bridge = machine_.bridges().by_bdf(id))
+            return bridge;
+    return machine_.bridges().above(event.bridges.empty() ? event.id : event.bridges.back());
+}
+
+// As the kernel has it, whose bridges may lead elsewhere than their bus numbers say.
+bool HotPlug::is_below(RoutingId id, const bridge_rec *bridge) const {
+    const std::vector<RoutingId> path = space_.sysfs().bridges_above(id);
+    const RoutingId top = path.empty() ? id : path.back();
+    if (!bridge)
+        return !machine_.bridges().above(top);
+    if (bridge->bridge_kind == BRIDGE_KIND_HOST)
+        return top >> 8 == bridge->bdf >> 8;
+    return std::ranges::find(path, static_cast<RoutingId>(bridge->bdf)) != path.end();
+}
+
+// Also functions whose place another one has, or the same after power was off.
+std::vector<RoutingId> HotPlug::gone_below(const bridge_rec &bridge,
+                                           const std::set<RoutingId> &named) const {
+    std::set<RoutingId> candidates = named;
+    for (const Function *function : machine_.below(bridge))
+        candidates.insert(function->id());
+    std::vector<RoutingId> gone;
+    for (const RoutingId id : candidates)
+        if (machine_.find(id) && (!space_.sysfs().has(id) || space_.is_another(id)))
+            gone.push_back(id);
+    return gone;
+}
+
+// Without those that do not answer: virtual functions have no vendor of their own.
+std::vector<RoutingId> HotPlug::come_below(const bridge_rec *bridge) const {
+    std::vector<RoutingId> come;
+    for (const RoutingId id : space_.functions()) {
+        if (machine_.find(id) || !is_below(id, bridge))
+            continue;
+        space_.forget(id);
+        if (space_.answers(id))
+            come.push_back(id);
+    }
+    return come;
+}
+
+void HotPlug::bring_in(bridge_rec *bridge, const std::set<RoutingId> &named) {
+    if (!bridge) {
+        insert_root_buses(come_below(nullptr));
+        return;
+    }
+    if (const auto gone = gone_below(*bridge, named); !gone.empty())
+        remove(bridge, gone);
+    if (const auto come = come_below(bridge); !come.empty())
+        insert(bridge, come);
+}
+
+void HotPlug::remove(bridge_rec *bridge, const std::vector<RoutingId> &gone) {
+    log_progress("removed " + place_text(*bridge) + ": " + list_text(gone));
+    const std::uint32_t bus = bus_value(machine_, *bridge);
+    call_bridge_hooks(BUSCFG_HOOK_PRE_REMOVAL, bridge, bus, PCI_OK);
+    machine_.update(gone, {});
+    for (const RoutingId id : gone) {
+        forget_msix_tables(id);
+        space_.forget(id);
+    }
+    call_bridge_hooks(BUSCFG_HOOK_POST_REMOVAL, bridge, bus, PCI_OK);
+}
+
+void HotPlug::insert(bridge_rec *bridge, const std::vector<RoutingId> &come) {
+    log_progress("inserted " + place_text(*bridge) + ": " + list_text(come));
+    call_bridge_hooks(BUSCFG_HOOK_PRE_INSERTION, bridge, bus_value(machine_, *bridge), PCI_OK);
+    machine_.update({}, come);
+    inserted_();
+    call_bridge_hooks(BUSCFG_HOOK_POST_INSERTION, bridge, bus_value(machine_, *bridge), PCI_OK);
+}
+
+// Before they come there is no bridge that hooks could be told of.
+void HotPlug::insert_root_buses(const std::vector<RoutingId> &come) {
+    if (come.empty())
+        return;
+    log_progress("inserted on new root buses: " + list_text(come));
+    machine_.update({}, come);
+    inserted_();
+    std::set<bridge_rec *> roots;
+    for (const RoutingId id : come)
+        if (bridge_rec *above = machine_.bridges().above(id); above && !above->parent)
+            roots.insert(above);
+    for (bridge_rec *root : roots)
+        call_bridge_hooks(BUSCFG_HOOK_POST_INSERTION, root, bus_value(machine_, *root), PCI_OK);
+}
+
+}  // namespace host

@@ -1,0 +1,54 @@
+// Keeps a served machine in step with what the kernel adds and removes.
+#pragma once
+
+#include <functional>
+#include <set>
+
+#include "host/machine/machine.h"
+#include "host/space/live_space.h"
+#include "host/watch/event_groups.h"
+#include "host/watch/kernel_events.h"
+
+namespace host {
+
+// Events are gathered below the highest bridge that is known. When a group of them is due, the
+// machine is compared with what the kernel has: functions that have gone leave it and functions
+// that have come enter it, with the hooks around both. What an event says is not relied on, so that
+// one too many does nothing. All on the calling thread.
+class HotPlug {
+public:
+    using Clock = EventGroups::Clock;
+
+    // `inserted` is called when functions have entered the machine, before hooks.
+    HotPlug(Machine &machine, LiveSpace &space, std::function<void()> inserted);
+
+    void take(const KernelEvent &event);
+
+    // Events were lost: everything is compared.
+    void take_all();
+
+    // When settle() has something to do; empty when nothing waits.
+    std::optional<Clock::time_point> due() const { return groups_.due(); }
+
+    // Brings in what is due.
+    void settle(Clock::time_point now);
+
+private:
+    bridge_rec *known_bridge(const KernelEvent &event) const;
+    // A null bridge: on root buses that the machine does not have.
+    bool is_below(RoutingId id, const bridge_rec *bridge) const;
+    std::vector<RoutingId> gone_below(const bridge_rec &bridge,
+                                      const std::set<RoutingId> &named) const;
+    std::vector<RoutingId> come_below(const bridge_rec *bridge) const;
+    void bring_in(bridge_rec *bridge, const std::set<RoutingId> &named);
+    void remove(bridge_rec *bridge, const std::vector<RoutingId> &gone);
+    void insert(bridge_rec *bridge, const std::vector<RoutingId> &come);
+    void insert_root_buses(const std::vector<RoutingId> &come);
+
+    Machine &machine_;
+    LiveSpace &space_;
+    std::function<void()> inserted_;
+    EventGroups groups_;
+};
+
+}  // namespace host

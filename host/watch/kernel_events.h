@@ -1,0 +1,46 @@
+// Functions that the kernel adds and removes.
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include "host/space/sysfs.h"
+
+struct udev;
+struct udev_monitor;
+
+namespace host {
+
+struct KernelEvent {
+    bool added;  // else removed
+    RoutingId id;
+    std::vector<RoutingId> bridges;  // above the function, the nearest first
+};
+
+// The kernel's events about the functions of one domain, from now on. Throws LiveError.
+class KernelEvents {
+public:
+    explicit KernelEvents(unsigned domain);
+
+    int descriptor() const;  // becomes readable
+
+    // The next event that waits; empty when none does. Others are passed over.
+    std::optional<KernelEvent> next();
+
+    // Whether the kernel had to drop events since the last call.
+    bool lost();
+
+private:
+    struct Release {
+        void operator()(udev *context) const;
+        void operator()(udev_monitor *monitor) const;
+    };
+
+    unsigned domain_;
+    bool lost_ = false;
+    std::unique_ptr<udev, Release> context_;
+    std::unique_ptr<udev_monitor, Release> monitor_;
+};
+
+}  // namespace host
