@@ -6,8 +6,8 @@
 namespace {
 
 const host::BridgeTree *tree() {
-    host::Machine *machine = host::served();
-    return machine ? &machine->bridges() : nullptr;
+    host::Served *served = host::served();
+    return served ? &served->machine.bridges() : nullptr;
 }
 
 }  // namespace

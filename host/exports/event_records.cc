@@ -1,14 +1,7 @@
-// Made when they are first asked for and kept as long as the machine is served, also when another
-// function, with records of its own, has come to the same place; a function that comes back as it
-// was finds its own again. Of one function, event agent and event notification share the capability
-// set.
 #include "host/exports/event_records.h"
 
 #include <cstdlib>
-#include <memory>
-#include <mutex>
 #include <new>
-#include <unordered_map>
 
 #include "host/exports/capability_objects.h"
 #include "host/exports/msix_tables.h"
@@ -41,9 +34,19 @@ CapPointer ext_capability(const Function &function, std::uint16_t id) {
     return CapPointer(object);
 }
 
-class Records {
+// Null without memory: modules ask through a C interface, which no exception may cross.
+FunctionRecords *records_of(const Function &function) try {
+    return &served()->event_records.find(function);
+} catch (const std::bad_alloc &) {
+    return nullptr;
+}
+
+}  // namespace
+
+// Event agent and event notification of one function share the capability set.
+class FunctionRecords {
 public:
-    explicit Records(const Function &function)
+    explicit FunctionRecords(const Function &function)
         : device_{function.bdf}, msi_(capability(function, CAPID_MSI)),
           msix_(capability(function, CAPID_MSIX)), rcec_(ext_capability(function, EXT_CAPID_RCEC)),
           capset_{.device = &device_,
@@ -51,8 +54,8 @@ public:
                   .msix = reinterpret_cast<msix_cap_t *>(msix_.get()),
                   .rcec = reinterpret_cast<rcec_cap_t *>(rcec_.get())},
           agent_{&capset_}, notification_{&capset_} {}
-    Records(const Records &) = delete;
-    Records &operator=(const Records &) = delete;
+    FunctionRecords(const FunctionRecords &) = delete;
+    FunctionRecords &operator=(const FunctionRecords &) = delete;
 
     // The vector table of a function that has been away is mapped no longer.
     void map_again() const {
@@ -74,41 +77,24 @@ private:
     event_notification_t notification_;
 };
 
-struct AllRecords {
-    std::mutex lock;
-    std::uint64_t serve_count = 0;
-    std::unordered_map<const Function *, std::unique_ptr<Records>> by_function;
-};
+EventRecords::EventRecords() = default;
+EventRecords::~EventRecords() = default;
 
-AllRecords &all_records() {
-    static AllRecords all;
-    return all;
-}
-
-// Null without memory: modules ask through a C interface, which no exception may cross.
-Records *records_of(const Function &function) try {
-    AllRecords &all = all_records();
-    const std::scoped_lock guard(all.lock);
-    if (all.serve_count != serve_count())
-        all.by_function.clear();
-    all.serve_count = serve_count();
-    std::unique_ptr<Records> &records = all.by_function[&function];
+FunctionRecords &EventRecords::find(const Function &function) {
+    const std::scoped_lock guard(lock_);
+    std::unique_ptr<FunctionRecords> &records = by_function_[&function];
     if (records)
         records->map_again();
     else
-        records = std::make_unique<Records>(function);
-    return records.get();
-} catch (const std::bad_alloc &) {
-    return nullptr;
+        records = std::make_unique<FunctionRecords>(function);
+    return *records;
 }
-
-}  // namespace
 
 event_notification_t *find_event_notification(bdf_t bdf) {
     const Function *function = nullptr;
     if (find_function(bdf, function) != PCI_OK)
         return nullptr;
-    Records *records = records_of(*function);
+    FunctionRecords *records = records_of(*function);
     return records ? records->notification() : nullptr;
 }
 
@@ -119,6 +105,6 @@ event_agent_t *find_event_agent(bdf_t bdf) {
     if (host::find_function(bdf, function) != PCI_OK ||
         function->class_code != EVENT_COLLECTOR_CLASS)
         return nullptr;
-    host::Records *records = host::records_of(*function);
+    host::FunctionRecords *records = host::records_of(*function);
     return records ? records->agent() : nullptr;
 }

@@ -1,9 +1,6 @@
 #include "host/exports/msix_tables.h"
 
-#include <mutex>
 #include <new>
-#include <unordered_map>
-#include <vector>
 
 #include "host/exports/register_access.h"
 #include "host/exports/serve.h"
@@ -13,33 +10,13 @@ namespace host {
 
 namespace {
 
-struct Vector {
-    std::uint32_t address = 0;
-    std::uint32_t upper_address = 0;
-    std::uint32_t data = 0;
-    std::uint32_t control = 1;  // bit 0: masked
-};
-
-struct Table {
-    std::vector<Vector> vectors;
-    msix_table_t record{};
-};
-
-struct Tables {
-    std::mutex lock;
-    std::uint64_t serve_count = 0;
-    std::unordered_map<const Function *, Table> by_function;
-};
-
-Tables &tables() {
-    static Tables all;
-    return all;
-}
+using Table = MsixTables::Table;
 
 // The table in the function's own memory; null when it cannot be mapped.
 volatile void *device_table(const Function &function, std::uint32_t place, std::size_t count) {
     const std::uint32_t bar = place & reg::MSIX_TABLE_BAR;
-    return served()->space().memory(function.id(), bar, place - bar, count * sizeof(Vector));
+    return served()->machine.space().memory(function.id(), bar, place - bar,
+                                            count * sizeof(MsixTables::Vector));
 }
 
 // With the lock held; modules read the word without it.
@@ -52,7 +29,7 @@ void set_address(Table &table, volatile void *address) {
 pci_err_t set_up(Table &table, const Function &function, std::uint32_t place, std::size_t count) {
     if (table.record.address)
         return PCI_OK;
-    if (served()->space().has_memory()) {
+    if (served()->machine.space().has_memory()) {
         set_address(table, device_table(function, place, count));
         return table.record.address ? PCI_OK : PCI_ERR_IO;
     }
@@ -61,33 +38,26 @@ pci_err_t set_up(Table &table, const Function &function, std::uint32_t place, st
     return PCI_OK;
 }
 
-pci_err_t find_or_set_up(const Function &function, std::uint32_t place, std::size_t count,
-                         const msix_table_t *&table) {
-    Tables &all = tables();
-    const std::scoped_lock guard(all.lock);
+}  // namespace
+
+void MsixTables::forget(RoutingId id) {
+    const std::scoped_lock guard(lock_);
+    for (auto &[function, table] : by_function_)
+        if (function->id() == id && table.vectors.empty())
+            set_address(table, nullptr);
+}
+
+pci_err_t MsixTables::find(const Function &function, std::uint32_t place, std::size_t count,
+                           const msix_table_t *&table) {
+    const std::scoped_lock guard(lock_);
     // Removed since it was found: nobody would unmap its table again.
-    if (!served()->reachable(function))
+    if (!served()->machine.reachable(function))
         return PCI_ERR_NO_DEVICE;
-    if (all.serve_count != serve_count())
-        all.by_function.clear();
-    all.serve_count = serve_count();
-    Table &own = all.by_function[&function];
+    Table &own = by_function_[&function];
     if (const pci_err_t error = set_up(own, function, place, count))
         return error;
     table = &own.record;
     return PCI_OK;
-}
-
-}  // namespace
-
-void forget_msix_tables(RoutingId id) {
-    Tables &all = tables();
-    const std::scoped_lock guard(all.lock);
-    if (all.serve_count != serve_count())
-        return;  // those of another machine
-    for (auto &[function, table] : all.by_function)
-        if (function->id() == id && table.vectors.empty())
-            set_address(table, nullptr);
 }
 
 pci_err_t find_msix_table(bdf_t bdf, unsigned offset, const msix_table_t *&table) {
@@ -103,7 +73,7 @@ pci_err_t find_msix_table(bdf_t bdf, unsigned offset, const msix_table_t *&table
     const std::size_t count = (control & reg::MSIX_TABLE_SIZE) + 1u;
     // Modules ask through a C interface, which no exception may cross.
     try {
-        return find_or_set_up(*function, place, count, table);
+        return served()->msix_tables.find(*function, place, count, table);
     } catch (const std::bad_alloc &) {
         return PCI_ERR_NO_MEMORY;
     }

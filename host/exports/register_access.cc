@@ -22,8 +22,8 @@ bool has_gone(ConfigSpace &space, RoutingId id) {
 pci_err_t find_function(bdf_t bdf, const Function *&function) {
     if (bdf > BDF_HIGHEST)
         return PCI_ERR_INVALID;
-    const Machine *machine = served();
-    function = machine ? machine->find(bdf) : nullptr;
+    const Served *now = served();
+    function = now ? now->machine.find(bdf) : nullptr;
     return function ? PCI_OK : PCI_ERR_NO_DEVICE;
 }
 
@@ -31,7 +31,7 @@ pci_err_t read_config(bdf_t bdf, unsigned offset, unsigned width, std::uint32_t 
     const Function *function = nullptr;
     if (const pci_err_t error = find_function(bdf, function))
         return error;
-    ConfigSpace &space = served()->space();
+    ConfigSpace &space = served()->machine.space();
     std::uint32_t read = 0;
     if (const pci_err_t error = space.read(function->id(), offset, width, read))
         return error;
@@ -45,7 +45,7 @@ pci_err_t write_config(bdf_t bdf, unsigned offset, unsigned width, std::uint32_t
     const Function *function = nullptr;
     if (const pci_err_t error = find_function(bdf, function))
         return error;
-    return served()->space().write(function->id(), offset, width, value);
+    return served()->machine.space().write(function->id(), offset, width, value);
 }
 
 }  // namespace host

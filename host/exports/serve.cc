@@ -1,6 +1,7 @@
 #include "host/exports/serve.h"
 
 #include <atomic>
+#include <memory>
 #include <utility>
 
 #include "host/exports/capability_objects.h"
@@ -9,35 +10,26 @@ namespace host {
 
 namespace {
 
-std::atomic<Machine *> current = nullptr;
-std::atomic<std::uint64_t> count = 0;
-
-ManagedBuses &managed_buses() {
-    static ManagedBuses buses(256, true);
-    return buses;
-}
+std::atomic<Served *> current = nullptr;
 
 }  // namespace
 
 void serve(Machine *machine, ManagedBuses managed) {
-    managed_buses() = std::move(managed);
-    if (machine)
+    std::unique_ptr<Served> next;
+    if (machine) {
         machine->bridges().set_operations(pcie_operations());
-    current = machine;
-    ++count;
+        next.reset(new Served{.machine = *machine, .managed = std::move(managed)});
+    }
+    const std::unique_ptr<Served> former(current.exchange(next.release()));
 }
 
-Machine *served() {
+Served *served() {
     return current;
 }
 
 bool manages(unsigned bus) {
-    const ManagedBuses &buses = managed_buses();
-    return bus < buses.size() && buses[bus];
-}
-
-std::uint64_t serve_count() {
-    return count;
+    const Served *now = served();
+    return !now || (bus < now->managed.size() && now->managed[bus]);
 }
 
 }  // namespace host

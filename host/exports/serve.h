@@ -1,9 +1,11 @@
-// Which machine the exports of the access library and of the server answer for.
+// Which machine the exports answer for, and what they keep about it.
 #pragma once
 
-#include <cstdint>
 #include <vector>
 
+#include "host/exports/event_records.h"
+#include "host/exports/find_functions.h"
+#include "host/exports/msix_tables.h"
 #include "host/machine/machine.h"
 
 namespace host {
@@ -11,9 +13,18 @@ namespace host {
 // Buses that this server instance manages.
 using ManagedBuses = std::vector<bool>;  // 256 of them
 
-// From now on every export answers for `machine`, which must outlive its use; null: no functions.
-// What exports gave out before stays valid as their declarations say, except records and vector
-// tables of the machine served before. Not while another thread is inside an export.
+// Everything that exports give out and keep goes with the machine that it is about.
+struct Served {
+    Machine &machine;
+    const ManagedBuses managed;
+    FoundFunctions found_functions{};
+    MsixTables msix_tables{};
+    EventRecords event_records{};
+};
+
+// Makes `machine`, which must outlive its use, the one that every export answers for; null: no
+// functions. Event records and vector tables of the machine served before become invalid. Not
+// thread-safe against calls of exports.
 void serve(Machine *machine, ManagedBuses managed = ManagedBuses(256, true));
 
 // The exports answer for a machine as long as this lives.
@@ -27,13 +38,10 @@ public:
     Serving &operator=(const Serving &) = delete;
 };
 
-// The machine served, null when there is none.
-Machine *served();
+// The machine served with what is kept about it, null when there is none.
+Served *served();
 
-// Whether this instance manages a bus.
+// Whether this instance manages a bus; without a machine, every bus.
 bool manages(unsigned bus);
-
-// Counts calls of serve(), so that what is kept about a machine can be dropped with it.
-std::uint64_t serve_count();
 
 }  // namespace host

@@ -5,7 +5,7 @@
 #include "host/base/address.h"
 #include "host/base/log.h"
 #include "host/exports/hooks.h"
-#include "host/exports/msix_tables.h"
+#include "host/exports/serve.h"
 #include "platform/buscfg.h"
 
 namespace host {
@@ -113,7 +113,7 @@ void HotPlug::remove(bridge_rec *bridge, const std::vector<RoutingId> &gone) {
     call_bridge_hooks(BUSCFG_HOOK_PRE_REMOVAL, bridge, bus, PCI_OK);
     machine_.update(gone, {});
     for (const RoutingId id : gone) {
-        forget_msix_tables(id);
+        served()->msix_tables.forget(id);
         space_.forget(id);
     }
     call_bridge_hooks(BUSCFG_HOOK_POST_REMOVAL, bridge, bus, PCI_OK);

@@ -9,7 +9,7 @@
 #include <numeric>
 
 #include "host/exports/event_records.h"
-#include "host/exports/msix_tables.h"
+#include "host/exports/serve.h"
 #include "tests/support/faults.h"
 #include "tests/support/module_test.h"
 
@@ -184,7 +184,7 @@ TEST_F(MsiRegisters, OfAFunctionThatComesBackAreMappedAgain) {
     const msix_table_t &place = *device_0->capset->msix->table;
     EXPECT_EQ(place.address, &table[1]);
     live.update(std::array{RoutingId{0}}, {});
-    forget_msix_tables(0);
+    host::served()->msix_tables.forget(0);
     EXPECT_EQ(place.address, nullptr);
     live.update({}, std::array{RoutingId{0}});
     EXPECT_EQ(find_event_notification(0), device_0);

@@ -186,7 +186,7 @@ pci_err_t msi_round_trip(bdf_t bdf, std::ostream &out) {
     if (!device)
         return PCI_ERR_NO_DEVICE;
     const event_capset_t &caps = *device->capset;
-    const host::Function &function = *host::served()->find(bdf);
+    const host::Function &function = *host::served()->machine.find(bdf);
     const bool has_msix = function.cap(CAPID_MSIX).has_value();
     if (!caps.msi && !has_msix)
         return PCI_ERR_NOT_SUPPORTED;
