@@ -75,7 +75,7 @@ std::vector<BusEvent> parse_events(std::string_view text, const std::string &nam
         if (const std::string reason = player.refusal(event); !reason.empty())
             refused.push_back(event.origin + ": " + reason);
     if (!refused.empty())
-        throw InputError(join(refused, "\n"));
+        throw InputError(refused);
     return events;
 }
 
