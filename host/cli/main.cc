@@ -18,26 +18,20 @@ void keep_standard_descriptors() {
             static_cast<void>(open("/dev/null", descriptor == 0 ? O_WRONLY : O_RDONLY));
 }
 
-void complain(std::string_view text) {
-    host::open_log(0, false);
-    for (const std::string_view line : host::split(text, '\n'))
-        host::log_error(std::string(line));
-}
-
 }  // namespace
 
 int main(int argc, char **argv) {
     keep_standard_descriptors();
     std::ios::sync_with_stdio(false);  // else a failing read of std::cin counts as its end
+    host::open_log(0, false);
     try {
         const auto options = host::parse_options(argc, argv, std::cout);
         if (options)
             return host::run(*options, std::cin, std::cout);
         if (std::cout.flush())
             return host::EXIT_DONE;
-        complain("standard output: the text cannot be written");
+        throw host::InputError("standard output: the text cannot be written");
     } catch (const std::exception &error) {
-        complain(error.what());
+        return host::refuse(error);
     }
-    return host::EXIT_BAD_INPUT;
 }

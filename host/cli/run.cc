@@ -232,29 +232,21 @@ int print_usage(const ModuleEntry &module, std::ostream &out) {
     return EXIT_BAD_INPUT;
 }
 
-int refuse(const InputError &error) {
-    for (const std::string_view line : split(error.what(), '\n'))
-        log_error(std::string(line));
+}  // namespace
+
+int refuse(const std::exception &error) {
+    const std::string_view text = error.what();
+    if (dynamic_cast<const InputError *>(&error) == nullptr)
+        log_error(std::string(text));
+    else
+        for (const std::string_view line : split(text, '\n'))
+            log_error(std::string(line));
     return EXIT_BAD_INPUT;
 }
 
-}  // namespace
-
 int run(const Options &options, std::istream &in, std::ostream &out) {
     open_log(options.verbosity, options.debug);
-    try {
-        if (options.usage)
-            return print_usage(*options.usage, out);
-        return run_machine(options, in, out);
-    } catch (const InputError &error) {
-        return refuse(error);
-    } catch (const DumpError &error) {
-        log_error(error.what());
-        return EXIT_BAD_INPUT;
-    } catch (const LiveError &error) {
-        log_error(error.what());
-        return EXIT_BAD_INPUT;
-    }
+    return options.usage ? print_usage(*options.usage, out) : run_machine(options, in, out);
 }
 
 }  // namespace host

@@ -8,7 +8,7 @@ import subprocess
 import unittest
 
 from expectation import read_dump
-from hoplar import EXAMPLE, HOPLAR, PLUGIN, HoplarTest
+from hoplar import EXAMPLE, HOPLAR, OPS, PLUGIN, HoplarTest
 
 with open(EXAMPLE, encoding="ascii") as file:
     DUMP = file.read()
@@ -183,6 +183,14 @@ class BadInputTest(HoplarTest):
         counts = [json.loads(self.hoplar("-F", EXAMPLE, "-m", PLUGIN, "--report", "json", level)[0])
                   ["messages"] for level in ("-q", "-v")]
         self.assertEqual(*counts)
+
+    def test_errors_of_single_operations_name_what_is_wrong_safely(self):
+        for arguments, message in (
+                (["-F", "a\033[m\n\u202e"], r"a\x1b[m\x0a\xe2\x80\xae: No such file or directory"),
+                (["-F", EXAMPLE, "rc\033ec", "00:00.0"], r'"rc\x1bec" is no operation '
+                 "(hoplar-ops --help lists them)")):
+            done = subprocess.run([OPS, *arguments], capture_output=True, encoding="utf-8")
+            self.assertEqual((done.returncode, done.stderr), (2, f"error: {message}\n"))
 
     def test_module_that_cannot_be_loaded(self):
         text = self.file("text.so", "no module")

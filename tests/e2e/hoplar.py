@@ -10,7 +10,7 @@ from xml.etree import ElementTree
 
 from expectation import read_dump
 
-HOPLAR, PLUGIN = os.environ["HOPLAR"], os.environ["PLUGIN"]
+HOPLAR, OPS, PLUGIN = (os.environ[name] for name in ("HOPLAR", "OPS", "PLUGIN"))
 EXAMPLE = os.path.abspath(os.path.join(os.path.dirname(__file__), "../../examples/server.lspci"))
 SHOWN_SETTINGS = re.compile(r"(?<=MaxPayload )\d+(?= bytes, MaxReadReq)"
                             r"|(?<=ECRCGenEn)[+-]|(?<=ECRCChkEn)[+-]")

@@ -10,9 +10,9 @@ import subprocess
 import unittest
 
 from expectation import DOWNSTREAM_PORT, ROOT_PORT, Machine, read_dump
-from hoplar import HoplarTest, lspci
+from hoplar import OPS, HoplarTest, lspci
 
-DUMP, OPS = os.environ["MACHINE"], os.environ["OPS"]
+DUMP = os.environ["MACHINE"]
 DOMAINS = read_dump(DUMP)
 TO_PCI, FROM_PCI, NO_LINK = 7, 8, (9, 10)
 L0S = [64, 128, 256, 512, 1000, 2000, 4000]

@@ -39,15 +39,15 @@ int run(const Options &options) {
 }  // namespace ops
 
 int main(int argc, char **argv) {
+    host::open_log(0, false);
     try {
         const auto options = ops::parse_options(argc, argv, std::cout);
         if (options)
             return ops::run(*options);
         if (std::cout.flush())
             return host::EXIT_DONE;
-        std::cerr << "error: standard output: the text cannot be written\n";
+        throw host::InputError("standard output: the text cannot be written");
     } catch (const std::exception &error) {
-        std::cerr << "error: " << error.what() << '\n';
+        return host::refuse(error);
     }
-    return host::EXIT_BAD_INPUT;
 }
