@@ -67,9 +67,15 @@ private:
         for (const std::string_view word : words(value)) {
             if (word.starts_with('#'))
                 return reject("a comment takes a line of its own");
-            if (word.starts_with(','))
-                return reject("no module file in front of \",\"");
+            add_module(word);
+        }
+    }
+
+    void add_module(std::string_view word) {
+        try {
             config_.modules.push_back(parse_module_entry(word, file_.parent_path()));
+        } catch (const InputError &error) {
+            reject(error.what());
         }
     }
 

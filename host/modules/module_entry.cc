@@ -1,8 +1,10 @@
 #include "host/modules/module_entry.h"
 
 #include <algorithm>
+#include <span>
 #include <utility>
 
+#include "host/base/safe_text.h"
 #include "host/base/text.h"
 
 namespace host {
@@ -21,6 +23,13 @@ bool is_there(const fs::path &place) {
     return fs::exists(place, ignored);
 }
 
+// Option scanners write what they do not know to standard error as it is.
+std::string safe_argument(std::string_view argument) {
+    if (safe_text(argument) != argument)
+        throw InputError("an argument holds control characters or is not UTF-8");
+    return std::string(argument);
+}
+
 }  // namespace
 
 ModuleEntry parse_module_entry(std::string_view text, std::optional<fs::path> beside) {
@@ -28,9 +37,9 @@ ModuleEntry parse_module_entry(std::string_view text, std::optional<fs::path> be
     if (pieces.front().empty())
         throw InputError("no module file is named");
     ModuleEntry spec{.file = std::string(pieces.front()), .args = {}, .beside = std::move(beside)};
-    for (const std::string_view piece : pieces)
-        if (!piece.empty() && piece.data() != text.data())
-            spec.args.emplace_back(piece);
+    for (const std::string_view argument : std::span(pieces).subspan(1))
+        if (!argument.empty())
+            spec.args.push_back(safe_argument(argument));
     return spec;
 }
 

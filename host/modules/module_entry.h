@@ -16,7 +16,8 @@ struct ModuleEntry {
     std::optional<std::filesystem::path> beside;
 };
 
-// Empty arguments are passed over. Throws InputError when no file is named.
+// Empty arguments are passed over. Throws InputError when no file is named, and for an argument
+// that is not safe text.
 ModuleEntry parse_module_entry(std::string_view text, std::optional<std::filesystem::path> beside);
 
 // Files that the module may be, in the order in which they are tried: the name itself when it has a

@@ -59,9 +59,12 @@ REFUSED = (
     (["-F", EXAMPLE, "-e", "a\n\u009b©"], "", ["a\\x0a\\xc2\\x9b©: cannot be read"]),
     (["-F", EXAMPLE, "-e", "none"], "", ["none: cannot be read: No such file or directory"]),
     (["-F", EXAMPLE, "-c", "input", "-m", PLUGIN],
-     "# one\n[runtime]\nHOPLAR_MODULE_LIST\n= a.so\n[runtime\nHOPLAR_MODULE_LIST = a.so ,b\n", [
+     "# one\n[runtime]\nHOPLAR_MODULE_LIST\n= a.so\n[runtime\nHOPLAR_MODULE_LIST = a.so ,b\n[runtime]\n"
+     "HOPLAR_MODULE_LIST = a.so,\033[31m b.so\n", [
          "input:3: neither KEY = VALUE nor [section]: ", 'input:4: no key in front of "=": ',
-         "input:5: a section is written as [name]: ", 'input:6: no module file in front of ",": ']),
+         "input:5: a section is written as [name]: ", "input:6: no module file is named: ",
+         "input:8: an argument holds control characters or is not UTF-8: "]),
+    (["-F", EXAMPLE, "-m", b"a.so,--x\x9b"], "", [r'"a.so,--x\x9b": an argument holds ']),
     (["-F", EXAMPLE, "-e", "input", "-m", f"{PLUGIN},--config=input"],
      "\ufeffexplode 00:01.0\nflr 01:00.0 # good\nflr\nflr 1:0.0.0\nflr 7f:00.0\n"
      "flr 0001:00:01.0\nflr 00:01.0 1 2\nremove 01:00.0\ninsert 00:01.0 x\n"
