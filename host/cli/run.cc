@@ -145,8 +145,8 @@ std::unique_ptr<Service> open_service(const Options &options) {
 }
 
 // Does what a line says that has come to a server that stays.
-Service::Outcome execute(const std::string &line, const std::string &origin,
-                         const MachineSource &source, Machine &machine, EventPlayer &player) {
+LineServer::Outcome execute(const std::string &line, const std::string &origin,
+                            const MachineSource &source, Machine &machine, EventPlayer &player) {
     try {
         const auto events =
             parse_events(line, origin, machine, player, source.live->sysfs().domain());

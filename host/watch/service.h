@@ -3,10 +3,11 @@
 
 #include <filesystem>
 #include <functional>
-#include <optional>
+#include <memory>
 #include <string>
 
 #include "host/watch/hot_plug.h"
+#include "host/watch/line_server.h"
 
 namespace host {
 
@@ -15,26 +16,17 @@ namespace host {
 class Service {
 public:
     explicit Service(unsigned domain);
-    ~Service();
     Service(const Service &) = delete;
     Service &operator=(const Service &) = delete;
 
-    // Lines also come from connections to a Unix socket at `path`, which only its owner may open;
-    // each is answered by a line. Throws LiveError.
+    // Lines also come from connections to a ControlSocket. Throws InputError.
     void listen(const std::filesystem::path &path);
 
     // Lines also come from standard input.
     void read_standard_input();
 
-    // What has come of a line: what to answer, a line too, and whether its event failed.
-    struct Outcome {
-        std::string answer;
-        bool failed;
-    };
-
     struct Actions {
-        // Does what a line says; messages name its origin.
-        std::function<Outcome(const std::string &line, const std::string &origin)> execute;
+        LineServer::Execute execute;
         std::function<void()> inserted;  // as HotPlug calls it
         std::string status;              // what the service manager is to show, a line
     };
@@ -47,9 +39,8 @@ private:
     class Loop;
 
     KernelEvents events_;
-    int signals_ = -1;
-    int socket_ = -1;
-    std::filesystem::path socket_path_;
+    Descriptor signals_;
+    std::unique_ptr<ControlSocket> socket_;
     bool standard_input_ = false;
 };
 
