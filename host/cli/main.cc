@@ -1,5 +1,6 @@
 #include <fcntl.h>
 
+#include <csignal>
 #include <exception>
 #include <iostream>
 
@@ -23,6 +24,7 @@ void keep_standard_descriptors() {
 int main(int argc, char **argv) {
     keep_standard_descriptors();
     std::ios::sync_with_stdio(false);  // else a failing read of std::cin counts as its end
+    std::signal(SIGXFSZ, SIG_IGN);     // what is too large for a limit fails to be written
     host::open_log(0, false);
     try {
         const auto options = host::parse_options(argc, argv, std::cout);

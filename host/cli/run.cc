@@ -96,10 +96,10 @@ void make_cold(ConfigImage &image) {
 }
 
 // False when it could not be written.
-bool write_output(const Options &options, const MachineSource &source) {
+bool write_output(std::optional<OutputFile> &output, const MachineSource &source) {
     try {
-        if (options.output)
-            source.write_dump_to(*options.output);
+        if (output)
+            source.write_dump_to(*output);
         return true;
     } catch (const DumpError &error) {
         log_error(error.what());
@@ -193,6 +193,9 @@ bool stay(Service &service, const MachineSource &source, Machine &machine, Event
 int run_machine(const Options &options, std::istream &in, std::ostream &out) {
     const std::vector<ModuleEntry> modules = wanted_modules(options);
     const MachineSource source = open_source(options.source);
+    std::optional<OutputFile> output;
+    if (options.output)
+        output.emplace(*options.output);
     const std::unique_ptr<Service> service = open_service(options);
     if (options.cold)
         make_cold(*source.image);
@@ -213,7 +216,7 @@ int run_machine(const Options &options, std::istream &in, std::ostream &out) {
     all_done &= play_events(events, *player).empty();
     if (service)
         all_done &= stay(*service, source, *machine, *player, results, report);
-    const bool saved = write_output(options, source);
+    const bool saved = write_output(output, source);
     all_done &= report_failures(source);
     end_report(report, *machine, std::move(results));
     const bool reported = write_report(options, report, out);

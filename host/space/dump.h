@@ -10,6 +10,8 @@
 
 namespace host {
 
+class OutputFile;
+
 // `what()` is "FILE:LINE: reason" with the text that is wrong, or "FILE: reason".
 class DumpError : public std::runtime_error {
     using std::runtime_error::runtime_error;
@@ -28,10 +30,7 @@ struct Dump {
 // DumpError.
 Dump read_dump(const std::filesystem::path &file, unsigned domain);
 
-// Writes the image as a dump that `lspci -F` reads: to a temporary file beside `file`, which then
-// takes its place, so that the file is written whole or not at all. What is no plain file, or is
-// what standard output or error goes to, is written as it is. Throws DumpError, also for a file
-// that the user may not write.
-void write_dump(const std::filesystem::path &file, const ConfigImage &image);
+// Writes the image as a dump that `lspci -F` reads. Throws DumpError.
+void write_dump(OutputFile &file, const ConfigImage &image);
 
 }  // namespace host

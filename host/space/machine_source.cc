@@ -47,7 +47,7 @@ ConfigSpace &MachineSource::space() const {
     return image ? static_cast<ConfigSpace &>(*image) : *live;
 }
 
-void MachineSource::write_dump_to(const std::filesystem::path &file) const {
+void MachineSource::write_dump_to(OutputFile &file) const {
     write_dump(file, image ? *image : *live->snapshot());
 }
 

@@ -8,6 +8,7 @@
 
 #include "host/space/config_image.h"
 #include "host/space/live_space.h"
+#include "host/space/output_file.h"
 
 namespace host {
 
@@ -26,7 +27,7 @@ struct MachineSource {
     ConfigSpace &space() const;
 
     // Configuration space as it is now, as a dump. Throws DumpError.
-    void write_dump_to(const std::filesystem::path &file) const;
+    void write_dump_to(OutputFile &file) const;
 };
 
 // What a dump lacks, or what is left out, is said in warnings. Throws DumpError, LiveError.

@@ -2,8 +2,11 @@
 
 import json
 import os
+import pwd
 import random
 import re
+import resource
+import stat
 import subprocess
 import unittest
 
@@ -79,6 +82,11 @@ REFUSED = (
 )
 
 
+# Names of an output, and what is said of them before anything runs.
+NO_OUTPUT = (("none/x", "No such file or directory"), ("older/x", "Not a directory"),
+             (".", "is a directory"), ("new/", "No such file or directory"),
+             ("loop", "Too many levels of symbolic links"), ("/proc/x", "No such file or directory"))
+
 # Where a bare module name is looked for.
 PLACES = [os.path.abspath(os.path.join(os.path.dirname(HOPLAR), place, "text.so"))
           for place in ("../lib/hoplar", "../../module")]
@@ -149,6 +157,49 @@ class BadInputTest(HoplarTest):
         os.symlink("output.lspci", self.file("link"))
         self.hoplar("-F", EXAMPLE, "-o", "link")
         self.compare_output(read_dump(EXAMPLE))
+
+    def test_output_that_cannot_be_written_is_found_before_anything_runs(self):
+        self.file("older", "older")
+        os.symlink("loop", self.file("loop"))
+        for name, reason in NO_OUTPUT:
+            _, messages = self.hoplar("-F", EXAMPLE, "-m", PLUGIN, "-o", name, status=2)
+            self.assertEqual(messages, [f"error: {name}: {reason}"])
+
+    def test_output_that_does_not_fit_leaves_nothing_behind(self):
+        for names in [], ["older"]:
+            for name in names:
+                self.file(name, "older")
+            done = subprocess.run([HOPLAR, "-F", EXAMPLE, "-o", self.file("older"), "--report", "none"],
+                                  stderr=subprocess.PIPE, preexec_fn=lambda: resource.setrlimit(
+                                      resource.RLIMIT_FSIZE, (4096, 4096)))
+            self.assertEqual((done.returncode, os.listdir(self.folder.name)), (2, names))
+            self.assertIn(b"older: File too large", done.stderr)
+
+    def as_nobody(self, *command):
+        """Runs a command of another user, who may write to the test's folder, as in /tmp."""
+        if os.getuid() != 0:
+            print("SKIPPED, needs root:", self.id())
+            self.skipTest("needs root")
+        os.chmod(self.folder.name, 0o1777)
+        subprocess.run(command, check=True, user="nobody", group="nogroup", cwd=self.folder.name)
+
+    def test_nothing_that_others_planted_is_written_to(self):
+        self.file("older", "older")
+        self.as_nobody("sh", "-c", "ln -s older link; ln -s . folder; mkfifo fifo; >file")
+        for name in "link", "file", "fifo", "folder/older":
+            _, messages = self.hoplar("-F", EXAMPLE, "-o", name, status=2)
+            self.assertEqual(messages, [f"error: {name}: {name.split('/')[0]} belongs to another user, "
+                                        "in a folder that others write to"])
+        with open(self.file("older"), encoding="ascii") as older:
+            self.assertEqual(older.read(), "older")
+
+    def test_output_keeps_owner_and_permissions(self):
+        self.as_nobody("sh", "-c", "mkdir -m 755 theirs; umask 027; >theirs/file; ln -s file theirs/link")
+        self.hoplar("-F", EXAMPLE, "-o", "theirs/link")
+        status = os.stat(self.file("theirs/file"))
+        self.assertEqual((pwd.getpwuid(status.st_uid).pw_name, stat.filemode(status.st_mode)),
+                         ("nobody", "-rw-r-----"))
+        self.assertGreater(status.st_size, len(DUMP) / 2)
 
     def test_titles_are_kept_in_any_letter_case(self):
         text = re.sub(r"(?m)^(?=..:..\.)", "0001:", DUMP).replace(":0a.0 ", ":0A.0 ")

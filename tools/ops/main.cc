@@ -1,3 +1,4 @@
+#include <csignal>
 #include <exception>
 #include <iostream>
 
@@ -20,13 +21,16 @@ int run(const Options &options) {
     host::open_log(options.verbosity, options.debug);
     const host::MachineSource source = host::open_source(options.source);
     const std::unique_ptr<host::Machine> machine = host::open_machine(source.space());
+    std::optional<host::OutputFile> output;
+    if (options.output)
+        output.emplace(*options.output);
     const Request request = parse_request(options.operation, *machine, options.source.domain);
     const host::Serving serving(*machine);
     if (source.is_written())
         host::hold_signals();
     const pci_err_t error = request.run(*machine, request.bdf, std::cout);
-    if (options.output)
-        source.write_dump_to(*options.output);
+    if (output)
+        source.write_dump_to(*output);
     const bool all_accessed = host::report_failures(source);
     if (!std::cout.flush())
         throw host::InputError("standard output: cannot be written");
@@ -39,6 +43,7 @@ int run(const Options &options) {
 }  // namespace ops
 
 int main(int argc, char **argv) {
+    std::signal(SIGXFSZ, SIG_IGN);  // what is too large for a limit fails to be written
     host::open_log(0, false);
     try {
         const auto options = ops::parse_options(argc, argv, std::cout);

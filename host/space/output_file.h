@@ -1,0 +1,51 @@
+// A file that is written whole or not at all. What is wrong with its name is found when it is
+// opened, long before there is anything to write.
+#pragma once
+
+#include <filesystem>
+#include <functional>
+#include <string_view>
+
+#include "host/base/path_walk.h"
+
+namespace host {
+
+// Takes the next piece of the text.
+using Sink = std::function<void(std::string_view)>;
+
+// A plain file is replaced by a new one, which has no name until it is complete: nothing is left
+// behind by a run that ends early. Where the file system has no such files, it has a name while it
+// is written, and signals wait. The new one has the permissions and the owner of the one that it
+// replaces.
+//
+// What is no plain file (a pipe, a device) cannot be replaced and is written as it is. So is a file
+// that the process has open already (/dev/stdout, and what standard output or error is redirected
+// to), through that descriptor, behind what stands there: replaced, it would lose that, and what
+// comes later.
+//
+// In a folder such as /tmp, where everybody may put files and nobody may remove those of others
+// (sticky), only links and files of this user and of the folder's owner are used.
+class OutputFile {
+public:
+    // Throws DumpError for a file that cannot be written.
+    explicit OutputFile(const std::filesystem::path &file);
+
+    // Writes what `content` gives to its sink. Throws DumpError. Once for each object.
+    void write(const std::function<void(const Sink &)> &content);
+
+private:
+    void open_unnamed();
+    void prepare(const Descriptor &file) const;
+    void fill(const Descriptor &file, const std::function<void(const Sink &)> &content) const;
+    void pour(const Descriptor &file, const std::function<void(const Sink &)> &content) const;
+    void name_unnamed() const;
+    [[noreturn]] void fail(int error, std::string_view what = {}) const;
+
+    std::filesystem::path asked_for_;  // for messages
+    Place place_;
+    bool is_replaced_ = false;  // else it is written as it is
+    Descriptor open_;           // what this process has the file open as already
+    Descriptor unnamed_;        // the new file, where the file system has files without names
+};
+
+}  // namespace host
