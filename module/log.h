@@ -2,6 +2,7 @@
 // even the message's arguments are computed. A message never changes what the code does next.
 #pragma once
 
+#include "platform/bdf.h"
 #include "platform/log.h"
 
 namespace enable_features {
@@ -30,3 +31,6 @@ namespace enable_features {
 #define LOG_WARNING(...) LOG_TO(pci_slog, __pci_slog_warn, __VA_ARGS__)
 #define LOG_INFO(...) LOG_TO(pci_slog, __pci_slog_info, __VA_ARGS__)
 #define LOG_DEBUG(...) LOG_TO(pci_dbg, __pci_slog_debug, __VA_ARGS__)
+
+// The three arguments of "B%u:D%u:F%u".
+#define BDF_ARGS(bdf) ::pci::bus_of(bdf), ::pci::device_of(bdf), ::pci::function_of(bdf)

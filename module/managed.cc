@@ -1,6 +1,5 @@
 #include "module/managed.h"
 
-#include "module/bdf.h"
 #include "module/log.h"
 #include "platform/server.h"
 

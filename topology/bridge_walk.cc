@@ -1,6 +1,5 @@
 #include "topology/bridge_walk.h"
 
-#include "module/bdf.h"
 #include "module/host_symbols.h"
 #include "module/log.h"
 #include "topology/bridge_links.h"

@@ -1,6 +1,5 @@
 #include "topology/classification.h"
 
-#include "module/bdf.h"
 #include "module/capability_call.h"
 #include "module/host_symbols.h"
 #include "module/log.h"
@@ -26,7 +25,7 @@ bool is_endpoint_type(std::uint32_t type) {
 bool is_endpoint(bdf_t bdf, std::uint32_t &type) {
     if (bdf == BDF_NONE || pci_device_get_type(bdf, &type) != DEV_TYPE_PCIE)
         return false;
-    return is_endpoint_type(type) && (!is_ari(bdf) || has_ari_capability(bdf));
+    return is_endpoint_type(type) && (!pci::is_ari(bdf) || has_ari_capability(bdf));
 }
 
 bridge_rec *climb(bridge_rec *bridge) {

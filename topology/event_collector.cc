@@ -1,6 +1,5 @@
 #include "topology/event_collector.h"
 
-#include "module/bdf.h"
 #include "module/capability_call.h"
 #include "module/log.h"
 #include "platform/pci_access.h"

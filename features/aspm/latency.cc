@@ -8,7 +8,6 @@
 
 #include <algorithm>
 
-#include "module/bdf.h"
 #include "module/capability_call.h"
 #include "module/log.h"
 #include "module/pcie_capability.h"

@@ -3,7 +3,6 @@
 #include "features/aspm/link_control.h"
 
 #include "features/aspm/latency.h"
-#include "module/bdf.h"
 #include "module/capability_call.h"
 #include "module/host_symbols.h"
 #include "module/log.h"
@@ -140,7 +139,7 @@ pci_err_t set_link_aspm(pcie_cap_t *cap, std::uint32_t level) {
     if (result != PCI_OK)
         return result;
     linkctl = set(linkctl, LINKCTL_ASPM, level);
-    return call(cap, &pcie_cap_ops_t::write_linkctl, token_of(cap->head.bdf), &linkctl);
+    return call(cap, &pcie_cap_ops_t::write_linkctl, pci::token_of(cap->head.bdf), &linkctl);
 }
 
 pci_err_t _enable_aspm(bridge_rec *bridge) {

@@ -1,7 +1,6 @@
 #include "features/ecrc/control.h"
 
 #include "features/ecrc/controls.h"
-#include "module/bdf.h"
 #include "module/capability_call.h"
 #include "module/guards.h"
 #include "module/log.h"
@@ -20,7 +19,7 @@ pci_err_t apply(ecrc_entry *entry, const ecrc_control_t &control) {
         return PCI_ERR_NOT_SUPPORTED;
     }
     const pci_err_t result =
-        call(entry->aer_cap, enable ? control.enable : control.disable, token_of(entry->bdf));
+        call(entry->aer_cap, enable ? control.enable : control.disable, pci::token_of(entry->bdf));
     if (result == PCI_OK || result == PCI_ERR_ALREADY)
         LOG_INFO(2, control.changed, BDF_ARGS(entry->bdf), word,
                  result == PCI_OK ? "d" : "d already");

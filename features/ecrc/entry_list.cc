@@ -3,7 +3,6 @@
 #include <cstdlib>
 
 #include "features/ecrc/controls.h"
-#include "module/bdf.h"
 #include "module/bdf_index.h"
 #include "module/capability_call.h"
 #include "module/feature_table.h"
@@ -52,7 +51,7 @@ pci_err_t read_capabilities(ecrc_entry &entry, bdf_t bdf) {
 // Finds out whether a control can be switched, by disabling it. A control of which something is
 // wished may stay disabled: the wish is applied at start-up.
 void probe(ecrc_entry &entry, bdf_t bdf, const ecrc_control_t &control, ecrc_setting wish) {
-    const bdf_token token = token_of(bdf);
+    const bdf_token token = pci::token_of(bdf);
     const pci_err_t result = call(entry.aer_cap, control.disable, token);
     entry.*control.capable = result != PCI_ERR_NOT_SUPPORTED ? 1 : 0;
     if (result != PCI_OK || wish != 0)

@@ -13,7 +13,6 @@
 #include <cstring>
 
 #include "features/ecrc/entry_list.h"
-#include "module/bdf.h"
 #include "module/log.h"
 #include "module/managed.h"
 #include "module/value_text.h"
@@ -58,15 +57,15 @@ void report_bad_number(const record_t &record, const char *what) {
 bool parse_two_parts(const record_t &record, unsigned bus, const char *second,
                      selection_t *selection) {
     if (*second == '*') {
-        *selection = {scope_t::device, ari_bdf(bus, 0)};
+        *selection = {scope_t::device, pci::ari_bdf(bus, 0)};
         return true;
     }
     unsigned function = 0;
-    if (!read_number(second, HIGHEST_ARI_FUNCTION, &function)) {
+    if (!read_number(second, pci::HIGHEST_ARI_FUNCTION, &function)) {
         report_bad_number(record, "function");
         return false;
     }
-    *selection = {scope_t::single, ari_bdf(bus, function)};
+    *selection = {scope_t::single, pci::ari_bdf(bus, function)};
     return true;
 }
 
@@ -74,21 +73,21 @@ bool parse_two_parts(const record_t &record, unsigned bus, const char *second,
 bool parse_three_parts(const record_t &record, unsigned bus, const char *second, const char *third,
                        selection_t *selection) {
     unsigned device = 0;
-    if (!read_number(second, HIGHEST_DEVICE, &device)) {
+    if (!read_number(second, pci::HIGHEST_DEVICE, &device)) {
         report_bad_number(record, "device");
         return false;
     }
     if (*third == '*') {
-        *selection = {scope_t::device, plain_bdf(bus, device, 0)};
+        *selection = {scope_t::device, pci::plain_bdf(bus, device, 0)};
         return true;
     }
     unsigned function = 0;
-    if (!read_number(third, HIGHEST_FUNCTION, &function)) {
+    if (!read_number(third, pci::HIGHEST_FUNCTION, &function)) {
         LOG_ERROR(0, "%s, (param '%s') bad BDF function value '%s', ignoring record", PARSER,
                   record.param, record.functions);
         return false;
     }
-    *selection = {scope_t::single, plain_bdf(bus, device, function)};
+    *selection = {scope_t::single, pci::plain_bdf(bus, device, function)};
     return true;
 }
 
@@ -99,13 +98,13 @@ bool parse_functions(const record_t &record, char *text, selection_t *selection)
     const char *second = bus_text != nullptr ? strtok_r(nullptr, ".", &rest) : nullptr;
     const char *third = second != nullptr ? strtok_r(nullptr, ".", &rest) : nullptr;
     unsigned bus = 0;
-    if (bus_text == nullptr || !read_number(bus_text, HIGHEST_BUS, &bus)) {
+    if (bus_text == nullptr || !read_number(bus_text, pci::HIGHEST_BUS, &bus)) {
         LOG_ERROR(0, "%s, (param '%s') bad BDF bus value '%s', ignoring record", PARSER,
                   record.param, record.functions);
         return false;
     }
     if (second == nullptr) {
-        *selection = {scope_t::bus, plain_bdf(bus, 0, 0)};
+        *selection = {scope_t::bus, pci::plain_bdf(bus, 0, 0)};
         return true;
     }
     if (!is_hex_digit(*second) && (*second != '*' || third != nullptr)) {
@@ -149,9 +148,9 @@ bool parse_wishes(const record_t &record, const char *gen, const char *chk, wish
 bool is_selected(const selection_t &selection, bdf_t bdf) {
     if (selection.scope == scope_t::every_function)
         return true;
-    if (bus_of(bdf) != bus_of(selection.bdf))
+    if (pci::bus_of(bdf) != pci::bus_of(selection.bdf))
         return false;
-    return selection.scope == scope_t::bus || device_of(bdf) == device_of(selection.bdf);
+    return selection.scope == scope_t::bus || pci::device_of(bdf) == pci::device_of(selection.bdf);
 }
 
 void record_single(const record_t &record, bdf_t bdf, wishes_t wishes) {

@@ -2,7 +2,6 @@
 // itself, and whether a failure takes everything back.
 #include "features/fb2b/control.h"
 
-#include "module/bdf.h"
 #include "module/guards.h"
 #include "module/host_symbols.h"
 #include "module/log.h"
@@ -40,7 +39,7 @@ bool turn_on(const enable_bit_t &bit, bdf_t bdf) {
         return false;
     std::uint16_t after = 0;
     const auto wanted = static_cast<std::uint16_t>(value | bit.mask);
-    return bit.write(token_of(bdf), wanted, &after) == PCI_OK && (after & bit.mask) != 0;
+    return bit.write(pci::token_of(bdf), wanted, &after) == PCI_OK && (after & bit.mask) != 0;
 }
 
 // Passes over what cannot be read.
@@ -48,7 +47,7 @@ bool turn_off(const enable_bit_t &bit, bdf_t bdf) {
     std::uint16_t value = 0;
     if (bit.read(bdf, &value) == PCI_OK) {
         std::uint16_t after = 0;
-        bit.write(token_of(bdf), static_cast<std::uint16_t>(value & ~bit.mask), &after);
+        bit.write(pci::token_of(bdf), static_cast<std::uint16_t>(value & ~bit.mask), &after);
     }
     return true;
 }
@@ -108,7 +107,7 @@ bool run(bridge_rec *bridge, const fb2b_mode_t &mode) {
 // The bus that messages name; 0 when a bridge's cannot be read.
 unsigned secondary_bus_of(const bridge_rec *bridge) {
     if (bridge->bridge_kind != BRIDGE_KIND_PCI_TO_PCI)
-        return bus_of(bridge->bdf);
+        return pci::bus_of(bridge->bdf);
     std::uint8_t bus = 0;
     pci_device_read_sec_busnum(bridge->bdf, &bus);
     return bus;

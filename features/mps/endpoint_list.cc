@@ -44,7 +44,7 @@ void add_mps_entry(bdf_t bdf) {
         return;
     }
     entry->bdf = device_key(bdf);
-    entry->upstream = find_bridge_sec_busnum(nullptr, bus_of(entry->bdf));
+    entry->upstream = find_bridge_sec_busnum(nullptr, pci::bus_of(entry->bdf));
     if (entry->upstream != nullptr)
         entry->rp = find_rp_entry(find_rp(entry->upstream));
     {
@@ -57,7 +57,7 @@ void add_mps_entry(bdf_t bdf) {
 // Function 0 always stands for its device. Another function does when function 0 did not come in
 // (it is no endpoint, or managed elsewhere), and only the first one.
 bool stands_for_device(bdf_t bdf) {
-    return function_of(bdf) == 0 ||
+    return pci::function_of(bdf) == 0 ||
            (pci_device_is_multi_func(bdf) && find_device(device_key(bdf)) == nullptr);
 }
 

@@ -7,7 +7,6 @@
 #include <pthread.h>
 
 #include "features/mps/root_port_list.h"
-#include "module/bdf.h"
 #include "module/entry_list.h"
 #include "platform/bridge.h"
 #include "platform/types.h"
@@ -25,7 +24,7 @@ struct mps_entry : list_entry_t {
 
 // A device's key: the address of its function 0, in the form of `bdf`.
 constexpr bdf_t device_key(bdf_t bdf) {
-    return function_of(bdf) == 0 ? bdf : function_0_of(bdf);
+    return pci::function_of(bdf) == 0 ? bdf : pci::function_0_of(bdf);
 }
 
 // True when the path to the entry's device is known, from the root port down. An entry without is

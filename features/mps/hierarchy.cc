@@ -20,8 +20,8 @@ namespace {
 
 // "Fz" in these messages: every function of the device.
 void report_set(const mps_entry *entry, std::uint32_t size) {
-    LOG_INFO(1, "set MPS value %u for B%u:D%u:Fz, %s", size, bus_of(entry->bdf),
-             device_of(entry->bdf), pci_strerror(PCI_OK));
+    LOG_INFO(1, "set MPS value %u for B%u:D%u:Fz, %s", size, pci::bus_of(entry->bdf),
+             pci::device_of(entry->bdf), pci_strerror(PCI_OK));
 }
 
 void report_shared(const mps_entry *entry, std::uint32_t cur_mps) {
@@ -56,7 +56,7 @@ pci_err_t set_or_restore(mps_entry *entry, std::uint32_t size) {
     }
     const pci_err_t restored = mps_set_ep_hierarchy(entry, MPS_DEFAULT);
     LOG_ERROR(0, "Unable to set MPS value %u for B%u:D%u:Fz, %s, restore default %s", size,
-              bus_of(entry->bdf), device_of(entry->bdf), pci_strerror(result),
+              pci::bus_of(entry->bdf), pci::device_of(entry->bdf), pci_strerror(result),
               pci_strerror(restored));
     return result;
 }
@@ -136,8 +136,8 @@ pci_err_t mps_set_and_report(mps_entry *entry, std::uint32_t size) {
     if (result == PCI_OK)
         report_set(entry, size);
     else
-        LOG_ERROR(0, "Unable to set MPS value %u for B%u:D%u:Fz, %s", size, bus_of(entry->bdf),
-                  device_of(entry->bdf), pci_strerror(result));
+        LOG_ERROR(0, "Unable to set MPS value %u for B%u:D%u:Fz, %s", size, pci::bus_of(entry->bdf),
+                  pci::device_of(entry->bdf), pci_strerror(result));
     return result;
 }
 

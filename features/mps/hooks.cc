@@ -75,7 +75,7 @@ void reprogram_device(bdf_t bdf, int status) {
 }
 
 void after_bus_reset(bdf_t bdf, int status) {
-    bridge_rec *bridge = find_bridge_sec_busnum(nullptr, bus_of(bdf));
+    bridge_rec *bridge = find_bridge_sec_busnum(nullptr, pci::bus_of(bdf));
     if (bridge == nullptr)
         bridge = find_root_port(bdf);
     if (bridge == nullptr) {

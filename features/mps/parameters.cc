@@ -10,7 +10,6 @@
 
 #include "features/mps/endpoint_list.h"
 #include "features/mps/register_access.h"
-#include "module/bdf.h"
 #include "module/log.h"
 #include "module/value_text.h"
 #include "platform/pci_access.h"
@@ -40,20 +39,20 @@ ep_result_t read_endpoint(char *field) {
     unsigned bus = 0;
     unsigned device = 0;
     unsigned function = 0;
-    if (bus_text == nullptr || !read_number(bus_text, HIGHEST_BUS, &bus))
+    if (bus_text == nullptr || !read_number(bus_text, pci::HIGHEST_BUS, &bus))
         return {ep_fault_t::bus, BDF_NONE};
     if (device_text == nullptr)
         return {ep_fault_t::none, BDF_NONE};
     if (function_text == nullptr) {
-        if (!read_number(device_text, HIGHEST_ARI_FUNCTION, &function))
+        if (!read_number(device_text, pci::HIGHEST_ARI_FUNCTION, &function))
             return {ep_fault_t::ari_function, BDF_NONE};
-        return {ep_fault_t::none, ari_bdf(bus, function)};
+        return {ep_fault_t::none, pci::ari_bdf(bus, function)};
     }
-    if (!read_number(device_text, HIGHEST_DEVICE, &device))
+    if (!read_number(device_text, pci::HIGHEST_DEVICE, &device))
         return {ep_fault_t::device, BDF_NONE};
-    if (!read_number(function_text, HIGHEST_FUNCTION, &function))
+    if (!read_number(function_text, pci::HIGHEST_FUNCTION, &function))
         return {ep_fault_t::function, BDF_NONE};
-    return {ep_fault_t::none, plain_bdf(bus, device, function)};
+    return {ep_fault_t::none, pci::plain_bdf(bus, device, function)};
 }
 
 // `whole` is the value and `field` its endpoint, both as written.

@@ -2,7 +2,6 @@
 
 #include <bitset>
 
-#include "module/bdf.h"
 #include "module/capability_call.h"
 #include "module/log.h"
 #include "module/pcie_capability.h"
@@ -77,11 +76,11 @@ pci_err_t write_mps(const write_request_t &request) {
 pci_err_t write_ari_functions(bdf_t bdf, std::uint32_t size) {
     std::bitset<FUNCTIONS_PER_ARI_DEVICE> visited;
     pci_err_t result = PCI_OK;
-    visited.set(function_of(bdf));
+    visited.set(pci::function_of(bdf));
     std::uint32_t next = enum_next_ari_func(bdf, 0);
     while (next < FUNCTIONS_PER_ARI_DEVICE && !visited[next]) {
         visited.set(next);
-        const bdf_t function = ari_bdf(bus_of(bdf), next);
+        const bdf_t function = pci::ari_bdf(pci::bus_of(bdf), next);
         result = mps_write_mps(nullptr, function, size);
         next = enum_next_ari_func(function, 0);
     }
@@ -102,7 +101,7 @@ pci_err_t write_if_present(bdf_t bdf, std::uint32_t size) {
 pci_err_t write_plain_functions(bdf_t bdf, std::uint32_t size) {
     pci_err_t result = PCI_OK;
     for (unsigned function = 1; function < FUNCTIONS_PER_DEVICE; function++)
-        result = write_if_present(function_0_of(bdf) | function, size);
+        result = write_if_present(pci::function_0_of(bdf) | function, size);
     return result;
 }
 
@@ -133,7 +132,7 @@ pci_err_t mps_write_mps_all_funcs(bdf_t bdf, std::uint32_t size) {
         if (result != PCI_OK)
             return result;
     }
-    if (is_ari(bdf))
+    if (pci::is_ari(bdf))
         return write_ari_functions(bdf, size);
     if (pci_device_is_multi_func(bdf))
         return write_plain_functions(bdf, size);

@@ -3,7 +3,6 @@
 #include <cstdlib>
 
 #include "features/mps/register_access.h"
-#include "module/bdf.h"
 #include "module/capability_call.h"
 #include "module/guards.h"
 #include "module/host_symbols.h"

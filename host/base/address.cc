@@ -8,10 +8,6 @@
 namespace host {
 namespace {
 
-constexpr std::uint32_t HIGHEST_BUS = 0xFF;
-constexpr std::uint32_t HIGHEST_DEVICE = 0x1F;
-constexpr std::uint32_t HIGHEST_FUNCTION = 7;
-
 // Hexadecimal digits, no more of them than the field is wide.
 std::optional<std::uint32_t> field(std::string_view digits, std::size_t most, std::uint32_t high) {
     if (digits.size() > most)
@@ -24,8 +20,9 @@ std::optional<std::uint32_t> field(std::string_view digits, std::size_t most, st
 
 std::string bdf_text(bdf_t bdf) {
     std::array<char, 16> text{};
-    std::snprintf(text.data(), text.size(), "%02x:%02x.%x", bdf >> 8 & 0xFF, bdf >> 3 & 0x1F,
-                  bdf & 7);
+    const bdf_t plain = pci::routing_id_of(bdf);
+    std::snprintf(text.data(), text.size(), "%02x:%02x.%x", pci::bus_of(plain),
+                  pci::device_of(plain), pci::function_of(plain));
     return text.data();
 }
 
@@ -50,13 +47,13 @@ std::optional<Address> parse_address(std::string_view text) {
     const std::vector<std::string_view> parts = split(text.substr(0, dot), ':');
     if (dot == std::string_view::npos || parts.size() < 2 || parts.size() > 3)
         return std::nullopt;
-    const auto bus = field(parts[parts.size() - 2], 2, HIGHEST_BUS);
-    const auto device = field(parts.back(), 2, HIGHEST_DEVICE);
-    const auto function = field(text.substr(dot + 1), 1, HIGHEST_FUNCTION);
+    const auto bus = field(parts[parts.size() - 2], 2, pci::HIGHEST_BUS);
+    const auto device = field(parts.back(), 2, pci::HIGHEST_DEVICE);
+    const auto function = field(text.substr(dot + 1), 1, pci::HIGHEST_FUNCTION);
     if (!bus || !device || !function)
         return std::nullopt;
     Address address{.domain = std::nullopt,
-                    .id = static_cast<RoutingId>(*bus << 8 | *device << 3 | *function)};
+                    .id = pci::routing_id_of(pci::plain_bdf(*bus, *device, *function))};
     if (parts.size() == 2)
         return address;
     address.domain = field(parts.front(), 8, 0xFFFF'FFFF);

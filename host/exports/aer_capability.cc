@@ -3,7 +3,6 @@
 
 #include "host/exports/capability_objects.h"
 #include "host/exports/register_access.h"
-#include "host/exports/write_handle.h"
 #include "host/space/registers.h"
 
 namespace host {
@@ -23,7 +22,7 @@ constexpr Switch CHECKING = {reg::AER_CHK_CAPABLE, reg::AER_CHK_ENABLE};
 std::mutex switch_lock;
 
 pci_err_t turn(const aer_cap_t *cap, bdf_token token, Switch which, bool on) {
-    if (!names_function(token, cap->head.bdf))
+    if (!pci::names_function(token, cap->head.bdf))
         return PCI_ERR_INVALID;
     const Function *function = nullptr;
     if (const pci_err_t error = enter(cap->head, function))

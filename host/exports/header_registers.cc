@@ -1,6 +1,5 @@
 // Registers of the configuration header, read and written as they stand.
 #include "host/exports/register_access.h"
-#include "host/exports/write_handle.h"
 #include "host/space/registers.h"
 #include "platform/pci_access.h"
 
@@ -44,15 +43,13 @@ pci_err_t pci_device_read_bridge_ctrl(bdf_t bdf, std::uint16_t *value) {
     return error ? error : read_register(bdf, reg::BRIDGE_CONTROL, *value);
 }
 
+// A handle that is not of its form names BDF_NONE, at which an access is PCI_ERR_INVALID.
 pci_err_t pci_device_write_cmd(bdf_token token, std::uint16_t value, std::uint16_t *after) {
-    const auto bdf = host::bdf_of_handle(token);
-    return bdf ? write_register(*bdf, reg::COMMAND, value, *after) : PCI_ERR_INVALID;
+    return write_register(pci::bdf_of(token), reg::COMMAND, value, *after);
 }
 
 pci_err_t pci_device_write_bridge_ctrl(bdf_token token, std::uint16_t value, std::uint16_t *after) {
-    const auto bdf = host::bdf_of_handle(token);
-    if (!bdf)
-        return PCI_ERR_INVALID;
-    const pci_err_t error = require_bridge(*bdf);
-    return error ? error : write_register(*bdf, reg::BRIDGE_CONTROL, value, *after);
+    const bdf_t bdf = pci::bdf_of(token);
+    const pci_err_t error = require_bridge(bdf);
+    return error ? error : write_register(bdf, reg::BRIDGE_CONTROL, value, *after);
 }

@@ -18,7 +18,7 @@ std::uint32_t my_server_id(void) {
 }
 
 std::uint32_t hoplar_get_id(bdf_t bdf) {
-    return bdf <= BDF_HIGHEST && host::manages(bdf >> 8 & 0xFF) ? OWN_ID : OTHER_ID;
+    return bdf <= BDF_HIGHEST && host::manages(pci::bus_of(bdf)) ? OWN_ID : OTHER_ID;
 }
 
 // Only a greater number counts: a chain that loops comes to its end.
@@ -31,7 +31,8 @@ std::uint32_t enum_next_ari_func(bdf_t bdf, std::uint32_t) {
     if (!ari || host::read_register(bdf, *ari + host::reg::ARI_CAPABILITY, capability) != PCI_OK)
         return ARI_NO_FUNCTION;
     const std::uint32_t next = (capability & host::reg::ARI_NEXT_FUNCTION) >> 8;
-    if (next <= (bdf & 0xFF) || host::find_function((bdf & ~0xFFu) | next, function) != PCI_OK)
+    if (next <= pci::function_of(bdf | BDF_ARI_FLAG) ||
+        host::find_function(pci::ari_bdf(pci::bus_of(bdf), next), function) != PCI_OK)
         return ARI_NO_FUNCTION;
     return next;
 }

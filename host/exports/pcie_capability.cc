@@ -1,7 +1,6 @@
 // Operations of PCI Express capability objects.
 #include "host/exports/capability_objects.h"
 #include "host/exports/register_access.h"
-#include "host/exports/write_handle.h"
 #include "host/space/registers.h"
 
 namespace host {
@@ -100,7 +99,7 @@ pci_err_t read_linkctl(pcie_cap_t *cap, std::uint16_t *value) {
 }
 
 pci_err_t write_linkctl(pcie_cap_t *cap, bdf_token token, std::uint16_t *value) {
-    if (!names_function(token, cap->head.bdf))
+    if (!pci::names_function(token, cap->head.bdf))
         return PCI_ERR_INVALID;
     const pci_err_t error = enter_link(cap);
     return error ? error : write_at(cap, reg::LINKCTL, value);

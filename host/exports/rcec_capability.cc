@@ -9,17 +9,12 @@ namespace {
 
 constexpr unsigned VERSION_WITH_BUSES = 2;
 
-unsigned bus_of(bdf_t bdf) {
-    return bdf >> 8 & 0xFF;
-}
-
 // The bitmap of the collector's own bus; an ARI function counts as device 0.
 bool in_bitmap(const pci_cap_t &head, bdf_t bdf) {
     std::uint32_t bitmap = 0;
     if (read_register(head.bdf, head.offset + reg::RCEC_BITMAP, bitmap) != PCI_OK)
         return false;
-    const unsigned device = bdf & BDF_ARI_FLAG ? 0 : bdf >> 3 & 0x1F;
-    return (bitmap >> device & 1) != 0;
+    return (bitmap >> pci::device_of(bdf) & 1) != 0;
 }
 
 // The range of further buses; a collector without any has its first above its last.
@@ -30,7 +25,7 @@ bool in_bus_range(const pci_cap_t &head, bdf_t bdf) {
         (header >> 16 & 0xF) < VERSION_WITH_BUSES ||
         read_register(head.bdf, head.offset + reg::RCEC_BUSES, buses) != PCI_OK)
         return false;
-    const unsigned bus = bus_of(bdf);
+    const unsigned bus = pci::bus_of(bdf);
     return bus >= (buses >> 8 & 0xFF) && bus <= (buses >> 16 & 0xFF);
 }
 
@@ -38,7 +33,7 @@ bool is_associated(rcec_cap_t *cap, bdf_t bdf) {
     const Function *function = nullptr;
     if (enter(cap->head, function) != PCI_OK || bdf > BDF_HIGHEST)
         return false;
-    if (bus_of(bdf) == bus_of(cap->head.bdf))
+    if (pci::bus_of(bdf) == pci::bus_of(cap->head.bdf))
         return in_bitmap(cap->head, bdf);
     return in_bus_range(cap->head, bdf);
 }

@@ -10,10 +10,6 @@ namespace host {
 
 namespace {
 
-unsigned bus_of(bdf_t bdf) {
-    return bdf >> 8 & 0xFF;
-}
-
 class MutexGuard {
 public:
     explicit MutexGuard(pthread_mutex_t &mutex) : mutex_(mutex) { pthread_mutex_lock(&mutex_); }
@@ -178,7 +174,7 @@ bridge_rec *BridgeTree::by_secondary(unsigned bus) const {
 }
 
 bridge_rec *BridgeTree::above(bdf_t bdf) const {
-    Node *node = bdf <= BDF_HIGHEST ? holder_[bus_of(bdf)].load() : nullptr;
+    Node *node = bdf <= BDF_HIGHEST ? holder_[pci::bus_of(bdf)].load() : nullptr;
     return node && node->attached ? node : nullptr;
 }
 
@@ -243,11 +239,11 @@ void BridgeTree::set_operations(const pcie_cap_ops_t &operations) {
 void BridgeTree::plan_root_buses(Plan &plan, std::span<const Function *const> functions,
                                  const BusLayout &layout) {
     for (const Function *function : functions) {
-        const unsigned bus = bus_of(function->bdf);
+        const unsigned bus = pci::bus_of(function->bdf);
         if (!function->answers || layout.holder[bus] || plan.holder[bus])
             continue;
         bridge_rec record{};
-        record.bdf = bus << 8;
+        record.bdf = pci::plain_bdf(bus, 0, 0);
         record.class_code = HOST_BRIDGE_CLASS;
         record.bridge_kind = BRIDGE_KIND_HOST;
         Node &root = node_for(record, nullptr);
@@ -269,7 +265,7 @@ void BridgeTree::plan_bridges(Plan &plan, std::span<const Function *const> funct
         record.class_code =
             function->class_code == HOST_BRIDGE_CLASS ? PCI_BRIDGE_CLASS : function->class_code;
         record.bridge_kind = BRIDGE_KIND_PCI_TO_PCI;
-        Node *parent = plan.holder[bus_of(function->bdf)];
+        Node *parent = plan.holder[pci::bus_of(function->bdf)];
         record.parent = parent;
         pci_cap_t capability{.call_word = 0, .bdf = function->bdf, .id = CAPID_PCIE, .offset = 0};
         const auto offset = function->cap(CAPID_PCIE);
@@ -293,7 +289,7 @@ void BridgeTree::plan_bridges(Plan &plan, std::span<const Function *const> funct
 void BridgeTree::plan_devs(Plan &plan, std::span<const Function *const> functions) {
     for (const Function *function : functions)
         if (function->answers)
-            plan.entry(plan.holder[bus_of(function->bdf)]).devs.push_back(function->bdf);
+            plan.entry(plan.holder[pci::bus_of(function->bdf)]).devs.push_back(function->bdf);
 }
 
 // Of two bridges with one secondary bus only one can be the record above it, and which of them
@@ -305,7 +301,7 @@ void BridgeTree::plan_rivals(Plan &plan, std::span<const Function *const> functi
         if (!function->answers || function->secondary == 0)
             continue;
         Node *holder = plan.holder[function->secondary];
-        const Node *own_side = plan.holder[bus_of(function->bdf)];
+        const Node *own_side = plan.holder[pci::bus_of(function->bdf)];
         // On a root bus there is nothing to limit; what is on the holder's side counts already.
         if (!holder || holder == own_side || !holder->parent ||
             holder == plan.by_id[function->id()])
@@ -379,7 +375,7 @@ BridgeTree::Node *BridgeTree::node_of(const bridge_rec &bridge) const {
     Node *node = by_id_[bridge.bdf & BDF_ROUTING_ID];
     if (node == &bridge)
         return node;
-    node = holder_[bus_of(bridge.bdf)];
+    node = holder_[pci::bus_of(bridge.bdf)];
     return node == &bridge ? node : nullptr;
 }
 

@@ -14,7 +14,7 @@ namespace host {
 namespace {
 
 unsigned own_bus(const Function &bridge) {
-    return bridge.bdf >> 8 & 0xFF;
+    return pci::bus_of(bridge.bdf);
 }
 
 // `bus` of the bridge's range does not belong to the bridge above. One of the two may be null:

@@ -96,11 +96,6 @@ bool forwards_ari(ConfigSpace &space, const Function &bridge) {
            (control & reg::DEVCTL2_ARI_FORWARDING) != 0;
 }
 
-// The same device's function 0; an ARI device has the whole bus.
-bdf_t function_0_of(bdf_t bdf) {
-    return bdf & (bdf & BDF_ARI_FLAG ? 0x1'FF00 : 0xFFF8);
-}
-
 }  // namespace
 
 std::optional<std::uint16_t> Function::cap(std::uint8_t cap_id) const {
@@ -141,7 +136,7 @@ const Function *Machine::known(RoutingId id) const {
 const Function *Machine::find(bdf_t bdf) const {
     if (bdf > BDF_HIGHEST)
         return nullptr;
-    const auto id = static_cast<RoutingId>(bdf & BDF_ROUTING_ID);
+    const auto id = pci::routing_id_of(bdf);
     return reachable_[id] ? known(id) : nullptr;
 }
 
@@ -194,7 +189,7 @@ std::vector<const Function *> Machine::below(const bridge_rec &bridge) const {
     const auto buses = bridges_->buses_below(bridge);
     std::vector<const Function *> found;
     for (std::size_t id = 0; id < ROUTING_IDS; ++id) {
-        if (!buses[id >> 8]) {
+        if (!buses[pci::bus_of(static_cast<bdf_t>(id))]) {
             id |= 0xFF;  // on to the next bus
             continue;
         }
@@ -238,16 +233,16 @@ void Machine::choose_forms(std::span<const std::unique_ptr<Function>> fresh) {
     std::array<bool, BUSES> ari{};
     for (unsigned bus = 0; bus < BUSES; ++bus) {
         const Function *bridge = layout.by_secondary[bus];
-        const Function *function_0 = by_id[bus << 8];
+        const Function *function_0 = by_id[pci::plain_bdf(bus, 0, 0)];
         ari[bus] = bridge && function_0 && function_0->ext_cap(EXT_CAPID_ARI) &&
                    forwards_ari(space_, *bridge);
     }
     for (const auto &function : fresh) {
         if (!function->answers)
             continue;
-        if (ari[function->bdf >> 8])
+        if (ari[pci::bus_of(function->bdf)])
             function->bdf |= BDF_ARI_FLAG;
-        const Function *function_0 = by_id[function_0_of(function->bdf) & BDF_ROUTING_ID];
+        const Function *function_0 = by_id[pci::routing_id_of(pci::function_0_of(function->bdf))];
         function->multi_function = function_0 && function_0->multi_function;
     }
 }

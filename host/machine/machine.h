@@ -34,7 +34,7 @@ struct Function {
     std::vector<CapPosition> caps;          // in list order
     std::vector<CapPosition> ext_caps;      // in list order
 
-    RoutingId id() const { return static_cast<RoutingId>(bdf & BDF_ROUTING_ID); }
+    RoutingId id() const { return pci::routing_id_of(bdf); }
     bool is_bridge() const { return header_type == 1 || header_type == 2; }
     std::optional<std::uint16_t> cap(std::uint8_t cap_id) const;  // offset of the first one
     std::optional<std::uint16_t> ext_cap(std::uint16_t cap_id) const;

@@ -96,7 +96,7 @@ Report begin_report(Machine &machine, unsigned domain) {
                                     .address = format_address(domain, function->id()),
                                     .name = name_in_title(machine.space().title(function->id())),
                                     .bridge = bridge_above(machine, *function, positions),
-                                    .managed = manages(function->id() >> 8U),
+                                    .managed = manages(pci::bus_of(function->bdf)),
                                     .before = state,
                                     .after = state});
     }

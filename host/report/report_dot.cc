@@ -210,11 +210,11 @@ std::string function_box(const FunctionReport &row, std::size_t index, bool limi
 
 // Functions of one device follow each other, and have the same bridge above.
 bool same_device(const FunctionReport &left, const FunctionReport &right) {
-    constexpr unsigned FUNCTION_BITS = 3;
-    if (left.bridge != right.bridge || left.function.id() >> 8U != right.function.id() >> 8U)
+    if (left.bridge != right.bridge)
         return false;
-    return (left.function.bdf & right.function.bdf & BDF_ARI_FLAG) != 0 ||
-           left.function.id() >> FUNCTION_BITS == right.function.id() >> FUNCTION_BITS;
+    if (pci::is_ari(left.function.bdf) && pci::is_ari(right.function.bdf))
+        return pci::bus_of(left.function.bdf) == pci::bus_of(right.function.bdf);
+    return pci::function_0_of(left.function.id()) == pci::function_0_of(right.function.id());
 }
 
 // What std::views::reverse() does, which clang 14 cannot compile.

@@ -50,7 +50,7 @@ struct Title {
     unsigned device = 0;
     unsigned function = 0;
 
-    RoutingId id() const { return static_cast<RoutingId>(bus << 8 | device << 3 | function); }
+    RoutingId id() const { return pci::routing_id_of(pci::plain_bdf(bus, device, function)); }
 };
 
 // "[dddd:]bb:dd.f" and then a blank or nothing. The numbers may be too large for an address.

@@ -158,8 +158,9 @@ private:
         if (opened.device == nullptr) {
             opened.identity = sysfs_.identity(id);
             enter([&] {
-                opened.device = pci_get_dev(access_.get(), static_cast<int>(sysfs_.domain()),
-                                            id >> 8, id >> 3 & 0x1F, id & 7);
+                opened.device =
+                    pci_get_dev(access_.get(), static_cast<int>(sysfs_.domain()), pci::bus_of(id),
+                                pci::device_of(id), pci::function_of(id));
             });
         }
         return opened.device;

@@ -49,7 +49,7 @@ std::optional<KernelAddress> parse_kernel_address(const std::string &text) {
         static_cast<std::size_t>(length) != text.size())
         return std::nullopt;
     return KernelAddress{.domain = domain,
-                         .id = static_cast<RoutingId>(bus << 8 | device << 3 | function)};
+                         .id = pci::routing_id_of(pci::plain_bdf(bus, device, function))};
 }
 
 std::string kernel_address(unsigned domain, RoutingId id) {

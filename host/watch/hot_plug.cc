@@ -17,7 +17,7 @@ std::uint32_t bus_value(Machine &machine, const bridge_rec &bridge) {
 }
 
 std::string place_text(const bridge_rec &bridge) {
-    return bridge.bridge_kind == BRIDGE_KIND_HOST ? "on bus " + bus_text(bridge.bdf >> 8)
+    return bridge.bridge_kind == BRIDGE_KIND_HOST ? "on bus " + bus_text(pci::bus_of(bridge.bdf))
                                                   : "below " + bdf_text(bridge.bdf);
 }
 
@@ -66,7 +66,7 @@ bool HotPlug::is_below(RoutingId id, const bridge_rec *bridge) const {
     if (!bridge)
         return !machine_.bridges().above(top);
     if (bridge->bridge_kind == BRIDGE_KIND_HOST)
-        return top >> 8 == bridge->bdf >> 8;
+        return pci::bus_of(top) == pci::bus_of(bridge->bdf);
     return std::ranges::find(path, static_cast<RoutingId>(bridge->bdf)) != path.end();
 }
 

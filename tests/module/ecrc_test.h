@@ -2,7 +2,6 @@
 #pragma once
 
 #include "features/ecrc/control.h"
-#include "module/bdf.h"
 #include "tests/support/faults.h"
 #include "tests/support/module_test.h"
 
@@ -22,10 +21,10 @@ protected:
         std::string text;
         for (const auto *link = feature.list.first; link; link = link->next) {
             const auto *entry = static_cast<const module::ecrc_entry *>(link);
-            text += std::to_string(module::bus_of(entry->bdf)) + '.';
-            if (!module::is_ari(entry->bdf))
-                text += std::to_string(module::device_of(entry->bdf)) + '.';
-            text += std::to_string(module::function_of(entry->bdf));
+            text += std::to_string(pci::bus_of(entry->bdf)) + '.';
+            if (!pci::is_ari(entry->bdf))
+                text += std::to_string(pci::device_of(entry->bdf)) + '.';
+            text += std::to_string(pci::function_of(entry->bdf));
             for (const auto setting : {entry->gen, entry->chk})
                 text += setting > 0 ? ":+" : setting < 0 ? ":-" : ":=";
             text += ' ';

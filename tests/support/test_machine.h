@@ -11,12 +11,12 @@
 namespace host::tests {
 
 constexpr RoutingId at(unsigned bus, unsigned device = 0, unsigned function = 0) {
-    return static_cast<RoutingId>(bus << 8 | device << 3 | function);
+    return pci::routing_id_of(pci::plain_bdf(bus, device, function));
 }
 
 // A function in ARI form, and its address as modules see it.
 constexpr RoutingId ari_at(unsigned bus, unsigned function) {
-    return static_cast<RoutingId>(bus << 8 | function);
+    return pci::routing_id_of(pci::ari_bdf(bus, function));
 }
 constexpr bdf_t ari(RoutingId id) {
     return id | BDF_ARI_FLAG;
