@@ -8,6 +8,7 @@
 #include "host/exports/serve.h"
 #include "host/machine/open_machine.h"
 #include "host/modules/host_config.h"
+#include "host/modules/trusted_file.h"
 #include "host/modules/usage_text.h"
 #include "host/report/report_dot.h"
 #include "host/report/report_json.h"
@@ -39,14 +40,24 @@ void warn_about_short_spaces(const MachineSource &source, const Machine &machine
             "sudo lspci -xxxx > FILE");
 }
 
+void require_trust(const std::string &what, const std::filesystem::path &file) {
+    if (const auto reason = distrust(file))
+        throw InputError(what + file.string() + ": " + *reason);
+}
+
 // Those of the configuration, then those of the command line.
 std::vector<ModuleEntry> wanted_modules(const Options &options) {
     HostConfig config;
-    if (options.config)
+    if (options.config) {
+        require_trust("", *options.config);
         config = read_host_config(*options.config);
+    }
     for (const std::string &warning : config.warnings)
         log_warning(warning);
     config.modules.insert(config.modules.end(), options.modules.begin(), options.modules.end());
+    for (const ModuleEntry &module : config.modules)
+        if (const auto place = find_module(module))
+            require_trust("module ", *place);
     return config.modules;
 }
 

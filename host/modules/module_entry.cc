@@ -48,13 +48,11 @@ std::vector<fs::path> module_places(const ModuleEntry &spec) {
         return {spec.file};
     // Never a bare name: the system's loader would look for that in places of its own.
     std::vector<fs::path> places;
+    if (const fs::path folder = executable_folder(); !folder.empty())
+        for (const char *const relative : {"../lib/hoplar", "../../module"})
+            places.push_back((folder / relative / spec.file).lexically_normal());
     if (spec.beside)
         places.push_back((spec.beside->empty() ? "." : *spec.beside) / spec.file);
-    const fs::path folder = executable_folder();
-    if (folder.empty())
-        return places;
-    for (const char *const relative : {"../lib/hoplar", "../../module"})
-        places.push_back((folder / relative / spec.file).lexically_normal());
     return places;
 }
 

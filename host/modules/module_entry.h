@@ -21,9 +21,9 @@ struct ModuleEntry {
 ModuleEntry parse_module_entry(std::string_view text, std::optional<std::filesystem::path> beside);
 
 // Files that the module may be, in the order in which they are tried: the name itself when it has a
-// slash; else beside its configuration file, in lib/hoplar of the tree that the host is installed
-// in, and where a build puts modules. Not in the working directory, where anybody may have put a
-// file of that name, which root would run.
+// slash; else in lib/hoplar of the tree that the host is installed in, where a build puts modules,
+// and beside the configuration file that has the name. Not in the working directory, where anybody
+// may have put a file of that name, which root would run.
 std::vector<std::filesystem::path> module_places(const ModuleEntry &spec);
 
 // The first of these that exists.

@@ -6,6 +6,7 @@
 #include <set>
 
 #include "host/base/log.h"
+#include "host/modules/trusted_file.h"
 #include "platform/pci_access.h"
 #include "platform/server.h"
 
@@ -74,6 +75,10 @@ public:
             return module;
         }
         module.file = place->string();
+        if (const auto reason = distrust(*place)) {
+            log_error("module " + module.file + ": " + *reason);
+            return module;
+        }
         Library library(dlopen(place->c_str(), RTLD_NOW | RTLD_LOCAL));
         if (library == nullptr) {
             log_error(load_error(module.file));

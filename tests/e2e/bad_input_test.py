@@ -2,10 +2,10 @@
 
 import json
 import os
-import pwd
 import random
 import re
 import resource
+import shutil
 import stat
 import subprocess
 import unittest
@@ -175,17 +175,21 @@ class BadInputTest(HoplarTest):
             self.assertEqual((done.returncode, os.listdir(self.folder.name)), (2, names))
             self.assertIn(b"older: File too large", done.stderr)
 
-    def as_nobody(self, *command):
-        """Runs a command of another user, who may write to the test's folder, as in /tmp."""
+    def as_user(self, user, *command, **options):
         if os.getuid() != 0:
             print("SKIPPED, needs root:", self.id())
             self.skipTest("needs root")
+        return subprocess.run(command, **{"check": True, **options}, user=user, group=user,
+                              stderr=subprocess.PIPE, encoding="utf-8", cwd=self.folder.name)
+
+    def as_nobody(self, command):
+        """Runs a command of another user, who may write to the test's folder, as in /tmp."""
         os.chmod(self.folder.name, 0o1777)
-        subprocess.run(command, check=True, user="nobody", group="nogroup", cwd=self.folder.name)
+        self.as_user(65534, "sh", "-c", command)
 
     def test_nothing_that_others_planted_is_written_to(self):
         self.file("older", "older")
-        self.as_nobody("sh", "-c", "ln -s older link; ln -s . folder; mkfifo fifo; >file")
+        self.as_nobody("ln -s older link; ln -s . folder; mkfifo fifo; >file")
         for name in "link", "file", "fifo", "folder/older":
             _, messages = self.hoplar("-F", EXAMPLE, "-o", name, status=2)
             self.assertEqual(messages, [f"error: {name}: {name.split('/')[0]} belongs to another user, "
@@ -193,12 +197,48 @@ class BadInputTest(HoplarTest):
         with open(self.file("older"), encoding="ascii") as older:
             self.assertEqual(older.read(), "older")
 
+    def test_root_takes_only_what_root_alone_can_change(self):
+        os.chmod(self.folder.name, 0o755)
+        plugin = shutil.copy(PLUGIN, self.file("plugin.so"))
+        self.file("x.cfg", "")
+        below = "{0} can be written to by others than root, and root does not use it"
+        others_run = [(0, {"SUDO_UID": "65534"}), (65534, {})]
+        if self.as_user(65534, "test", "-r", EXAMPLE, "-a", "-x", HOPLAR, check=False).returncode:
+            print("SKIPPED, the programs are where only root comes to:", self.id(), others_run.pop())
+        others = "{0} belongs to user 65534, and root does not use it"
+        for change, restore, what, reason in (
+                ("chmod 777 .", "chmod 755 .", ".", below),
+                ("chmod 1777 .", "chmod 755 .", ".", below),
+                ("chgrp 65534 . && chmod 775 .", "chgrp 0 .; chmod 755 .", ".", below),
+                ("chown 65534 .", "chown 0 .", ".", others),
+                ("chmod o+w {0}", "chmod o-w {0}", "{0}", below),
+                ("chown 65534 {0}", "chown 0 {0}", "{0}", others),
+                ("mv {0} real && ln -s real {0} && chown -h 65534 {0}", "mv real {0}", "{0}", others)):
+            for name, option in (("x.cfg", "-c"), ("plugin.so", "-m")):
+                self.as_user(0, "sh", "-c", change.format(name))
+                culprit = os.path.normpath(self.file(what.format(name)))
+                arguments = [HOPLAR, "-F", EXAMPLE, "--report", "none", "-q", option, f"./{name}"]
+                done = self.as_user(0, *arguments, check=False)
+                self.assertEqual((done.returncode, done.stderr), (
+                    2, f"error: {'module ' * (option == '-m')}./{name}: {reason.format(culprit)}\n"))
+                for user, environment in others_run:
+                    done = self.as_user(user, *arguments, check=False, env=environment)
+                    self.assertEqual(done.returncode, 2 * (user == 0 and reason is below), done.stderr)
+                self.as_user(0, "sh", "-c", restore.format(name))
+        self.hoplar("-F", EXAMPLE, "-m", plugin, "-c", "x.cfg")
+
+    def test_installed_module_comes_before_one_beside_the_configuration(self):
+        name = os.path.basename(PLUGIN)
+        self.file(name, "no module")
+        self.file("x.cfg", f"[runtime]\nHOPLAR_MODULE_LIST = {name}\n")
+        self.assertIn(f"info: module {PLUGIN}, version 3.0",
+                      self.hoplar("-F", EXAMPLE, "-c", "x.cfg")[1])
+
     def test_output_keeps_owner_and_permissions(self):
-        self.as_nobody("sh", "-c", "mkdir -m 755 theirs; umask 027; >theirs/file; ln -s file theirs/link")
+        self.as_nobody("mkdir -m 755 theirs; umask 027; >theirs/file; ln -s file theirs/link")
         self.hoplar("-F", EXAMPLE, "-o", "theirs/link")
         status = os.stat(self.file("theirs/file"))
-        self.assertEqual((pwd.getpwuid(status.st_uid).pw_name, stat.filemode(status.st_mode)),
-                         ("nobody", "-rw-r-----"))
+        self.assertEqual((status.st_uid, stat.filemode(status.st_mode)), (65534, "-rw-r-----"))
         self.assertGreater(status.st_size, len(DUMP) / 2)
 
     def test_titles_are_kept_in_any_letter_case(self):
