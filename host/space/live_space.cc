@@ -289,10 +289,11 @@ pci_err_t LiveSpace::write(RoutingId id, unsigned offset, unsigned width, std::u
 }
 
 // What is kept open of a function that has gone gives ENODEV, also when another one has come to its
-// place. Spaces of functions end at 256 or 4096 bytes; asking beyond is no failure of the machine.
-// What fails once for some reason often fails everywhere: each reason is said once.
+// place. What is opened while the function is away gives ENOENT, even if it is back when it is
+// looked for here. Spaces of functions end at 256 or 4096 bytes; asking beyond is no failure of the
+// machine. What fails once for some reason often fails everywhere: each reason is said once.
 pci_err_t LiveSpace::failed(RoutingId id, const char *what, unsigned offset, int error) {
-    if (error == ENODEV || !sysfs_.has(id))
+    if (error == ENODEV || error == ENOENT || !sysfs_.has(id))
         return PCI_ERR_NO_DEVICE;
     if (offset >= sysfs_.config_size(id))
         return PCI_ERR_IO;
