@@ -178,7 +178,8 @@ std::string status_text(const std::vector<ModuleResult> &modules, const Report &
            " modules run; at start-up: " + summary_text(report);
 }
 
-// Keeps the report up to date. False when an event that nobody was answered about could not be
+// Keeps the report up to date. What failed at start-up is said when it has ended, which the end of
+// the service may be long after. False when an event that nobody was answered about could not be
 // brought about, and when there is no module to tell of events.
 bool stay(Service &service, const MachineSource &source, Machine &machine, EventPlayer &player,
           const std::vector<ModuleResult> &modules, Report &report) {
@@ -191,9 +192,13 @@ bool stay(Service &service, const MachineSource &source, Machine &machine, Event
     const auto take = [&](const std::string &line, const std::string &origin) {
         return execute(line, origin, source, machine, player);
     };
+    report_failures(source);
+    const auto status = [&, started = status_text(modules, report)] {
+        const std::string failures = failures_text(source);
+        return failures.empty() ? started : started + "; " + failures;
+    };
     const bool all_done = service.serve_until_told(
-        machine, *source.live,
-        {.execute = take, .inserted = refresh, .status = status_text(modules, report)});
+        machine, *source.live, {.execute = take, .inserted = refresh, .status = status});
     refresh();
     return all_done;
 }

@@ -55,11 +55,19 @@ MachineSource open_source(const SourceOptions &options) {
     return options.dump ? open_saved(options) : open_live(options);
 }
 
-bool report_failures(const MachineSource &source) {
+std::string failures_text(const MachineSource &source) {
     const std::uint64_t count = source.is_written() ? source.live->failures() : 0;
-    if (count != 0)
-        log_error(std::to_string(count) + " accesses to configuration space failed");
-    return count == 0;
+    if (count == 0)
+        return {};
+    return std::to_string(count) + (count == 1 ? " access" : " accesses") +
+           " to configuration space failed";
+}
+
+bool report_failures(const MachineSource &source) {
+    const std::string text = failures_text(source);
+    if (!text.empty())
+        log_error(text);
+    return text.empty();
 }
 
 }  // namespace host

@@ -33,8 +33,11 @@ struct MachineSource {
 // What a dump lacks, or what is left out, is said in warnings. Throws DumpError, LiveError.
 MachineSource open_source(const SourceOptions &options);
 
-// Says how many accesses to live hardware have failed; false when any has. Each has been handled,
-// and need not have made anything else fail: the exit status tells of them all.
+// "12 accesses to configuration space failed": of live hardware, so far. Empty when none did.
+std::string failures_text(const MachineSource &source);
+
+// Says so in an error; false when any has failed. Each has been handled, and need not have made
+// anything else fail: the exit status tells of them all.
 bool report_failures(const MachineSource &source);
 
 }  // namespace host

@@ -19,12 +19,13 @@ class Service::Loop {
 public:
     Loop(Service &service, Machine &machine, LiveSpace &space, const Actions &actions)
         : service_(service), hot_plug_(machine, space, actions.inserted), execute_(actions.execute),
-          lines_(service.socket_.get(), executed()) {
+          status_(actions.status), lines_(service.socket_.get(), executed()) {
         if (service.standard_input_)
             lines_.read_stream(STDIN_FILENO);
     }
 
     bool run() {
+        show_status("READY=1\n");
         while (!told_to_end_) {
             std::vector<pollfd> waiting = descriptors();
             poll(waiting.data(), waiting.size(), timeout());
@@ -32,11 +33,21 @@ public:
             take_signal();
             lines_.serve(waiting);
             hot_plug_.settle(HotPlug::Clock::now());
+            show_status();
         }
         return lines_.all_done();
     }
 
 private:
+    // When it is no longer what the service manager has been told.
+    void show_status(const std::string &state = std::string()) {
+        const std::string status = status_();
+        if (status == shown_status_)
+            return;
+        shown_status_ = status;
+        sd_notify(0, (state + "STATUS=" + status).c_str());
+    }
+
     std::vector<pollfd> descriptors() const {
         std::vector<pollfd> all = {
             {.fd = service_.events_.descriptor(), .events = POLLIN, .revents = 0},
@@ -88,6 +99,8 @@ private:
     Service &service_;
     HotPlug hot_plug_;
     const LineServer::Execute execute_;
+    const decltype(Actions::status) status_;
+    std::string shown_status_;
     LineServer lines_;
     bool told_to_end_ = false;
 };
@@ -111,7 +124,6 @@ void Service::read_standard_input() {
 
 bool Service::serve_until_told(Machine &machine, LiveSpace &space, const Actions &actions) {
     Loop loop(*this, machine, space, actions);
-    sd_notify(0, ("READY=1\nSTATUS=" + actions.status).c_str());
     const bool all_done = loop.run();
     sd_notify(0, "STOPPING=1");
     return all_done;

@@ -28,7 +28,8 @@ public:
     struct Actions {
         LineServer::Execute execute;
         std::function<void()> inserted;  // as HotPlug calls it
-        std::string status;              // what the service manager is to show, a line
+        // What the service manager is to show, a line.
+        std::function<std::string()> status;
     };
 
     // Until SIGTERM or SIGINT. Tells the service manager when it begins and when it ends. False
