@@ -139,14 +139,14 @@ void write_counts(std::ostream &out, const State &before, const State &disturbed
     out << " disturbed, ";
 }
 
-// `ctrl` is the record's: without a valid capture nothing is disturbed, and the code is that of the
-// restore, which refuses it.
+// Without a valid capture nothing is disturbed, and the code is that of the restore, which refuses
+// it.
 pci_err_t round_trip(const Subject &subject, enable_features::msi_save_t &record,
-                     const std::uint16_t &ctrl, event_notification_t *device,
-                     std::uint8_t capability, std::ostream &out) {
+                     event_notification_t *device, std::uint8_t capability, std::ostream &out) {
     const State before = subject.state();
     if (const pci_err_t error = event_notification_reg_save(&record, device, capability))
         return error;
+    const std::uint16_t ctrl = capability == CAPID_MSI ? record.msi.ctrl : record.msix.ctrl;
     if (ctrl == 0) {
         out << "no capture: Message Control reads 0, or what it says cannot be saved\n";
         return event_notification_reg_restore(&record, device, capability);
@@ -163,8 +163,7 @@ pci_err_t msi(event_notification_t *device, std::ostream &out) {
     const event_capset_t &caps = *device->capset;
     enable_features::msi_save_t record{};
     out << host::bdf_text(caps.device->bdf) << "  MSI    ";
-    return round_trip(msi_subject(caps.device->bdf, *caps.msi), record, record.msi.ctrl, device,
-                      CAPID_MSI, out);
+    return round_trip(msi_subject(caps.device->bdf, *caps.msi), record, device, CAPID_MSI, out);
 }
 
 pci_err_t msix(event_notification_t *device, std::ostream &out) {
@@ -175,8 +174,7 @@ pci_err_t msix(event_notification_t *device, std::ostream &out) {
         return PCI_ERR_IO;
     }
     MsixRecord record;
-    return round_trip(msix_subject(caps.device->bdf, *caps.msix), record, record.msix.ctrl, device,
-                      CAPID_MSIX, out);
+    return round_trip(msix_subject(caps.device->bdf, *caps.msix), record, device, CAPID_MSIX, out);
 }
 
 }  // namespace
