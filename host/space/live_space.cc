@@ -190,16 +190,18 @@ private:
 // Part of a function's memory.
 class LiveSpace::Mapping {
 public:
-    // The kernel maps whole pages.
+    // The kernel maps whole pages. Without an address, `error()` has the reason.
     Mapping(const std::filesystem::path &resource, std::size_t offset, std::size_t size) {
         const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
         const std::size_t into_page = offset % page;
         size_ = into_page + size;
         const int descriptor = open(resource.c_str(), O_RDWR | O_SYNC | O_CLOEXEC);
+        error_ = errno;
         if (descriptor < 0)
             return;
         void *const start = mmap(nullptr, size_, PROT_READ | PROT_WRITE, MAP_SHARED, descriptor,
                                  static_cast<off_t>(offset - into_page));
+        error_ = errno;
         close(descriptor);
         if (start == MAP_FAILED)
             return;
@@ -214,11 +216,13 @@ public:
     Mapping &operator=(const Mapping &) = delete;
 
     volatile void *address() const { return address_; }
+    int error() const { return error_; }
 
 private:
     void *start_ = nullptr;
     void *address_ = nullptr;
     std::size_t size_ = 0;
+    int error_ = 0;  // an errno
 };
 
 LiveSpace::LiveSpace(unsigned domain) : domain_(domain), sysfs_(domain) {
@@ -298,20 +302,39 @@ pci_err_t LiveSpace::failed(RoutingId id, const char *what, unsigned offset, int
     if (offset >= sysfs_.config_size(id))
         return PCI_ERR_IO;
     ++failures_;
-    const std::scoped_lock guard(said_lock_);
-    if (said_.insert(error).second)
+    if (is_new("access", error))
         log_error(failure_text(id, what, offset, error));
     return PCI_ERR_IO;
 }
 
+bool LiveSpace::is_new(const char *what, int error) {
+    const std::scoped_lock guard(said_lock_);
+    return said_.emplace(what, error).second;
+}
+
+// An errno of 0 stands for a function that does not decode memory accesses. The kernel keeps memory
+// that a driver has claimed to that driver: mapping it is an invalid argument then.
+volatile void *LiveSpace::no_memory(RoutingId id, unsigned bar, int error) {
+    if (!is_new("memory", error))
+        return nullptr;
+    const std::string reason = error == 0
+                                   ? "Memory Space is off"
+                                   : std::generic_category().message(error) +
+                                         (error == EINVAL ? " (does a driver have it?)" : "");
+    log_error(bdf_text(id) + ": BAR " + std::to_string(bar) + " cannot be mapped: " + reason);
+    return nullptr;
+}
+
 volatile void *LiveSpace::memory(RoutingId id, unsigned bar, std::size_t offset, std::size_t size) {
     std::uint32_t command = 0;
-    if (read(id, reg::COMMAND, 2, command) != PCI_OK || !(command & reg::COMMAND_MEMORY))
-        return nullptr;
+    if (read(id, reg::COMMAND, 2, command) != PCI_OK)
+        return nullptr;  // has been said
+    if (!(command & reg::COMMAND_MEMORY))
+        return no_memory(id, bar, 0);
     const std::filesystem::path resource = sysfs_.file(id, "resource" + std::to_string(bar));
     auto mapping = std::make_unique<Mapping>(resource, offset, size);
     if (!mapping->address())
-        return nullptr;
+        return no_memory(id, bar, mapping->error());
     const std::scoped_lock guard(mappings_lock_);
     return mappings_.emplace(id, std::move(mapping))->second->address();
 }

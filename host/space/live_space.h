@@ -36,7 +36,8 @@ public:
     pci_err_t write(RoutingId id, unsigned offset, unsigned width, std::uint32_t value) override;
 
     bool has_memory() const override { return true; }
-    // Valid until forget(). Null also while the function does not decode memory accesses.
+    // Valid until forget(). Null also while the function does not decode memory accesses. Each
+    // reason is said in an error the first time.
     volatile void *memory(RoutingId id, unsigned bar, std::size_t offset,
                           std::size_t size) override;
 
@@ -63,13 +64,16 @@ private:
 
     bool shows_headers_alone() const;
     pci_err_t failed(RoutingId id, const char *what, unsigned offset, int error);
+    volatile void *no_memory(RoutingId id, unsigned bar, int error);
+    bool is_new(const char *what, int error);
 
     unsigned domain_;
     Sysfs sysfs_;
     std::unique_ptr<Library> library_;
     std::atomic<std::uint64_t> failures_ = 0;
     std::mutex said_lock_;
-    std::set<int> said_;  // errnos whose first failure has been reported
+    // What was tried, and the errno: those whose first failure has been reported.
+    std::set<std::pair<std::string, int>> said_;
     std::mutex mappings_lock_;
     std::multimap<RoutingId, std::unique_ptr<Mapping>> mappings_;
 };

@@ -170,7 +170,7 @@ pci_err_t msix(event_notification_t *device, std::ostream &out) {
     const event_capset_t &caps = *device->capset;
     out << host::bdf_text(caps.device->bdf) << "  MSI-X  ";
     if (!caps.msix) {
-        out << "the vector table cannot be mapped (is Memory Space on?)\n";
+        out << "the vector table cannot be reached\n";
         return PCI_ERR_IO;
     }
     MsixRecord record;
