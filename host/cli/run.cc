@@ -66,7 +66,7 @@ std::vector<ModuleEntry> wanted_modules(const Options &options) {
 void warn_about_traffic(const MachineSource &source, const Machine &machine) {
     const auto has_traffic = [&](const Function *function) {
         std::uint32_t command = 0;
-        return !function->is_bridge() && source.live->sysfs().has_driver(function->id()) &&
+        return !function->is_bridge() && !source.live->sysfs().driver(function->id()).empty() &&
                source.live->read(function->id(), reg::COMMAND, 2, command) == PCI_OK &&
                (command & reg::COMMAND_BUS_MASTER) != 0;
     };

@@ -104,9 +104,9 @@ std::vector<RoutingId> Sysfs::bridges_above(RoutingId id) const {
     return above;
 }
 
-bool Sysfs::has_driver(RoutingId id) const {
+std::string Sysfs::driver(RoutingId id) const {
     std::error_code none;
-    return fs::exists(file(id, "driver"), none);
+    return fs::read_symlink(file(id, "driver"), none).filename().string();
 }
 
 std::size_t Sysfs::config_size(RoutingId id) const {

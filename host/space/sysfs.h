@@ -31,7 +31,8 @@ public:
     // The bridges above a function, the nearest first, as the kernel knows them.
     std::vector<RoutingId> bridges_above(RoutingId id) const;
 
-    bool has_driver(RoutingId id) const;
+    // The name of the driver that is bound to a function; empty: none.
+    std::string driver(RoutingId id) const;
 
     // Bytes of its configuration space: 256 or 4096, 0 when there is no such function.
     std::size_t config_size(RoutingId id) const;

@@ -15,6 +15,17 @@
 namespace ops {
 namespace {
 
+// Throws host::InputError.
+void refuse_bound(const Request &request, const Options &options,
+                  const host::MachineSource &source) {
+    if (!request.disturbs_driver || options.force || !source.is_written())
+        return;
+    const auto id = static_cast<host::RoutingId>(request.bdf & BDF_ROUTING_ID);
+    if (const std::string driver = source.live->sysfs().driver(id); !driver.empty())
+        throw host::InputError(host::join(options.operation, " ") + ": driver " + driver +
+                               " is bound, and would lose interrupts (--force: all the same)");
+}
+
 // The output is written whatever came of the operation: a failed one shows what it left behind.
 // What writes to this machine is not ended half way: what is disturbed would stay so.
 int run(const Options &options) {
@@ -25,6 +36,7 @@ int run(const Options &options) {
     if (options.output)
         output.emplace(*options.output);
     const Request request = parse_request(options.operation, *machine, options.source.domain);
+    refuse_bound(request, options, source);
     const host::Serving serving(*machine);
     if (source.is_written())
         host::hold_signals();

@@ -77,6 +77,7 @@ struct Operation {
     bool takes_all;
     pci_err_t (*run)(Machine &machine, bdf_t bdf, std::ostream &out);
     const char *help;
+    bool disturbs_driver = false;  // takes away for a moment what a function's driver relies on
 };
 
 const std::array OPERATIONS = {
@@ -108,7 +109,8 @@ const std::array OPERATIONS = {
     Operation{{"msi", "round-trip"},
               false,
               [](Machine &, bdf_t bdf, std::ostream &out) { return msi_round_trip(bdf, out); },
-              "save MSI and MSI-X registers, disturb, restore, compare"},
+              "save MSI and MSI-X registers, disturb, restore, compare",
+              true},
     Operation{{"rcec", ""}, false, show_collector, "the event collector that serves a function"},
 };
 
@@ -147,7 +149,9 @@ Request parse_request(const std::vector<std::string> &words, const Machine &mach
         throw host::InputError("an operation and a function are wanted (hoplar-ops --help)");
     const std::vector<std::string> name(words.begin(), words.end() - 1);
     const Operation &operation = find_operation(host::join(name, " "));
-    return {.run = operation.run, .bdf = parse_target(operation, words.back(), machine, domain)};
+    return {.run = operation.run,
+            .bdf = parse_target(operation, words.back(), machine, domain),
+            .disturbs_driver = operation.disturbs_driver};
 }
 
 std::string operations_help() {

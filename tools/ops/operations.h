@@ -13,6 +13,7 @@ namespace ops {
 struct Request {
     pci_err_t (*run)(host::Machine &machine, bdf_t bdf, std::ostream &out);
     bdf_t bdf;  // as it is enumerated; BDF_NONE: all
+    bool disturbs_driver;
 };
 
 // What the words ask for on a machine. Throws host::InputError, which names the word.

@@ -17,8 +17,8 @@ constexpr const char *FOOTER =
     "Functions are written as lspci writes them (04:00.0). A bus or link is named by the bridge\n"
     "above it, or by a function on it.\n"
     "\n"
-    "Exit status: 0 done; 1 the operation failed, or an access to live hardware; 2 bad options or\n"
-    "unreadable input, or a result that could not be written.\n";
+    "Exit status: 0 done; 1 the operation failed, or an access to live hardware; 2 bad options,\n"
+    "unreadable input, a driver that would be disturbed, or a result that could not be written.\n";
 
 void declare(CLI::App &app, Options &options, std::string &domain, int &louder, bool &quiet) {
     auto *const source = app.add_option_group("Source")->require_option(1);
@@ -30,6 +30,7 @@ void declare(CLI::App &app, Options &options, std::string &domain, int &louder, 
         "--live", [](auto) {}, "This machine; without --write, a snapshot");
     app.add_flag("--write", options.source.write, "With --live: write to this machine")
         ->needs(live);
+    app.add_flag("--force", options.force, "msi round-trip also where a driver is bound");
     app.add_option("-o,--output", options.output,
                    "Write the resulting configuration space as a dump")
         ->type_name("FILE");

@@ -16,6 +16,7 @@ struct Options {
     std::optional<std::filesystem::path> output;
     int verbosity = 1;
     bool debug = false;
+    bool force = false;                  // also where a driver would be disturbed
     std::vector<std::string> operation;  // its words: "aspm", "enable", "all"
 };
 
