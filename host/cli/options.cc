@@ -39,7 +39,8 @@ struct RawOptions {
 };
 
 void declare(CLI::App &app, RawOptions &raw, Options &options) {
-    app.add_option("-F,--dump", raw.dump, "Configuration space, a dump as of lspci -xxxx")
+    app.add_option("-F,--dump", raw.dump,
+                   "Configuration space, a dump as of lspci -xxxx, - for standard input")
         ->type_name("FILE");
     app.add_flag("--live", raw.live, "This machine, as it is; nothing is written without --write");
     app.add_flag("--write", options.source.write, "With --live: write to this machine");
@@ -117,6 +118,8 @@ void require_matching_options(const RawOptions &raw, const Options &options) {
             "no configuration space is given: use -F FILE with a dump of a machine "
             "(sudo lspci -xxxx > FILE), or --live for this machine");
     require(!raw.dump || !raw.live, "--dump and --live: one of them");
+    require(raw.dump != STANDARD_INPUT || raw.events != STANDARD_INPUT,
+            "--dump - and --events -: standard input can be one of them only");
     require(raw.live || !options.source.write, "--write: only with --live");
     require(options.source.write || !options.watch, "--watch: only with --live --write");
     require(options.watch || !raw.control, "--control: only with --watch");

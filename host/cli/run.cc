@@ -93,9 +93,9 @@ std::vector<BusEvent> parse_events(std::string_view text, const std::string &nam
 // What is to be played after start-up. Standard input of a server that stays comes later.
 std::vector<BusEvent> wanted_events(const Options &options, std::istream &in, Machine &machine,
                                     const EventPlayer &player) {
-    if (!options.events || (options.watch && *options.events == "-"))
+    if (!options.events || (options.watch && *options.events == STANDARD_INPUT))
         return {};
-    const bool is_input = *options.events == "-";
+    const bool is_input = *options.events == STANDARD_INPUT;
     const std::string name = is_input ? "standard input" : *options.events;
     return parse_events(is_input ? read_text_stream(in, name) : read_text_file(name), name, machine,
                         player, options.source.domain);
@@ -150,7 +150,7 @@ std::unique_ptr<Service> open_service(const Options &options) {
     auto service = std::make_unique<Service>(options.source.domain);
     if (options.control)
         service->listen(*options.control);
-    if (options.events == "-")
+    if (options.events == STANDARD_INPUT)
         service->read_standard_input();
     return service;
 }
@@ -208,7 +208,7 @@ bool stay(Service &service, const MachineSource &source, Machine &machine, Event
 // that differ along a path lose packets.
 int run_machine(const Options &options, std::istream &in, std::ostream &out) {
     const std::vector<ModuleEntry> modules = wanted_modules(options);
-    const MachineSource source = open_source(options.source);
+    const MachineSource source = open_source(options.source, in);
     std::optional<OutputFile> output;
     if (options.output)
         output.emplace(*options.output);

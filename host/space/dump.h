@@ -3,8 +3,10 @@
 #pragma once
 
 #include <filesystem>
+#include <iosfwd>
 #include <memory>
 #include <stdexcept>
+#include <string>
 
 #include "host/space/config_image.h"
 
@@ -29,6 +31,7 @@ struct Dump {
 // Reads the functions of `domain`, from lines of up to 4096 bytes and 4 GiB altogether. Throws
 // DumpError.
 Dump read_dump(const std::filesystem::path &file, unsigned domain);
+Dump read_dump(std::istream &stream, const std::string &name, unsigned domain);
 
 // Writes the image as a dump that `lspci -F` reads. Throws DumpError.
 void write_dump(OutputFile &file, const ConfigImage &image);

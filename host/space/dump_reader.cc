@@ -95,7 +95,7 @@ std::string hex_text(unsigned value) {
 
 class DumpReader {
 public:
-    DumpReader(const std::filesystem::path &file, unsigned domain) : file_(file.string()) {
+    DumpReader(const std::string &file, unsigned domain) : file_(file) {
         dump_.image = std::make_unique<ConfigImage>();
         dump_.domain = domain;
     }
@@ -248,7 +248,11 @@ Dump read_dump(const std::filesystem::path &file, unsigned domain) {
     std::ifstream stream(file, std::ios::binary);
     if (!stream)
         throw DumpError(file.string() + ": " + std::generic_category().message(errno));
-    return DumpReader(file, domain).read(stream);
+    return read_dump(stream, file.string(), domain);
+}
+
+Dump read_dump(std::istream &stream, const std::string &name, unsigned domain) {
+    return DumpReader(name, domain).read(stream);
 }
 
 }  // namespace host

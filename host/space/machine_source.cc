@@ -14,20 +14,22 @@ void warn_about_other_domains(const std::string &source, std::size_t count, unsi
                     domain_text(domain) + " is served (choose with --domain)");
 }
 
-// What it lacks is said in warnings.
-Dump open_dump(const std::filesystem::path &file, unsigned domain) {
-    Dump dump = read_dump(file, domain);
-    warn_about_other_domains(file.string(), dump.other_domains, domain);
+// What a dump lacks is said in warnings.
+void warn_about_dump(const std::string &name, const Dump &dump) {
+    warn_about_other_domains(name, dump.other_domains, dump.domain);
     if (dump.header_only != 0)
-        log_warning(file.string() + ": " + functions_text(dump.header_only) +
+        log_warning(name + ": " + functions_text(dump.header_only) +
                     " without capability data, nothing can be set on them; a full dump: "
                     "sudo lspci -xxxx > FILE");
-    return dump;
 }
 
-MachineSource open_saved(const SourceOptions &options) {
-    Dump dump = open_dump(*options.dump, options.domain);
-    return {.name = options.dump->string(), .live = nullptr, .image = std::move(dump.image)};
+MachineSource open_saved(const SourceOptions &options, std::istream &in) {
+    const bool is_input = *options.dump == STANDARD_INPUT;
+    const std::string name = is_input ? "standard input" : options.dump->string();
+    Dump dump =
+        is_input ? read_dump(in, name, options.domain) : read_dump(*options.dump, options.domain);
+    warn_about_dump(name, dump);
+    return {.name = name, .live = nullptr, .image = std::move(dump.image)};
 }
 
 MachineSource open_live(const SourceOptions &options) {
@@ -51,8 +53,8 @@ void MachineSource::write_dump_to(OutputFile &file) const {
     write_dump(file, image ? *image : *live->snapshot());
 }
 
-MachineSource open_source(const SourceOptions &options) {
-    return options.dump ? open_saved(options) : open_live(options);
+MachineSource open_source(const SourceOptions &options, std::istream &in) {
+    return options.dump ? open_saved(options, in) : open_live(options);
 }
 
 std::string failures_text(const MachineSource &source) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <filesystem>
+#include <iosfwd>
 #include <memory>
 #include <optional>
 #include <string>
@@ -12,8 +13,11 @@
 
 namespace host {
 
+// What stands for standard input in the place of a file; a file of that name is "./-".
+constexpr const char *STANDARD_INPUT = "-";
+
 struct SourceOptions {
-    std::optional<std::filesystem::path> dump;  // else this machine
+    std::optional<std::filesystem::path> dump;  // or STANDARD_INPUT; none: this machine
     bool write = false;                         // to this machine; else to a snapshot of it
     unsigned domain = 0;
 };
@@ -30,8 +34,9 @@ struct MachineSource {
     void write_dump_to(OutputFile &file) const;
 };
 
-// What a dump lacks, or what is left out, is said in warnings. Throws DumpError, LiveError.
-MachineSource open_source(const SourceOptions &options);
+// Reads `in` where the options say so. What a dump lacks, or what is left out, is said in warnings.
+// Throws DumpError, LiveError.
+MachineSource open_source(const SourceOptions &options, std::istream &in);
 
 // "12 accesses to configuration space failed": of live hardware, so far. Empty when none did.
 std::string failures_text(const MachineSource &source);

@@ -52,6 +52,8 @@ REFUSED = (
     (["-F", "none"], "", ["none: No such file or directory"]),
     ([], "", ["no configuration space is given: use -F FILE"]),
     (["-F", ""], "", ["--dump: no file is named"]),
+    (["-F", "-", "-e", "-"], "", ["--dump - and --events -: standard input can be one of them only"]),
+    (["-F", "-"], "", ["standard input: the file is empty"]),
     (["-F", EXAMPLE, "--report", "xml"], "", ['--report: "xml" is none of table, json, dot, none']),
     (["-F", EXAMPLE, "--domain", "5"], "", [f"{EXAMPLE}: no function of domain 0005 "]),
     (["-F", EXAMPLE, "--manage", "0-100"], "", ['--manage: "0-100": ']),
@@ -240,6 +242,13 @@ class BadInputTest(HoplarTest):
         status = os.stat(self.file("theirs/file"))
         self.assertEqual((status.st_uid, stat.filemode(status.st_mode)), (65534, "-rw-r-----"))
         self.assertGreater(status.st_size, len(DUMP) / 2)
+
+    def test_dump_comes_from_standard_input(self):
+        self.file("-", "# an events file")
+        for program in [HOPLAR, "-e", "./-"], [OPS, "fb2b", "test", "all"]:
+            subprocess.run([*program, "-F", "-", "-o", self.output], input=DUMP, check=True,
+                           cwd=self.folder.name, capture_output=True, encoding="utf-8")
+            self.compare_output(read_dump(EXAMPLE))
 
     def test_titles_are_kept_in_any_letter_case(self):
         text = re.sub(r"(?m)^(?=..:..\.)", "0001:", DUMP).replace(":0a.0 ", ":0A.0 ")

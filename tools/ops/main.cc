@@ -30,7 +30,7 @@ void refuse_bound(const Request &request, const Options &options,
 // What writes to this machine is not ended half way: what is disturbed would stay so.
 int run(const Options &options) {
     host::open_log(options.verbosity, options.debug);
-    const host::MachineSource source = host::open_source(options.source);
+    const host::MachineSource source = host::open_source(options.source, std::cin);
     const std::unique_ptr<host::Machine> machine = host::open_machine(source.space());
     std::optional<host::OutputFile> output;
     if (options.output)
@@ -55,7 +55,8 @@ int run(const Options &options) {
 }  // namespace ops
 
 int main(int argc, char **argv) {
-    std::signal(SIGXFSZ, SIG_IGN);  // what is too large for a limit fails to be written
+    std::signal(SIGXFSZ, SIG_IGN);     // what is too large for a limit fails to be written
+    std::ios::sync_with_stdio(false);  // else a failing read of std::cin counts as its end
     host::open_log(0, false);
     try {
         const auto options = ops::parse_options(argc, argv, std::cout);

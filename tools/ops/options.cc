@@ -24,7 +24,7 @@ void declare(CLI::App &app, Options &options, std::string &domain, int &louder, 
     auto *const source = app.add_option_group("Source")->require_option(1);
     source
         ->add_option("-F,--dump", options.source.dump,
-                     "Configuration space, a dump as of lspci -xxxx")
+                     "Configuration space, a dump as of lspci -xxxx, - for standard input")
         ->type_name("FILE");
     auto *const live = source->add_flag(
         "--live", [](auto) {}, "This machine; without --write, a snapshot");
