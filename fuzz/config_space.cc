@@ -11,6 +11,7 @@
 #include "host/report/report_dot.h"
 #include "host/report/report_json.h"
 #include "host/report/report_table.h"
+#include "host/space/dump.h"
 #include "tests/support/faults.h"
 #include "tests/support/module_state.h"
 

@@ -12,8 +12,8 @@ using namespace host;
 namespace {
 
 // Made once: every run begins with everything there, and in reset state.
-struct Served {
-    Served() {
+struct ServedMachine {
+    ServedMachine() {
         for (bridge_rec *root = machine.bridges().top(); root; root = root->next_sibling)
             roots.push_back(root);
     }
@@ -46,7 +46,7 @@ extern "C" int LLVMFuzzerInitialize(int *, char ***) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
     const std::string_view text(reinterpret_cast<const char *>(data), size);
-    static Served served;
+    static ServedMachine served;
     served.reset();
     const Serving serving(served.machine);
     fuzz::start_module_with("MPS=all:max\nECRC=all:+:+\n");

@@ -8,7 +8,7 @@ using namespace host;
 namespace {
 
 // Made once: every run begins with its registers reset.
-struct Served {
+struct ServedMachine {
     MachineSource source = fuzz::source_of(fuzz::small_machine());
     Machine machine{*source.image};
 };
@@ -21,7 +21,7 @@ extern "C" int LLVMFuzzerInitialize(int *, char ***) {
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
-    static Served served;
+    static ServedMachine served;
     for (const RoutingId id : served.source.image->functions())
         served.source.image->reset(id);
     const Serving serving(served.machine);

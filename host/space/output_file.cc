@@ -52,13 +52,15 @@ bool link_file(const Descriptor &file, const Descriptor &folder, const std::stri
                   AT_SYMLINK_FOLLOW) == 0;
 }
 
+std::string unforeseeable_name() {
+    std::random_device source;
+    return ".hoplar." + std::to_string(source()) + '.' + std::to_string(source()) + ".tmp";
+}
+
 // A name that nobody can foresee, given back unless its file is moved to another one.
 class TemporaryName {
 public:
-    explicit TemporaryName(const Place &place) : place_(place) {
-        std::random_device source;
-        name_ = ".hoplar." + std::to_string(source()) + '.' + std::to_string(source()) + ".tmp";
-    }
+    explicit TemporaryName(const Place &place) : place_(place) {}
     ~TemporaryName() {
         if (given_)
             unlinkat(place_.folder.number(), name_.c_str(), 0);
@@ -84,7 +86,7 @@ public:
 
 private:
     const Place &place_;
-    std::string name_;
+    const std::string name_ = unforeseeable_name();
     bool given_ = false;
     const SignalsBlocked blocked_;
 };
