@@ -4,23 +4,14 @@
 #include "msi/config_access.h"
 #include "msi/workers.h"
 #include "platform/pci_access.h"
+#include "platform/pci_regs.h"
 
 namespace enable_features {
 
 namespace {
 
-// Offsets from the capability. What follows the address moves up by 4 when that has 64 bits.
-constexpr std::uint32_t MSI_CONTROL = 2;
-constexpr std::uint16_t MSI_CONTROL_ENABLE = 0x0001;
-constexpr std::uint16_t MSI_CONTROL_64_BIT = 0x0080;
-constexpr std::uint16_t MSI_CONTROL_MASKING = 0x0100;
-constexpr std::uint32_t MSI_ADDRESS = 4;
-constexpr std::uint32_t MSI_UPPER_ADDRESS = 8;
-constexpr std::uint32_t MSI_DATA = 8;
-constexpr std::uint32_t MSI_MASK = 12;
-constexpr std::uint32_t MSI_64_BIT_SHIFT = 4;
-
-// Which registers a capability has, and where, by its Message Control.
+// Which registers a capability has, and where, by its Message Control. Message Data is captured
+// together with the 16 bits after it.
 struct msi_layout_t {
     bool has_upper_address;
     bool has_mask;
@@ -29,12 +20,11 @@ struct msi_layout_t {
 };
 
 constexpr msi_layout_t layout_of(std::uint16_t ctrl) {
-    const bool is_64_bit = (ctrl & MSI_CONTROL_64_BIT) != 0;
-    const std::uint32_t shift = is_64_bit ? MSI_64_BIT_SHIFT : 0;
+    const bool is_64_bit = (ctrl & pci::MSI_CONTROL_64_BIT) != 0;
     return {.has_upper_address = is_64_bit,
-            .has_mask = (ctrl & MSI_CONTROL_MASKING) != 0,
-            .data = MSI_DATA + shift,
-            .mask = MSI_MASK + shift};
+            .has_mask = (ctrl & pci::MSI_CONTROL_PER_VECTOR_MASKING) != 0,
+            .data = is_64_bit ? pci::MSI_DATA_64_BIT : pci::MSI_DATA,
+            .mask = is_64_bit ? pci::MSI_MASK_BITS_64_BIT : pci::MSI_MASK_BITS};
 }
 
 cap_place_t place_of(const event_capset_t *caps) {
@@ -63,7 +53,7 @@ bool restore(const cap_place_t &cap, std::uint32_t offset, const char *name, Reg
 }
 
 void disable(const cap_place_t &cap) {
-    const pci_err_t result = clear_cap_bits(cap, MSI_CONTROL, MSI_CONTROL_ENABLE);
+    const pci_err_t result = clear_cap_bits(cap, pci::MSI_CONTROL, pci::MSI_CONTROL_ENABLE);
     if (result != PCI_OK)
         LOG_WARNING(0, "%s, Unable to disable MSI capability for restore, %s", "msi_reg_restore",
                     pci_strerror(result));
@@ -71,12 +61,12 @@ void disable(const cap_place_t &cap) {
 
 bool restore_all(const cap_place_t &cap, const msi_registers_t *saved) {
     const msi_layout_t layout = layout_of(saved->ctrl);
-    return restore(cap, MSI_ADDRESS, "addr", saved->addr) &&
+    return restore(cap, pci::MSI_ADDRESS, "addr", saved->addr) &&
            (!layout.has_upper_address ||
-            restore(cap, MSI_UPPER_ADDRESS, "addr_u", saved->addr_u)) &&
+            restore(cap, pci::MSI_UPPER_ADDRESS, "addr_u", saved->addr_u)) &&
            restore(cap, layout.data, "data", saved->data) &&
            (!layout.has_mask || restore(cap, layout.mask, "mask", saved->mask)) &&
-           restore(cap, MSI_CONTROL, "ctrl", saved->ctrl);
+           restore(cap, pci::MSI_CONTROL, "ctrl", saved->ctrl);
 }
 
 }  // namespace
@@ -84,14 +74,14 @@ bool restore_all(const cap_place_t &cap, const msi_registers_t *saved) {
 pci_err_t msi_reg_save(msi_registers_t *saved, const event_capset_t *caps) {
     LOG_INFO(4, "%s, Saving MSI registers", "msi_reg_save");
     const cap_place_t cap = place_of(caps);
-    if (save(cap, MSI_CONTROL, "ctrl", saved->ctrl) != PCI_OK) {
+    if (save(cap, pci::MSI_CONTROL, "ctrl", saved->ctrl) != PCI_OK) {
         saved->ctrl = 0;
         return PCI_OK;
     }
     const msi_layout_t layout = layout_of(saved->ctrl);
-    save(cap, MSI_ADDRESS, "addr", saved->addr);
+    save(cap, pci::MSI_ADDRESS, "addr", saved->addr);
     if (layout.has_upper_address)
-        save(cap, MSI_UPPER_ADDRESS, "addr_u", saved->addr_u);
+        save(cap, pci::MSI_UPPER_ADDRESS, "addr_u", saved->addr_u);
     else
         saved->addr_u = 0;
     save(cap, layout.data, "data", saved->data);

@@ -7,20 +7,17 @@
 #include "msi/config_access.h"
 #include "msi/workers.h"
 #include "platform/pci_access.h"
+#include "platform/pci_regs.h"
 
 namespace enable_features {
 
 namespace {
 
-constexpr std::uint32_t MSIX_CONTROL = 2;
-constexpr std::uint16_t MSIX_CONTROL_TABLE_SIZE = 0x07FF;  // entries less one
-constexpr std::uint16_t MSIX_CONTROL_ENABLE = 0x8000;
-
 // Guards the check and the growth of save areas.
 pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;
 
 constexpr std::uint16_t vectors_of(std::uint16_t ctrl) {
-    return static_cast<std::uint16_t>((ctrl & MSIX_CONTROL_TABLE_SIZE) + 1);
+    return static_cast<std::uint16_t>(pci::get(ctrl, pci::MSIX_CONTROL_TABLE_SIZE) + 1);
 }
 
 // Null without the capability, and when its table is not mapped.
@@ -75,7 +72,7 @@ void restore_vectors(volatile msix_vector_t *table, const msix_registers_t *save
 }
 
 void disable(const cap_place_t &cap) {
-    const pci_err_t result = clear_cap_bits(cap, MSIX_CONTROL, MSIX_CONTROL_ENABLE);
+    const pci_err_t result = clear_cap_bits(cap, pci::MSIX_CONTROL, pci::MSIX_CONTROL_ENABLE);
     if (result != PCI_OK)
         LOG_WARNING(0, "%s, Unable to disable MSI-X capability for restore, %s", "msix_reg_restore",
                     pci_strerror(result));
@@ -86,7 +83,8 @@ void disable(const cap_place_t &cap) {
 pci_err_t msix_reg_save(msix_registers_t *saved, const event_capset_t *caps) {
     LOG_INFO(4, "%s, Saving MSI-X registers", "msix_reg_save");
     const volatile msix_vector_t *table = table_of(caps);
-    const pci_err_t result = read_cap_register(place_of(caps, table), MSIX_CONTROL, saved->ctrl);
+    const pci_err_t result =
+        read_cap_register(place_of(caps, table), pci::MSIX_CONTROL, saved->ctrl);
     if (result != PCI_OK) {
         LOG_ERROR(0, "%s, unable to save MSI-X ctrl reg, %s", "msix_reg_save",
                   pci_strerror(result));
@@ -113,7 +111,7 @@ pci_err_t msix_reg_restore(const msix_registers_t *saved, const event_capset_t *
     const cap_place_t cap = place_of(caps, table);
     disable(cap);
     restore_vectors(table, saved);
-    const pci_err_t result = write_cap_register(cap, MSIX_CONTROL, saved->ctrl);
+    const pci_err_t result = write_cap_register(cap, pci::MSIX_CONTROL, saved->ctrl);
     if (result != PCI_OK) {
         LOG_ERROR(0, "%s, unable to restore MSI-X ctrl reg, %s", "msix_reg_restore",
                   pci_strerror(result));

@@ -11,7 +11,7 @@
 #include "module/capability_call.h"
 #include "module/log.h"
 #include "module/pcie_capability.h"
-#include "module/register_field.h"
+#include "platform/pci_regs.h"
 #include "topology/bridge_links.h"
 
 namespace enable_features {
@@ -42,8 +42,8 @@ struct state_fields_t {
 
 constexpr state_fields_t fields_of(std::uint32_t state) {
     if (state == ASPM_L0S)
-        return {LINKCAP_L0S_EXIT_LATENCY, DEVCAP_L0S_ACCEPTABLE_LATENCY};
-    return {LINKCAP_L1_EXIT_LATENCY, DEVCAP_L1_ACCEPTABLE_LATENCY};
+        return {pci::LINKCAP_L0S_EXIT_LATENCY, pci::DEVCAP_L0S_ACCEPTABLE_LATENCY};
+    return {pci::LINKCAP_L1_EXIT_LATENCY, pci::DEVCAP_L1_ACCEPTABLE_LATENCY};
 }
 
 constexpr unsigned table_index(std::uint32_t state, unsigned code) {
@@ -54,8 +54,8 @@ pci_err_t read_exit_latency(pcie_cap_t *cap, std::uint32_t state, std::uint32_t 
     std::uint32_t linkcap = 0;
     const pci_err_t result = call(cap, &pcie_cap_ops_t::read_linkcap, &linkcap);
     if (result == PCI_OK)
-        latency =
-            exit_latency_table[table_index(state, get(linkcap, fields_of(state).exit_latency))];
+        latency = exit_latency_table[table_index(state,
+                                                 pci::get(linkcap, fields_of(state).exit_latency))];
     return result;
 }
 
@@ -95,8 +95,8 @@ std::uint32_t accepted_by(bdf_t bdf, std::uint32_t state) {
     if (read_pcie_cap_at(bdf, index, cap) != PCI_OK ||
         call(cap.get(), &pcie_cap_ops_t::read_devcap, &devcap) != PCI_OK)
         return 0;
-    return acceptable_latency_table[table_index(state,
-                                                get(devcap, fields_of(state).acceptable_latency))];
+    return acceptable_latency_table[table_index(
+        state, pci::get(devcap, fields_of(state).acceptable_latency))];
 }
 
 void report_accepted(const bridge_rec *bridge, std::uint32_t state, std::uint32_t latency,

@@ -13,15 +13,7 @@
 
 namespace enable_features {
 
-// Link Capabilities: 32 bits, read only.
-constexpr std::uint32_t LINKCAP_ASPM_SUPPORT = 0x0000'0C00;      // an ASPM level
-constexpr std::uint32_t LINKCAP_L0S_EXIT_LATENCY = 0x0000'7000;  // codes of the latency table
-constexpr std::uint32_t LINKCAP_L1_EXIT_LATENCY = 0x0003'8000;
-// Device Capabilities: 32 bits, read only.
-constexpr std::uint32_t DEVCAP_L0S_ACCEPTABLE_LATENCY = 0x0000'01C0;
-constexpr std::uint32_t DEVCAP_L1_ACCEPTABLE_LATENCY = 0x0000'0E00;
-
-// ASPM levels, as both registers hold them; a level is also the set of its states.
+// ASPM levels, as ASPM Support and ASPM Control hold them; a level is also the set of its states.
 constexpr std::uint32_t ASPM_NONE = 0;
 constexpr std::uint32_t ASPM_L0S = 1;
 constexpr std::uint32_t ASPM_L1 = 2;

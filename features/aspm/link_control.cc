@@ -7,7 +7,7 @@
 #include "module/host_symbols.h"
 #include "module/log.h"
 #include "module/pcie_capability.h"
-#include "module/register_field.h"
+#include "platform/pci_regs.h"
 #include "topology/bridge_links.h"
 #include "topology/bridge_walk.h"
 
@@ -25,7 +25,7 @@ pci_err_t read_support(pcie_cap_t *cap, std::uint32_t &support) {
     std::uint32_t linkcap = 0;
     const pci_err_t result = call(cap, &pcie_cap_ops_t::read_linkcap, &linkcap);
     if (result == PCI_OK)
-        support = get(linkcap, LINKCAP_ASPM_SUPPORT);
+        support = pci::get(linkcap, pci::LINKCAP_ASPM_SUPPORT);
     return result;
 }
 
@@ -138,7 +138,7 @@ pci_err_t set_link_aspm(pcie_cap_t *cap, std::uint32_t level) {
     const pci_err_t result = call(cap, &pcie_cap_ops_t::read_linkctl, &linkctl);
     if (result != PCI_OK)
         return result;
-    linkctl = set(linkctl, LINKCTL_ASPM, level);
+    linkctl = pci::set(linkctl, pci::LINKCTL_ASPM, level);
     return call(cap, &pcie_cap_ops_t::write_linkctl, pci::token_of(cap->head.bdf), &linkctl);
 }
 

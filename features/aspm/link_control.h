@@ -13,9 +13,6 @@
 
 namespace enable_features {
 
-// Link Control: 16 bits.
-constexpr std::uint16_t LINKCTL_ASPM = 0x0003;  // an ASPM level, 0 after a reset
-
 // Writes `level` (ASPM_*) into the Link Control register behind `cap` and touches nothing else in
 // it. 0 or the code of the access.
 pci_err_t set_link_aspm(pcie_cap_t *cap, std::uint32_t level);

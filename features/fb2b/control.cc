@@ -6,6 +6,7 @@
 #include "module/host_symbols.h"
 #include "module/log.h"
 #include "platform/pci_access.h"
+#include "platform/pci_regs.h"
 #include "topology/bridge_links.h"
 #include "topology/bridge_walk.h"
 
@@ -20,16 +21,17 @@ struct enable_bit_t {
     std::uint16_t mask;
 };
 
-constexpr enable_bit_t COMMAND_BIT = {
-    .read = pci_device_read_cmd, .write = pci_device_write_cmd, .mask = COMMAND_FAST_B2B_ENABLE};
+constexpr enable_bit_t COMMAND_BIT = {.read = pci_device_read_cmd,
+                                      .write = pci_device_write_cmd,
+                                      .mask = pci::COMMAND_FAST_B2B_ENABLE};
 constexpr enable_bit_t BRIDGE_CONTROL_BIT = {.read = pci_device_read_bridge_ctrl,
                                              .write = pci_device_write_bridge_ctrl,
-                                             .mask = BRIDGE_CONTROL_FAST_B2B_ENABLE};
+                                             .mask = pci::BRIDGE_CONTROL_FAST_B2B_ENABLE};
 
 bool is_capable(bdf_t bdf) {
     std::uint16_t status = 0;
     return pci_device_read_status(bdf, &status) == PCI_OK &&
-           (status & STATUS_FAST_B2B_CAPABLE) != 0;
+           (status & pci::STATUS_FAST_B2B_CAPABLE) != 0;
 }
 
 // Reads the register back: a bit that is not there does not stick.

@@ -9,13 +9,6 @@
 
 namespace enable_features {
 
-// Status: 16 bits.
-constexpr std::uint16_t STATUS_FAST_B2B_CAPABLE = 0x0080;  // read only
-// Command: 16 bits.
-constexpr std::uint16_t COMMAND_FAST_B2B_ENABLE = 0x0200;
-// Bridge Control: 16 bits.
-constexpr std::uint16_t BRIDGE_CONTROL_FAST_B2B_ENABLE = 0x0080;
-
 // What fast_back_to_back() does.
 constexpr int FB2B_TEST = 0;  // tells whether every function and child bridge is capable
 constexpr int FB2B_ENABLE = 1;

@@ -5,7 +5,7 @@
 #include "module/capability_call.h"
 #include "module/log.h"
 #include "module/pcie_capability.h"
-#include "module/register_field.h"
+#include "platform/pci_regs.h"
 #include "platform/server.h"
 #include "topology/classification.h"
 
@@ -13,9 +13,7 @@ namespace enable_features {
 
 namespace {
 
-constexpr unsigned FUNCTIONS_PER_DEVICE = 8;
-constexpr std::size_t FUNCTIONS_PER_ARI_DEVICE = 256;
-constexpr std::uint16_t VENDOR_ABSENT = 0xFFFF;
+constexpr std::size_t FUNCTIONS_PER_ARI_DEVICE = pci::HIGHEST_ARI_FUNCTION + 1;
 
 // What a call of mps_write_mps() was asked for.
 struct write_request_t {
@@ -33,7 +31,7 @@ std::uint32_t read_max_capable(pcie_cap_t *cap) {
     std::uint32_t devcap = 0;
     if (call(cap, &pcie_cap_ops_t::read_devcap, &devcap) != PCI_OK)
         return 0;
-    return decode_mps(get(devcap, DEVCAP_MPS));
+    return decode_mps(pci::get(devcap, pci::DEVCAP_MPSS));
 }
 
 // Reads, changes and checks Device Control through `cap`.
@@ -44,11 +42,11 @@ pci_err_t change_devctl(pcie_cap_t *cap, const write_request_t &request) {
         LOG_ERROR(0, WRITE_CALL ", MPS read failed, %s", WRITE_ARGS(request), pci_strerror(result));
         return result;
     }
-    if (decode_mps(get(devctl, DEVCTL_MPS)) == request.size) {
+    if (decode_mps(pci::get(devctl, pci::DEVCTL_MPS)) == request.size) {
         LOG_INFO(2, WRITE_CALL ", MPS already set", WRITE_ARGS(request));
         return PCI_OK;
     }
-    devctl = set(devctl, DEVCTL_MPS, encode_mps(request.size));
+    devctl = pci::set(devctl, pci::DEVCTL_MPS, encode_mps(request.size));
     result = call(cap, &pcie_cap_ops_t::write_devctl, 0U, &devctl);
     if (result != PCI_OK) {
         LOG_ERROR(0, WRITE_CALL ", MPS write failed, %s", WRITE_ARGS(request),
@@ -56,7 +54,7 @@ pci_err_t change_devctl(pcie_cap_t *cap, const write_request_t &request) {
         return result;
     }
     // The variable now holds what the register reads: a size that did not take shows here.
-    const std::uint32_t now = decode_mps(get(devctl, DEVCTL_MPS));
+    const std::uint32_t now = decode_mps(pci::get(devctl, pci::DEVCTL_MPS));
     if (now != request.size)
         return PCI_ERR_IO;
     LOG_INFO(2, WRITE_CALL ", MPS changed to %u", WRITE_ARGS(request), now);
@@ -89,18 +87,18 @@ pci_err_t write_ari_functions(bdf_t bdf, std::uint32_t size) {
 
 // An absent function is no error; one that cannot be asked is.
 pci_err_t write_if_present(bdf_t bdf, std::uint32_t size) {
-    std::uint16_t vendor = VENDOR_ABSENT;
+    std::uint16_t vendor = pci::VENDOR_ID_NONE;
     const pci_err_t result = pci_device_read_vid(bdf, &vendor);
     if (result == PCI_ERR_NO_DEVICE)
         return PCI_OK;
-    if (result != PCI_OK || vendor == VENDOR_ABSENT)
+    if (result != PCI_OK || vendor == pci::VENDOR_ID_NONE)
         return result;
     return mps_write_mps(nullptr, bdf, size);
 }
 
 pci_err_t write_plain_functions(bdf_t bdf, std::uint32_t size) {
     pci_err_t result = PCI_OK;
-    for (unsigned function = 1; function < FUNCTIONS_PER_DEVICE; function++)
+    for (unsigned function = 1; function <= pci::HIGHEST_FUNCTION; function++)
         result = write_if_present(pci::function_0_of(bdf) | function, size);
     return result;
 }

@@ -1,7 +1,8 @@
 // Payload sizes in the registers of PCI Express functions: the only code of the feature that reads
 // or writes them. No state, no locks; any thread, also under the feature's or a bridge's locks.
 //
-// Sizes are bytes everywhere; in registers a 3-bit code n stands for 128 << n.
+// Sizes are bytes everywhere; in the registers' Max_Payload_Size fields a code n stands for
+// 128 << n.
 #pragma once
 
 #include <algorithm>
@@ -12,12 +13,6 @@
 #include "platform/types.h"
 
 namespace enable_features {
-
-// Device Capabilities: 32 bits, read only.
-constexpr std::uint32_t DEVCAP_MPS = 0x0000'0007;  // largest payload that the function supports
-// Device Control: 16 bits.
-constexpr std::uint16_t DEVCTL_MPS = 0x00E0;  // payload that the function is set to use, 0 after
-                                              // a reset
 
 constexpr std::uint32_t MPS_LOWEST = 128;
 constexpr std::uint32_t MPS_HIGHEST = 4096;

@@ -1,15 +1,13 @@
 #include "tools/ops/changes.h"
 
 #include <array>
-#include <bit>
 #include <iomanip>
 #include <ostream>
 
-#include "features/aspm/link_control.h"
-#include "features/fb2b/control.h"
 #include "host/base/address.h"
-#include "host/space/registers.h"
+#include "host/machine/machine.h"
 #include "platform/capability.h"
+#include "platform/pci_regs.h"
 
 namespace ops {
 namespace {
@@ -25,25 +23,26 @@ struct Field {
 
 std::optional<unsigned> link_control(const host::Function &function) {
     const auto cap = function.cap(CAPID_PCIE);
-    return cap ? std::optional(*cap + host::reg::LINKCTL) : std::nullopt;
+    return cap ? std::optional(*cap + pci::LINKCTL) : std::nullopt;
+}
+
+std::optional<unsigned> command(const host::Function & /*function*/) {
+    return pci::COMMAND;
 }
 
 std::optional<unsigned> bridge_control(const host::Function &function) {
-    return function.is_bridge() ? std::optional(host::reg::BRIDGE_CONTROL) : std::nullopt;
+    return function.is_bridge() ? std::optional(pci::BRIDGE_CONTROL) : std::nullopt;
 }
 
 const std::array FIELDS = {
     Field{"Link Control",
           link_control,
-          enable_features::LINKCTL_ASPM,
+          pci::LINKCTL_ASPM,
           {"ASPM Disabled", "ASPM L0s", "ASPM L1", "ASPM L0s L1"}},
-    Field{"Command",
-          [](const host::Function &) { return std::optional(host::reg::COMMAND); },
-          enable_features::COMMAND_FAST_B2B_ENABLE,
-          {"FastB2B-", "FastB2B+"}},
+    Field{"Command", command, pci::COMMAND_FAST_B2B_ENABLE, {"FastB2B-", "FastB2B+"}},
     Field{"Bridge Control",
           bridge_control,
-          enable_features::BRIDGE_CONTROL_FAST_B2B_ENABLE,
+          pci::BRIDGE_CONTROL_FAST_B2B_ENABLE,
           {"FastB2B-", "FastB2B+"}},
 };
 
@@ -55,7 +54,7 @@ unsigned read_field(const host::Machine &machine, const host::Function &function
     if (!function.answers || !offset ||
         machine.space().read(function.id(), *offset, 2, value) != PCI_OK)
         return 0;
-    return (value & field.mask) >> std::countr_zero(field.mask);
+    return pci::get(static_cast<std::uint16_t>(value), field.mask);
 }
 
 }  // namespace

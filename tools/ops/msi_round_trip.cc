@@ -9,13 +9,12 @@
 #include "host/base/address.h"
 #include "host/exports/event_records.h"
 #include "host/exports/serve.h"
-#include "host/space/registers.h"
 #include "msi/register_save.h"
+#include "platform/pci_regs.h"
 
 namespace ops {
 namespace {
 
-namespace reg = host::reg;
 using enable_features::msix_vector_t;
 
 // One register of a capability, by its distance from the capability's start. Disturbing it never
@@ -101,25 +100,27 @@ private:
 };
 
 Subject msi_subject(bdf_t bdf, const msi_cap_t &cap) {
-    const std::uint32_t control = Registers(bdf, cap.head).read({reg::MSI_CONTROL, 2});
-    std::vector<Register> layout = {{reg::MSI_CONTROL, 2, reg::MSI_ENABLE}, {reg::MSI_ADDRESS, 4}};
-    unsigned next = reg::MSI_ADDRESS + 4;
-    if (control & reg::MSI_64_BIT) {
-        layout.push_back({next, 4});
-        next += 4;
-    }
-    layout.push_back({next, 2});
-    if (control & reg::MSI_MASKING)
-        layout.push_back({next + 4, 4});
+    const std::uint32_t control = Registers(bdf, cap.head).read({pci::MSI_CONTROL, 2});
+    const bool is_64_bit = (control & pci::MSI_CONTROL_64_BIT) != 0;
+    std::vector<Register> layout = {{pci::MSI_CONTROL, 2, pci::MSI_CONTROL_ENABLE},
+                                    {pci::MSI_ADDRESS, 4}};
+    if (is_64_bit)
+        layout.push_back({pci::MSI_UPPER_ADDRESS, 4});
+    layout.push_back({is_64_bit ? pci::MSI_DATA_64_BIT : pci::MSI_DATA, 2});
+    if (control & pci::MSI_CONTROL_PER_VECTOR_MASKING)
+        layout.push_back({is_64_bit ? pci::MSI_MASK_BITS_64_BIT : pci::MSI_MASK_BITS, 4});
     return {bdf, cap.head, std::move(layout), {}};
 }
 
 Subject msix_subject(bdf_t bdf, const msix_cap_t &cap) {
-    const std::uint32_t control = Registers(bdf, cap.head).read({reg::MSIX_CONTROL, 2});
-    const std::size_t vectors = (control & reg::MSIX_TABLE_SIZE) + 1;
+    const std::uint32_t control = Registers(bdf, cap.head).read({pci::MSIX_CONTROL, 2});
+    const std::size_t vectors = (control & pci::MSIX_CONTROL_TABLE_SIZE) + 1;
     auto *const words = static_cast<volatile std::uint32_t *>(cap.table->address);
     constexpr std::size_t WORDS = sizeof(msix_vector_t) / sizeof(std::uint32_t);
-    return {bdf, cap.head, {{reg::MSIX_CONTROL, 2, reg::MSIX_ENABLE}}, {words, vectors * WORDS}};
+    return {bdf,
+            cap.head,
+            {{pci::MSIX_CONTROL, 2, pci::MSIX_CONTROL_ENABLE}},
+            {words, vectors * WORDS}};
 }
 
 // Owns the save area that the record may come to point to.
