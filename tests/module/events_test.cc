@@ -1,0 +1,113 @@
+// What events do to a machine that was saved: what hooks are told and find, what a reset leaves.
+#include "host/watch/event_player.h"
+
+#include <cstdlib>
+
+#include "host/base/address.h"
+#include "platform/buscfg.h"
+#include "platform/pci_access.h"
+#include "tests/support/module_test.h"
+
+namespace host::tests {
+namespace {
+
+std::string told;  // by hooks, a line each
+
+// What they find: the payload code of function 02:00.0, "-" when it is out of reach.
+void note(std::uint32_t kind, bdf_t bdf, std::uint32_t value, int status) {
+    std::uint16_t control = 0;
+    const bool is_found = find_parent_bridge(nullptr, at(2)) != nullptr &&
+                          pci_hw->cfg_read(at(2), DEVCTL_AT, 2, &control, 0) == PCI_OK;
+    told += std::to_string(kind) + ' ' + bdf_text(bdf) + ' ' + std::to_string(value) + ' ' +
+            std::to_string(status) + ' ' + (is_found ? std::to_string(control >> 5 & 7) : "-") +
+            '\n';
+}
+
+template <std::uint32_t KIND>
+void add_hook() {
+    auto *block = static_cast<buscfg_hook_reg_t *>(std::calloc(1, sizeof(buscfg_hook_reg_t)));
+    const insertion_hook_t of_bridge = [](bridge_rec *bridge, std::uint32_t value, int status) {
+        note(KIND, bridge->bdf, value, status);
+    };
+    const reset_hook_t of_reset = [](std::uint32_t type, bdf_t bdf, int status) {
+        note(KIND, bdf, type, status);
+    };
+    block->kind = KIND;
+    block->hook = KIND < BUSCFG_HOOK_PRE_RESET ? reinterpret_cast<buscfg_hook_t>(of_bridge)
+                                               : reinterpret_cast<buscfg_hook_t>(of_reset);
+    EXPECT_EQ(buscfg->add_hook(block), PCI_OK);
+}
+
+using Events = ModuleTest;
+
+TEST_F(Events, AreToldToHooksAroundWhatTheyDo) {
+    MachineSource source{.name = "", .live = nullptr, .image = std::make_unique<ConfigImage>()};
+    for (const FunctionSpec &function :
+         std::vector<FunctionSpec>{{.id = at(0, 1), .port = 4, .secondary = 1, .subordinate = 2},
+                                   {.id = at(1), .port = 7, .secondary = 2},
+                                   {.id = at(2)}})
+        source.image->add(function.id, "", config_bytes(function, false));
+    Machine whole(*source.image);
+    host::serve(&whole);
+    add_hook<1>(), add_hook<2>(), add_hook<3>(), add_hook<4>(), add_hook<5>(), add_hook<6>();
+    const std::pair<std::string, std::string> rows[] = {
+        {"flr 02:00.0 0x13", "5 02:00.0 2 19 5\n6 02:00.0 2 19 0\n"},
+        {"flr 01:00.0", "5 01:00.0 2 0 5\n6 01:00.0 2 0 5\n"},
+        {"bus-reset 01:00.0 7", "5 01:00.0 1 7 5\n6 01:00.0 1 7 0\n"},
+        {"remove 01:00.0 9 8", "3 01:00.0 9 8 5\n4 01:00.0 9 8 -\n"},
+        {"insert 01:00.0 0 6", "1 01:00.0 0 6 -\n2 01:00.0 0 6 0\n"},
+        {"remove 00:01.0", "3 00:01.0 1 0 5\n4 00:01.0 1 0 -\n"},
+        {"insert 00:01.0", "1 00:01.0 1 0 -\n2 00:01.0 1 0 0\n"}};
+    std::string lines;
+    for (const auto &[line, expected] : rows)
+        lines += line + '\n';
+    const auto events = parse_bus_events(lines, "", whole, 0);
+    const auto player = player_for(source, whole);
+    for (std::size_t i = 0; i < std::size(rows); ++i) {
+        told.clear();
+        source.image->write(at(2), DEVCTL_AT, 2, 5U << 5);
+        EXPECT_EQ(player->play(events[i]), PCI_OK);
+        EXPECT_EQ(told, rows[i].second) << rows[i].first;
+    }
+}
+
+using Registers = ModuleTest;
+
+// Bits that take a 1 when all ones are written, and those that a reset leaves or sets then. 00:01.0
+// is a root port, 00:02.0 an integrated endpoint, 01:00.0 an endpoint, 02:01.0 a switch port,
+// 00:03.0 a bridge to a conventional bus.
+TEST_F(Registers, TakeWhatStandardsLetWriteAndResetWhatTheyLetReset) {
+    serve({{.id = at(0, 1), .port = 4, .secondary = 1, .dwords = {{4, 0xF910'0000}}},
+           {.id = at(0, 2), .port = 9, .payload_cap = 0x20},
+           {.id = at(0, 3), .port = {}, .secondary = 3, .fast_b2b = true},
+           {.id = at(1), .dwords = {{0x48, 0xF'0000}}},
+           {.id = at(2, 1), .port = 6, .secondary = 4}});
+    const struct {
+        RoutingId id;
+        unsigned offset;
+        std::uint32_t written, reset;
+    } rows[] = {
+        {at(0, 1), reg::COMMAND, 0x0547, 0},
+        {at(0, 3), reg::COMMAND, 0x077F, 0},
+        {at(0, 1), reg::STATUS, 0x0010, 0x0010},
+        {at(0, 1), reg::BRIDGE_CONTROL, 0x005F, 0},
+        {at(0, 3), reg::BRIDGE_CONTROL, 0x0BFF, 0},
+        {at(1), reg::BRIDGE_CONTROL, 0, 0},
+        {at(1), DEVCTL_AT, 0x7CFF, 0x2C10},
+        {at(0, 2), DEVCTL_AT, 0x7DFF, 0x2C10},
+        {at(1), PCIE_AT + reg::DEVSTA, 0, 0},
+        {at(0, 1), LINKCTL_AT, 0x0FDB, 0x0008},
+        {at(0, 2), LINKCTL_AT, 0, 0},
+        {at(1), LINKCTL_AT, 0x0FCB, 0},
+        {at(2, 1), LINKCTL_AT, 0x0FDB, 0},
+    };
+    for (const auto &row : rows) {
+        machine->image.write(row.id, row.offset, 2, 0xFFFF);
+        EXPECT_EQ(machine->get(row.id, row.offset, 2), row.written) << &row - rows;
+        machine->image.reset(row.id);
+        EXPECT_EQ(machine->get(row.id, row.offset, 2), row.reset) << &row - rows;
+    }
+}
+
+}  // namespace
+}  // namespace host::tests
