@@ -94,18 +94,22 @@ TEST_F(MpsRegisters, OfADeviceAreWrittenFunctionByFunction) {
         for (unsigned i = 0; i < row.kinds.size(); ++i) {
             if (row.kinds[i] == '.')
                 continue;
-            const std::size_t next = row.kinds.find_first_not_of('.', i + 1);
-            functions.push_back(
-                {.id = ari_at(1, i), .payload_cap = 1});  // the last one leads back to 4
-            functions.back().next_ari =
-                next < row.kinds.size() ? static_cast<std::uint8_t>(next) : 4;
+            functions.push_back({.id = ari_at(1, i), .payload_cap = 1, .next_ari = 0});
             if (row.kinds[i] != 'e')
                 functions.back().port =
                     row.kinds[i] == 's' ? std::optional<std::uint8_t>(6) : std::nullopt;
         }
         serve(functions);
+        next_ari_function = [&row, left = 99U](bdf_t bdf) mutable {
+            const std::size_t next = row.kinds.find_first_not_of('.', (bdf & 0xFF) + 1);
+            const unsigned back = row.kinds.starts_with('s') ? 0 : 4;  // from the last one
+            return left-- == 0                 ? ARI_NO_FUNCTION
+                   : next == std::string::npos ? back
+                                               : static_cast<unsigned>(next);
+        };
         record(row.fault);
         EXPECT_EQ(module::mps_write_mps_all_funcs(row.bdf, 256), row.result);
+        next_ari_function = nullptr;
         EXPECT_EQ(writes(), row.writes);
     }
 }

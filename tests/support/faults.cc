@@ -59,9 +59,16 @@ WRAP(int, pthread_getattr_np, -1, (pthread_t thread, pthread_attr_t *attributes)
      attributes)
 WRAP(event_agent_t *, find_event_agent, nullptr, (bdf_t bdf), bdf)
 
+std::uint32_t __real_enum_next_ari_func(bdf_t bdf, std::uint32_t reserved);
+std::uint32_t __wrap_enum_next_ari_func(bdf_t bdf, std::uint32_t reserved);
 void *__real_calloc(std::size_t count, std::size_t size);
 void *__wrap_calloc(std::size_t count, std::size_t size);
 void *__real_realloc(void *old, std::size_t size);
+
+std::uint32_t __wrap_enum_next_ari_func(bdf_t bdf, std::uint32_t reserved) {
+    const auto &stand_in = host::tests::next_ari_function;
+    return stand_in ? stand_in(bdf) : __real_enum_next_ari_func(bdf, reserved);
+}
 
 UNCHECKED void *__wrap_calloc(std::size_t count, std::size_t size) {
     const bool counts = size_to_fail == 0 || count * size == size_to_fail;

@@ -39,6 +39,9 @@ unsigned fail_calls(unsigned first, unsigned last = FOREVER);
 // Which of them failed last, an allocation with its size: "calloc 48".
 inline thread_local std::string failed_call;
 
+// Stands for the host's enum_next_ari_func(), which gives rising numbers only, unless it is empty.
+inline thread_local std::function<std::uint32_t(bdf_t)> next_ari_function;
+
 // Every realloc of this thread to that many bytes, and no other, finds no memory; SIZE_MAX: none.
 inline thread_local std::size_t size_of_failing_realloc = SIZE_MAX;
 
