@@ -1,6 +1,9 @@
 // The feature file: which lines reach which parser, and where a file ends.
 #include "module/config_file.h"
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <cstring>
 #include <fstream>
 #include <iterator>
@@ -104,6 +107,8 @@ TEST_F(ConfigFile, ReadsFilesOfWholePagesToTheirLastByteAndNotFurther) {
 TEST_F(ConfigFile, ReportsUnusableFilesAndKeepsNoneOpen) {
     const std::string empty = file("", "empty.cfg"), good = file("#", "good.cfg");
     const std::string directory = std::filesystem::path(empty).parent_path();
+    const std::string fifo = directory + "/fifo";
+    ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
     const struct {
         const char *path;
         pci_err_t result;
@@ -115,6 +120,7 @@ TEST_F(ConfigFile, ReportsUnusableFilesAndKeepsNoneOpen) {
          "E0 Unable to access file '/nowhere/x.cfg' for parsing, No such file or directory\n"},
         {empty.c_str(), 0, ""},
         {directory.c_str(), 0, ""},  // can be opened, but not mapped
+        {fifo.c_str(), 0, ""},       // nobody writes
         {good.c_str(), 0,
          "I0 ++ Feature Config file 'good.cfg' parse start ++\n"
          "I0 ++ Feature Config file 'good.cfg' parse end ++\n"},
@@ -123,10 +129,12 @@ TEST_F(ConfigFile, ReportsUnusableFilesAndKeepsNoneOpen) {
         return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
     };
     const std::ptrdiff_t before = open_files();
+    ::alarm(10);  // ends the program when opening waits
     for (const auto &row : rows) {
         EXPECT_EQ(module::parse_feature_config(row.path), row.result);
         EXPECT_EQ(messages(), row.messages);
     }
+    ::alarm(0);
     EXPECT_EQ(open_files(), before);
     std::ifstream maps("/proc/self/maps");
     const std::string mapped(std::istreambuf_iterator<char>(maps), {});
