@@ -1,6 +1,9 @@
 // Versions, options, and the start of the features in the order of their table.
 #include "module/startup.h"
 
+#include <getopt.h>
+
+#include <cstdlib>
 #include <sstream>
 
 #include "module/feature_table.h"
@@ -55,6 +58,10 @@ TEST_F(Startup, ParsesEveryConfigOptionInOrderAndIgnoresTheRest) {
                "I0 ++ Feature Config file '" + name + "' parse end ++\n" +
                "D3 parse_feature_config(), {0}\n";
     };
+    // What the host has scanned, and how, is nothing to the module.
+    char program[] = "hoplar", flags[] = "-vvv";
+    char *const hosts_own[] = {program, flags};
+    ASSERT_EQ(::setenv("POSIXLY_CORRECT", "1", 1), 0);
     const std::string A = parse("a.cfg", "A"), B = parse("b.cfg", "B");
     const std::string no_path = "E0 No config file parameter provided\n"
                                 "D3 parse_feature_config(), {22}\n";
@@ -74,7 +81,9 @@ TEST_F(Startup, ParsesEveryConfigOptionInOrderAndIgnoresTheRest) {
         std::ostringstream echo;
         for (std::size_t i = 0; i < row.args.size(); ++i)
             echo << "D1 argv[" << i << "] = " << bare(row.args[i]) << '\n';
+        EXPECT_EQ(::getopt(2, hosts_own, "v"), 'v');
         EXPECT_EQ(start(row.args), 0U);
+        optind = 0;
         EXPECT_EQ(messages(), expand(echo.str() + row.messages + NOTHING_CONFIGURED));
     }
 }
