@@ -61,8 +61,8 @@ TEST_F(EcrcControl, AppliesWishesAndTellsTheOutcome) {
     }
 }
 
-// Below port 00:01.0: a switch on bus 2 with ports to bus 3, where a bridge to bus 4 is, and to
-// bus 5, whose function is in ARI form. Port 00:02.0 leads to bus 6.
+// Below port 00:01.0: a switch on bus 2 with ports to bus 3, where a bridge to bus 4 is and
+// one that leads nowhere, and to bus 5, whose function is in ARI form. Port 00:02.0 leads to bus 6.
 const std::vector<FunctionSpec> TREE = {
     {.id = at(0, 1), .port = PORT_TYPE_ROOT_PORT, .secondary = 1, .subordinate = 5},
     {.id = at(0, 2), .port = PORT_TYPE_ROOT_PORT, .secondary = 6},
@@ -75,6 +75,7 @@ const std::vector<FunctionSpec> TREE = {
      .ari_forwarding = true},
     {.id = at(3, 0), .aer = BOTH_CAP},
     {.id = at(3, 1), .port = PORT_TYPE_PCIE_TO_PCI, .secondary = 4},
+    {.id = at(3, 2), .port = PORT_TYPE_PCIE_TO_PCI, .secondary = 3},
     {.id = at(4), .aer = BOTH_CAP},
     {.id = at(5), .aer = BOTH_CAP, .next_ari = 0},
     {.id = at(6), .aer = BOTH_CAP},
@@ -87,7 +88,10 @@ TEST_F(EcrcControl, GivesInsertedFunctionsTheirWishesBack) {
                              "I2 B3:D0:F0 ECRC generation enabled\n"
                              "I2 B3:D0:F0 ECRC checking enabled\n"
                              "I2 No ECRC record for B3:D1:F0, skipping\n"
+                             "I2 No ECRC record for B3:D2:F0, skipping\n"
                              "I2 No ECRC record for B4:D0:F0, skipping\n"
+                             "E0 post_insertion_ecrc_enable(B3:D2:F0, 0, {0}), secondary bus "
+                             "number unavailable\n"
                              "I2 B5:D0:F0 ECRC checking disabled already\n";
     const std::string unavailable = "E0 post_insertion_ecrc_enable(B0:D1:F0, 256, {0}), "
                                     "secondary bus number unavailable\n";
