@@ -157,8 +157,12 @@ class BadInputTest(HoplarTest):
         with open(self.file("whole"), encoding="utf-8") as whole:
             self.assertRegex(whole.read(), f"(?s)^before\n{re.escape(DUMP[:99])}.*, 0 changed\n$")
         os.symlink("output.lspci", self.file("link"))
-        self.hoplar("-F", EXAMPLE, "-o", "link")
-        self.compare_output(read_dump(EXAMPLE))
+        self.addCleanup(os.umask, os.umask(0o027))
+        for permissions in 0o640, 0o606:
+            self.hoplar("-F", EXAMPLE, "-o", "link")
+            self.compare_output(read_dump(EXAMPLE))
+            self.assertEqual(os.stat(self.output).st_mode & 0o777, permissions)
+            os.chmod(self.output, 0o606)
 
     def test_output_that_cannot_be_written_is_found_before_anything_runs(self):
         self.file("older", "older")
@@ -294,6 +298,14 @@ class BadInputTest(HoplarTest):
                  "(hoplar-ops --help lists them)")):
             done = subprocess.run([OPS, *arguments], capture_output=True, encoding="utf-8")
             self.assertEqual((done.returncode, done.stderr), (2, f"error: {message}\n"))
+
+    def test_module_that_is_listed_more_than_once_is_started_once(self):
+        os.symlink(PLUGIN, self.file("same.so"))
+        config = self.file("input", f"[runtime]\nHOPLAR_MODULE_LIST = {PLUGIN} same.so\n")
+        self.check_start(["-c", config, "-m", PLUGIN], [
+            f"info: module {PLUGIN}, version 3.0", *STARTED, *(
+                f"error: module {again}: listed more than once, started only once"
+                for again in (self.file("same.so"), PLUGIN))], status=1)
 
     def test_module_that_cannot_be_loaded(self):
         text = self.file("text.so", "no module")
