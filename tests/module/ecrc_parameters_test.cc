@@ -87,10 +87,8 @@ TEST_F(EcrcParameters, AreRefusedWhole) {
     for (const auto &row : rows)
         for (const std::string &value : row.values) {
             std::string message = "E0 param_parse_ecrc, " + row.message + "\n";
-            for (std::size_t sign; (sign = message.find('@')) != std::string::npos;)
-                message.replace(sign, 1, value.substr(0, value.find(':')));
-            for (std::size_t sign; (sign = message.find('%')) != std::string::npos;)
-                message.replace(sign, 1, value);
+            message = replaced(message, "@", value.substr(0, value.find(':')));
+            message = replaced(message, "%", value);
             parse(value);
             EXPECT_EQ(messages(), message);
             EXPECT_EQ(recorded(), "");
