@@ -50,6 +50,9 @@ TEST_F(Events, AreToldToHooksAroundWhatTheyDo) {
     Machine whole(*source.image);
     host::serve(&whole);
     add_hook<1>(), add_hook<2>(), add_hook<3>(), add_hook<4>(), add_hook<5>(), add_hook<6>();
+    buscfg_hook_reg_t of_no_kind = {{}, 9, [] {}, {}}, without_hook = {{}, 1, nullptr, {}};
+    EXPECT_EQ(buscfg->add_hook(&of_no_kind), PCI_ERR_INVALID);
+    EXPECT_EQ(buscfg->add_hook(&without_hook), PCI_ERR_INVALID);
     const std::pair<std::string, std::string> rows[] = {
         {"flr 02:00.0 0x13", "5 02:00.0 2 19 5\n6 02:00.0 2 19 0\n"},
         {"flr 01:00.0", "5 01:00.0 2 0 5\n6 01:00.0 2 0 5\n"},
@@ -74,13 +77,21 @@ TEST_F(Events, AreToldToHooksAroundWhatTheyDo) {
 using Registers = ModuleTest;
 
 // Bits that take a 1 when all ones are written, and those that a reset leaves or sets then. 00:01.0
-// is a root port, 00:02.0 an integrated endpoint, 01:00.0 an endpoint, 02:01.0 a switch port,
-// 00:03.0 a bridge to a conventional bus.
+// is a root port, 00:02.0 an integrated endpoint, 00:03.0 a bridge to a conventional bus, 00:04.0
+// one to a CardBus, 00:05.0 a conventional function, 01:00.0 an endpoint with MSI at 80 and MSI-X
+// at 98, 02:01.0 a switch port.
 TEST_F(Registers, TakeWhatStandardsLetWriteAndResetWhatTheyLetReset) {
     serve({{.id = at(0, 1), .port = 4, .secondary = 1, .dwords = {{4, 0xF910'0000}}},
            {.id = at(0, 2), .port = 9, .payload_cap = 0x20},
-           {.id = at(0, 3), .port = {}, .secondary = 3, .fast_b2b = true},
-           {.id = at(1), .dwords = {{0x48, 0xF'0000}}},
+           {.id = at(0, 3),
+            .port = {},
+            .secondary = 3,
+            .fast_b2b = true,
+            .dwords = {{0x3C, 0x0400'0000}}},
+           {.id = at(0, 4), .port = {}, .dwords = {{0x0C, 0x2'0000}}},
+           {.id = at(0, 5), .port = {}},
+           {.id = at(1),
+            .dwords = {{0x40, 0x0002'8010}, {0x48, 0xF'0000}, {0x80, 0x0180'9805}, {0x98, 0x11}}},
            {.id = at(2, 1), .port = 6, .secondary = 4}});
     const struct {
         RoutingId id;
@@ -89,10 +100,19 @@ TEST_F(Registers, TakeWhatStandardsLetWriteAndResetWhatTheyLetReset) {
     } rows[] = {
         {at(0, 1), reg::COMMAND, 0x0547, 0},
         {at(0, 3), reg::COMMAND, 0x077F, 0},
+        {at(0, 5), reg::COMMAND, 0x057F, 0},
         {at(0, 1), reg::STATUS, 0x0010, 0x0010},
         {at(0, 1), reg::BRIDGE_CONTROL, 0x005F, 0},
         {at(0, 3), reg::BRIDGE_CONTROL, 0x0BFF, 0},
+        {at(0, 4), reg::BRIDGE_CONTROL, 0x07EF, 0x0340},
         {at(1), reg::BRIDGE_CONTROL, 0, 0},
+        {at(1), 0x82, 0x01F1, 0x0180},
+        {at(1), 0x84, 0xFFFC, 0},
+        {at(1), 0x88, 0xFFFF, 0},
+        {at(1), 0x8C, 0xFFFF, 0},
+        {at(1), 0x8E, 0, 0},
+        {at(1), 0x90, 0xFFFF, 0},
+        {at(1), 0x9A, 0xC000, 0},
         {at(1), DEVCTL_AT, 0x7CFF, 0x2C10},
         {at(0, 2), DEVCTL_AT, 0x7DFF, 0x2C10},
         {at(1), PCIE_AT + reg::DEVSTA, 0, 0},
@@ -107,6 +127,11 @@ TEST_F(Registers, TakeWhatStandardsLetWriteAndResetWhatTheyLetReset) {
         machine->image.reset(row.id);
         EXPECT_EQ(machine->get(row.id, row.offset, 2), row.reset) << &row - rows;
     }
+    machine->image.write(at(1), DEVCTL_AT + 1, 1, 0xFF);
+    EXPECT_EQ(machine->get(at(1), DEVCTL_AT), 0x7C10U);
+    machine->image.write(at(1), DEVCTL_AT, 4, 0xFF);
+    EXPECT_EQ(machine->get(at(1), DEVCTL_AT), 0x00FFU);
+    EXPECT_EQ(machine->image.write(at(1), DEVCTL_AT + 2, 4, 0), PCI_ERR_INVALID);
 }
 
 }  // namespace
