@@ -16,6 +16,7 @@ using EcrcControl = EcrcTest;
 
 TEST_F(EcrcControl, AppliesWishesAndTellsTheOutcome) {
     constexpr RoutingId F = at(0, 1);
+    constexpr unsigned NOT_KEPT = 9;  // all writes succeed, and nothing sticks
     const struct {
         std::uint32_t capable, before;
         int gen, chk;
@@ -41,6 +42,7 @@ TEST_F(EcrcControl, AppliesWishesAndTellsTheOutcome) {
          "E1 B0:D1:F0 ECRC generation enable failed, {5}\nI2 B0:D1:F0 ECRC checking disabled\n"},
         {BOTH_CAP, BOTH_ON, -1, -1, 2, 5, CHK_ON,
          "I2 B0:D1:F0 ECRC generation disabled\nE1 B0:D1:F0 ECRC checking disable failed, {5}\n"},
+        {BOTH_CAP, 0, 1, 0, NOT_KEPT, 5, 0, "E1 B0:D1:F0 ECRC generation enable failed, {5}\n"},
     };
     for (const auto &row : rows) {
         SCOPED_TRACE(row.messages);
@@ -49,10 +51,15 @@ TEST_F(EcrcControl, AppliesWishesAndTellsTheOutcome) {
         machine->image.write(F, AER_CONTROL_AT, 4, row.before);
         const unsigned n = row.failing_write;
         machine->image.set_filter(
-            [fault = fail(writes_to(F, AER_CONTROL_AT), n, n)](ImageAccess &access) {
+            [n, fault = fail(writes_to(F, AER_CONTROL_AT), n, n)](ImageAccess &access) {
                 EXPECT_TRUE(list_locked());
+                access.value = access.is_write && n == NOT_KEPT ? BOTH_CAP : access.value;
                 return fault(access);
             });
+        buscfg_t *const hosts_own = std::exchange(buscfg, nullptr);
+        EXPECT_EQ(module::ecrc_init(&feature), 420U);
+        buscfg = hosts_own;
+        EXPECT_EQ(messages_but_debug(), "") << "nothing is switched without the hook";
         EXPECT_EQ(module::ecrc_init(&feature), row.result);
         machine->image.set_filter({});
         EXPECT_FALSE(list_locked());
@@ -99,7 +106,7 @@ TEST_F(EcrcControl, GivesInsertedFunctionsTheirWishesBack) {
         std::uint32_t value;
         int status;
         std::string messages;
-    } rows[] = {{0, 0, walk}, {1, 0, walk}, {0, 5, ""}, {256, 0, unavailable}};
+    } rows[] = {{0, 0, walk}, {255, 0, walk}, {0, 5, ""}, {256, 0, unavailable}};
     for (const auto &row : rows) {
         serve(TREE);
         start_with("ECRC=2.1.0:+:=\nECRC=3.0.0:+:+\nECRC=5.0:=:-\nECRC=6.0.0:+:+");
