@@ -144,9 +144,11 @@ TEST_F(Sweeps, NoFaultHarmsMoreThanItConcerns) {
                 if (aer && !std::equal(&bytes[control], &bytes[control + 4], &before[control]))
                     ecrc.insert(id_of(bdf));
             }
-            EXPECT_TRUE((hierarchies.size() < 2 && ecrc.size() < 2) || (calls && lasting) ||
-                        decisive.contains(failed_call))
-                << n << " of " << all << ' ' << failed_call;
+            if (!calls || !lasting) {  // calls that go on failing concern everything
+                EXPECT_TRUE((hierarchies.size() < 2 && ecrc.size() < 2) ||
+                            decisive.contains(failed_call))
+                    << n << " of " << all << ' ' << failed_call;
+            }
             failed_call.clear();
         }
 }
