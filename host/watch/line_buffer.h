@@ -1,27 +1,27 @@
 // Text that arrives in pieces, cut into lines.
 #pragma once
 
-#include <optional>
 #include <string>
 
 namespace host {
 
 class LineBuffer {
 public:
-    static constexpr std::size_t LONGEST_LINE = 4096;  // bytes, with its end
+    // A longer line is cut to one byte more, so that it shows.
+    static constexpr std::size_t LONGEST_LINE = 4095;  // bytes, without its end
 
-    // Takes what can be read. At the end, what is left is a line too; after an error it is none.
+    // Takes what can be read, a piece at most. At the end, what is left is a line too; after an
+    // error it is none.
     void fill(int descriptor);
 
-    std::optional<std::string> next();
+    bool has_line() const { return text_.find('\n') != std::string::npos; }
+    std::string take_line();  // there must be one
 
-    // After all lines have been taken.
-    bool is_too_long() const { return text_.size() >= LONGEST_LINE; }
-    bool goes_on() const { return !is_broken_ && !is_at_end_ && !is_too_long(); }
+    // Whether there is nothing more to be read.
+    bool is_at_end() const { return is_at_end_; }
 
 private:
     std::string text_;
-    bool is_broken_ = false;
     bool is_at_end_ = false;
 };
 

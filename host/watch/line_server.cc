@@ -3,9 +3,11 @@
 #include <sys/socket.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <utility>
 
 #include "host/base/log.h"
+#include "host/base/safe_text.h"
 
 namespace host {
 namespace {
@@ -18,19 +20,6 @@ bool is_ready(const std::vector<pollfd> &descriptors, int descriptor) {
     });
 }
 
-const char *name_of(const Descriptor &connection) {
-    return connection ? "control" : "standard input";
-}
-
-// False when whoever is there does not take it.
-bool answer(const Descriptor &connection, std::string text) {
-    if (!connection)
-        return true;
-    text += '\n';
-    return send(connection.number(), text.data(), text.size(), MSG_NOSIGNAL | MSG_DONTWAIT) ==
-           static_cast<ssize_t>(text.size());
-}
-
 }  // namespace
 
 LineServer::LineServer(const ControlSocket *socket, Execute execute)
@@ -41,21 +30,28 @@ void LineServer::read_stream(int descriptor) {
 }
 
 void LineServer::wait_for(std::vector<pollfd> &descriptors) const {
-    const auto add = [&](int descriptor) {
-        descriptors.push_back({.fd = descriptor, .events = POLLIN, .revents = 0});
+    const auto add = [&](int descriptor, short events) {
+        descriptors.push_back({.fd = descriptor, .events = events, .revents = 0});
     };
     if (socket_ != nullptr && clients_.size() < MOST_CLIENTS)
-        add(socket_->descriptor());
+        add(socket_->descriptor(), POLLIN);
     for (const auto &[descriptor, client] : clients_)
-        add(descriptor);
+        if (!client.has_line())
+            add(descriptor, client.unsent.empty() ? POLLIN : POLLOUT);
+}
+
+bool LineServer::is_busy() const {
+    return std::ranges::any_of(clients_, [](const auto &each) { return each.second.has_line(); });
 }
 
 void LineServer::serve(const std::vector<pollfd> &ready) {
-    for (auto each = clients_.begin(); each != clients_.end();) {
-        const auto current = each++;
-        if (is_ready(ready, current->first) && !take_lines(current->first, current->second))
-            clients_.erase(current);
+    for (auto &[descriptor, client] : clients_) {
+        if (is_ready(ready, descriptor))
+            transfer(descriptor, client);
+        if (client.has_line())
+            take_line(client);
     }
+    std::erase_if(clients_, [](const auto &each) { return each.second.is_done(); });
     if (socket_ != nullptr && is_ready(ready, socket_->descriptor()))
         accept_connection();
 }
@@ -68,25 +64,38 @@ void LineServer::accept_connection() {
     client.connection = std::move(connection);
 }
 
-// False when there is nothing more to come.
-bool LineServer::take_lines(int descriptor, Client &client) {
-    client.lines.fill(descriptor);
-    while (const auto line = client.lines.next())
-        if (!take_line(client, *line))
-            return false;
-    if (client.lines.is_too_long()) {
-        log_error(std::string(name_of(client.connection)) + ": a line is too long");
-        answer(client.connection, "error: the line is too long");
-    }
-    return client.lines.goes_on();
+void LineServer::transfer(int descriptor, Client &client) {
+    if (client.unsent.empty())
+        client.lines.fill(descriptor);
+    else
+        client.send_rest();
 }
 
-// False when the answer is not taken.
-bool LineServer::take_line(const Client &client, const std::string &line) {
-    const Outcome outcome = execute_(line, name_of(client.connection));
-    if (!client.connection)
+void LineServer::take_line(Client &client) {
+    const std::string line = client.lines.take_line();
+    const std::string origin = client.connection ? "control" : "standard input";
+    const Outcome outcome = line.size() > LineBuffer::LONGEST_LINE
+                                ? refusal(origin, "the line is too long")
+                                : execute_(line, origin);
+    if (!client.connection) {
         all_done_ &= !outcome.failed;
-    return answer(client.connection, outcome.answer);
+        return;
+    }
+    client.unsent = safe_text(outcome.answer) + '\n';
+    client.send_rest();
+}
+
+LineServer::Outcome LineServer::refusal(const std::string &origin, const std::string &reason) {
+    log_error(origin + ": " + reason);
+    return {.answer = "error: " + reason, .failed = false};
+}
+
+void LineServer::Client::send_rest() {
+    const ssize_t sent = send(connection.number(), unsent.data(), unsent.size(), MSG_NOSIGNAL);
+    if (sent >= 0)
+        unsent.erase(0, static_cast<std::size_t>(sent));
+    else
+        has_left = errno != EAGAIN && errno != EINTR;
 }
 
 }  // namespace host

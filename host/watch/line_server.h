@@ -13,9 +13,12 @@
 
 namespace host {
 
+// Clients are served a line each in turn. While one does not read its answer, nothing more is read
+// of it: what it makes the server hold is an answer and two lines.
 class LineServer {
 public:
-    // What has come of a line: what to answer, a line too, and whether its event failed.
+    // What has come of a line: what to answer, a line too once it is made safe, and whether its
+    // event failed.
     struct Outcome {
         std::string answer;
         bool failed;
@@ -32,7 +35,10 @@ public:
     // Adds what serve() has to wait for.
     void wait_for(std::vector<pollfd> &descriptors) const;
 
-    // Takes what has come.
+    // Whether serve() has something to do before anything more comes.
+    bool is_busy() const;
+
+    // Takes what has come: a line of each client at most.
     void serve(const std::vector<pollfd> &ready);
 
     // False when a line failed whose origin has no answers.
@@ -40,13 +46,22 @@ public:
 
 private:
     struct Client {
+        bool has_line() const { return unsent.empty() && lines.has_line(); }
+        bool is_done() const {
+            return has_left || (unsent.empty() && lines.is_at_end() && !lines.has_line());
+        }
+        void send_rest();
+
         Descriptor connection;  // none: a stream
         LineBuffer lines;
+        std::string unsent;     // of the answer
+        bool has_left = false;  // and does not hear answers
     };
 
     void accept_connection();
-    bool take_lines(int descriptor, Client &client);
-    bool take_line(const Client &client, const std::string &line);
+    static void transfer(int descriptor, Client &client);
+    void take_line(Client &client);
+    static Outcome refusal(const std::string &origin, const std::string &reason);
 
     const ControlSocket *socket_;
     Execute execute_;

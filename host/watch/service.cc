@@ -58,6 +58,8 @@ private:
 
     // Milliseconds until something is due, rounded up; forever when nothing is.
     int timeout() const {
+        if (lines_.is_busy())
+            return 0;
         const auto due = hot_plug_.due();
         if (!due)
             return -1;

@@ -28,7 +28,7 @@ protected:
     bool round() {
         std::vector<pollfd> waiting;
         server.wait_for(waiting);
-        const bool any = poll(waiting.data(), waiting.size(), 0) > 0;
+        const bool any = poll(waiting.data(), waiting.size(), 0) > 0 || server.is_busy();
         server.serve(waiting);
         return any;
     }
@@ -63,20 +63,29 @@ protected:
     }();
     const std::filesystem::path path = folder / "control";
     ControlSocket control{path};
-    LineServer server{&control, [](const std::string &line, const std::string &origin) {
-                          return LineServer::Outcome{.answer = origin + " " + line,
-                                                     .failed = line == "bad"};
+    std::size_t executed = 0, answer_size = 0;
+    LineServer server{&control, [this](const std::string &line, const std::string &origin) {
+                          ++executed;
+                          std::string answer = origin + " " + line;
+                          answer.resize(std::max(answer.size(), answer_size), '.');
+                          return LineServer::Outcome{.answer = answer, .failed = line == "bad"};
                       }};
 };
 
 TEST_F(LineServerTest, AnswersEachLineByOne) {
     using namespace std::string_literals;
+    const std::string longest(LineBuffer::LONGEST_LINE, 'y');
+    const std::string too_long = "error: the line is too long\n";
     const std::pair<std::vector<std::string>, std::string> rows[] = {
         {{"a\nb\n\n"}, "control a\ncontrol b\ncontrol \n"},
         {{"a", "b", "\nc"}, "control ab\n"},
         {{"a\nb", ""}, "control a\ncontrol b\n."},  // half closed
         {{""}, "."},
-        {{"a\0b\n"s}, "control a\0b\n"s},
+        {{"a\0b\r\n"s, "\x9b\n"}, "control a\\x00b\\x0d\ncontrol \\x9b\n"},
+        {{"x", longest + "\na\n"}, too_long + "control a\n"},
+        {{longest, "x\n"}, too_long},
+        {{longest, longest, longest, ""}, too_long + "."},
+        {{longest + "\n"}, "control " + longest + "\n"},
     };
     for (const auto &[sent, answer] : rows) {
         const Descriptor client = new_client();
@@ -88,6 +97,23 @@ TEST_F(LineServerTest, AnswersEachLineByOne) {
         settle();
         EXPECT_EQ(heard(client), answer) << sent.front();
     }
+}
+
+// Those who flood it, and who do not read what they have asked for, keep nobody waiting.
+TEST_F(LineServerTest, ServesALineOfEachInTurn) {
+    const Descriptor flood = new_client(), other = new_client();
+    settle();
+    const std::string lines(1000, '\n');
+    while (send(flood.number(), lines.data(), lines.size(), 0) > 0)
+        static_cast<void>(0);
+    send(other.number(), "a\n", 2, 0);
+    round();
+    EXPECT_EQ(executed, 2U);
+    EXPECT_EQ(heard(other), "control a\n");
+    EXPECT_LT(executed, 1000U);
+    answer_size = 1000000;
+    say(other, "b\nc\n");
+    EXPECT_EQ(heard(other).size(), 2 * answer_size + 2);
 }
 
 TEST_F(LineServerTest, KeepsNothingOfClientsThatAreGone) {
