@@ -12,18 +12,23 @@
 namespace host {
 namespace {
 
-constexpr std::size_t MOST_CLIENTS = 16;  // others wait until one ends
-
 bool is_ready(const std::vector<pollfd> &descriptors, int descriptor) {
     return std::ranges::any_of(descriptors, [&](const pollfd &each) {
         return each.fd == descriptor && each.revents != 0;
     });
 }
 
+// Also what came while lines of others were executed.
+bool has_input(int descriptor) {
+    pollfd input{.fd = descriptor, .events = POLLIN, .revents = 0};
+    return poll(&input, 1, 0) > 0;
+}
+
 }  // namespace
 
-LineServer::LineServer(const ControlSocket *socket, Execute execute)
-    : socket_(socket), execute_(std::move(execute)) {}
+LineServer::LineServer(const ControlSocket *socket, Execute execute,
+                       std::function<Clock::time_point()> now)
+    : socket_(socket), execute_(std::move(execute)), now_(std::move(now)) {}
 
 void LineServer::read_stream(int descriptor) {
     clients_[descriptor];
@@ -33,15 +38,16 @@ void LineServer::wait_for(std::vector<pollfd> &descriptors) const {
     const auto add = [&](int descriptor, short events) {
         descriptors.push_back({.fd = descriptor, .events = events, .revents = 0});
     };
-    if (socket_ != nullptr && clients_.size() < MOST_CLIENTS)
+    if (socket_ != nullptr && !accept_at_)
         add(socket_->descriptor(), POLLIN);
     for (const auto &[descriptor, client] : clients_)
         if (!client.has_line())
             add(descriptor, client.unsent.empty() ? POLLIN : POLLOUT);
 }
 
-bool LineServer::is_busy() const {
-    return std::ranges::any_of(clients_, [](const auto &each) { return each.second.has_line(); });
+std::optional<LineServer::Clock::time_point> LineServer::due() const {
+    const auto has_line = [](const auto &each) { return each.second.has_line(); };
+    return std::ranges::any_of(clients_, has_line) ? Clock::time_point{} : accept_at_;
 }
 
 void LineServer::serve(const std::vector<pollfd> &ready) {
@@ -51,24 +57,64 @@ void LineServer::serve(const std::vector<pollfd> &ready) {
         if (client.has_line())
             take_line(client);
     }
-    std::erase_if(clients_, [](const auto &each) { return each.second.is_done(); });
-    if (socket_ != nullptr && is_ready(ready, socket_->descriptor()))
-        accept_connection();
+    if (std::erase_if(clients_, [](const auto &each) { return each.second.is_done(); }) > 0)
+        accept_at_.reset();
+    if (socket_ == nullptr)
+        return;
+    if (accept_at_ ? now_() >= *accept_at_ : is_ready(ready, socket_->descriptor()))
+        accept_waiting();
 }
 
-void LineServer::accept_connection() {
+void LineServer::accept_waiting() {
+    accept_at_.reset();
+    if (!make_room())
+        return;
     Descriptor connection = socket_->accept();
     if (!connection)
         return;
     Client &client = clients_[connection.number()];
     client.connection = std::move(connection);
+    client.idle_since = now_();
+}
+
+// False when those who wait have to go on waiting.
+bool LineServer::make_room() {
+    const auto is_connection = [](const auto &each) { return bool(each.second.connection); };
+    if (std::ranges::count_if(clients_, is_connection) < MOST_CONNECTIONS)
+        return true;
+    Client *const idle = longest_idle();
+    if (idle == nullptr)
+        return false;
+    const Clock::time_point limit = idle->idle_since + IDLE_LIMIT;
+    if (now_() < limit) {
+        accept_at_ = limit;
+        return false;
+    }
+    log_progress("control: an idle connection gives way to another");
+    idle->send_line("error: closed, because this connection was idle and another one waits");
+    clients_.erase(idle->connection.number());
+    return true;
+}
+
+// Null when none is idle. A client that does not read its answer is idle too.
+LineServer::Client *LineServer::longest_idle() {
+    Client *longest = nullptr;
+    for (auto &[descriptor, client] : clients_) {
+        const bool waits = client.unsent.empty() && (client.has_line() || has_input(descriptor));
+        if (client.connection && !waits &&
+            (longest == nullptr || client.idle_since < longest->idle_since))
+            longest = &client;
+    }
+    return longest;
 }
 
 void LineServer::transfer(int descriptor, Client &client) {
-    if (client.unsent.empty())
+    if (client.unsent.empty()) {
         client.lines.fill(descriptor);
-    else
-        client.send_rest();
+        return;
+    }
+    client.send_rest();
+    client.idle_since = now_();
 }
 
 void LineServer::take_line(Client &client) {
@@ -81,13 +127,18 @@ void LineServer::take_line(Client &client) {
         all_done_ &= !outcome.failed;
         return;
     }
-    client.unsent = safe_text(outcome.answer) + '\n';
-    client.send_rest();
+    client.send_line(outcome.answer);
+    client.idle_since = now_();
 }
 
 LineServer::Outcome LineServer::refusal(const std::string &origin, const std::string &reason) {
     log_error(origin + ": " + reason);
     return {.answer = "error: " + reason, .failed = false};
+}
+
+void LineServer::Client::send_line(const std::string &text) {
+    unsent += safe_text(text) + '\n';
+    send_rest();
 }
 
 void LineServer::Client::send_rest() {

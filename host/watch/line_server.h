@@ -3,8 +3,10 @@
 
 #include <poll.h>
 
+#include <chrono>
 #include <functional>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -15,8 +17,16 @@ namespace host {
 
 // Clients are served a line each in turn. While one does not read its answer, nothing more is read
 // of it: what it makes the server hold is an answer and two lines.
+//
+// A connection may be idle for as long as nobody needs its place. When all places are taken and
+// another connection waits, the one that has been idle for longest is told so and gives way.
 class LineServer {
 public:
+    using Clock = std::chrono::steady_clock;
+
+    static constexpr int MOST_CONNECTIONS = 16;
+    static constexpr std::chrono::seconds IDLE_LIMIT{5};  // before that, the other one waits
+
     // What has come of a line: what to answer, a line too once it is made safe, and whether its
     // event failed.
     struct Outcome {
@@ -26,8 +36,10 @@ public:
     // Does what a line says; messages name its origin.
     using Execute = std::function<Outcome(const std::string &line, const std::string &origin)>;
 
-    // Lines come from connections to the socket; null: none. Each is answered.
-    LineServer(const ControlSocket *socket, Execute execute);
+    // Lines come from connections to the socket; null: none. Each is answered. Tests have a clock
+    // of their own.
+    LineServer(const ControlSocket *socket, Execute execute,
+               std::function<Clock::time_point()> now = Clock::now);
 
     // Lines also come from a stream, which is not closed, and has no answers.
     void read_stream(int descriptor);
@@ -35,8 +47,8 @@ public:
     // Adds what serve() has to wait for.
     void wait_for(std::vector<pollfd> &descriptors) const;
 
-    // Whether serve() has something to do before anything more comes.
-    bool is_busy() const;
+    // When serve() has something to do though nothing has come; empty when it has not.
+    std::optional<Clock::time_point> due() const;
 
     // Takes what has come: a line of each client at most.
     void serve(const std::vector<pollfd> &ready);
@@ -50,22 +62,28 @@ private:
         bool is_done() const {
             return has_left || (unsent.empty() && lines.is_at_end() && !lines.has_line());
         }
+        void send_line(const std::string &text);
         void send_rest();
 
         Descriptor connection;  // none: a stream
         LineBuffer lines;
         std::string unsent;     // of the answer
         bool has_left = false;  // and does not hear answers
+        Clock::time_point idle_since;
     };
 
-    void accept_connection();
-    static void transfer(int descriptor, Client &client);
+    void accept_waiting();
+    bool make_room();
+    Client *longest_idle();
+    void transfer(int descriptor, Client &client);
     void take_line(Client &client);
     static Outcome refusal(const std::string &origin, const std::string &reason);
 
     const ControlSocket *socket_;
     Execute execute_;
+    std::function<Clock::time_point()> now_;
     std::map<int, Client> clients_;
+    std::optional<Clock::time_point> accept_at_;  // those who wait are left alone until then
     bool all_done_ = true;
 };
 

@@ -58,13 +58,13 @@ private:
 
     // Milliseconds until something is due, rounded up; forever when nothing is.
     int timeout() const {
-        if (lines_.is_busy())
-            return 0;
-        const auto due = hot_plug_.due();
-        if (!due)
+        const auto now = HotPlug::Clock::now();
+        auto left = std::chrono::milliseconds::max();
+        for (const auto due : {hot_plug_.due(), lines_.due()})
+            if (due)
+                left = std::min(left, std::chrono::ceil<std::chrono::milliseconds>(*due - now));
+        if (left == std::chrono::milliseconds::max())
             return -1;
-        const auto left =
-            std::chrono::ceil<std::chrono::milliseconds>(*due - HotPlug::Clock::now());
         return static_cast<int>(std::max<std::int64_t>(left.count(), 0));
     }
 

@@ -28,7 +28,8 @@ protected:
     bool round() {
         std::vector<pollfd> waiting;
         server.wait_for(waiting);
-        const bool any = poll(waiting.data(), waiting.size(), 0) > 0 || server.is_busy();
+        const bool any =
+            poll(waiting.data(), waiting.size(), 0) > 0 || (server.due() && *server.due() <= now);
         server.serve(waiting);
         return any;
     }
@@ -63,13 +64,19 @@ protected:
     }();
     const std::filesystem::path path = folder / "control";
     ControlSocket control{path};
+    LineServer::Clock::time_point now = LineServer::Clock::now();
     std::size_t executed = 0, answer_size = 0;
-    LineServer server{&control, [this](const std::string &line, const std::string &origin) {
+    std::function<void()> meanwhile = [] {};
+    LineServer server{&control,
+                      [this](const std::string &line, const std::string &origin) {
                           ++executed;
+                          if (line == "a")
+                              meanwhile();
                           std::string answer = origin + " " + line;
                           answer.resize(std::max(answer.size(), answer_size), '.');
                           return LineServer::Outcome{.answer = answer, .failed = line == "bad"};
-                      }};
+                      },
+                      [this] { return now; }};
 };
 
 TEST_F(LineServerTest, AnswersEachLineByOne) {
@@ -114,6 +121,27 @@ TEST_F(LineServerTest, ServesALineOfEachInTurn) {
     answer_size = 1000000;
     say(other, "b\nc\n");
     EXPECT_EQ(heard(other).size(), 2 * answer_size + 2);
+}
+
+TEST_F(LineServerTest, GivesThePlaceOfTheLongestIdleToOneThatWaits) {
+    std::vector<Descriptor> clients(LineServer::MOST_CONNECTIONS);
+    for (Descriptor &client : clients) {
+        client = new_client();
+        settle();
+        now += std::chrono::milliseconds(1);
+    }
+    const Descriptor first = new_client(), second = new_client();
+    say(first, "c\n");
+    EXPECT_EQ(heard(first), "");
+    now += LineServer::IDLE_LIMIT;
+    answer_size = 1000000;
+    meanwhile = [&] { send(clients[1].number(), "b\n", 2, 0); };
+    say(clients[0], "a\n");
+    EXPECT_EQ(heard(first).size(), answer_size + 1);
+    EXPECT_EQ(heard(clients[1]).size(), answer_size + 1);
+    EXPECT_EQ(heard(clients[2]),
+              "error: closed, because this connection was idle and another one waits\n.");
+    EXPECT_EQ(heard(clients[0]).size(), answer_size + 1);
 }
 
 TEST_F(LineServerTest, KeepsNothingOfClientsThatAreGone) {
