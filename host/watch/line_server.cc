@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <system_error>
 #include <utility>
 
 #include "host/base/log.h"
@@ -70,11 +71,22 @@ void LineServer::accept_waiting() {
     if (!make_room())
         return;
     Descriptor connection = socket_->accept();
-    if (!connection)
+    if (!connection) {
+        if (errno != EAGAIN && errno != EINTR && errno != ECONNABORTED)
+            wait_for_resources(errno);
         return;
+    }
+    is_short_ = false;
     Client &client = clients_[connection.number()];
     client.connection = std::move(connection);
     client.idle_since = now_();
+}
+
+// The socket stays readable: without a pause, the server would try again all the time.
+void LineServer::wait_for_resources(int error) {
+    accept_at_ = now_() + std::chrono::seconds(1);
+    if (!std::exchange(is_short_, true))
+        log_error("control: connections have to wait: " + std::generic_category().message(error));
 }
 
 // False when those who wait have to go on waiting.

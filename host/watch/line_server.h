@@ -73,6 +73,7 @@ private:
     };
 
     void accept_waiting();
+    void wait_for_resources(int error);
     bool make_room();
     Client *longest_idle();
     void transfer(int descriptor, Client &client);
@@ -84,6 +85,7 @@ private:
     std::function<Clock::time_point()> now_;
     std::map<int, Client> clients_;
     std::optional<Clock::time_point> accept_at_;  // those who wait are left alone until then
+    bool is_short_ = false;                       // of descriptors or memory, which has been said
     bool all_done_ = true;
 };
 

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <system_error>
+#include <thread>
 #include <vector>
 
 #include "host/base/log.h"
@@ -28,7 +29,8 @@ public:
         show_status("READY=1\n");
         while (!told_to_end_) {
             std::vector<pollfd> waiting = descriptors();
-            poll(waiting.data(), waiting.size(), timeout());
+            if (poll(waiting.data(), waiting.size(), timeout()) < 0 && errno != EINTR)
+                std::this_thread::sleep_for(std::chrono::milliseconds(100));  // memory is short
             take_events();
             take_signal();
             lines_.serve(waiting);

@@ -3,10 +3,13 @@
 #include "host/watch/line_server.h"
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 
 #include <filesystem>
+
+#include "host/base/log.h"
 
 namespace host::tests {
 namespace {
@@ -142,6 +145,22 @@ TEST_F(LineServerTest, GivesThePlaceOfTheLongestIdleToOneThatWaits) {
     EXPECT_EQ(heard(clients[2]),
               "error: closed, because this connection was idle and another one waits\n.");
     EXPECT_EQ(heard(clients[0]).size(), answer_size + 1);
+}
+
+TEST_F(LineServerTest, WaitsForDescriptors) {
+    const Descriptor client = new_client();
+    rlimit limit{};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
+    const rlimit lowered{.rlim_cur = static_cast<rlim_t>(client.number()),
+                         .rlim_max = limit.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &lowered);
+    const auto errors = log_counts().error;
+    for (int seconds = 0; seconds < 3; ++seconds, now += std::chrono::seconds(1))
+        say(client, "a\n");
+    EXPECT_EQ(log_counts().error, errors + 1);
+    setrlimit(RLIMIT_NOFILE, &limit);
+    say(client, "b\n");
+    EXPECT_EQ(heard(client), "control a\ncontrol a\ncontrol a\ncontrol b\n");
 }
 
 TEST_F(LineServerTest, KeepsNothingOfClientsThatAreGone) {
