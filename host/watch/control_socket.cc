@@ -1,12 +1,15 @@
 #include "host/watch/control_socket.h"
 
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
 #include <sys/un.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <system_error>
+#include <thread>
 
 #include "host/base/text.h"
 
@@ -40,39 +43,63 @@ Descriptor new_socket() {
     return Descriptor(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
 }
 
-// What refuses is left over from a server that was killed.
-bool is_listened_to(const sockaddr_un &address) {
-    const Descriptor trying = new_socket();
-    return connect(trying.number(), generic(address), sizeof address) == 0 || errno != ECONNREFUSED;
+// Servers that start or end at the same time come one after the other, so that none takes away what
+// another one has just made. Others may have locked the folder: none, with errno, when it takes
+// long.
+Descriptor lock_folder_of(const std::filesystem::path &path) {
+    const std::filesystem::path folder = path.parent_path();
+    Descriptor locked(
+        open(folder.empty() ? "." : folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    for (int tries = 0; locked && tries < 100; ++tries) {
+        if (flock(locked.number(), LOCK_EX | LOCK_NB) == 0)
+            return locked;
+        if (errno != EWOULDBLOCK)
+            break;
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return {};
 }
 
+// With the lock held. A socket that refuses is left over from a server that was killed.
 void remove_left_over(const std::filesystem::path &path, const sockaddr_un &address) {
-    std::error_code none;
-    if (std::filesystem::is_socket(path, none)) {
-        if (is_listened_to(address))
-            refuse(path, "another server listens there");
-        unlink(path.c_str());
-    } else if (std::filesystem::exists(std::filesystem::symlink_status(path, none))) {
+    struct stat there {};
+    if (lstat(path.c_str(), &there) != 0)
+        return;
+    if (!S_ISSOCK(there.st_mode))
         refuse(path, "is there already, and is no socket");
-    }
+    const Descriptor trying = new_socket();
+    if (connect(trying.number(), generic(address), sizeof address) == 0 || errno == EAGAIN)
+        refuse(path, "another server listens there");
+    if (errno != ECONNREFUSED)
+        refuse_for_errno(path);
+    unlink(path.c_str());
 }
 
 }  // namespace
 
 ControlSocket::ControlSocket(std::filesystem::path path) : path_(std::move(path)) {
     const sockaddr_un address = address_of(path_);
+    const Descriptor locked = lock_folder_of(path_);
+    if (!locked)
+        refuse_for_errno(path_);
     remove_left_over(path_, address);
     Descriptor listening = new_socket();
     const mode_t former = umask(0177);
     const bool bound = bind(listening.number(), generic(address), sizeof address) == 0;
     umask(former);
-    if (!bound || listen(listening.number(), SOMAXCONN) != 0)
+    if (!bound || listen(listening.number(), SOMAXCONN) != 0 || lstat(path_.c_str(), &made_) != 0)
         refuse_for_errno(path_);
     listening_ = std::move(listening);
 }
 
+// Before the socket is closed: while it listens, no other server takes the path. Somebody may have
+// removed it, and another server may have made its own there.
 ControlSocket::~ControlSocket() {
-    unlink(path_.c_str());
+    const Descriptor locked = lock_folder_of(path_);
+    struct stat there {};
+    if (lstat(path_.c_str(), &there) == 0 && there.st_dev == made_.st_dev &&
+        there.st_ino == made_.st_ino)
+        unlink(path_.c_str());
 }
 
 Descriptor ControlSocket::accept() const {

@@ -1,6 +1,8 @@
 // The Unix socket at which a server that stays takes connections.
 #pragma once
 
+#include <sys/stat.h>
+
 #include <filesystem>
 
 #include "host/base/descriptor.h"
@@ -23,6 +25,7 @@ public:
 
 private:
     std::filesystem::path path_;
+    struct stat made_ {};
     Descriptor listening_;
 };
 

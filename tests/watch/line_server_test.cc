@@ -8,8 +8,10 @@
 #include <sys/un.h>
 
 #include <filesystem>
+#include <fstream>
 
 #include "host/base/log.h"
+#include "host/base/text.h"
 
 namespace host::tests {
 namespace {
@@ -18,14 +20,16 @@ class LineServerTest : public ::testing::Test {
 protected:
     ~LineServerTest() override { std::filesystem::remove_all(folder); }
 
-    Descriptor new_client() const {
+    // Connected, or bound, to the path; not checked.
+    static Descriptor at(const std::filesystem::path &path,
+                         int (*how)(int, const sockaddr *, socklen_t)) {
         sockaddr_un address{.sun_family = AF_UNIX, .sun_path = {}};
         path.string().copy(address.sun_path, sizeof address.sun_path - 1);
         Descriptor made(socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0));
-        EXPECT_EQ(connect(made.number(), reinterpret_cast<sockaddr *>(&address), sizeof address),
-                  0);
+        how(made.number(), reinterpret_cast<sockaddr *>(&address), sizeof address);
         return made;
     }
+    Descriptor new_client() const { return at(path, connect); }
 
     // One round of the server. False when there was nothing to do.
     bool round() {
@@ -161,6 +165,36 @@ TEST_F(LineServerTest, WaitsForDescriptors) {
     setrlimit(RLIMIT_NOFILE, &limit);
     say(client, "b\n");
     EXPECT_EQ(heard(client), "control a\ncontrol a\ncontrol a\ncontrol b\n");
+}
+
+TEST_F(LineServerTest, TakesAndLeavesOnlyAPathOfItsOwn) {
+    const std::pair<std::string, std::string> rows[] = {
+        {"killed", ""},
+        {"control", "another server listens there"},
+        {"file", "is there already, and is no socket"},
+        {"link", "is there already, and is no socket"},
+        {"no/folder", "No such file or directory"},
+        {std::string(120, 'x'), "a socket's name has 1 to 107 characters"}};
+    at(folder / "killed", bind);
+    std::ofstream(folder / "file");
+    std::filesystem::create_symlink(folder / "killed", folder / "link");
+    for (const auto &[name, refusal] : rows) {
+        const std::filesystem::path taken = folder / name;
+        const auto before = symlink_status(taken).type();
+        try {
+            const ControlSocket socket(taken);
+            EXPECT_EQ("", refusal) << name;
+        } catch (const InputError &error) {
+            EXPECT_EQ(error.what(), "--control: " + taken.string() + ": " + refusal);
+        }
+        EXPECT_EQ(symlink_status(taken).type(),
+                  refusal.empty() ? std::filesystem::file_type::not_found : before);
+    }
+    auto removed = std::make_unique<ControlSocket>(folder / "new");
+    std::filesystem::remove(folder / "new");
+    const ControlSocket second(folder / "new");
+    removed.reset();
+    EXPECT_TRUE(exists(folder / "new"));
 }
 
 TEST_F(LineServerTest, KeepsNothingOfClientsThatAreGone) {
