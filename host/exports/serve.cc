@@ -20,7 +20,7 @@ void serve(Machine *machine, ManagedBuses managed) {
         machine->bridges().set_operations(pcie_operations());
         next.reset(new Served{.machine = *machine, .managed = std::move(managed)});
     }
-    const std::unique_ptr<Served> former(current.exchange(next.release()));
+    next.reset(current.exchange(next.release()));  // frees the former one
 }
 
 Served *served() {
