@@ -1,5 +1,9 @@
 # Shared by the scripts beside it, which source it first. From here on the working directory is the
 # repository's root.
+#
+# The comment at the head of a script is its help: it begins with the line "Usage: ...".
+
+HELP=$(sed -n '1d; /^#/!q; /^# shellcheck/!s/^# \{0,1\}//p' "$0")
 
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
@@ -24,6 +28,33 @@ heading() {
 fail() {
     printf '%s\n' "$*" >&2
     exit 1
+}
+
+# Ends the script, without having done anything.
+usage_error() {
+    trap - EXIT
+    printf '%s: %s; "%s --help" shows more\n' "$0" "$1" "$0" >&2
+    exit 2
+}
+
+# take_arguments MINIMUM MAXIMUM "$@": shows the help that the script's user wants; ends the script for
+# options, which there are none of, and for too few or too many arguments.
+take_arguments() {
+    local minimum=$1 maximum=$2 argument
+    shift 2
+    for argument in "$@"; do
+        if [[ $argument == --help || $argument == -h ]]; then
+            printf '%s\n' "$HELP"
+            exit 0
+        fi
+        [[ $argument != -* ]] || usage_error "no such option: $argument"
+    done
+    (($# >= minimum)) || usage_error "arguments missing: ${HELP%%$'\n'*}"
+    (($# <= maximum)) || usage_error "too many arguments: ${HELP%%$'\n'*}"
+}
+
+check_seconds() {
+    [[ $1 =~ ^[1-9][0-9]*$ ]] || usage_error "no number of seconds: $1"
 }
 
 # However a script ends early, its last line says in which step.
