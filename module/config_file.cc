@@ -17,10 +17,10 @@
 #include <cerrno>
 #include <cstring>
 
-#include "module/feature_table.h"
-#include "module/log.h"
+#include "module/base/feature.h"
+#include "module/base/log.h"
+#include "module/base/value_text.h"
 #include "module/stack_room.h"
-#include "module/value_text.h"
 #include "platform/config_text.h"
 
 namespace enable_features {

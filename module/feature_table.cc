@@ -1,12 +1,11 @@
 // The table: keywords are matched to rows in config_file.cc, and rows start in this order.
-#include "module/feature_table.h"
-
 #include "features/aspm/feature.h"
 #include "features/ecrc/control.h"
 #include "features/ecrc/parameters.h"
 #include "features/fb2b/feature.h"
 #include "features/mps/hierarchy.h"
 #include "features/mps/parameters.h"
+#include "module/base/feature.h"
 
 namespace enable_features {
 

@@ -9,10 +9,10 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "module/base/feature.h"
+#include "module/base/guards.h"
+#include "module/base/log.h"
 #include "module/config_file.h"
-#include "module/feature_table.h"
-#include "module/guards.h"
-#include "module/log.h"
 #include "platform/pci_access.h"
 #include "platform/server.h"
 

@@ -1,6 +1,6 @@
 // MSI. Restoring disables it first and writes Message Control last: a function never sends a
 // message with half of its address or data in place.
-#include "module/log.h"
+#include "module/base/log.h"
 #include "msi/config_access.h"
 #include "msi/workers.h"
 #include "platform/pci_access.h"

@@ -2,8 +2,8 @@
 // access of its own. Restoring disables MSI-X first and enables it last, by Message Control.
 #include <cstdlib>
 
-#include "module/guards.h"
-#include "module/log.h"
+#include "module/base/guards.h"
+#include "module/base/log.h"
 #include "msi/config_access.h"
 #include "msi/workers.h"
 #include "platform/pci_access.h"

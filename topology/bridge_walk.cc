@@ -1,7 +1,7 @@
 #include "topology/bridge_walk.h"
 
-#include "module/host_symbols.h"
-#include "module/log.h"
+#include "module/base/host_symbols.h"
+#include "module/base/log.h"
 #include "topology/bridge_links.h"
 
 namespace enable_features {

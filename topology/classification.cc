@@ -1,9 +1,9 @@
 #include "topology/classification.h"
 
-#include "module/capability_call.h"
-#include "module/host_symbols.h"
-#include "module/log.h"
-#include "module/pcie_capability.h"
+#include "module/base/capability_call.h"
+#include "module/base/host_symbols.h"
+#include "module/base/log.h"
+#include "module/base/pcie_capability.h"
 #include "platform/pci_access.h"
 
 namespace enable_features {

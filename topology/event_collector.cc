@@ -1,7 +1,7 @@
 #include "topology/event_collector.h"
 
-#include "module/capability_call.h"
-#include "module/log.h"
+#include "module/base/capability_call.h"
+#include "module/base/log.h"
 #include "platform/pci_access.h"
 #include "platform/server.h"
 

@@ -1,9 +1,9 @@
 #include "features/ecrc/control.h"
 
 #include "features/ecrc/controls.h"
-#include "module/capability_call.h"
-#include "module/guards.h"
-#include "module/log.h"
+#include "module/base/capability_call.h"
+#include "module/base/guards.h"
+#include "module/base/log.h"
 #include "platform/pci_access.h"
 #include "topology/bridge_links.h"
 

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "features/ecrc/entry_list.h"
-#include "module/feature_table.h"
+#include "module/base/feature.h"
 
 namespace enable_features {
 

@@ -3,11 +3,11 @@
 #include <cstdlib>
 
 #include "features/ecrc/controls.h"
-#include "module/bdf_index.h"
-#include "module/capability_call.h"
-#include "module/feature_table.h"
-#include "module/log.h"
-#include "module/pcie_capability.h"
+#include "module/base/bdf_index.h"
+#include "module/base/capability_call.h"
+#include "module/base/feature.h"
+#include "module/base/log.h"
+#include "module/base/pcie_capability.h"
 
 namespace enable_features {
 

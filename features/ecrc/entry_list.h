@@ -5,8 +5,8 @@
 
 #include <cstdint>
 
-#include "module/bdf_index.h"
-#include "module/entry_list.h"
+#include "module/base/bdf_index.h"
+#include "module/base/entry_list.h"
 #include "platform/capability.h"
 #include "platform/types.h"
 

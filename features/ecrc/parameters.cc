@@ -13,9 +13,9 @@
 #include <cstring>
 
 #include "features/ecrc/entry_list.h"
-#include "module/log.h"
-#include "module/managed.h"
-#include "module/value_text.h"
+#include "module/base/log.h"
+#include "module/base/managed.h"
+#include "module/base/value_text.h"
 #include "platform/pci_access.h"
 
 namespace enable_features {

@@ -1,7 +1,7 @@
 // ECRC=<functions>:<generation>:<checking>, for example ECRC=2.0.1:+:=.
 #pragma once
 
-#include "module/feature_table.h"
+#include "module/base/feature.h"
 
 namespace enable_features {
 

@@ -2,9 +2,9 @@
 // itself, and whether a failure takes everything back.
 #include "features/fb2b/control.h"
 
-#include "module/guards.h"
-#include "module/host_symbols.h"
-#include "module/log.h"
+#include "module/base/guards.h"
+#include "module/base/host_symbols.h"
+#include "module/base/log.h"
 #include "platform/pci_access.h"
 #include "platform/pci_regs.h"
 #include "topology/bridge_links.h"

@@ -1,7 +1,7 @@
 // Fast back-to-back transfers as a feature: switched off in this version.
 #pragma once
 
-#include "module/feature_table.h"
+#include "module/base/feature.h"
 
 namespace enable_features {
 

@@ -3,11 +3,10 @@
 #include <cstdlib>
 
 #include "features/mps/register_access.h"
-#include "module/bdf_index.h"
-#include "module/feature_table.h"
-#include "module/guards.h"
-#include "module/log.h"
-#include "module/managed.h"
+#include "module/base/bdf_index.h"
+#include "module/base/guards.h"
+#include "module/base/log.h"
+#include "module/base/managed.h"
 #include "platform/pci_access.h"
 #include "topology/classification.h"
 
@@ -20,10 +19,6 @@ namespace {
 constexpr char BUILD[] = "ep_list_once_init";  // the build's name in messages
 
 bdf_index_t device_index;  // by device key
-
-entry_list_t &ep_list() {
-    return feature_list[ROW_MPS].list;
-}
 
 // The caller holds the list's lock, or is the build, beside which nobody uses the list.
 mps_entry *find_device(bdf_t key) {

@@ -7,7 +7,7 @@
 #include <pthread.h>
 
 #include "features/mps/root_port_list.h"
-#include "module/entry_list.h"
+#include "module/base/feature.h"
 #include "platform/bridge.h"
 #include "platform/types.h"
 
@@ -31,6 +31,11 @@ constexpr bdf_t device_key(bdf_t bdf) {
 // kept in the list but never programmed.
 constexpr bool has_path(const mps_entry *entry) {
     return entry->rp != nullptr && entry->upstream != nullptr;
+}
+
+// The list: the MPS row's.
+inline entry_list_t &ep_list() {
+    return feature_list[ROW_MPS].list;
 }
 
 extern pthread_once_t ep_list_once;

@@ -9,8 +9,8 @@
 
 #include "features/mps/hooks.h"
 #include "features/mps/register_access.h"
-#include "module/guards.h"
-#include "module/log.h"
+#include "module/base/guards.h"
+#include "module/base/log.h"
 #include "platform/pci_access.h"
 #include "topology/classification.h"
 

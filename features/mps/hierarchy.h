@@ -5,7 +5,6 @@
 #pragma once
 
 #include "features/mps/endpoint_list.h"
-#include "module/feature_table.h"
 
 namespace enable_features {
 

@@ -8,8 +8,8 @@
 
 #include "features/mps/hierarchy.h"
 #include "features/mps/register_access.h"
-#include "module/guards.h"
-#include "module/log.h"
+#include "module/base/guards.h"
+#include "module/base/log.h"
 #include "platform/buscfg.h"
 #include "platform/pci_access.h"
 #include "topology/bridge_links.h"
@@ -50,9 +50,8 @@ void reprogram_hierarchy(bridge_rec *bridge) {
                  POST_RESET, BDF_ARGS(root_port->bdf));
         return;
     }
-    entry_list_t &ep_list = feature_list[ROW_MPS].list;
-    const mutex_guard guard(ep_list.lock);
-    for (mps_entry *entry = first_mps_entry(ep_list); entry != nullptr;
+    const mutex_guard guard(ep_list().lock);
+    for (mps_entry *entry = first_mps_entry(ep_list()); entry != nullptr;
          entry = next_mps_entry(entry)) {
         if (entry->rp == rp)
             mps_set_and_report(entry, size);

@@ -10,8 +10,8 @@
 
 #include "features/mps/endpoint_list.h"
 #include "features/mps/register_access.h"
-#include "module/log.h"
-#include "module/value_text.h"
+#include "module/base/log.h"
+#include "module/base/value_text.h"
 #include "platform/pci_access.h"
 #include "topology/classification.h"
 

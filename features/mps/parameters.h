@@ -1,7 +1,7 @@
 // The MPS feature's lines of the configuration file: ENDPOINT:SIZE.
 #pragma once
 
-#include "module/feature_table.h"
+#include "module/base/feature.h"
 
 namespace enable_features {
 

@@ -2,9 +2,9 @@
 
 #include <bitset>
 
-#include "module/capability_call.h"
-#include "module/log.h"
-#include "module/pcie_capability.h"
+#include "module/base/capability_call.h"
+#include "module/base/log.h"
+#include "module/base/pcie_capability.h"
 #include "platform/pci_regs.h"
 #include "platform/server.h"
 #include "topology/classification.h"

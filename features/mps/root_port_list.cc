@@ -3,11 +3,11 @@
 #include <cstdlib>
 
 #include "features/mps/register_access.h"
-#include "module/capability_call.h"
-#include "module/guards.h"
-#include "module/host_symbols.h"
-#include "module/log.h"
-#include "module/managed.h"
+#include "module/base/capability_call.h"
+#include "module/base/guards.h"
+#include "module/base/host_symbols.h"
+#include "module/base/log.h"
+#include "module/base/managed.h"
 #include "platform/pci_access.h"
 
 namespace enable_features {

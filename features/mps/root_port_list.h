@@ -6,7 +6,7 @@
 
 #include <pthread.h>
 
-#include "module/entry_list.h"
+#include "module/base/entry_list.h"
 #include "platform/bridge.h"
 #include "platform/types.h"
 

@@ -8,8 +8,8 @@
 #include <fstream>
 #include <iterator>
 
-#include "module/feature_table.h"
-#include "module/value_text.h"
+#include "module/base/feature.h"
+#include "module/base/value_text.h"
 #include "tests/support/module_test.h"
 
 namespace host::tests {

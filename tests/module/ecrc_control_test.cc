@@ -5,7 +5,7 @@
 #include <thread>
 
 #include "host/exports/hooks.h"
-#include "module/capability_call.h"
+#include "module/base/capability_call.h"
 #include "platform/buscfg.h"
 #include "tests/module/ecrc_test.h"
 

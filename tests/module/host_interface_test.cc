@@ -1,9 +1,9 @@
 // What the module asks of its host by name.
-#include "module/buscfg_hooks.h"
+#include "module/base/buscfg_hooks.h"
 
 #include <bit>
 
-#include "module/host_symbols.h"
+#include "module/base/host_symbols.h"
 #include "platform/bridge.h"
 #include "tests/support/faults.h"
 #include "tests/support/module_test.h"

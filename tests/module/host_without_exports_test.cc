@@ -1,6 +1,6 @@
 // A host that exports none of the names that are looked up: this program is linked without them.
-#include "module/buscfg_hooks.h"
-#include "module/host_symbols.h"
+#include "module/base/buscfg_hooks.h"
+#include "module/base/host_symbols.h"
 #include "tests/support/module_test.h"
 
 namespace host::tests {

@@ -6,7 +6,7 @@
 #include <cstdlib>
 #include <sstream>
 
-#include "module/feature_table.h"
+#include "module/base/feature.h"
 #include "platform/log.h"
 #include "tests/support/module_test.h"
 

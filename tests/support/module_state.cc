@@ -9,8 +9,8 @@
 #include "features/mps/endpoint_list.h"
 #include "features/mps/root_port_list.h"
 #include "host/exports/hooks.h"
-#include "module/feature_table.h"
-#include "module/host_symbols.h"
+#include "module/base/feature.h"
+#include "module/base/host_symbols.h"
 
 namespace host::tests {
 

@@ -1,8 +1,8 @@
-#include "module/host_symbols.h"
+#include "module/base/host_symbols.h"
 
 #include <dlfcn.h>
 
-#include "module/log.h"
+#include "module/base/log.h"
 
 namespace enable_features {
 

@@ -6,7 +6,7 @@
 
 #include <algorithm>
 
-#include "module/entry_list.h"
+#include "module/base/entry_list.h"
 #include "platform/types.h"
 
 namespace enable_features {

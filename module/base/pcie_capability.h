@@ -1,7 +1,7 @@
 // A function's PCI Express capability, as an object of one's own.
 #pragma once
 
-#include "module/guards.h"
+#include "module/base/guards.h"
 #include "platform/pci_access.h"
 
 namespace enable_features {

@@ -1,4 +1,4 @@
-#include "module/entry_list.h"
+#include "module/base/entry_list.h"
 
 namespace enable_features {
 

@@ -1,6 +1,6 @@
-#include "module/managed.h"
+#include "module/base/managed.h"
 
-#include "module/log.h"
+#include "module/base/log.h"
 #include "platform/server.h"
 
 namespace enable_features {

@@ -1,10 +1,11 @@
-// The features: one row each, in the order in which they start.
+// What a feature is to the module: a row of the table. The table itself, which knows the features,
+// is in module/feature_table.cc.
 #pragma once
 
 #include <cstdint>
 
-#include "module/buscfg_hooks.h"
-#include "module/entry_list.h"
+#include "module/base/buscfg_hooks.h"
+#include "module/base/entry_list.h"
 #include "platform/config_text.h"
 #include "platform/types.h"
 
@@ -29,6 +30,8 @@ struct feature_t {
 // Rows by name.
 enum feature_row : std::uint32_t { ROW_FB2B, ROW_ASPM, ROW_MPS, ROW_ECRC, num_features };
 
+// In the order in which they start. A feature's hooks and look-ups, which are handed no row, find
+// their list here.
 extern feature_t feature_list[num_features];
 
 }  // namespace enable_features

@@ -1,4 +1,4 @@
-#include "module/log.h"
+#include "module/base/log.h"
 
 namespace enable_features {
 

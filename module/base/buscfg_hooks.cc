@@ -1,11 +1,11 @@
-#include "module/buscfg_hooks.h"
+#include "module/base/buscfg_hooks.h"
 
 #include <dlfcn.h>
 
 #include <cstdlib>
 
-#include "module/guards.h"
-#include "module/log.h"
+#include "module/base/guards.h"
+#include "module/base/log.h"
 #include "platform/pci_access.h"
 
 namespace enable_features {

@@ -1,4 +1,4 @@
-#include "module/value_text.h"
+#include "module/base/value_text.h"
 
 #include <cstdlib>
 #include <cstring>

@@ -1,7 +1,7 @@
 // Pieces of parameter values. Characters are ASCII, whatever the process's locale is.
 #pragma once
 
-#include "module/guards.h"
+#include "module/base/guards.h"
 
 namespace enable_features {
 
