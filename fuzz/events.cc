@@ -1,7 +1,8 @@
 // An events file: what is accepted as a whole is played, and so is each line that would be accepted
 // alone.
 #include "fuzz/support.h"
-#include "host/base/text.h"
+#include "host/base/input.h"
+#include "host/base/words.h"
 #include "host/exports/serve.h"
 #include "host/watch/bus_events.h"
 #include "host/watch/event_player.h"

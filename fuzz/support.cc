@@ -8,8 +8,8 @@
 #include <set>
 
 #include "host/base/address.h"
+#include "host/base/input.h"
 #include "host/base/log.h"
-#include "host/base/text.h"
 #include "host/watch/bus_events.h"
 #include "host/watch/event_player.h"
 #include "module/startup.h"

@@ -3,7 +3,7 @@
 #include <array>
 #include <cstdio>
 
-#include "host/base/text.h"
+#include "host/base/words.h"
 
 namespace host {
 namespace {

@@ -10,7 +10,7 @@
 #include <list>
 #include <system_error>
 
-#include "host/base/text.h"
+#include "host/base/words.h"
 
 namespace host {
 namespace {

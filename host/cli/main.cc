@@ -4,8 +4,8 @@
 #include <exception>
 #include <iostream>
 
+#include "host/base/input.h"
 #include "host/base/log.h"
-#include "host/base/text.h"
 #include "host/cli/options.h"
 #include "host/cli/run.h"
 

@@ -4,7 +4,8 @@
 
 #include <ostream>
 
-#include "host/base/text.h"
+#include "host/base/input.h"
+#include "host/base/words.h"
 #include "host/modules/module_loader.h"
 
 namespace host {

@@ -3,8 +3,9 @@
 #include <algorithm>
 #include <ostream>
 
+#include "host/base/input.h"
 #include "host/base/log.h"
-#include "host/base/text.h"
+#include "host/base/words.h"
 #include "host/exports/serve.h"
 #include "host/machine/open_machine.h"
 #include "host/modules/host_config.h"

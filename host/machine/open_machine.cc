@@ -1,8 +1,8 @@
 #include "host/machine/open_machine.h"
 
 #include "host/base/address.h"
+#include "host/base/input.h"
 #include "host/base/log.h"
-#include "host/base/text.h"
 
 namespace host {
 

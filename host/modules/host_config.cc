@@ -2,7 +2,8 @@
 
 #include <algorithm>
 
-#include "host/base/text.h"
+#include "host/base/input.h"
+#include "host/base/words.h"
 #include "platform/config_text.h"
 
 namespace host {

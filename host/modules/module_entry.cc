@@ -4,8 +4,9 @@
 #include <span>
 #include <utility>
 
+#include "host/base/input.h"
 #include "host/base/safe_text.h"
-#include "host/base/text.h"
+#include "host/base/words.h"
 
 namespace host {
 namespace {

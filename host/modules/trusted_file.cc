@@ -6,7 +6,7 @@
 #include <system_error>
 
 #include "host/base/path_walk.h"
-#include "host/base/text.h"
+#include "host/base/words.h"
 
 namespace host {
 namespace {

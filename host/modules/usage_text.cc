@@ -8,8 +8,9 @@
 #include <memory>
 #include <system_error>
 
+#include "host/base/input.h"
 #include "host/base/safe_text.h"
-#include "host/base/text.h"
+#include "host/base/words.h"
 
 namespace host {
 namespace {

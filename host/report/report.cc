@@ -4,7 +4,7 @@
 #include <span>
 
 #include "host/base/address.h"
-#include "host/base/text.h"
+#include "host/base/words.h"
 #include "host/exports/serve.h"
 
 namespace host {

@@ -11,8 +11,9 @@
 #include <ostream>
 #include <string_view>
 
+#include "host/base/columns.h"
 #include "host/base/safe_text.h"
-#include "host/base/text.h"
+#include "host/base/words.h"
 #include "host/report/report_text.h"
 
 namespace host {

@@ -9,8 +9,8 @@
 #include <cstdlib>
 #include <ostream>
 
+#include "host/base/columns.h"
 #include "host/base/safe_text.h"
-#include "host/base/text.h"
 #include "host/report/report_text.h"
 
 namespace host {

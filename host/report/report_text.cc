@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "host/base/text.h"
+#include "host/base/words.h"
 
 namespace host {
 namespace {

@@ -2,7 +2,7 @@
 
 #include "host/base/address.h"
 #include "host/base/log.h"
-#include "host/base/text.h"
+#include "host/base/words.h"
 #include "host/space/dump.h"
 
 namespace host {

@@ -7,7 +7,7 @@
 #include <random>
 #include <system_error>
 
-#include "host/base/text.h"
+#include "host/base/words.h"
 #include "host/space/dump.h"
 
 namespace host {

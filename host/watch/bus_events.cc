@@ -4,7 +4,8 @@
 #include <array>
 #include <limits>
 
-#include "host/base/text.h"
+#include "host/base/input.h"
+#include "host/base/words.h"
 #include "host/machine/open_machine.h"
 
 namespace host {

@@ -11,7 +11,7 @@
 #include <system_error>
 #include <thread>
 
-#include "host/base/text.h"
+#include "host/base/input.h"
 
 namespace host {
 namespace {

@@ -10,8 +10,8 @@
 #include <filesystem>
 #include <fstream>
 
+#include "host/base/input.h"
 #include "host/base/log.h"
-#include "host/base/text.h"
 
 namespace host::tests {
 namespace {

@@ -2,8 +2,9 @@
 #include <exception>
 #include <iostream>
 
+#include "host/base/input.h"
 #include "host/base/log.h"
-#include "host/base/text.h"
+#include "host/base/words.h"
 #include "host/cli/run.h"
 #include "host/exports/serve.h"
 #include "host/machine/open_machine.h"

@@ -4,7 +4,7 @@
 
 #include <ostream>
 
-#include "host/base/text.h"
+#include "host/base/input.h"
 #include "host/cli/options.h"
 #include "host/modules/module_loader.h"
 #include "tools/ops/operations.h"

@@ -1,10 +1,9 @@
-// Text in and out: input files, words, numbers, and text of others that is shown to the user.
+// Input files, and complaints about what stands in them.
 #pragma once
 
-#include <cstdint>
+#include <cstddef>
 #include <filesystem>
 #include <istream>
-#include <optional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -31,26 +30,5 @@ std::string line_complaint(const std::string &file, std::size_t line, std::strin
 
 // The start of a text as safe_text() shows it, cut at a length that still shows what is meant.
 std::string excerpt(std::string_view text, std::size_t longest = 120);
-
-// "1 function", "2 functions"
-std::string functions_text(std::size_t count);
-
-// Columns that UTF-8 text takes in a terminal, one for each character, and its first `columns` of
-// them.
-std::size_t display_width(std::string_view text);
-std::string first_columns(std::string_view text, std::size_t columns);
-
-// Blanks, tabs and carriage returns taken off both ends; the words between them.
-std::string_view trim(std::string_view text);
-std::vector<std::string_view> words(std::string_view text);
-
-// The pieces between separators, empty ones among them.
-std::vector<std::string_view> split(std::string_view text, char separator);
-std::string join(const std::vector<std::string> &pieces, std::string_view separator);
-
-// A whole text as a number: hexadecimal digits alone, or decimal or "0x" and hexadecimal. Nothing
-// for any other text and for numbers above 32 bits.
-std::optional<std::uint32_t> parse_hex(std::string_view text);
-std::optional<std::uint32_t> parse_number(std::string_view text);
 
 }  // namespace host

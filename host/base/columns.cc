@@ -1,0 +1,32 @@
+#include "host/base/columns.h"
+
+#include <algorithm>
+
+namespace host {
+namespace {
+
+// Bytes 10xxxxxx go on with the character that an earlier byte began.
+bool begins_character(char c) {
+    return (static_cast<unsigned char>(c) & 0xC0U) != 0x80U;
+}
+
+// Position of the first byte behind `columns` characters.
+std::size_t end_of_columns(std::string_view text, std::size_t columns) {
+    std::size_t seen = 0;
+    for (std::size_t at = 0; at < text.size(); ++at)
+        if (begins_character(text[at]) && seen++ == columns)
+            return at;
+    return text.size();
+}
+
+}  // namespace
+
+std::size_t display_width(std::string_view text) {
+    return static_cast<std::size_t>(std::count_if(text.begin(), text.end(), begins_character));
+}
+
+std::string first_columns(std::string_view text, std::size_t columns) {
+    return std::string(text.substr(0, end_of_columns(text, columns)));
+}
+
+}  // namespace host
