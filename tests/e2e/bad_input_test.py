@@ -10,7 +10,7 @@ import stat
 import subprocess
 import unittest
 
-from expectation import read_dump
+from expectation import Machine, read_dump
 from hoplar import EXAMPLE, HOPLAR, OPS, PLUGIN, HoplarTest
 
 with open(EXAMPLE, encoding="ascii") as file:
@@ -73,14 +73,16 @@ REFUSED = (
     (["-F", EXAMPLE, "-e", "input", "-m", f"{PLUGIN},--config=input"],
      "\ufeffexplode 00:01.0\nflr 01:00.0 # good\nflr\nflr 1:0.0.0\nflr 7f:00.0\n"
      "flr 0001:00:01.0\nflr 00:01.0 1 2\nremove 01:00.0\ninsert 00:01.0 x\n"
-     "remove 00:01.0 0x1 22\nflr 01:00.0\ninsert 00:01.0\nflr 01:00.0 -1\nbus-reset 00:1f.0\n", [
+     "remove 00:01.0 0x1 22\nflr 01:00.0\ninsert 00:01.0\nflr 01:00.0 -1\nbus-reset 00:1f.0\n"
+     "flr 01:00.0 0x80000000\n", [
          "input:1: unknown event (insert, remove, flr, bus-reset): explode",
          "input:3: no function is named: ",
          "input:4: not a function's address ", "input:5: no such function: ",
          "input:6: not in the domain that is served: ", "input:7: too many words: ",
          "input:8: not a bridge: ", "input:9: VALUE is no number: ",
          "input:11: the function has been removed by an earlier line: ",
-         "input:13: STATUS is no number: ", "input:14: neither a bridge nor below one: "]),
+         "input:13: STATUS is no number: ", "input:14: neither a bridge nor below one: ",
+         "input:15: STATUS is too large: "]),
 )
 
 
@@ -261,13 +263,17 @@ class BadInputTest(HoplarTest):
             self.assertEqual(output.read(), text)
 
     def test_dump_without_capabilities_is_taken_with_a_warning(self):
-        self.file("input", re.sub(r"(?m)^(?:[4-9a-f]0|[0-9a-f]{3}): .*\n", "", DUMP))
-        with_list = sum(space[6] >> 4 & 1 for space in read_dump(EXAMPLE)[0].values())
-        _, messages = self.hoplar("-F", "input", "-o", self.output)
-        self.assertEqual(messages, [
-            f"warning: input: {with_list} functions without capability data, nothing can be set on "
-            "them; a full dump: sudo lspci -xxxx > FILE"])
-        self.compare_output(read_dump(self.file("input")))
+        example = Machine(read_dump(EXAMPLE)[0])
+        for lines, functions, lack in (
+                ("[4-9a-f]0|[0-9a-f]{3}", [f for f in example if f.data[6] & 0x10],
+                 "capability data, nothing can be set on"),
+                ("[0-9a-f]{3}", [f for f in example if f.express],
+                 "extended configuration space, ECRC cannot be set on")):
+            self.file("input", re.sub(rf"(?m)^(?:{lines}): .*\n", "", DUMP))
+            _, messages = self.hoplar("-F", "input", "-o", self.output)
+            self.assertEqual(messages, [f"warning: input: {len(functions)} functions without {lack} "
+                                        "them; a full dump: sudo lspci -xxxx > FILE"])
+            self.compare_output(read_dump(self.file("input")))
 
     def test_any_name_is_shown_and_no_terminal_obeys_it(self):
         for name, shown in NAMES:
@@ -301,11 +307,15 @@ class BadInputTest(HoplarTest):
 
     def test_module_that_is_listed_more_than_once_is_started_once(self):
         os.symlink(PLUGIN, self.file("same.so"))
-        config = self.file("input", f"[runtime]\nHOPLAR_MODULE_LIST = {PLUGIN} same.so\n")
-        self.check_start(["-c", config, "-m", PLUGIN], [
+        self.file("input", "HOPLAR_MODULE_LIST = none.so\n[other]\nanything\n[runtime]\n"
+                           f"HOPLAR_MODULE_LIST = {PLUGIN} same.so\n")
+        self.check_start(["-c", "input", "-m", PLUGIN], [
+            "warning: input:1: only read in section [runtime], passed over: "
+            "HOPLAR_MODULE_LIST = none.so",
+            "warning: input:2: unknown section, passed over: [other]",
             f"info: module {PLUGIN}, version 3.0", *STARTED, *(
                 f"error: module {again}: listed more than once, started only once"
-                for again in (self.file("same.so"), PLUGIN))], status=1)
+                for again in ("./same.so", PLUGIN))], status=1)
 
     def test_module_that_cannot_be_loaded(self):
         text = self.file("text.so", "no module")
