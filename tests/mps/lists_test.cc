@@ -136,14 +136,20 @@ TEST_F(MpsLists, FindTheSmallestPayloadOfAHierarchy) {
     }
 }
 
-// The second root port's buses are cut short by the first's, and the port below has a wrong class.
+// The second root port's buses are cut short by the first's, and a port below has a wrong class.
 TEST_F(MpsLists, CountWhatIsBehindBridgesWithWrongNumbers) {
     serve({{.id = at(0, 0), .port = 4, .secondary = 5, .payload_cap = 2},
            {.id = at(0, 1), .port = 4, .secondary = 2, .subordinate = 10, .payload_cap = 2},
-           {.id = at(2), .port = 4, .secondary = 6, .payload_cap = 2, .class_code = 0x060000},
-           {.id = at(6), .payload_cap = 1}});
+           {.id = at(2),
+            .port = 5,
+            .secondary = 6,
+            .subordinate = 7,
+            .payload_cap = 2,
+            .class_code = 0x060000},
+           {.id = at(6), .port = 6, .secondary = 7, .payload_cap = 2},
+           {.id = at(7), .payload_cap = 1}});
     EXPECT_EQ(module::find_rp_entry(machine->bridge(at(0, 1)))->path_max, 256U);
-    EXPECT_EQ(module::mps_find_entry(at(6))->rp->bridge, machine->bridge(at(0, 1)));
+    EXPECT_EQ(module::mps_find_entry(at(7))->rp->bridge, machine->bridge(at(0, 1)));
 
     // Either of the two ports that have bus 5 may lead there, or the one on bus 1.
     for (const unsigned code : {0U, 1U}) {
