@@ -13,11 +13,11 @@ namespace {
 
 std::string told;  // by hooks, a line each
 
-// What they find: the payload code of function 02:00.0, "-" when it is out of reach.
+// What they find: the payload code of function 03:00.0, "-" when it and its bridge are not there.
 void note(std::uint32_t kind, bdf_t bdf, std::uint32_t value, int status) {
     std::uint16_t control = 0;
-    const bool is_found = find_parent_bridge(nullptr, at(2)) != nullptr &&
-                          pci_hw->cfg_read(at(2), DEVCTL_AT, 2, &control, 0) == PCI_OK;
+    const bool is_found = pci_hw->cfg_read(at(3), DEVCTL_AT, 2, &control, 0) == PCI_OK;
+    EXPECT_EQ(find_parent_bridge(nullptr, at(3)) != nullptr, is_found);
     told += std::to_string(kind) + ' ' + bdf_text(bdf) + ' ' + std::to_string(value) + ' ' +
             std::to_string(status) + ' ' + (is_found ? std::to_string(control >> 5 & 7) : "-") +
             '\n';
@@ -43,9 +43,10 @@ using Events = ModuleTest;
 TEST_F(Events, AreToldToHooksAroundWhatTheyDo) {
     MachineSource source{.name = "", .live = nullptr, .image = std::make_unique<ConfigImage>()};
     for (const FunctionSpec &function :
-         std::vector<FunctionSpec>{{.id = at(0, 1), .port = 4, .secondary = 1, .subordinate = 2},
-                                   {.id = at(1), .port = 7, .secondary = 2},
-                                   {.id = at(2)}})
+         std::vector<FunctionSpec>{{.id = at(0, 1), .port = 4, .secondary = 1, .subordinate = 3},
+                                   {.id = at(1), .port = 5, .secondary = 2, .subordinate = 3},
+                                   {.id = at(2), .port = 6, .secondary = 3},
+                                   {.id = at(3)}})
         source.image->add(function.id, "", config_bytes(function, false));
     Machine whole(*source.image);
     host::serve(&whole);
@@ -54,7 +55,7 @@ TEST_F(Events, AreToldToHooksAroundWhatTheyDo) {
     EXPECT_EQ(buscfg->add_hook(&of_no_kind), PCI_ERR_INVALID);
     EXPECT_EQ(buscfg->add_hook(&without_hook), PCI_ERR_INVALID);
     const std::pair<std::string, std::string> rows[] = {
-        {"flr 02:00.0 0x13", "5 02:00.0 2 19 5\n6 02:00.0 2 19 0\n"},
+        {"flr 03:00.0 0x13", "5 03:00.0 2 19 5\n6 03:00.0 2 19 0\n"},
         {"flr 01:00.0", "5 01:00.0 2 0 5\n6 01:00.0 2 0 5\n"},
         {"bus-reset 01:00.0 7", "5 01:00.0 1 7 5\n6 01:00.0 1 7 0\n"},
         {"remove 01:00.0 9 8", "3 01:00.0 9 8 5\n4 01:00.0 9 8 -\n"},
@@ -68,7 +69,7 @@ TEST_F(Events, AreToldToHooksAroundWhatTheyDo) {
     const auto player = player_for(source, whole);
     for (std::size_t i = 0; i < std::size(rows); ++i) {
         told.clear();
-        source.image->write(at(2), DEVCTL_AT, 2, 5U << 5);
+        source.image->write(at(3), DEVCTL_AT, 2, 5U << 5);
         EXPECT_EQ(player->play(events[i]), PCI_OK);
         EXPECT_EQ(told, rows[i].second) << rows[i].first;
     }
@@ -77,12 +78,15 @@ TEST_F(Events, AreToldToHooksAroundWhatTheyDo) {
 using Registers = ModuleTest;
 
 // Bits that take a 1 when all ones are written, and those that a reset leaves or sets then. 00:01.0
-// is a root port, 00:02.0 an integrated endpoint, 00:03.0 a bridge to a conventional bus, 00:04.0
-// one to a CardBus, 00:05.0 a conventional function, 01:00.0 an endpoint with MSI at 80 and MSI-X
-// at 98, 02:01.0 a switch port.
+// is a root port, 00:02.0 an integrated endpoint with MSI at 80, 00:03.0 a bridge to a conventional
+// bus, 00:04.0 one to a CardBus, 00:05.0 a conventional function, 01:00.0 an endpoint with MSI at
+// 80 and MSI-X at 98, 02:01.0 a switch port whose MSI begins at F8 and is cut off at 100.
 TEST_F(Registers, TakeWhatStandardsLetWriteAndResetWhatTheyLetReset) {
     serve({{.id = at(0, 1), .port = 4, .secondary = 1, .dwords = {{4, 0xF910'0000}}},
-           {.id = at(0, 2), .port = 9, .payload_cap = 0x20},
+           {.id = at(0, 2),
+            .port = 9,
+            .payload_cap = 0x20,
+            .dwords = {{0x40, 0x0092'8010}, {0x80, 0x0100'0005}}},
            {.id = at(0, 3),
             .port = {},
             .secondary = 3,
@@ -92,7 +96,10 @@ TEST_F(Registers, TakeWhatStandardsLetWriteAndResetWhatTheyLetReset) {
            {.id = at(0, 5), .port = {}},
            {.id = at(1),
             .dwords = {{0x40, 0x0002'8010}, {0x48, 0xF'0000}, {0x80, 0x0180'9805}, {0x98, 0x11}}},
-           {.id = at(2, 1), .port = 6, .secondary = 4}});
+           {.id = at(2, 1),
+            .port = 6,
+            .secondary = 4,
+            .dwords = {{0x40, 0x0062'F810}, {0xF8, 0x0080'0005}}}});
     const struct {
         RoutingId id;
         unsigned offset;
@@ -106,8 +113,12 @@ TEST_F(Registers, TakeWhatStandardsLetWriteAndResetWhatTheyLetReset) {
         {at(0, 3), reg::BRIDGE_CONTROL, 0x0BFF, 0},
         {at(0, 4), reg::BRIDGE_CONTROL, 0x07EF, 0x0340},
         {at(1), reg::BRIDGE_CONTROL, 0, 0},
+        {at(0, 2), 0x88, 0xFFFF, 0},
+        {at(0, 2), 0x8A, 0, 0},
+        {at(2, 1), 0x100, 0, 0},
         {at(1), 0x82, 0x01F1, 0x0180},
         {at(1), 0x84, 0xFFFC, 0},
+        {at(1), 0x86, 0xFFFF, 0},
         {at(1), 0x88, 0xFFFF, 0},
         {at(1), 0x8C, 0xFFFF, 0},
         {at(1), 0x8E, 0, 0},

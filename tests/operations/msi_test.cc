@@ -186,7 +186,8 @@ TEST_F(MsiRegisters, OfAnImageAreThereWhateverTheTableSizeBecomes) {
 TEST_F(MsiRegisters, OfAFunctionThatComesBackAreMappedAgain) {
     struct : ConfigImage {
         bool has_memory() const override { return true; }
-        volatile void *memory(RoutingId, unsigned, std::size_t, std::size_t) override {
+        volatile void *memory(RoutingId, unsigned, std::size_t, std::size_t size) override {
+            EXPECT_EQ(size, 16U);  // one vector
             return &table[++count];
         }
         std::size_t count = 0;
