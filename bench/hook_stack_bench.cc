@@ -23,15 +23,18 @@
 #include "host/exports/serve.h"
 #include "host/machine/machine.h"
 #include "host/space/config_image.h"
-#include "host/space/registers.h"
 #include "module/startup.h"
+#include "platform/pci_regs.h"
 
 namespace host::bench {
 namespace {
 
 constexpr unsigned PCIE_AT = 0x40;
 constexpr unsigned AER_AT = 0x100;
-constexpr unsigned LAST_BUS = 255;
+constexpr unsigned LAST_BUS = pci::HIGHEST_BUS;
+constexpr unsigned CAP_VERSION = 2;
+constexpr unsigned MPS_512 = 2;
+constexpr std::uint32_t ETHERNET_CLASS = 0x020000;
 constexpr std::size_t STACK = std::size_t{1} << 20;
 constexpr unsigned char MARK = 0xA5;
 
@@ -46,18 +49,24 @@ std::vector<std::uint8_t> function_bytes(unsigned bus) {
     const std::uint8_t type = bus == 0 ? PORT_TYPE_ROOT_PORT
                               : bridge ? PORT_TYPE_SWITCH_DOWNSTREAM
                                        : PORT_TYPE_ENDPOINT;
-    put(reg::VENDOR_ID, 4, 0x0001'1AF4);
-    put(reg::STATUS, 2, reg::STATUS_CAP_LIST | reg::STATUS_FAST_B2B);
-    put(reg::REVISION_ID, 4, (bridge ? 0x060400U : 0x020000U) << 8);
-    put(reg::HEADER_TYPE, 1, bridge ? 1 : 0);
+    put(pci::VENDOR_ID, 4, 0x0001'1AF4);
+    put(pci::STATUS, 2, pci::STATUS_CAPABILITIES_LIST | pci::STATUS_FAST_B2B_CAPABLE);
+    put(pci::CLASS_REVISION, 4,
+        pci::in_field(pci::CLASS_REVISION_CLASS_CODE, bridge ? PCI_BRIDGE_CLASS : ETHERNET_CLASS));
+    put(pci::HEADER_TYPE, 1, bridge ? pci::HEADER_LAYOUT_BRIDGE : 0);
     if (bridge)
-        put(0x18, 4, LAST_BUS << 16 | (bus + 1) << 8);
-    put(reg::CAP_POINTER, 1, PCIE_AT);
-    put(PCIE_AT, 4, (2U | unsigned{type} << 4) << 16 | CAPID_PCIE);
-    put(PCIE_AT + reg::DEVCAP, 4, 2);  // 512 bytes
-    put(PCIE_AT + reg::LINKCAP, 4, 0xC00);
-    put(AER_AT, 4, 0x0001'0000 | EXT_CAPID_AER);
-    put(AER_AT + reg::AER_CONTROL, 4, reg::AER_GEN_CAPABLE | reg::AER_CHK_CAPABLE);
+        put(pci::BUS_NUMBERS, 4,
+            pci::in_field(pci::BUS_NUMBERS_SUBORDINATE, LAST_BUS) |
+                pci::in_field(pci::BUS_NUMBERS_SECONDARY, bus + 1));
+    put(pci::CAPABILITIES_POINTER, 1, PCIE_AT);
+    put(PCIE_AT, 2, CAPID_PCIE);
+    put(PCIE_AT + pci::PCIE_CAPS, 2,
+        CAP_VERSION | pci::in_field(pci::PCIE_CAPS_DEVICE_PORT_TYPE, type));
+    put(PCIE_AT + pci::DEVCAP, 4, MPS_512);
+    put(PCIE_AT + pci::LINKCAP, 4, pci::LINKCAP_ASPM_SUPPORT);
+    put(AER_AT, 4, pci::in_field(pci::EXT_CAP_HEADER_VERSION, 1) | EXT_CAPID_AER);
+    put(AER_AT + pci::AER_CONTROL, 4,
+        pci::AER_CONTROL_ECRC_GEN_CAPABLE | pci::AER_CONTROL_ECRC_CHK_CAPABLE);
     return bytes;
 }
 
@@ -97,7 +106,8 @@ void start(const std::string &config) {
 int measure(const std::string &config) {
     ConfigImage image;
     for (unsigned bus = 0; bus <= LAST_BUS; bus++)
-        image.add(static_cast<RoutingId>(bus << 8), std::string(), function_bytes(bus));
+        image.add(pci::routing_id_of(pci::plain_bdf(bus, 0, 0)), std::string(),
+                  function_bytes(bus));
     Machine machine(image);
     serve(&machine);
     open_log(4, true);
@@ -115,8 +125,10 @@ int measure(const std::string &config) {
     for (const auto &[name, work] : works)
         std::printf("| %s | %zu |\n", name, stack_of(work));
     std::uint32_t devctl = 0;
-    image.read(LAST_BUS << 8, PCIE_AT + reg::DEVCTL, 2, devctl);
-    return devctl >> 5 == 2 ? 0 : 1;  // it has its payload size
+    image.read(pci::routing_id_of(pci::plain_bdf(LAST_BUS, 0, 0)), PCIE_AT + pci::DEVCTL, 2,
+               devctl);
+    const bool has_its_size = (devctl & pci::DEVCTL_MPS) == pci::in_field(pci::DEVCTL_MPS, MPS_512);
+    return has_its_size ? 0 : 1;
 }
 
 }  // namespace

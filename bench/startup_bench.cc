@@ -24,8 +24,8 @@
 #include "host/exports/serve.h"
 #include "host/machine/machine.h"
 #include "host/space/config_image.h"
-#include "host/space/registers.h"
 #include "module/startup.h"
+#include "platform/pci_regs.h"
 #include "platform/server.h"
 
 namespace host::bench {
@@ -33,6 +33,9 @@ namespace {
 
 constexpr unsigned PCIE_AT = 0x40;
 constexpr unsigned AER_AT = 0x100;
+constexpr unsigned CAP_VERSION = 2;
+constexpr unsigned MPS_512 = 2;
+constexpr std::uint32_t ETHERNET_CLASS = 0x020000;
 constexpr std::size_t BYTES = 0x150;  // up to the end of the AER capability
 constexpr unsigned FUNCTIONS_PER_BUS = 256;
 constexpr int RUNS = 5;
@@ -48,17 +51,26 @@ struct Bytes {
 
 std::vector<std::uint8_t> function_bytes(std::uint8_t port_type, unsigned secondary) {
     Bytes function;
-    function.put(reg::VENDOR_ID, 4, 0x0001'1AF4);
-    function.put(reg::STATUS, 2, 0x0010);  // capability list
-    function.put(reg::REVISION_ID, 4, (secondary != 0 ? 0x060400U : 0x020000U) << 8);
-    function.put(reg::HEADER_TYPE, 1, secondary != 0 ? 0x81 : 0x80);
-    if (secondary != 0)
-        function.put(0x18, 4, secondary << 16 | secondary << 8);
-    function.put(0x34, 1, PCIE_AT);
-    function.put(PCIE_AT, 4, (2U | unsigned{port_type} << 4) << 16 | CAPID_PCIE);
-    function.put(PCIE_AT + reg::DEVCAP, 4, 2);  // 512 bytes
-    function.put(AER_AT, 4, 0x0001'0000 | EXT_CAPID_AER);
-    function.put(AER_AT + reg::AER_CONTROL, 4, reg::AER_GEN_CAPABLE | reg::AER_CHK_CAPABLE);
+    function.put(pci::VENDOR_ID, 4, 0x0001'1AF4);
+    function.put(pci::STATUS, 2, pci::STATUS_CAPABILITIES_LIST);
+    function.put(pci::CLASS_REVISION, 4,
+                 pci::in_field(pci::CLASS_REVISION_CLASS_CODE,
+                               secondary != 0 ? PCI_BRIDGE_CLASS : ETHERNET_CLASS));
+    function.put(pci::HEADER_TYPE, 1,
+                 pci::HEADER_TYPE_MULTI_FUNCTION |
+                     (secondary != 0 ? pci::HEADER_LAYOUT_BRIDGE : 0U));
+    if (secondary != 0) {
+        function.put(pci::SECONDARY_BUS_NUMBER, 1, secondary);
+        function.put(pci::SUBORDINATE_BUS_NUMBER, 1, secondary);
+    }
+    function.put(pci::CAPABILITIES_POINTER, 1, PCIE_AT);
+    function.put(PCIE_AT, 2, CAPID_PCIE);
+    function.put(PCIE_AT + pci::PCIE_CAPS, 2,
+                 CAP_VERSION | pci::in_field(pci::PCIE_CAPS_DEVICE_PORT_TYPE, port_type));
+    function.put(PCIE_AT + pci::DEVCAP, 4, MPS_512);
+    function.put(AER_AT, 4, pci::in_field(pci::EXT_CAP_HEADER_VERSION, 1) | EXT_CAPID_AER);
+    function.put(AER_AT + pci::AER_CONTROL, 4,
+                 pci::AER_CONTROL_ECRC_GEN_CAPABLE | pci::AER_CONTROL_ECRC_CHK_CAPABLE);
     return function.bytes;
 }
 
@@ -94,13 +106,13 @@ void loop_through_host(const ConfigImage &image) {
         std::uint32_t devcap = 0;
         std::uint16_t devctl = 0;
         std::uint32_t aer = 0;
-        pci_hw->cfg_read(id, PCIE_AT + reg::DEVCAP, 4, &devcap, 0);
-        pci_hw->cfg_read(id, PCIE_AT + reg::DEVCTL, 2, &devctl, 0);
-        devctl = static_cast<std::uint16_t>(devctl | (devcap & 7) << 5);
-        pci_hw->cfg_write(id, PCIE_AT + reg::DEVCTL, 2, &devctl, 0);
-        pci_hw->cfg_read(id, AER_AT + reg::AER_CONTROL, 4, &aer, 0);
-        aer |= reg::AER_GEN_ENABLE | reg::AER_CHK_ENABLE;
-        pci_hw->cfg_write(id, AER_AT + reg::AER_CONTROL, 4, &aer, 0);
+        pci_hw->cfg_read(id, PCIE_AT + pci::DEVCAP, 4, &devcap, 0);
+        pci_hw->cfg_read(id, PCIE_AT + pci::DEVCTL, 2, &devctl, 0);
+        devctl = pci::set(devctl, pci::DEVCTL_MPS, pci::get(devcap, pci::DEVCAP_MPSS));
+        pci_hw->cfg_write(id, PCIE_AT + pci::DEVCTL, 2, &devctl, 0);
+        pci_hw->cfg_read(id, AER_AT + pci::AER_CONTROL, 4, &aer, 0);
+        aer |= pci::AER_CONTROL_ECRC_GEN_ENABLE | pci::AER_CONTROL_ECRC_CHK_ENABLE;
+        pci_hw->cfg_write(id, AER_AT + pci::AER_CONTROL, 4, &aer, 0);
     }
 }
 
@@ -109,12 +121,13 @@ void loop_on_image(ConfigImage &image) {
         std::uint32_t devcap = 0;
         std::uint32_t devctl = 0;
         std::uint32_t aer = 0;
-        image.read(id, PCIE_AT + reg::DEVCAP, 4, devcap);
-        image.read(id, PCIE_AT + reg::DEVCTL, 2, devctl);
-        image.write(id, PCIE_AT + reg::DEVCTL, 2, devctl | (devcap & 7) << 5);
-        image.read(id, AER_AT + reg::AER_CONTROL, 4, aer);
-        image.write(id, AER_AT + reg::AER_CONTROL, 4,
-                    aer | reg::AER_GEN_ENABLE | reg::AER_CHK_ENABLE);
+        image.read(id, PCIE_AT + pci::DEVCAP, 4, devcap);
+        image.read(id, PCIE_AT + pci::DEVCTL, 2, devctl);
+        image.write(id, PCIE_AT + pci::DEVCTL, 2,
+                    devctl | pci::in_field(pci::DEVCTL_MPS, pci::get(devcap, pci::DEVCAP_MPSS)));
+        image.read(id, AER_AT + pci::AER_CONTROL, 4, aer);
+        image.write(id, AER_AT + pci::AER_CONTROL, 4,
+                    aer | pci::AER_CONTROL_ECRC_GEN_ENABLE | pci::AER_CONTROL_ECRC_CHK_ENABLE);
     }
 }
 
@@ -130,9 +143,11 @@ void check(ConfigImage &image) {
     const RoutingId last = image.functions().back();
     std::uint32_t devctl = 0;
     std::uint32_t aer = 0;
-    image.read(last, PCIE_AT + reg::DEVCTL, 2, devctl);
-    image.read(last, AER_AT + reg::AER_CONTROL, 4, aer);
-    if (devctl >> 5 != 2 || (aer & reg::AER_GEN_ENABLE) == 0 || (aer & reg::AER_CHK_ENABLE) == 0)
+    image.read(last, PCIE_AT + pci::DEVCTL, 2, devctl);
+    image.read(last, AER_AT + pci::AER_CONTROL, 4, aer);
+    if ((devctl & pci::DEVCTL_MPS) != pci::in_field(pci::DEVCTL_MPS, MPS_512) ||
+        (aer & pci::AER_CONTROL_ECRC_GEN_ENABLE) == 0 ||
+        (aer & pci::AER_CONTROL_ECRC_CHK_ENABLE) == 0)
         std::abort();
 }
 

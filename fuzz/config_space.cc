@@ -31,10 +31,10 @@ Payload payload_of(ConfigSpace &space, const Function &function) {
     const auto cap = function.cap(CAPID_PCIE);
     std::uint32_t supported = 0;
     std::uint32_t control = 0;
-    if (!cap || space.read(function.id(), *cap + reg::DEVCAP, 4, supported) != PCI_OK ||
-        space.read(function.id(), *cap + reg::DEVCTL, 2, control) != PCI_OK)
+    if (!cap || space.read(function.id(), *cap + pci::DEVCAP, 4, supported) != PCI_OK ||
+        space.read(function.id(), *cap + pci::DEVCTL, 2, control) != PCI_OK)
         return {};
-    return {(control & reg::DEVCTL_PAYLOAD_SIZE) >> 5, supported & 7};
+    return {pci::get(control, pci::DEVCTL_MPS), pci::get(supported, pci::DEVCAP_MPSS)};
 }
 
 std::vector<Payload> payloads(const Machine &machine) {

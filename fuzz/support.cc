@@ -13,6 +13,7 @@
 #include "host/watch/bus_events.h"
 #include "host/watch/event_player.h"
 #include "module/startup.h"
+#include "platform/pci_regs.h"
 #include "tests/support/faults.h"
 #include "tests/support/module_state.h"
 
@@ -41,37 +42,46 @@ constexpr unsigned MSIX_AT = 0xA0;
 constexpr unsigned RCEC_AT = 0x200;
 
 void add_interrupts(FunctionSpec &spec) {
-    spec.dwords.emplace_back(tests::PCIE_AT, 2U << 16 | MSI_AT << 8 | CAPID_PCIE |
-                                                 unsigned{spec.port.value_or(0)} << 20);
-    spec.dwords.emplace_back(MSI_AT, 0x0181U << 16 | MSIX_AT << 8 | CAPID_MSI);
-    spec.dwords.emplace_back(MSIX_AT, 0x8003U << 16 | CAPID_MSIX);
+    const auto add = [&](unsigned at, std::uint8_t id, unsigned next, unsigned second_word) {
+        constexpr std::uint32_t SECOND_WORD = 0xFFFF'0000;
+        spec.dwords.emplace_back(at, pci::in_field(SECOND_WORD, second_word) |
+                                         pci::in_field(pci::CAP_HEADER_NEXT_POINTER, next) | id);
+    };
+    add(tests::PCIE_AT, CAPID_PCIE, MSI_AT,
+        2U | pci::in_field(pci::PCIE_CAPS_DEVICE_PORT_TYPE, spec.port.value_or(0)));
+    add(MSI_AT, CAPID_MSI, MSIX_AT,
+        pci::MSI_CONTROL_ENABLE | pci::MSI_CONTROL_64_BIT | pci::MSI_CONTROL_PER_VECTOR_MASKING);
+    add(MSIX_AT, CAPID_MSIX, 0, pci::MSIX_CONTROL_ENABLE | 3U);
 }
 
 void add_collector(FunctionSpec &spec) {
     spec.class_code = EVENT_COLLECTOR_CLASS;
-    spec.dwords.emplace_back(RCEC_AT, 2U << 16 | EXT_CAPID_RCEC);
-    spec.dwords.emplace_back(RCEC_AT + reg::RCEC_BITMAP, 0x0000'0F0F);
-    spec.dwords.emplace_back(RCEC_AT + reg::RCEC_BUSES, 0x0002'0100);
+    spec.dwords.emplace_back(RCEC_AT,
+                             pci::in_field(pci::EXT_CAP_HEADER_VERSION, 2) | EXT_CAPID_RCEC);
+    spec.dwords.emplace_back(RCEC_AT + pci::RCEC_BITMAP, 0x0000'0F0F);
+    spec.dwords.emplace_back(RCEC_AT + pci::RCEC_BUS_NUMBERS, 0x0002'0100);
     if (!spec.aer)
-        spec.dwords.emplace_back(reg::EXT_CAPS, RCEC_AT << 20 | 1U << 16);
+        spec.dwords.emplace_back(pci::EXT_CAPS,
+                                 pci::in_field(pci::EXT_CAP_HEADER_NEXT_OFFSET, RCEC_AT) |
+                                     pci::in_field(pci::EXT_CAP_HEADER_VERSION, 1));
 }
 
 unsigned size_of(unsigned flags) {
     if (flags & ODD_SIZE)
         return flags & HEADER_ONLY ? 0x36 : 0x88;
     if (flags & HEADER_ONLY)
-        return reg::HEADER_SIZE;
-    return flags & NOT_EXTENDED ? reg::CONFIG_SIZE : reg::EXT_CONFIG_SIZE;
+        return pci::HEADER_SIZE;
+    return flags & NOT_EXTENDED ? pci::CONFIG_SIZE : pci::EXT_CONFIG_SIZE;
 }
 
 FunctionSpec function_of(std::span<const std::uint8_t> row) {
     const unsigned flags = row[7];
-    FunctionSpec spec{.id = static_cast<RoutingId>(row[1] << 8 | row[2])};
+    FunctionSpec spec{.id = pci::routing_id_of(pci::ari_bdf(row[1], row[2]))};
     spec.port = row[3] > 15 ? std::nullopt : std::optional(row[3]);
     spec.secondary = row[4];
     spec.subordinate = row[5];
     spec.payload_cap = row[6];
-    spec.link_cap = 0xC00;
+    spec.link_cap = pci::LINKCAP_ASPM_SUPPORT;
     spec.fast_b2b = (flags & FAST_B2B) != 0;
     if (flags & AER)
         spec.aer = tests::GEN_CAP | tests::CHK_CAP;
@@ -157,7 +167,7 @@ std::vector<FunctionSpec> small_machine() {
         {.id = at(4), .port = PORT_TYPE_LEGACY_ENDPOINT, .aer = tests::CHK_CAP},
         {.id = tests::ari_at(5, 0), .payload_cap = 5, .aer = BOTH, .next_ari = 17},
         {.id = tests::ari_at(5, 17), .payload_cap = 5, .aer = BOTH, .next_ari = 0},
-        {.id = at(6, 1), .port = std::nullopt, .fast_b2b = true, .size = reg::CONFIG_SIZE},
+        {.id = at(6, 1), .port = std::nullopt, .fast_b2b = true, .size = pci::CONFIG_SIZE},
     };
 }
 
@@ -177,7 +187,7 @@ HostileMachine hostile_machine(std::span<const std::uint8_t> rows) {
             continue;
         FunctionSpec &last = machine.functions.back();
         if (rows[0] == 'D')
-            last.dwords.emplace_back(number_in(rows.subspan(2, 2)) % (reg::EXT_CONFIG_SIZE / 4) * 4,
+            last.dwords.emplace_back(number_in(rows.subspan(2, 2)) % (pci::EXT_CONFIG_SIZE / 4) * 4,
                                      number_in(rows.subspan(4, 4)));
         if (rows[0] == 'X')
             add_fault(machine, last.id, n, rows[3]);

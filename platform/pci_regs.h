@@ -32,9 +32,10 @@ constexpr unsigned width_of(reg32) {
     return 4;
 }
 
-// The value of one field of a register.
-template <typename Register>
-constexpr unsigned get(Register value, Register field) {
+// The value of one field of a register, which may have been read into a wider variable.
+template <typename Value, typename Register>
+constexpr unsigned get(Value value, Register field) {
+    static_assert(sizeof(Value) >= sizeof(Register), "a field of a wider register");
     return static_cast<unsigned>(value & field) >> __builtin_ctz(field);
 }
 
@@ -198,12 +199,17 @@ constexpr std::uint16_t DEVCTL_NON_FATAL_ERROR_REPORTING = 0x0002;      // RW
 constexpr std::uint16_t DEVCTL_FATAL_ERROR_REPORTING = 0x0004;          // RW
 constexpr std::uint16_t DEVCTL_UNSUPPORTED_REQUEST_REPORTING = 0x0008;  // RW
 constexpr std::uint16_t DEVCTL_RELAXED_ORDERING = 0x0010;               // RW, default 1
-constexpr std::uint16_t DEVCTL_MPS = 0x00E0;  // RW, Max_Payload_Size: n stands for 128 << n bytes
+constexpr std::uint16_t DEVCTL_MPS = 0x00E0;           // RW, Max_Payload_Size: see size_bytes()
 constexpr std::uint16_t DEVCTL_EXT_TAG = 0x0100;       // RW, Extended Tag Field Enable
 constexpr std::uint16_t DEVCTL_AUX_POWER_PM = 0x0400;  // RWS
 constexpr std::uint16_t DEVCTL_NO_SNOOP = 0x0800;      // RW, default 1
 constexpr std::uint16_t DEVCTL_MRRS = 0x7000;  // RW, Max_Read_Request_Size, coded as in DEVCTL_MPS
 constexpr unsigned MRRS_DEFAULT = 2;           // 512 bytes
+
+// Bytes that a value of DEVCAP_MPSS, DEVCTL_MPS or DEVCTL_MRRS stands for; 6 and 7 are reserved.
+constexpr unsigned size_bytes(unsigned value) {
+    return 128U << value;
+}
 
 constexpr reg16 DEVSTA{0x0A};                                 // Device Status
 constexpr std::uint16_t DEVSTA_CORRECTABLE_ERROR = 0x0001;    // RW1C
