@@ -3,7 +3,7 @@
 
 #include "host/exports/capability_objects.h"
 #include "host/exports/register_access.h"
-#include "host/space/registers.h"
+#include "platform/pci_regs.h"
 
 namespace host {
 
@@ -14,8 +14,8 @@ struct Switch {
     std::uint32_t enable;
 };
 
-constexpr Switch GENERATION = {reg::AER_GEN_CAPABLE, reg::AER_GEN_ENABLE};
-constexpr Switch CHECKING = {reg::AER_CHK_CAPABLE, reg::AER_CHK_ENABLE};
+constexpr Switch GENERATION = {pci::AER_CONTROL_ECRC_GEN_CAPABLE, pci::AER_CONTROL_ECRC_GEN_ENABLE};
+constexpr Switch CHECKING = {pci::AER_CONTROL_ECRC_CHK_CAPABLE, pci::AER_CONTROL_ECRC_CHK_ENABLE};
 
 // Both switches share a register, and threads may turn them at the same time: reading, changing and
 // writing it is one step.
@@ -28,7 +28,7 @@ pci_err_t turn(const aer_cap_t *cap, bdf_token token, Switch which, bool on) {
     if (const pci_err_t error = enter(cap->head, function))
         return error;
     const std::scoped_lock guard(switch_lock);
-    const unsigned offset = cap->head.offset + reg::AER_CONTROL;
+    const unsigned offset = cap->head.offset + pci::AER_CONTROL;
     std::uint32_t control = 0;
     if (const pci_err_t error = read_register(cap->head.bdf, offset, control))
         return error;

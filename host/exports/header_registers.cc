@@ -1,7 +1,7 @@
 // Registers of the configuration header, read and written as they stand.
 #include "host/exports/register_access.h"
-#include "host/space/registers.h"
 #include "platform/pci_access.h"
+#include "platform/pci_regs.h"
 
 namespace {
 
@@ -9,7 +9,6 @@ using host::find_function;
 using host::Function;
 using host::read_register;
 using host::write_register;
-namespace reg = host::reg;
 
 pci_err_t require_bridge(bdf_t bdf) {
     const Function *function = nullptr;
@@ -22,34 +21,34 @@ pci_err_t require_bridge(bdf_t bdf) {
 
 // All ones is what a function that does not answer gives, and read_register() refuses it.
 pci_err_t pci_device_read_vid(bdf_t bdf, std::uint16_t *vendor) {
-    return read_register(bdf, reg::VENDOR_ID, *vendor);
+    return read_register(bdf, pci::VENDOR_ID, *vendor);
 }
 
 pci_err_t pci_device_read_cmd(bdf_t bdf, std::uint16_t *value) {
-    return read_register(bdf, reg::COMMAND, *value);
+    return read_register(bdf, pci::COMMAND, *value);
 }
 
 pci_err_t pci_device_read_status(bdf_t bdf, std::uint16_t *value) {
-    return read_register(bdf, reg::STATUS, *value);
+    return read_register(bdf, pci::STATUS, *value);
 }
 
 pci_err_t pci_device_read_sec_busnum(bdf_t bdf, std::uint8_t *bus) {
     const pci_err_t error = require_bridge(bdf);
-    return error ? error : read_register(bdf, reg::SECONDARY_BUS, *bus);
+    return error ? error : read_register(bdf, pci::SECONDARY_BUS_NUMBER, *bus);
 }
 
 pci_err_t pci_device_read_bridge_ctrl(bdf_t bdf, std::uint16_t *value) {
     const pci_err_t error = require_bridge(bdf);
-    return error ? error : read_register(bdf, reg::BRIDGE_CONTROL, *value);
+    return error ? error : read_register(bdf, pci::BRIDGE_CONTROL, *value);
 }
 
 // A handle that is not of its form names BDF_NONE, at which an access is PCI_ERR_INVALID.
 pci_err_t pci_device_write_cmd(bdf_token token, std::uint16_t value, std::uint16_t *after) {
-    return write_register(pci::bdf_of(token), reg::COMMAND, value, *after);
+    return write_register(pci::bdf_of(token), pci::COMMAND, value, *after);
 }
 
 pci_err_t pci_device_write_bridge_ctrl(bdf_token token, std::uint16_t value, std::uint16_t *after) {
     const bdf_t bdf = pci::bdf_of(token);
     const pci_err_t error = require_bridge(bdf);
-    return error ? error : write_register(bdf, reg::BRIDGE_CONTROL, value, *after);
+    return error ? error : write_register(bdf, pci::BRIDGE_CONTROL, value, *after);
 }

@@ -1,7 +1,7 @@
 // Who this server is, and what it manages.
 #include "host/exports/register_access.h"
 #include "host/exports/serve.h"
-#include "host/space/registers.h"
+#include "platform/pci_regs.h"
 #include "platform/server.h"
 
 namespace {
@@ -28,9 +28,9 @@ std::uint32_t enum_next_ari_func(bdf_t bdf, std::uint32_t) {
         return ARI_NO_FUNCTION;
     const auto ari = function->ext_cap(EXT_CAPID_ARI);
     std::uint16_t capability = 0;
-    if (!ari || host::read_register(bdf, *ari + host::reg::ARI_CAPABILITY, capability) != PCI_OK)
+    if (!ari || host::read_register(bdf, *ari + pci::ARI_CAPABILITY, capability) != PCI_OK)
         return ARI_NO_FUNCTION;
-    const std::uint32_t next = (capability & host::reg::ARI_NEXT_FUNCTION) >> 8;
+    const std::uint32_t next = pci::get(capability, pci::ARI_CAPABILITY_NEXT_FUNCTION);
     if (next <= pci::function_of(bdf | BDF_ARI_FLAG) ||
         host::find_function(pci::ari_bdf(pci::bus_of(bdf), next), function) != PCI_OK)
         return ARI_NO_FUNCTION;

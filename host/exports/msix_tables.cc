@@ -4,7 +4,7 @@
 
 #include "host/exports/register_access.h"
 #include "host/exports/serve.h"
-#include "host/space/registers.h"
+#include "platform/pci_regs.h"
 
 namespace host {
 
@@ -14,8 +14,8 @@ using Table = MsixTables::Table;
 
 // The table in the function's own memory; null when it cannot be mapped.
 volatile void *device_table(const Function &function, std::uint32_t place, std::size_t count) {
-    const std::uint32_t bar = place & reg::MSIX_TABLE_BAR;
-    return served()->machine.space().memory(function.id(), bar, place - bar,
+    return served()->machine.space().memory(function.id(), pci::get(place, pci::MSIX_TABLE_BIR),
+                                            place & pci::MSIX_TABLE_OFFSET,
                                             count * sizeof(MsixTables::Vector));
 }
 
@@ -33,7 +33,7 @@ pci_err_t set_up(Table &table, const Function &function, std::uint32_t place, st
         set_address(table, device_table(function, place, count));
         return table.record.address ? PCI_OK : PCI_ERR_IO;
     }
-    table.vectors.resize(reg::MSIX_TABLE_SIZE + 1u);
+    table.vectors.resize(pci::MSIX_CONTROL_TABLE_SIZE + 1u);
     set_address(table, table.vectors.data());
     return PCI_OK;
 }
@@ -65,12 +65,12 @@ pci_err_t find_msix_table(bdf_t bdf, unsigned offset, const msix_table_t *&table
     if (const pci_err_t error = find_function(bdf, function))
         return error;
     std::uint16_t control = 0;
-    if (const pci_err_t error = read_register(bdf, offset + reg::MSIX_CONTROL, control))
+    if (const pci_err_t error = read_register(bdf, offset + pci::MSIX_CONTROL, control))
         return error;
     std::uint32_t place = 0;
-    if (const pci_err_t error = read_register(bdf, offset + reg::MSIX_TABLE, place))
+    if (const pci_err_t error = read_register(bdf, offset + pci::MSIX_TABLE, place))
         return error;
-    const std::size_t count = (control & reg::MSIX_TABLE_SIZE) + 1u;
+    const std::size_t count = (control & pci::MSIX_CONTROL_TABLE_SIZE) + 1u;
     // Modules ask through a C interface, which no exception may cross.
     try {
         return served()->msix_tables.find(*function, place, count, table);

@@ -1,7 +1,7 @@
 // Operations of PCI Express capability objects.
 #include "host/exports/capability_objects.h"
 #include "host/exports/register_access.h"
-#include "host/space/registers.h"
+#include "platform/pci_regs.h"
 
 namespace host {
 
@@ -19,7 +19,7 @@ pci_err_t enter_link(const pcie_cap_t *cap) {
 
 // The capability stands in the conventional 256 bytes; what is behind them belongs to others.
 bool has_register(const pcie_cap_t *cap, unsigned offset, std::size_t size) {
-    return cap->head.offset + offset + size <= reg::CONFIG_SIZE;
+    return cap->head.offset + offset + size <= pci::CONFIG_SIZE;
 }
 
 template <typename Register>
@@ -66,13 +66,13 @@ pci_err_t get_port_type(pcie_cap_t *cap, std::uint8_t *port_type) {
 pci_err_t read_devcap(pcie_cap_t *cap, std::uint32_t *value) {
     const Function *function = nullptr;
     const pci_err_t error = enter(cap->head, function);
-    return error ? error : read_at(cap, reg::DEVCAP, value);
+    return error ? error : read_at(cap, pci::DEVCAP, value);
 }
 
 pci_err_t read_devctl(pcie_cap_t *cap, std::uint16_t *value) {
     const Function *function = nullptr;
     const pci_err_t error = enter(cap->head, function);
-    return error ? error : read_at(cap, reg::DEVCTL, value);
+    return error ? error : read_at(cap, pci::DEVCTL, value);
 }
 
 // A payload size that the function does not support would cost packets, or the link. One that has
@@ -83,26 +83,26 @@ pci_err_t write_devctl(pcie_cap_t *cap, std::uint32_t reserved, std::uint16_t *v
         return PCI_ERR_INVALID;
     if (const pci_err_t error = enter(cap->head, function))
         return error;
-    if ((*value & reg::DEVCTL_PAYLOAD_SIZE) >> 5 > function->payload_code)
+    if (pci::get(*value, pci::DEVCTL_MPS) > function->payload_code)
         return PCI_ERR_INVALID;
-    return write_at(cap, reg::DEVCTL, value);
+    return write_at(cap, pci::DEVCTL, value);
 }
 
 pci_err_t read_linkcap(pcie_cap_t *cap, std::uint32_t *value) {
     const pci_err_t error = enter_link(cap);
-    return error ? error : read_at(cap, reg::LINKCAP, value);
+    return error ? error : read_at(cap, pci::LINKCAP, value);
 }
 
 pci_err_t read_linkctl(pcie_cap_t *cap, std::uint16_t *value) {
     const pci_err_t error = enter_link(cap);
-    return error ? error : read_at(cap, reg::LINKCTL, value);
+    return error ? error : read_at(cap, pci::LINKCTL, value);
 }
 
 pci_err_t write_linkctl(pcie_cap_t *cap, bdf_token token, std::uint16_t *value) {
     if (!pci::names_function(token, cap->head.bdf))
         return PCI_ERR_INVALID;
     const pci_err_t error = enter_link(cap);
-    return error ? error : write_at(cap, reg::LINKCTL, value);
+    return error ? error : write_at(cap, pci::LINKCTL, value);
 }
 
 constexpr pcie_cap_ops_t operations = {

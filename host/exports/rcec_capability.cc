@@ -1,18 +1,16 @@
 // Operation of root complex event collector objects: which functions a collector serves.
 #include "host/exports/capability_objects.h"
 #include "host/exports/register_access.h"
-#include "host/space/registers.h"
+#include "platform/pci_regs.h"
 
 namespace host {
 
 namespace {
 
-constexpr unsigned VERSION_WITH_BUSES = 2;
-
 // The bitmap of the collector's own bus; an ARI function counts as device 0.
 bool in_bitmap(const pci_cap_t &head, bdf_t bdf) {
     std::uint32_t bitmap = 0;
-    if (read_register(head.bdf, head.offset + reg::RCEC_BITMAP, bitmap) != PCI_OK)
+    if (read_register(head.bdf, head.offset + pci::RCEC_BITMAP, bitmap) != PCI_OK)
         return false;
     return (bitmap >> pci::device_of(bdf) & 1) != 0;
 }
@@ -21,12 +19,13 @@ bool in_bitmap(const pci_cap_t &head, bdf_t bdf) {
 bool in_bus_range(const pci_cap_t &head, bdf_t bdf) {
     std::uint32_t header = 0;
     std::uint32_t buses = 0;
-    if (read_register(head.bdf, head.offset, header) != PCI_OK ||
-        (header >> 16 & 0xF) < VERSION_WITH_BUSES ||
-        read_register(head.bdf, head.offset + reg::RCEC_BUSES, buses) != PCI_OK)
+    if (read_register(head.bdf, head.offset + pci::EXT_CAP_HEADER, header) != PCI_OK ||
+        pci::get(header, pci::EXT_CAP_HEADER_VERSION) < pci::RCEC_BUS_NUMBERS_VERSION ||
+        read_register(head.bdf, head.offset + pci::RCEC_BUS_NUMBERS, buses) != PCI_OK)
         return false;
     const unsigned bus = pci::bus_of(bdf);
-    return bus >= (buses >> 8 & 0xFF) && bus <= (buses >> 16 & 0xFF);
+    return bus >= pci::get(buses, pci::RCEC_BUS_NUMBERS_NEXT) &&
+           bus <= pci::get(buses, pci::RCEC_BUS_NUMBERS_LAST);
 }
 
 bool is_associated(rcec_cap_t *cap, bdf_t bdf) {

@@ -1,7 +1,7 @@
 #include "host/exports/register_access.h"
 
 #include "host/exports/serve.h"
-#include "host/space/registers.h"
+#include "platform/pci_regs.h"
 
 namespace host {
 
@@ -14,7 +14,7 @@ bool is_all_ones(std::uint32_t value, unsigned width) {
 // Whether the function stopped answering: its vendor reads all ones too.
 bool has_gone(ConfigSpace &space, RoutingId id) {
     std::uint32_t vendor = 0;
-    return space.read(id, reg::VENDOR_ID, 2, vendor) == PCI_OK && vendor == reg::VENDOR_ID_NONE;
+    return space.read(id, pci::VENDOR_ID, 2, vendor) == PCI_OK && vendor == pci::VENDOR_ID_NONE;
 }
 
 }  // namespace
