@@ -80,8 +80,9 @@ void warn_about_traffic(const MachineSource &source, const Machine &machine) {
 
 // Lines of an events file, or one that has come to a server that stays. Throws InputError.
 std::vector<BusEvent> parse_events(std::string_view text, const std::string &name, Machine &machine,
-                                   const EventPlayer &player, unsigned domain) {
-    std::vector<BusEvent> events = parse_bus_events(text, name, machine, domain);
+                                   const EventPlayer &player, unsigned domain,
+                                   std::size_t first_line = 1) {
+    std::vector<BusEvent> events = parse_bus_events(text, name, machine, domain, first_line);
     std::vector<std::string> refused;
     for (const BusEvent &event : events)
         if (const std::string reason = player.refusal(event); !reason.empty())
@@ -157,11 +158,11 @@ std::unique_ptr<Service> open_service(const Options &options) {
 }
 
 // Does what a line says that has come to a server that stays.
-LineServer::Outcome execute(const std::string &line, const std::string &origin,
-                            const MachineSource &source, Machine &machine, EventPlayer &player) {
+LineServer::Outcome execute(const LineServer::Line &line, const MachineSource &source,
+                            Machine &machine, EventPlayer &player) {
     try {
-        const auto events =
-            parse_events(line, origin, machine, player, source.live->sysfs().domain());
+        const auto events = parse_events(line.text, line.source, machine, player,
+                                         source.live->sysfs().domain(), line.number);
         const std::string reason = play_events(events, player);
         if (reason.empty())
             return {.answer = "ok", .failed = false};
@@ -190,8 +191,8 @@ bool stay(Service &service, const MachineSource &source, Machine &machine, Event
     }
     read_states(report, machine);
     const auto refresh = [&] { refresh_report(report, machine, source.live->sysfs().domain()); };
-    const auto take = [&](const std::string &line, const std::string &origin) {
-        return execute(line, origin, source, machine, player);
+    const auto take = [&](const LineServer::Line &line) {
+        return execute(line, source, machine, player);
     };
     report_failures(source);
     const auto status = [&, started = status_text(modules, report)] {

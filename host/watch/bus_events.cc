@@ -119,13 +119,13 @@ private:
 }  // namespace
 
 std::vector<BusEvent> parse_bus_events(std::string_view text, const std::string &file,
-                                       Machine &machine, unsigned domain) {
+                                       Machine &machine, unsigned domain, std::size_t first_line) {
     Checker checker(machine, domain);
     std::vector<BusEvent> events;
     std::vector<std::string> errors;
-    std::size_t number = 0;
+    std::size_t next = first_line;
     for (const std::string_view line : split(text, '\n')) {
-        ++number;
+        const std::size_t number = next++;
         const std::vector<std::string_view> parts = words(line.substr(0, line.find('#')));
         if (parts.empty())
             continue;

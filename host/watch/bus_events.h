@@ -28,9 +28,11 @@ struct BusEvent {
     std::string origin;   // "FILE:LINE: text"
 };
 
-// Reads the text of `file` and checks every line on the machine as it would be when the line's turn
-// comes. Changes nothing. Throws InputError with every bad line.
+// Reads the text of `file`, whose lines are counted from `first_line` on, and checks every line on
+// the machine as it would be when the line's turn comes. Changes nothing. Throws InputError with
+// every bad line.
 std::vector<BusEvent> parse_bus_events(std::string_view text, const std::string &file,
-                                       Machine &machine, unsigned domain);
+                                       Machine &machine, unsigned domain,
+                                       std::size_t first_line = 1);
 
 }  // namespace host

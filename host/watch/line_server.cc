@@ -9,6 +9,7 @@
 
 #include "host/base/log.h"
 #include "host/base/safe_text.h"
+#include "host/base/text.h"
 
 namespace host {
 namespace {
@@ -130,11 +131,12 @@ void LineServer::transfer(int descriptor, Client &client) {
 }
 
 void LineServer::take_line(Client &client) {
-    const std::string line = client.lines.take_line();
-    const std::string origin = client.connection ? "control" : "standard input";
-    const Outcome outcome = line.size() > LineBuffer::LONGEST_LINE
-                                ? refusal(origin, "the line is too long")
-                                : execute_(line, origin);
+    const Line line{.text = client.lines.take_line(),
+                    .source = client.connection ? "control" : "standard input",
+                    .number = ++client.taken};
+    const Outcome outcome = line.text.size() > LineBuffer::LONGEST_LINE
+                                ? refusal(line, "the line is too long")
+                                : execute_(line);
     if (!client.connection) {
         all_done_ &= !outcome.failed;
         return;
@@ -143,9 +145,10 @@ void LineServer::take_line(Client &client) {
     client.idle_since = now_();
 }
 
-LineServer::Outcome LineServer::refusal(const std::string &origin, const std::string &reason) {
-    log_error(origin + ": " + reason);
-    return {.answer = "error: " + reason, .failed = false};
+LineServer::Outcome LineServer::refusal(const Line &line, const std::string &reason) {
+    const std::string complaint = line_complaint(line.source, line.number, reason, line.text);
+    log_error(complaint);
+    return {.answer = "error: " + complaint, .failed = false};
 }
 
 void LineServer::Client::send_line(const std::string &text) {

@@ -33,8 +33,14 @@ public:
         std::string answer;
         bool failed;
     };
-    // Does what a line says; messages name its origin.
-    using Execute = std::function<Outcome(const std::string &line, const std::string &origin)>;
+    // A line, and where it comes from: lines are counted for each connection.
+    struct Line {
+        std::string text;
+        std::string source;
+        std::size_t number;
+    };
+    // Does what a line says.
+    using Execute = std::function<Outcome(const Line &line)>;
 
     // Lines come from connections to the socket; null: none. Each is answered. Tests have a clock
     // of their own.
@@ -67,6 +73,7 @@ private:
 
         Descriptor connection;  // none: a stream
         LineBuffer lines;
+        std::size_t taken = 0;  // lines so far
         std::string unsent;     // of the answer
         bool has_left = false;  // and does not hear answers
         Clock::time_point idle_since;
@@ -78,7 +85,7 @@ private:
     Client *longest_idle();
     void transfer(int descriptor, Client &client);
     void take_line(Client &client);
-    static Outcome refusal(const std::string &origin, const std::string &reason);
+    static Outcome refusal(const Line &line, const std::string &reason);
 
     const ControlSocket *socket_;
     Execute execute_;

@@ -91,12 +91,12 @@ private:
 
     // What happened before a line is known before it is executed.
     LineServer::Execute executed() {
-        return [this](const std::string &line, const std::string &origin) {
+        return [this](const LineServer::Line &line) {
             if (told_to_end_ || is_told_to_end())
                 return LineServer::Outcome{.answer = "error: the server has been told to end",
                                            .failed = false};
             take_events();
-            return execute_(line, origin);
+            return execute_(line);
         };
     }
 

@@ -2,6 +2,7 @@
 // that nothing depends on time.
 #include "host/watch/line_server.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
@@ -73,15 +74,18 @@ protected:
     ControlSocket control{path};
     LineServer::Clock::time_point now = LineServer::Clock::now();
     std::size_t executed = 0, answer_size = 0;
+    std::string last;
     std::function<void()> meanwhile = [] {};
     LineServer server{&control,
-                      [this](const std::string &line, const std::string &origin) {
+                      [this](const LineServer::Line &line) {
                           ++executed;
-                          if (line == "a")
+                          last = line.source;
+                          if (line.text == "a")
                               meanwhile();
-                          std::string answer = origin + " " + line;
+                          std::string answer = std::to_string(line.number) + " " + line.text;
                           answer.resize(std::max(answer.size(), answer_size), '.');
-                          return LineServer::Outcome{.answer = answer, .failed = line == "bad"};
+                          return LineServer::Outcome{.answer = answer,
+                                                     .failed = line.text == "bad"};
                       },
                       [this] { return now; }};
 };
@@ -89,17 +93,19 @@ protected:
 TEST_F(LineServerTest, AnswersEachLineByOne) {
     using namespace std::string_literals;
     const std::string longest(LineBuffer::LONGEST_LINE, 'y');
-    const std::string too_long = "error: the line is too long\n";
+    const auto too_long = [&](const std::string &line) {
+        return "error: control:1: the line is too long: " + line.substr(0, 120) + "...\n";
+    };
     const std::pair<std::vector<std::string>, std::string> rows[] = {
-        {{"a\nb\n\n"}, "control a\ncontrol b\ncontrol \n"},
-        {{"a", "b", "\nc"}, "control ab\n"},
-        {{"a\nb", ""}, "control a\ncontrol b\n."},  // half closed
+        {{"a\nb\n\n"}, "1 a\n2 b\n3 \n"},
+        {{"a", "b", "\nc"}, "1 ab\n"},
+        {{"a\nb", ""}, "1 a\n2 b\n."},  // half closed
         {{""}, "."},
-        {{"a\0b\r\n"s, "\x9b\n"}, "control a\\x00b\\x0d\ncontrol \\x9b\n"},
-        {{"x", longest + "\na\n"}, too_long + "control a\n"},
-        {{longest, "x\n"}, too_long},
-        {{longest, longest, longest, ""}, too_long + "."},
-        {{longest + "\n"}, "control " + longest + "\n"},
+        {{"a\0b\r\n"s, "\x9b\n"}, "1 a\\x00b\\x0d\n2 \\x9b\n"},
+        {{"x", longest + "\na\n"}, too_long("x" + longest) + "2 a\n"},
+        {{longest, "x\n"}, too_long(longest)},
+        {{longest, longest, longest, ""}, too_long(longest) + "."},
+        {{longest + "\n"}, "1 " + longest + "\n"},
     };
     for (const auto &[sent, answer] : rows) {
         const Descriptor client = new_client();
@@ -113,6 +119,24 @@ TEST_F(LineServerTest, AnswersEachLineByOne) {
     }
 }
 
+TEST_F(LineServerTest, AnswersNothingToAStreamButKnowsWhatFailed) {
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    const Descriptor stream(ends[0]);
+    server.read_stream(stream.number());
+    const std::pair<std::string, bool> rows[] = {{"a\n", true}, {"bad\nb", false}};
+    for (const auto &[text, done] : rows) {
+        EXPECT_EQ(write(ends[1], text.data(), text.size()), ssize_t(text.size()));
+        settle();
+        EXPECT_EQ(server.all_done(), done);
+    }
+    close(ends[1]);
+    settle();
+    EXPECT_EQ(executed, 3U);
+    EXPECT_EQ(last, "standard input");
+    EXPECT_NE(fcntl(stream.number(), F_GETFD), -1);
+}
+
 // Those who flood it, and who do not read what they have asked for, keep nobody waiting.
 TEST_F(LineServerTest, ServesALineOfEachInTurn) {
     const Descriptor flood = new_client(), other = new_client();
@@ -123,7 +147,7 @@ TEST_F(LineServerTest, ServesALineOfEachInTurn) {
     send(other.number(), "a\n", 2, 0);
     round();
     EXPECT_EQ(executed, 2U);
-    EXPECT_EQ(heard(other), "control a\n");
+    EXPECT_EQ(heard(other), "1 a\n");
     EXPECT_LT(executed, 1000U);
     answer_size = 1000000;
     say(other, "b\nc\n");
@@ -164,7 +188,7 @@ TEST_F(LineServerTest, WaitsForDescriptors) {
     EXPECT_EQ(log_counts().error, errors + 1);
     setrlimit(RLIMIT_NOFILE, &limit);
     say(client, "b\n");
-    EXPECT_EQ(heard(client), "control a\ncontrol a\ncontrol a\ncontrol b\n");
+    EXPECT_EQ(heard(client), "1 a\n2 a\n3 a\n4 b\n");
 }
 
 TEST_F(LineServerTest, TakesAndLeavesOnlyAPathOfItsOwn) {
