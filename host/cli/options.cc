@@ -47,7 +47,8 @@ void declare(CLI::App &app, RawOptions &raw, Options &options) {
     app.add_flag("--write", options.source.write, "With --live: write to this machine");
     app.add_flag("--watch", options.watch,
                  "With --write: stay, and follow what comes and goes, until SIGTERM");
-    app.add_option("--control", raw.control, "With --watch: socket that takes flr and bus-reset")
+    app.add_option("--control", raw.control,
+                   "With --watch: socket that takes flr, bus-reset, status, report")
         ->type_name("PATH");
     app.add_option("-c,--config", raw.config, "Host configuration file")->type_name("FILE");
     app.add_option("-m,--module", raw.modules, "One more module; may repeat")

@@ -6,6 +6,7 @@
 #include "host/base/input.h"
 #include "host/base/log.h"
 #include "host/base/words.h"
+#include "host/cli/stay.h"
 #include "host/exports/serve.h"
 #include "host/machine/open_machine.h"
 #include "host/modules/host_config.h"
@@ -17,7 +18,6 @@
 #include "host/report/report_text.h"
 #include "host/space/dump.h"
 #include "host/space/registers.h"
-#include "host/watch/bus_events.h"
 #include "host/watch/event_player.h"
 #include "host/watch/service.h"
 #include "host/watch/signals.h"
@@ -78,29 +78,15 @@ void warn_about_traffic(const MachineSource &source, const Machine &machine) {
                     "payload size under live traffic (hoplar(8): SAFETY)");
 }
 
-// Lines of an events file, or one that has come to a server that stays. Throws InputError.
-std::vector<BusEvent> parse_events(std::string_view text, const std::string &name, Machine &machine,
-                                   const EventPlayer &player, unsigned domain,
-                                   std::size_t first_line = 1) {
-    std::vector<BusEvent> events = parse_bus_events(text, name, machine, domain, first_line);
-    std::vector<std::string> refused;
-    for (const BusEvent &event : events)
-        if (const std::string reason = player.refusal(event); !reason.empty())
-            refused.push_back(event.origin + ": " + reason);
-    if (!refused.empty())
-        throw InputError(refused);
-    return events;
-}
-
 // What is to be played after start-up. Standard input of a server that stays comes later.
-std::vector<BusEvent> wanted_events(const Options &options, std::istream &in, Machine &machine,
+std::vector<BusEvent> wanted_events(const Options &options, std::istream &in,
                                     const EventPlayer &player) {
     if (!options.events || (options.watch && *options.events == STANDARD_INPUT))
         return {};
     const bool is_input = *options.events == STANDARD_INPUT;
     const std::string name = is_input ? "standard input" : *options.events;
-    return parse_events(is_input ? read_text_stream(in, name) : read_text_file(name), name, machine,
-                        player, options.source.domain);
+    return player.parse(is_input ? read_text_stream(in, name) : read_text_file(name), name,
+                        options.source.domain);
 }
 
 void make_cold(ConfigImage &image) {
@@ -133,19 +119,6 @@ bool write_report(const Options &options, const Report &report, std::ostream &ou
     return false;
 }
 
-// Why one of them, the first, could not be brought about; empty when all could. Being told to end
-// comes before what is left.
-std::string play_events(const std::vector<BusEvent> &events, EventPlayer &player) {
-    std::string reason;
-    for (const BusEvent &event : events) {
-        if (is_told_to_end())
-            return "the server has been told to end";
-        if (const pci_err_t error = player.play(event); error && reason.empty())
-            reason = pci_strerror(error);
-    }
-    return reason;
-}
-
 std::unique_ptr<Service> open_service(const Options &options) {
     if (!options.watch)
         return nullptr;
@@ -155,54 +128,6 @@ std::unique_ptr<Service> open_service(const Options &options) {
     if (options.events == STANDARD_INPUT)
         service->read_standard_input();
     return service;
-}
-
-// Does what a line says that has come to a server that stays.
-LineServer::Outcome execute(const LineServer::Line &line, const MachineSource &source,
-                            Machine &machine, EventPlayer &player) {
-    try {
-        const auto events = parse_events(line.text, line.source, machine, player,
-                                         source.live->sysfs().domain(), line.number);
-        const std::string reason = play_events(events, player);
-        if (reason.empty())
-            return {.answer = "ok", .failed = false};
-        return {.answer = "error: could not be brought about: " + reason, .failed = true};
-    } catch (const InputError &error) {
-        log_error(error.what());
-        return {.answer = std::string("error: ") + error.what(), .failed = false};
-    }
-}
-
-// "1 of 1 modules run; at start-up: 47 functions, 34 changed"
-std::string status_text(const std::vector<ModuleResult> &modules, const Report &report) {
-    const auto running = std::ranges::count_if(modules, &ModuleResult::runs);
-    return std::to_string(running) + " of " + std::to_string(modules.size()) +
-           " modules run; at start-up: " + summary_text(report);
-}
-
-// Keeps the report up to date. What failed at start-up is said when it has ended, which the end of
-// the service may be long after. False when an event that nobody was answered about could not be
-// brought about, and when there is no module to tell of events.
-bool stay(Service &service, const MachineSource &source, Machine &machine, EventPlayer &player,
-          const std::vector<ModuleResult> &modules, Report &report) {
-    if (std::ranges::none_of(modules, &ModuleResult::runs)) {
-        log_error("--watch: no module runs, there is nothing to stay for");
-        return false;
-    }
-    read_states(report, machine);
-    const auto refresh = [&] { refresh_report(report, machine, source.live->sysfs().domain()); };
-    const auto take = [&](const LineServer::Line &line) {
-        return execute(line, source, machine, player);
-    };
-    report_failures(source);
-    const auto status = [&, started = status_text(modules, report)] {
-        const std::string failures = failures_text(source);
-        return failures.empty() ? started : started + "; " + failures;
-    };
-    const bool all_done = service.serve_until_told(
-        machine, *source.live, {.execute = take, .inserted = refresh, .status = status});
-    refresh();
-    return all_done;
 }
 
 // Everything is read and checked before anything runs. Kernel events are awaited before the machine
@@ -223,7 +148,7 @@ int run_machine(const Options &options, std::istream &in, std::ostream &out) {
         warn_about_traffic(source, *machine);
     else
         warn_about_short_spaces(source, *machine);
-    const std::vector<BusEvent> events = wanted_events(options, in, *machine, *player);
+    const std::vector<BusEvent> events = wanted_events(options, in, *player);
 
     if (source.is_written())
         hold_signals();
@@ -231,9 +156,10 @@ int run_machine(const Options &options, std::istream &in, std::ostream &out) {
     Report report = begin_report(*machine, options.source.domain);
     std::vector<ModuleResult> results = load_modules(modules);
     bool all_done = std::ranges::all_of(results, &ModuleResult::runs);
-    all_done &= play_events(events, *player).empty();
+    all_done &= player->play(events).empty();
     if (service)
-        all_done &= stay(*service, source, *machine, *player, results, report);
+        all_done &=
+            stay(*service, {source, options.source.domain, *machine, *player, results, report});
     const bool saved = write_output(output, source);
     all_done &= report_failures(source);
     end_report(report, *machine, std::move(results));

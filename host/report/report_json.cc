@@ -70,9 +70,7 @@ Json module_json(const ModuleResult &module) {
             {"result", value_or_null(module.result)}};
 }
 
-}  // namespace
-
-void write_json(std::ostream &out, const Report &report) {
+Json report_json(const Report &report) {
     Json functions = Json::array();
     for (const FunctionReport &row : report.functions)
         functions.push_back(function_json(row));
@@ -82,17 +80,30 @@ void write_json(std::ostream &out, const Report &report) {
     Json modules = Json::array();
     for (const ModuleResult &module : report.modules)
         modules.push_back(module_json(module));
-    const Json whole = {{"functions", std::move(functions)},
-                        {"hierarchies", std::move(hierarchies)},
-                        {"modules", std::move(modules)},
-                        {"messages",
-                         {{"error", report.messages.error},
-                          {"warning", report.messages.warning},
-                          {"info", report.messages.info},
-                          {"debug", report.messages.debug}}}};
-    // Only ASCII, so that no terminal obeys what names hold. File names may be no UTF-8: such bytes
-    // are replaced, not an error.
-    out << whole.dump(2, ' ', true, Json::error_handler_t::replace) << '\n';
+    return {{"functions", std::move(functions)},
+            {"hierarchies", std::move(hierarchies)},
+            {"modules", std::move(modules)},
+            {"messages",
+             {{"error", report.messages.error},
+              {"warning", report.messages.warning},
+              {"info", report.messages.info},
+              {"debug", report.messages.debug}}}};
+}
+
+// Only ASCII, so that no terminal obeys what names hold. File names may be no UTF-8: such bytes are
+// replaced, not an error.
+std::string text_of(const Json &json, int indent) {
+    return json.dump(indent, ' ', true, Json::error_handler_t::replace);
+}
+
+}  // namespace
+
+void write_json(std::ostream &out, const Report &report) {
+    out << text_of(report_json(report), 2) << '\n';
+}
+
+std::string json_line(const Report &report) {
+    return text_of(report_json(report), -1);
 }
 
 }  // namespace host

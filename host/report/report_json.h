@@ -2,6 +2,7 @@
 #pragma once
 
 #include <iosfwd>
+#include <string>
 
 #include "host/report/report.h"
 
@@ -11,5 +12,8 @@ namespace host {
 // a function has no such register, and for what cannot be read at the end because the function has
 // been removed. hoplar(8) describes the fields.
 void write_json(std::ostream &out, const Report &report);
+
+// The same as one line, without its end.
+std::string json_line(const Report &report);
 
 }  // namespace host

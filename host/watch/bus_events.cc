@@ -118,6 +118,10 @@ private:
 
 }  // namespace
 
+bool is_event_word(std::string_view word) {
+    return std::ranges::find(EVENT_WORDS, word, &EventWord::word) != EVENT_WORDS.end();
+}
+
 std::vector<BusEvent> parse_bus_events(std::string_view text, const std::string &file,
                                        Machine &machine, unsigned domain, std::size_t first_line) {
     Checker checker(machine, domain);

@@ -28,6 +28,9 @@ struct BusEvent {
     std::string origin;   // "FILE:LINE: text"
 };
 
+// Whether a line may begin with it.
+bool is_event_word(std::string_view word);
+
 // Reads the text of `file`, whose lines are counted from `first_line` on, and checks every line on
 // the machine as it would be when the line's turn comes. Changes nothing. Throws InputError with
 // every bad line.

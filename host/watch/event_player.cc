@@ -3,9 +3,12 @@
 #include <algorithm>
 #include <array>
 
+#include "host/base/input.h"
 #include "host/base/log.h"
 #include "host/exports/hooks.h"
 #include "host/watch/resets.h"
+#include "host/watch/signals.h"
+#include "platform/pci_access.h"
 
 namespace host {
 namespace {
@@ -15,9 +18,9 @@ class ImagePlayer final : public EventPlayer {
 public:
     ImagePlayer(Machine &machine, ConfigImage &image) : EventPlayer(machine), image_(image) {}
 
+private:
     std::string refusal(const BusEvent &) const override { return {}; }
 
-private:
     pci_err_t apply(const BusEvent &event) override {
         switch (event.kind) {
         case EventKind::INSERT:
@@ -52,13 +55,13 @@ class LivePlayer final : public EventPlayer {
 public:
     LivePlayer(Machine &machine, LiveSpace &space) : EventPlayer(machine), space_(space) {}
 
+private:
     std::string refusal(const BusEvent &event) const override {
         if (event.kind == EventKind::FLR || event.kind == EventKind::BUS_RESET)
             return {};
         return "on live hardware functions come and go by themselves (--watch)";
     }
 
-private:
     pci_err_t apply(const BusEvent &event) override {
         const auto id = static_cast<RoutingId>(event.bdf & BDF_ROUTING_ID);
         if (event.kind == EventKind::FLR)
@@ -103,6 +106,29 @@ pci_err_t EventPlayer::play(const BusEvent &event) {
     call_hooks(kinds.after, kinds.reset_type, event,
                error ? static_cast<int>(error) : event.status);
     return error;
+}
+
+std::string EventPlayer::play(const std::vector<BusEvent> &events) {
+    std::string reason;
+    for (const BusEvent &event : events) {
+        if (is_told_to_end())
+            return "the server has been told to end";
+        if (const pci_err_t error = play(event); error && reason.empty())
+            reason = pci_strerror(error);
+    }
+    return reason;
+}
+
+std::vector<BusEvent> EventPlayer::parse(std::string_view text, const std::string &file,
+                                         unsigned domain, std::size_t first_line) const {
+    std::vector<BusEvent> events = parse_bus_events(text, file, machine_, domain, first_line);
+    std::vector<std::string> refused;
+    for (const BusEvent &event : events)
+        if (const std::string reason = refusal(event); !reason.empty())
+            refused.push_back(event.origin + ": " + reason);
+    if (!refused.empty())
+        throw InputError(refused);
+    return events;
 }
 
 std::unique_ptr<EventPlayer> player_for(const MachineSource &source, Machine &machine) {

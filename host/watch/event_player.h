@@ -20,10 +20,17 @@ public:
     // status, or why it could not be brought about, which is also the result.
     pci_err_t play(const BusEvent &event);
 
-    // What cannot be brought about at all, as the reason; empty otherwise.
-    virtual std::string refusal(const BusEvent &event) const = 0;
+    // Why one of them, the first, could not be brought about; empty when all could. Being told to
+    // end comes before what is left.
+    std::string play(const std::vector<BusEvent> &events);
+
+    // As parse_bus_events(); what cannot be brought about at all is a bad line too.
+    std::vector<BusEvent> parse(std::string_view text, const std::string &file, unsigned domain,
+                                std::size_t first_line = 1) const;
 
 protected:
+    // What cannot be brought about at all, as the reason; empty otherwise.
+    virtual std::string refusal(const BusEvent &event) const = 0;
     virtual pci_err_t apply(const BusEvent &event) = 0;
 
     Machine &machine_;

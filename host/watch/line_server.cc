@@ -7,9 +7,9 @@
 #include <system_error>
 #include <utility>
 
+#include "host/base/input.h"
 #include "host/base/log.h"
 #include "host/base/safe_text.h"
-#include "host/base/text.h"
 
 namespace host {
 namespace {
@@ -133,7 +133,8 @@ void LineServer::transfer(int descriptor, Client &client) {
 void LineServer::take_line(Client &client) {
     const Line line{.text = client.lines.take_line(),
                     .source = client.connection ? "control" : "standard input",
-                    .number = ++client.taken};
+                    .number = ++client.taken,
+                    .is_answered = bool(client.connection)};
     const Outcome outcome = line.text.size() > LineBuffer::LONGEST_LINE
                                 ? refusal(line, "the line is too long")
                                 : execute_(line);

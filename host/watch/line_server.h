@@ -38,6 +38,7 @@ public:
         std::string text;
         std::string source;
         std::size_t number;
+        bool is_answered;
     };
     // Does what a line says.
     using Execute = std::function<Outcome(const Line &line)>;
