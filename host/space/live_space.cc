@@ -171,12 +171,14 @@ private:
             enter([device] { pci_free_dev(device); });
     }
 
+    // Not in udev's database, which has the same names: where there is none, libpci 3.9 loses
+    // memory with every look-up.
     std::string look_up(int what, int first, int second) {
         const std::scoped_lock guard(lock_);
         std::array<char, 256> text{};
         enter([&] {
-            pci_lookup_name(access_.get(), text.data(), static_cast<int>(text.size()), what, first,
-                            second);
+            pci_lookup_name(access_.get(), text.data(), static_cast<int>(text.size()),
+                            what | PCI_LOOKUP_NO_HWDB, first, second);
         });
         return text.data();
     }
