@@ -1,11 +1,15 @@
 // An events file: what is accepted as a whole is played, and so is each line that would be accepted
 // alone.
+#include <cstdlib>
+
 #include "fuzz/support.h"
 #include "host/base/input.h"
 #include "host/base/words.h"
 #include "host/exports/serve.h"
 #include "host/watch/bus_events.h"
 #include "host/watch/event_player.h"
+#include "platform/capability.h"
+#include "platform/pci_regs.h"
 #include "tests/support/module_state.h"
 
 using namespace host;
@@ -38,6 +42,22 @@ void play_all(std::string_view text, const MachineSource &source, Machine &machi
         player->play(event);
 }
 
+// What the host answers for, whatever happens and whatever modules write.
+void check_payload_sizes(Machine &machine) {
+    const auto code = [&](bdf_t bdf) {
+        const Function *function = machine.find(bdf);
+        const auto pcie = function ? function->cap(CAPID_PCIE) : std::nullopt;
+        std::uint32_t devctl = 0;
+        if (pcie)
+            machine.space().read(function->id(), *pcie + pci::DEVCTL, 2, devctl);
+        return pci::get(devctl, pci::DEVCTL_MPS);
+    };
+    for (const Function *function : machine.functions())
+        for (const bdf_t port : machine.bridges().ports_above(function->bdf))
+            if (code(function->bdf) > code(port))
+                std::abort();
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int *, char ***) {
@@ -59,6 +79,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
             lines.emplace_back(line);
         fuzz::play_each(lines, served.source, served.machine);
     }
+    check_payload_sizes(served.machine);
     tests::reset_module();
     return 0;
 }

@@ -7,6 +7,7 @@
 #include "host/base/log.h"
 #include "host/base/words.h"
 #include "host/cli/stay.h"
+#include "host/exports/payload_guard.h"
 #include "host/exports/serve.h"
 #include "host/machine/open_machine.h"
 #include "host/modules/host_config.h"
@@ -76,6 +77,13 @@ void warn_about_traffic(const MachineSource &source, const Machine &machine) {
         log_warning(functions_text(static_cast<std::size_t>(count)) +
                     " with a driver bound and Bus Master on: no order of writes is safe for a "
                     "payload size under live traffic (hoplar(8): SAFETY)");
+}
+
+std::vector<ModuleResult> start_modules(const std::vector<ModuleEntry> &modules) {
+    std::vector<ModuleResult> results = load_modules(modules);
+    keep_payloads_in_bounds();
+    warn_about_payloads_found();
+    return results;
 }
 
 // What is to be played after start-up. Standard input of a server that stays comes later.
@@ -154,12 +162,13 @@ int run_machine(const Options &options, std::istream &in, std::ostream &out) {
         hold_signals();
     const Serving serving(*machine, options.managed);
     Report report = begin_report(*machine, options.source.domain);
-    std::vector<ModuleResult> results = load_modules(modules);
+    std::vector<ModuleResult> results = start_modules(modules);
     bool all_done = std::ranges::all_of(results, &ModuleResult::runs);
     all_done &= player->play(events).empty();
     if (service)
         all_done &=
             stay(*service, {source, options.source.domain, *machine, *player, results, report});
+    all_done &= keep_payloads_in_bounds();
     const bool saved = write_output(output, source);
     all_done &= report_failures(source);
     end_report(report, *machine, std::move(results));

@@ -7,6 +7,8 @@
 #include <type_traits>
 #include <vector>
 
+#include "host/exports/payload_guard.h"
+
 namespace host {
 
 namespace {
@@ -63,6 +65,7 @@ void call_bridge_hooks(std::uint32_t kind, bridge_rec *bridge, std::uint32_t val
         return;
     for (const buscfg_hook_reg_t *block : hooks_of(kind))
         reinterpret_cast<insertion_hook_t>(block->hook)(bridge, value, status);
+    keep_payloads_in_bounds();
 }
 
 void call_reset_hooks(std::uint32_t kind, std::uint32_t reset_type, bdf_t bdf, int status) {
@@ -70,6 +73,7 @@ void call_reset_hooks(std::uint32_t kind, std::uint32_t reset_type, bdf_t bdf, i
         return;
     for (const buscfg_hook_reg_t *block : hooks_of(kind))
         reinterpret_cast<reset_hook_t>(block->hook)(reset_type, bdf, status);
+    keep_payloads_in_bounds();
 }
 
 void forget_hooks() {

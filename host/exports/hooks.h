@@ -1,5 +1,5 @@
 // Calls the hooks that modules registered with "buscfg", in the order of their registration, on the
-// calling thread and with no lock held.
+// calling thread and with no lock held; then keeps payload sizes in bounds.
 #pragma once
 
 #include "platform/buscfg.h"

@@ -1,5 +1,6 @@
 // Operations of PCI Express capability objects.
 #include "host/exports/capability_objects.h"
+#include "host/exports/payload_guard.h"
 #include "host/exports/register_access.h"
 #include "platform/pci_regs.h"
 
@@ -75,16 +76,14 @@ pci_err_t read_devctl(pcie_cap_t *cap, std::uint16_t *value) {
     return error ? error : read_at(cap, pci::DEVCTL, value);
 }
 
-// A payload size that the function does not support would cost packets, or the link. One that has
-// replaced another since the size was chosen may support less.
 pci_err_t write_devctl(pcie_cap_t *cap, std::uint32_t reserved, std::uint16_t *value) {
     const Function *function = nullptr;
     if (reserved != 0)
         return PCI_ERR_INVALID;
     if (const pci_err_t error = enter(cap->head, function))
         return error;
-    if (pci::get(*value, pci::DEVCTL_MPS) > function->payload_code)
-        return PCI_ERR_INVALID;
+    if (const pci_err_t error = admit_payload(*function, *value))
+        return error;
     return write_at(cap, pci::DEVCTL, value);
 }
 

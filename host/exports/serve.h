@@ -6,6 +6,7 @@
 #include "host/exports/event_records.h"
 #include "host/exports/find_functions.h"
 #include "host/exports/msix_tables.h"
+#include "host/exports/payload_guard.h"
 #include "host/machine/machine.h"
 
 namespace host {
@@ -20,6 +21,7 @@ struct Served {
     FoundFunctions found_functions{};
     MsixTables msix_tables{};
     EventRecords event_records{};
+    PayloadWrites payload_writes{};
 };
 
 // Makes `machine`, which must outlive its use, the one that every export answers for; null: no

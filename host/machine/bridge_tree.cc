@@ -194,8 +194,41 @@ std::bitset<256> BridgeTree::buses_below(const bridge_rec &bridge) const {
     return buses;
 }
 
-std::span<const BridgeTree::Rival> BridgeTree::rivals() const {
+std::vector<BridgeTree::Rival> BridgeTree::rivals() const {
+    const std::scoped_lock guard(rivals_lock_);
     return rivals_;
+}
+
+std::vector<bdf_t> BridgeTree::ports_above(bdf_t bdf) const {
+    const std::vector<Rival> all_rivals = rivals();
+    std::vector<bdf_t> ports;
+    std::vector<bdf_t> without_port{bdf};  // functions above which ports are still to be found
+    const auto add = [&](bdf_t bridge) {
+        const bridge_rec *record = by_bdf(bridge);
+        if (!record)
+            return;
+        std::vector<bdf_t> &found = record->pcie_cap ? ports : without_port;
+        if (std::ranges::find(found, bridge) == found.end())
+            found.push_back(bridge);
+    };
+    for (std::size_t i = 0; i < without_port.size(); ++i) {
+        const bridge_rec *holder = above(without_port[i]);
+        if (!holder || holder->bridge_kind == BRIDGE_KIND_HOST)
+            continue;
+        add(holder->bdf);
+        for (const Rival &rival : all_rivals)
+            if (rival.holder == holder && !is_below(rival.bdf, *holder))
+                add(rival.bdf);
+    }
+    return ports;
+}
+
+// What is below a bridge does not lead to the bridge's own bus.
+bool BridgeTree::is_below(bdf_t bdf, const bridge_rec &bridge) const {
+    const bridge_rec *record = above(bdf);
+    while (record && record != &bridge)
+        record = record->parent;
+    return record != nullptr;
 }
 
 // From the top down: who walks the tree meanwhile finds nothing below a record that is gone.
@@ -294,8 +327,8 @@ void BridgeTree::plan_devs(Plan &plan, std::span<const Function *const> function
 
 // Of two bridges with one secondary bus only one can be the record above it, and which of them
 // leads there nobody can tell. The other counts as one more function on that bus: whichever it is,
-// no payload size above what both support is chosen for what is there. Limit: the size is written
-// to the one that has the bus only.
+// no payload size above what both support is chosen for what is there. The size is written to the
+// one that has the bus only, and then no further down than the other one is set to.
 void BridgeTree::plan_rivals(Plan &plan, std::span<const Function *const> functions) {
     for (const Function *function : functions) {
         if (!function->answers || function->secondary == 0)
@@ -364,6 +397,7 @@ void BridgeTree::show(const Plan &plan) {
         holder_[bus] = plan.holder[bus];
     }
     top_ = plan.roots.empty() ? nullptr : plan.roots.front();
+    const std::scoped_lock guard(rivals_lock_);
     rivals_ = plan.rivals;
 }
 

@@ -5,6 +5,7 @@
 #include <atomic>
 #include <bitset>
 #include <memory>
+#include <mutex>
 #include <span>
 #include <vector>
 
@@ -43,7 +44,12 @@ public:
     std::bitset<256> buses_below(const bridge_rec &bridge) const;
 
     // Each stands in its holder's list of devices too.
-    std::span<const Rival> rivals() const;
+    std::vector<Rival> rivals() const;
+
+    // The ports that packets of a function may come to first: the nearest bridge above it that has
+    // a PCI Express capability, and likewise from each bridge that claims the same bus, since
+    // registers do not tell which of them leads there. None for functions of root buses.
+    std::vector<bdf_t> ports_above(bdf_t bdf) const;
 
     // Takes every record below the bridge out of the tree or back in, with the lists of devices.
     // Takes the records' own locks, one at a time. Calls must not overlap.
@@ -70,11 +76,13 @@ private:
     static void plan_devs(Plan &plan, std::span<const Function *const> functions);
     static void plan_rivals(Plan &plan, std::span<const Function *const> functions);
     void show(const Plan &plan);
+    bool is_below(bdf_t bdf, const bridge_rec &bridge) const;
     Node *node_of(const bridge_rec &bridge) const;
 
     // Records by routing ID: of bridges their own, of host bridge records the first of their bus.
     std::vector<std::vector<std::unique_ptr<Node>>> nodes_;
     const pcie_cap_ops_t *operations_ = nullptr;
+    mutable std::mutex rivals_lock_;
     std::vector<Rival> rivals_;
     std::vector<std::atomic<Node *>> by_id_;  // bridges by their own routing ID
     std::atomic<Node *> top_ = nullptr;       // first host bridge record

@@ -148,6 +148,10 @@ std::uint64_t Machine::generation() const {
     return generation_;
 }
 
+const BridgeTree &Machine::bridges() const {
+    return *bridges_;
+}
+
 BridgeTree &Machine::bridges() {
     return *bridges_;
 }

@@ -74,6 +74,7 @@ public:
     std::uint64_t generation() const;
 
     BridgeTree &bridges();
+    const BridgeTree &bridges() const;
 
     // Takes everything below the bridge out of the tree, or brings it back as it first was. The
     // registers are the caller's affair. No effect below a bridge that is itself removed: all of it

@@ -7,7 +7,7 @@ payload size in bytes and whether ECRC is generated and checked, after start-up 
 import re
 
 ROOT_PORT, DOWNSTREAM_PORT, INTEGRATED = 4, 6, 9
-ENDPOINTS = 0, 1, INTEGRATED
+ENDPOINTS, PORTS = (0, 1, INTEGRATED), range(ROOT_PORT, INTEGRATED)
 HOST_BRIDGE, PCI_BRIDGE = 0x060000, 0x0604
 LARGEST, NO_LIMIT = 4096, 0xFFFFFFFF
 ECRC_BITS = (0x020, 0x040), (0x080, 0x100)  # capable, enabled: generation, checking
@@ -29,7 +29,7 @@ def read_dump(path):
 
 class Function:
     def __init__(self, address, data):
-        self.address, self.data, self.gone = address, data, False
+        self.address, self.data, self.gone, self.port, self.written = address, data, False, None, False
         self.bus, self.device, self.number = address
         self.answers, layout = data[:2] != b"\xff\xff", data[0x0E] & 0x7F
         self.multi, self.is_bridge = self.answers and data[0x0E] >= 0x80, layout in (1, 2)
@@ -71,10 +71,16 @@ class Function:
         self.ecrc = [now and False for now in self.ecrc]
 
     def write_payload(self, size):
-        """Whether the size sticks: there is a register, and the size is one that it can hold."""
-        if self.express:
-            self.mps = 128 << (size // 128 - 1).bit_length()
-        return self.mps == size
+        """Whether the size sticks: there is a register, the size is one that it can hold, and none
+        that the function does not support or that is above the one of the port above."""
+        if self.express and not self.gone and self.mps != size:
+            power = 128 << (size // 128 - 1).bit_length()
+            limit = min(self.supported, self.port.mps if self.port else LARGEST)
+            self.mps, self.written = power if power <= limit else self.mps, True
+        return self.mps == size and not self.gone
+
+    def payload_in(self, dump):
+        return int.from_bytes(dump[self.address][self.express + 8:][:2], "little") >> 5 & 7
 
     def bytes(self):
         """What its space should hold when nothing but its settings has changed."""
@@ -106,6 +112,7 @@ class Machine:
         self.entries = {}
         for function in self:
             self.add_entry(function)
+            function.port = next((f for f in self.path(function, None) if f.express), None)
         self.sizes = {}  # what has been programmed, by root port
         self.wishes = {}  # for generation and checking, by function
 
@@ -176,11 +183,11 @@ class Machine:
 
     def program(self, entry, size):
         """The device is left alone when the size does not stick on the bridge above it."""
-        sticks = [bridge.write_payload(size) for bridge in entry.path]
+        sticks = [bridge.write_payload(size) for bridge in reversed(entry.path)]
         self.sizes[entry.root] = size
-        if sticks[0]:
+        if sticks[-1]:
             self.write_device(entry, size)
-        return sticks[0]
+        return sticks[-1]
 
     def program_payloads(self):
         for entry in self.entries.values():
@@ -193,6 +200,23 @@ class Machine:
         for entry in self.entries.values():
             if not entry.request and entry.root in self.sizes:
                 self.program(entry, self.sizes[entry.root])
+
+    def lower_what_is_above_its_port(self):
+        """Where the function or the port has been written; from the root port down."""
+        for f in self:
+            if f.express and f.port and (f.written or f.port.written) and f.mps > f.port.mps:
+                f.mps, f.written = min(f.port.mps, f.supported), True
+        for f in self:
+            f.written = False
+
+    def above_their_ports(self, before, after):
+        """In a dump: functions with a larger payload size than the port above them, but for those
+        that were so before, where neither has changed."""
+        for f in self:
+            if f.express and f.port and {f.address, f.port.address} <= after.keys():
+                pair = [[each.payload_in(dump) for each in (f, f.port)] for dump in (before, after)]
+                if pair[1][0] > pair[1][1] and pair[0] != pair[1]:
+                    yield f.address
 
     def selects(self, who, f):
         device = 0 if f.bus in self.ari_buses else f.device
@@ -218,6 +242,7 @@ class Machine:
             keyword, value = line.split("=", 1)
             {"MPS": self.request, "ECRC": self.record}[keyword](*value.split(":"))
         self.program_payloads()
+        self.lower_what_is_above_its_port()
         self.apply_wishes(self)
 
     def remove(self, bridge):
@@ -235,6 +260,7 @@ class Machine:
         entry = self.entries.get(self.key(f))
         if entry and entry.root in self.sizes:
             f.write_payload(self.sizes[entry.root])
+        self.lower_what_is_above_its_port()
 
     def bus_reset(self, f):
         bridge = self.bridges.get(f.bus, f)
@@ -245,3 +271,4 @@ class Machine:
         for key, entry in self.entries.items():
             if entry.root is root and root in self.sizes and (whole or key == self.key(f)):
                 (self.program if whole else self.write_device)(entry, self.sizes[root])
+        self.lower_what_is_above_its_port()

@@ -8,7 +8,7 @@ import tempfile
 import unittest
 from xml.etree import ElementTree
 
-from expectation import read_dump
+from expectation import Machine, read_dump
 
 HOPLAR, OPS, PLUGIN = (os.environ[name] for name in ("HOPLAR", "OPS", "PLUGIN"))
 EXAMPLE = os.path.abspath(os.path.join(os.path.dirname(__file__), "../../examples/server.lspci"))
@@ -43,7 +43,17 @@ class HoplarTest(unittest.TestCase):
         done = subprocess.run([HOPLAR, *arguments], cwd=self.folder.name, capture_output=True,
                               encoding="utf-8", stdin=subprocess.DEVNULL)
         self.assertEqual(done.returncode, status, done.stderr[-2000:])
+        if "-o" in arguments and status == 0:
+            self.check_ports(*(self.file(arguments[arguments.index(option) + 1])
+                               for option in ("-F", "-o")))
         return done.stdout, done.stderr.splitlines()
+
+    def check_ports(self, before, after):
+        """No function is left with a larger payload size than the port above it."""
+        old = read_dump(before)
+        for domain, functions in read_dump(after).items():
+            machine = Machine(old[domain])
+            self.assertEqual([*machine.above_their_ports(old[domain], functions)], [])
 
     def compare_output(self, wanted):
         """With {domain: {(bus, device, function): bytes}}."""

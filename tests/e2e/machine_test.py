@@ -6,14 +6,16 @@ Each of its domains is served by runs of its own.
 import functools
 import itertools
 import os
+import random
 import re
 import unittest
 
-from expectation import ROOT_PORT, Machine, read_dump
+from expectation import PORTS, ROOT_PORT, Machine, read_dump
 from hoplar import PLUGIN, SHOWN_SETTINGS, HoplarTest, lspci
 
 DUMP = os.environ["MACHINE"]
 DOMAINS = read_dump(DUMP)
+ROUNDS = int(os.environ.get("ROUNDS", 3))  # of random events, with and without --cold
 EVERYTHING = ["MPS=all:max", "ECRC=all:+:+"]
 read_original, show_original = functools.cache(read_dump), functools.cache(lspci)
 
@@ -83,8 +85,7 @@ class MachineTest(HoplarTest):
             machine.set_up(lines)
             for event, address in events:
                 getattr(machine, event.replace("-", "_"))(machine.functions[address])
-            output = () if events else ("-o", self.output)
-            report = self.start(DUMP, lines, "--domain", f"{domain:x}", *options, *output,
+            report = self.start(DUMP, lines, "--domain", f"{domain:x}", *options, "-o", self.output,
                                 events=[f"{event} %02x:%02x.%x" % at for event, at in events])
             self.assertEqual(list(report), ["functions", "hierarchies", "modules", "messages"])
             self.assertEqual(report["hierarchies"], list(hierarchies(domain, machine)))
@@ -158,10 +159,36 @@ class MachineTest(HoplarTest):
         for domain, functions in DOMAINS.items():
             machine = Machine(functions)
             present = [f for f in machine if f.answers]
-            self.check(domain, EVERYTHING, events=[("flr", f.address) for f in present])
+            self.check(domain, EVERYTHING, events=[("flr", f.address) for f in present
+                                                  if not f.is_bridge and f.type not in PORTS])
             below = [f for f in present if f.bus in machine.bridges or f in machine.limits]
             for function in below[::1 + len(below) // 20]:
                 self.check(domain, EVERYTHING, events=[("bus-reset", function.address)])
+
+    def random_events(self, machine, choice):
+        """Each is one that can happen when its turn comes."""
+        gone = set()
+        for _ in range(12):
+            f = choice([f for f in machine if f.answers and f not in gone])
+            below = machine.below(f)
+            kinds = ["remove", "insert"] if f in machine.bridges.values() else []
+            kinds += [] if f.is_bridge or f.type in PORTS else ["flr"]
+            kinds += ["bus-reset"] if f.bus in machine.bridges or kinds[:1] == ["remove"] else []
+            if kinds:
+                kind = choice(kinds)
+                gone |= {*below} if kind == "remove" else set()
+                gone -= {*below} if kind == "insert" else set()
+                yield kind, f.address
+
+    def test_any_order_of_events_leaves_no_function_above_its_port(self):
+        for domain, functions in DOMAINS.items():
+            machine, choice = Machine(functions), random.Random(1).choice
+            requests = [["MPS=all:max"], *payload_requests(machine)]
+            cold = self.file(f"cold-{domain:x}.lspci")
+            self.hoplar("-F", DUMP, "--cold", "--domain", f"{domain:x}", "-o", cold)
+            for options, base in [((), DUMP), (("--cold",), cold)] * ROUNDS:
+                self.check(domain, choice(requests), *options, base=base,
+                           events=[*self.random_events(machine, choice)])
 
 
 if __name__ == "__main__":

@@ -17,7 +17,8 @@ using MpsHooks = MpsTest;
 
 TEST_F(MpsHooks, GiveFunctionsTheirSizeBackAfterResets) {
     const std::string to_4 = "02:01.0 04:00.5 04:10.2 ", to_3 = "=256 00:01.0 01:00.0 02:00.0 ";
-    const std::string all = to_3 + "03:00.0 03:00.1 " + to_4;
+    const std::string repaired = "03:01.2 04:00.0 ";  // by the host: above their ports otherwise
+    const std::string all = to_3 + "03:00.0 03:00.1 " + to_4 + repaired;
     const std::string both_set = "I1 set MPS value 256 for B3:D0:Fz, {0}\n"
                                  "I1 set MPS value 256 for B4:D0:Fz, {0}\n";
     const std::string is_rp = "D2 find_root_port(BDF), entry (BDF)\nD2 HOOK, bdf_is_rp: T\n";
@@ -57,7 +58,8 @@ TEST_F(MpsHooks, GiveFunctionsTheirSizeBackAfterResets) {
         {1, at(2, 1), 0, all, is_none + both_set},
         {1, at(1), 48, all, is_none + both_set},
         {1, at(0, 1), 0, all, is_rp + both_set},
-        {1, at(0, 1), 0, to_3 + "03:00.0 " + to_4,
+        {1, at(0, 1), 0,
+         to_3 + "03:00.0 " + to_4 + "03:00.0 03:00.1 " + repaired + "03:00.0 ",  // twice
          is_rp + replaced(both_set, "I1 set MPS value 256 for B3:D0:Fz, {0}",
                           "E0 Unable to set MPS value 256 for B3:D0:Fz, {5}"),
          broken},

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <fstream>
 
+#include "host/exports/payload_guard.h"
 #include "module/startup.h"
 #include "platform/log.h"
 #include "platform/pci_access.h"
@@ -76,6 +77,7 @@ pci_err_t ModuleTest::start(const std::vector<std::string> &args) {
                                     .argv = argv.data()};
     const pci_err_t result = enable_features::start_module(&record);
     EXPECT_EQ(argv, before) << "the host's vector was written";
+    keep_payloads_in_bounds();
     return result;
 }
 

@@ -1,0 +1,229 @@
+#include "host/exports/payload_guard.h"
+
+#include <algorithm>
+#include <map>
+#include <new>
+#include <optional>
+#include <vector>
+
+#include "host/base/address.h"
+#include "host/base/log.h"
+#include "host/exports/register_access.h"
+#include "host/exports/serve.h"
+#include "platform/capability.h"
+#include "platform/pci_regs.h"
+
+namespace host {
+namespace {
+
+constexpr unsigned LOWEST = 0;  // the code of 128 bytes, which everything supports
+
+using Ids = std::set<RoutingId>;
+
+unsigned code_of(std::uint16_t devctl) {
+    return pci::get(devctl, pci::DEVCTL_MPS);
+}
+
+std::string bytes_text(unsigned code) {
+    return std::to_string(pci::size_bytes(code)) + " bytes";
+}
+
+// PCI_ERR_NOT_SUPPORTED without such a register.
+pci_err_t read_devctl(const Function &function, std::uint16_t &devctl) {
+    const auto pcie = function.cap(CAPID_PCIE);
+    if (!pcie || *pcie + pci::DEVCTL + sizeof devctl > pci::CONFIG_SIZE)
+        return PCI_ERR_NOT_SUPPORTED;
+    return read_register(function.bdf, *pcie + pci::DEVCTL, devctl);
+}
+
+// What the port above a function is set to, the lowest where it may be one of several.
+struct Bound {
+    bdf_t port;
+    unsigned code;
+    pci_err_t error;  // of the port that cannot be read; `code` is then LOWEST
+};
+
+Bound bound_of(const Machine &machine, bdf_t port) {
+    const Function *function = machine.find(port);
+    std::uint16_t devctl = 0;
+    const pci_err_t error = function ? read_devctl(*function, devctl) : PCI_ERR_NO_DEVICE;
+    return {.port = port, .code = error ? LOWEST : code_of(devctl), .error = error};
+}
+
+// Nothing on a root bus.
+std::optional<Bound> lowest_bound(const Machine &machine, const std::vector<bdf_t> &ports) {
+    std::optional<Bound> lowest;
+    for (const bdf_t port : ports)
+        if (const Bound bound = bound_of(machine, port); !lowest || bound.code < lowest->code)
+            lowest = bound;
+    return lowest;
+}
+
+std::string port_text(const Bound &bound) {
+    return ", while the port above, " + bdf_text(bound.port) +
+           (bound.error ? ", cannot be read" : ", is set to " + bytes_text(bound.code));
+}
+
+std::string excess_text(const Function &function, unsigned code, const Bound &bound) {
+    return bdf_text(function.bdf) + ": payload size of " + bytes_text(code) + port_text(bound);
+}
+
+// One call of keep_payloads_in_bounds().
+class Repair {
+public:
+    Repair(const Machine &machine, Ids written)
+        : machine_(machine), concerned_(std::move(written)), candidates_(candidates()) {}
+
+    // Ascending, so that ports come before what is below them; but a bridge that claims another
+    // one's bus may come after what it bounds, which takes another round. So does a second try of
+    // what has failed. More rounds than there are sizes come only from registers that change by
+    // themselves.
+    void run() {
+        constexpr unsigned MOST_ROUNDS = 8;
+        for (unsigned round = 0; round < MOST_ROUNDS; ++round) {
+            failures_.clear();
+            if (!check_all() && (failures_.empty() || round > 0))
+                return;
+        }
+    }
+
+    // Why functions are still not in bounds.
+    const std::map<RoutingId, std::string> &failures() const { return failures_; }
+
+private:
+    // Without a port among them, those that were written alone.
+    std::vector<const Function *> candidates() const {
+        std::vector<const Function *> written;
+        for (const RoutingId id : concerned_)
+            if (const Function *function = machine_.find(id))
+                written.push_back(function);
+        return std::ranges::any_of(written, &Function::is_bridge) ? machine_.functions() : written;
+    }
+
+    // Whether any has been lowered.
+    bool check_all() {
+        bool any_lowered = false;
+        for (const Function *function : candidates_)
+            if (machine_.reachable(*function) && function->port_type)
+                any_lowered |= check(*function);
+        return any_lowered;
+    }
+
+    bool check(const Function &function) {
+        const auto is_concerned = [&](bdf_t bdf) {
+            return concerned_.contains(pci::routing_id_of(bdf));
+        };
+        const std::vector<bdf_t> ports = machine_.bridges().ports_above(function.bdf);
+        const bool was_written = is_concerned(function.bdf);
+        if (!was_written && std::ranges::none_of(ports, is_concerned))
+            return false;
+        const auto bound = lowest_bound(machine_, ports);
+        return bound && bring_in(function, *bound, was_written);
+    }
+
+    // One that has gone, or has no such register, stands above nothing.
+    bool bring_in(const Function &function, const Bound &bound, bool was_written) {
+        std::uint16_t devctl = 0;
+        pci_err_t error = read_devctl(function, devctl);
+        if (error == PCI_ERR_IO)
+            error = read_devctl(function, devctl);
+        if (error == PCI_ERR_IO && was_written)
+            failures_[function.id()] =
+                bdf_text(function.bdf) + ": payload size cannot be read" + port_text(bound);
+        if (error || code_of(devctl) <= bound.code)
+            return false;
+        concerned_.insert(function.id());
+        return lower(function, devctl, bound);
+    }
+
+    // Where a port reads nothing, what is below it gets the size that everything supports.
+    bool lower(const Function &function, std::uint16_t devctl, const Bound &bound) {
+        const std::string excess = excess_text(function, code_of(devctl), bound);
+        const unsigned code = std::min<unsigned>(bound.code, function.payload_code);
+        const unsigned offset = *function.cap(CAPID_PCIE) + pci::DEVCTL;
+        devctl = pci::set(devctl, pci::DEVCTL_MPS, code);
+        std::uint16_t after = 0;
+        if (write_register(function.bdf, offset, devctl, after) != PCI_OK ||
+            code_of(after) > bound.code) {
+            failures_[function.id()] = excess + ": cannot be lowered";
+            return false;
+        }
+        log_warning(excess + ": lowered to " + bytes_text(code));
+        return true;
+    }
+
+    const Machine &machine_;
+    Ids concerned_;  // written by modules, or lowered
+    const std::vector<const Function *> candidates_;
+    std::map<RoutingId, std::string> failures_;
+};
+
+pci_err_t admit(const Function &function, unsigned code) {
+    const Machine &machine = served()->machine;
+    const auto bound = lowest_bound(machine, machine.bridges().ports_above(function.bdf));
+    const bool is_supported = code <= function.payload_code;
+    if (is_supported && (!bound || code <= bound->code))
+        return PCI_OK;
+    std::uint16_t now = 0;
+    if (read_devctl(function, now) == PCI_OK && code_of(now) == code)
+        return PCI_OK;
+    if (!is_supported)
+        return PCI_ERR_INVALID;
+    log_warning(excess_text(function, code, *bound) + ": not written");
+    return bound->error ? bound->error : PCI_ERR_INVALID;
+}
+
+}  // namespace
+
+pci_err_t admit_payload(const Function &function, std::uint16_t devctl) {
+    PayloadWrites &writes = served()->payload_writes;
+    try {
+        {
+            const std::scoped_lock guard(writes.lock);
+            writes.written.insert(function.id());
+        }
+        return code_of(devctl) == LOWEST ? PCI_OK : admit(function, code_of(devctl));
+    } catch (const std::bad_alloc &) {
+        return PCI_ERR_NO_MEMORY;
+    }
+}
+
+bool keep_payloads_in_bounds() {
+    Served *const now = served();
+    if (!now)
+        return true;
+    PayloadWrites &writes = now->payload_writes;
+    const std::scoped_lock one_at_a_time(writes.one_repair);
+    Ids written;
+    {
+        const std::scoped_lock guard(writes.lock);
+        written.swap(writes.written);
+    }
+    Repair repair(now->machine, std::move(written));
+    repair.run();
+    for (const auto &[id, why] : repair.failures()) {
+        log_error(why);
+        writes.failed.insert(id);
+    }
+    return writes.failed.empty();
+}
+
+void warn_about_payloads_found() {
+    Served *const now = served();
+    if (!now)
+        return;
+    const std::scoped_lock guard(now->payload_writes.one_repair);
+    for (const Function *function : now->machine.functions()) {
+        std::uint16_t devctl = 0;
+        if (!now->machine.reachable(*function) ||
+            now->payload_writes.failed.contains(function->id()) ||
+            read_devctl(*function, devctl) != PCI_OK)
+            continue;
+        const auto bound =
+            lowest_bound(now->machine, now->machine.bridges().ports_above(function->bdf));
+        if (bound && !bound->error && code_of(devctl) > bound->code)
+            log_warning(excess_text(*function, code_of(devctl), *bound) + ": left as it was found");
+    }
+}
+
+}  // namespace host
