@@ -89,8 +89,11 @@ private:
     }
 
     bridge_rec *bridge_of(EventKind kind, const Function &function) const {
-        if (kind == EventKind::FLR)
+        if (kind == EventKind::FLR) {
+            if (function.is_bridge() || is_port(function))
+                throw InputError("a bridge or port has no function-level reset");
             return nullptr;
+        }
         const BridgeTree &tree = machine_.bridges();
         if (kind == EventKind::BUS_RESET) {
             bridge_rec *const above = tree.above(function.bdf);
@@ -102,6 +105,12 @@ private:
             throw InputError(kind == EventKind::BUS_RESET ? "neither a bridge nor below one"
                                                           : "not a bridge");
         return bridge;
+    }
+
+    // The standard has it for endpoints alone.
+    static bool is_port(const Function &function) {
+        return function.port_type && *function.port_type >= PORT_TYPE_ROOT_PORT &&
+               *function.port_type <= PORT_TYPE_PCI_TO_PCIE;
     }
 
     void simulate(const BusEvent &event) {

@@ -74,7 +74,7 @@ REFUSED = (
      "\ufeffexplode 00:01.0\nflr 01:00.0 # good\nflr\nflr 1:0.0.0\nflr 7f:00.0\n"
      "flr 0001:00:01.0\nflr 00:01.0 1 2\nremove 01:00.0\ninsert 00:01.0 x\n"
      "remove 00:01.0 0x1 22\nflr 01:00.0\ninsert 00:01.0\nflr 01:00.0 -1\nbus-reset 00:1f.0\n"
-     "flr 01:00.0 0x80000000\n", [
+     "flr 01:00.0 0x80000000\nflr 00:02.0 # port\n", [
          "input:1: unknown event (insert, remove, flr, bus-reset): explode",
          "input:3: no function is named: ",
          "input:4: not a function's address ", "input:5: no such function: ",
@@ -82,7 +82,8 @@ REFUSED = (
          "input:8: not a bridge: ", "input:9: VALUE is no number: ",
          "input:11: the function has been removed by an earlier line: ",
          "input:13: STATUS is no number: ", "input:14: neither a bridge nor below one: ",
-         "input:15: STATUS is too large: "]),
+         "input:15: STATUS is too large: ",
+         "input:16: a bridge or port has no function-level reset: "]),
 )
 
 

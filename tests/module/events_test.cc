@@ -56,7 +56,6 @@ TEST_F(Events, AreToldToHooksAroundWhatTheyDo) {
     EXPECT_EQ(buscfg->add_hook(&without_hook), PCI_ERR_INVALID);
     const std::pair<std::string, std::string> rows[] = {
         {"flr 03:00.0 0x13", "5 03:00.0 2 19 5\n6 03:00.0 2 19 0\n"},
-        {"flr 01:00.0", "5 01:00.0 2 0 5\n6 01:00.0 2 0 5\n"},
         {"bus-reset 01:00.0 7", "5 01:00.0 1 7 5\n6 01:00.0 1 7 0\n"},
         {"remove 01:00.0 9 8", "3 01:00.0 9 8 5\n4 01:00.0 9 8 -\n"},
         {"insert 01:00.0 0 6", "1 01:00.0 0 6 -\n2 01:00.0 0 6 0\n"},
