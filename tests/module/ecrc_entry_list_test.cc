@@ -1,6 +1,7 @@
 // Recorded wishes: the probe of a function's controls, and later wishes for the same function.
 #include "features/ecrc/entry_list.h"
 
+#include "platform/pci_access.h"
 #include "tests/module/ecrc_test.h"
 
 namespace host::tests {
@@ -88,6 +89,10 @@ TEST_F(EcrcEntries, AreFoundByTheirWholeAddress) {
                           "D3 ecrc_find_entry(B1:D1:F1) returns (nil)\n"
                           "D3 ecrc_find_entry(B1:D0:F0) returns (nil)\n"
                           "D3 ecrc_find_entry(B255:D0:F255) returns (nil)\n");
+    // A port of version 1 has no Device Control 2; what is there is something else's.
+    serve({{.id = at(0, 1), .secondary = 1, .ari_forwarding = true, .dwords = {{0x40, 0x410010}}},
+           {.id = at(1), .next_ari = 0}});
+    EXPECT_EQ(pci_device_find(1, ANY_VENDOR, ANY_DEVICE, ANY_CLASS), at(1));
 }
 
 TEST_F(EcrcEntries, AreRecordedOrLeaveNothingBehindWhateverAccessFails) {
