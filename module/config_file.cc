@@ -40,24 +40,24 @@ struct file_guard {
 };
 
 // The whole file, read only. The host's helpers stop at a zero byte, so one must stand behind the
-// last byte. It does: the file lies over the start of an anonymous mapping of one page more, which
-// stays zero, also when somebody appends to the file meanwhile and so fills the rest of its last
-// page.
+// last byte. It does: the mapping is one page longer than the file, and an anonymous page lies over
+// its end, which stays zero, also when somebody appends to the file meanwhile and so fills the rest
+// of its last page.
 struct map_guard {
     map_guard(int fd, std::size_t file_size) : size(file_size) {
+        if (size == 0)
+            return;
         const std::size_t page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
-        room_size = size + page;
-        room = mmap(nullptr, room_size, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        const std::size_t file_pages = (size + page - 1) / page * page;
+        room = mmap(nullptr, file_pages + page, PROT_READ, MAP_PRIVATE, fd, 0);
         if (room == MAP_FAILED)
             return;
-        void *text = mmap(room, size, PROT_READ, MAP_PRIVATE | MAP_FIXED, fd, 0);
-        mapped = text != MAP_FAILED;  // an empty file fails
-        if (mapped)
-            return;
-        // The start may be gone, and taken by another thread by now. Only the page behind is surely
-        // still ours; addresses of the rest may be lost, which is no memory.
-        room = static_cast<char *>(room) + (size + page - 1) / page * page;
-        room_size = page;
+        void *behind = static_cast<char *>(room) + file_pages;
+        mapped = mmap(behind, page, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED, -1, 0) !=
+                 MAP_FAILED;
+        // Without memory for that page, it may be gone, and taken by another thread by now. Only
+        // the pages before it are surely still ours.
+        room_size = mapped ? file_pages + page : file_pages;
     }
     ~map_guard() {
         if (room != MAP_FAILED)

@@ -136,6 +136,16 @@ TEST_F(ConfigFile, ReportsUnusableFilesAndKeepsNoneOpen) {
     }
     ::alarm(0);
     EXPECT_EQ(open_files(), before);
+    const auto mapped_pages = [] {
+        long pages = 0;
+        std::ifstream("/proc/self/statm") >> pages;
+        return pages;
+    };
+    constexpr long TIMES = 1000;
+    const long pages_before = mapped_pages();
+    for (long i = 0; i < TIMES; ++i)
+        EXPECT_EQ(module::parse_feature_config(directory.c_str()), 0U);
+    EXPECT_LT(mapped_pages() - pages_before, TIMES);
     std::ifstream maps("/proc/self/maps");
     const std::string mapped(std::istreambuf_iterator<char>(maps), {});
     EXPECT_EQ(mapped.find("good.cfg"), std::string::npos);
