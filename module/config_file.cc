@@ -108,6 +108,14 @@ char *copy_token(void *room, token_t token) {
     return copy;
 }
 
+// What stands for a token without room. Each time it is written anew: parsers may write to what
+// they are given.
+constexpr char NO_ROOM[] = "MAKE_TMP_STRING alloca() failed";
+
+char *renew_no_room(char *text) {
+    return static_cast<char *>(std::memcpy(text, NO_ROOM, sizeof NO_ROOM));
+}
+
 // A copy of the token in the calling function's stack frame, or `no_room`. A macro, because memory
 // of alloca lives as long as the function that called it; with that function's variable
 // `copy_room`, because alloca must not stand in a list of arguments, and with its `floor` of the
@@ -115,7 +123,7 @@ char *copy_token(void *room, token_t token) {
 #define MAKE_TMP_STRING(token)                                                                     \
     (room_for_copy(floor, (token).length)                                                          \
          ? (copy_room = alloca(std::size_t{(token).length} + 1), copy_token(copy_room, token))     \
-         : no_room)
+         : renew_no_room(no_room))
 
 feature_t *row_of(const char *keyword) {
     struct keyword_row_t {
@@ -134,7 +142,7 @@ feature_t *row_of(const char *keyword) {
 // The copies of all lines stay on the stack until the last line has been parsed: what a feature's
 // parser is given lives until then.
 void parse_lines(const char *first, const char *last) {
-    char no_room[] = "MAKE_TMP_STRING alloca() failed";  // holds nothing that a parser cuts at
+    char no_room[sizeof NO_ROOM];
     const char *floor = stack_floor();
     void *copy_room = nullptr;
     const char *line = skip_comment(first);
