@@ -88,11 +88,10 @@ token_t name_in(const char *begin, const char *end, name_char_t is_name_char) {
     return token;
 }
 
-// Next position to look for a line: behind the comments that follow `eol`. The file's last line may
-// have no line end; then `eol` is behind the last byte, nothing may be read from there on, and
-// find_eol() finds no line there.
+// Next position to look for a line: behind the comments that follow `eol`. Behind the file's last
+// byte nothing is read, and find_eol() finds no line there.
 const char *line_after(const char *eol, const char *last) {
-    return eol > last ? eol : skip_comment(eol + 1);
+    return eol >= last ? last + 1 : skip_comment(eol + 1);
 }
 
 // Whether the stack has room for a copy of `length` characters: the copy, rounded up to a multiple
