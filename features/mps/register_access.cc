@@ -27,11 +27,18 @@ struct write_request_t {
 #define WRITE_ARGS(request)                                                                        \
     "mps_write_mps", static_cast<void *>((request).cap), BDF_ARGS((request).bdf), (request).size
 
-std::uint32_t read_max_capable(pcie_cap_t *cap) {
+std::uint32_t read_devcap_mps(pcie_cap_t *cap) {
     std::uint32_t devcap = 0;
     if (call(cap, &pcie_cap_ops_t::read_devcap, &devcap) != PCI_OK)
         return 0;
     return decode_mps(pci::get(devcap, pci::DEVCAP_MPSS));
+}
+
+std::uint32_t read_max_capable(pcie_cap_t *cap, bdf_t bdf) {
+    if (cap != nullptr)
+        return read_devcap_mps(cap);
+    heap_ptr<pcie_cap_t> own;
+    return read_pcie_cap(bdf, own) == PCI_OK ? read_devcap_mps(own.get()) : 0;
 }
 
 // Reads, changes and checks Device Control through `cap`.
@@ -106,12 +113,7 @@ pci_err_t write_plain_functions(bdf_t bdf, std::uint32_t size) {
 }  // namespace
 
 std::uint32_t mps_read_max_capable(pcie_cap_t *cap, bdf_t bdf) {
-    heap_ptr<pcie_cap_t> own;
-    std::uint32_t size = 0;
-    if (cap != nullptr)
-        size = read_max_capable(cap);
-    else if (read_pcie_cap(bdf, own) == PCI_OK)
-        size = read_max_capable(own.get());
+    const std::uint32_t size = read_max_capable(cap, bdf);
     LOG_DEBUG(3, "%s(%p, B%u:D%u:F%u) returns %u", "mps_read_max_capable", static_cast<void *>(cap),
               BDF_ARGS(bdf), size);
     return size;
