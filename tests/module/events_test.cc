@@ -18,6 +18,7 @@ void note(std::uint32_t kind, bdf_t bdf, std::uint32_t value, int status) {
     std::uint16_t control = 0;
     const bool is_found = pci_hw->cfg_read(at(3), DEVCTL_AT, 2, &control, 0) == PCI_OK;
     EXPECT_EQ(find_parent_bridge(nullptr, at(3)) != nullptr, is_found);
+    EXPECT_EQ(pci_device_find(3, ANY_VENDOR, ANY_DEVICE, ANY_CLASS) == at(3), is_found);
     told += std::to_string(kind) + ' ' + bdf_text(bdf) + ' ' + std::to_string(value) + ' ' +
             std::to_string(status) + ' ' + (is_found ? std::to_string(control >> 5 & 7) : "-") +
             '\n';
