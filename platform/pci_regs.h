@@ -100,6 +100,9 @@ constexpr reg32 CLASS_REVISION{0x08};  // Revision ID and Class Code in one acce
 constexpr std::uint32_t CLASS_REVISION_ID = 0x0000'00FF;
 constexpr std::uint32_t CLASS_REVISION_CLASS_CODE = 0xFFFF'FF00;  // as in types.h
 
+constexpr reg8 REVISION_ID{0x08};
+constexpr reg16 CLASS_DEVICE{0x0A};  // base class and sub-class of Class Code
+
 constexpr reg8 HEADER_TYPE{0x0E};
 constexpr std::uint8_t HEADER_TYPE_LAYOUT = 0x7F;          // RO, Header Layout
 constexpr std::uint8_t HEADER_TYPE_MULTI_FUNCTION = 0x80;  // RO, Multi-Function Device

@@ -105,7 +105,7 @@ struct Sweeps : ModuleTest {
         std::vector<const Function *> all = whole->below(bridge);
         all.push_back(whole->known(id_of(bridge.bdf)));
         for (const Function *function : all)
-            if (function->payload_code >= 2)
+            if (function->mpss >= 2)
                 image->write(function->id(), *function->cap(CAPID_PCIE) + pci::DEVCTL, 2, 2U << 5);
     }
 

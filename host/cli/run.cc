@@ -18,11 +18,11 @@
 #include "host/report/report_table.h"
 #include "host/report/report_text.h"
 #include "host/space/dump.h"
-#include "host/space/registers.h"
 #include "host/watch/event_player.h"
 #include "host/watch/service.h"
 #include "host/watch/signals.h"
 #include "platform/pci_access.h"
+#include "platform/pci_regs.h"
 
 namespace host {
 namespace {
@@ -32,7 +32,7 @@ namespace {
 void warn_about_short_spaces(const MachineSource &source, const Machine &machine) {
     const auto is_short = [&](const Function *function) {
         return function->port_type &&
-               source.image->bytes(function->id()).size() <= reg::CONFIG_SIZE;
+               source.image->bytes(function->id()).size() <= pci::CONFIG_SIZE;
     };
     const auto count = std::ranges::count_if(machine.functions(), is_short);
     if (count != 0)
@@ -69,8 +69,8 @@ void warn_about_traffic(const MachineSource &source, const Machine &machine) {
     const auto has_traffic = [&](const Function *function) {
         std::uint32_t command = 0;
         return !function->is_bridge() && !source.live->sysfs().driver(function->id()).empty() &&
-               source.live->read(function->id(), reg::COMMAND, 2, command) == PCI_OK &&
-               (command & reg::COMMAND_BUS_MASTER) != 0;
+               source.live->read(function->id(), pci::COMMAND, 2, command) == PCI_OK &&
+               (command & pci::COMMAND_BUS_MASTER) != 0;
     };
     const auto count = std::ranges::count_if(machine.functions(), has_traffic);
     if (count != 0)

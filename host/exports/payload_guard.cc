@@ -139,7 +139,7 @@ private:
     // Where a port reads nothing, what is below it gets the size that everything supports.
     bool lower(const Function &function, std::uint16_t devctl, const Bound &bound) {
         const std::string excess = excess_text(function, code_of(devctl), bound);
-        const unsigned code = std::min<unsigned>(bound.code, function.payload_code);
+        const unsigned code = std::min<unsigned>(bound.code, function.mpss);
         const unsigned offset = *function.cap(CAPID_PCIE) + pci::DEVCTL;
         devctl = pci::set(devctl, pci::DEVCTL_MPS, code);
         std::uint16_t after = 0;
@@ -161,7 +161,7 @@ private:
 pci_err_t admit(const Function &function, unsigned code) {
     const Machine &machine = served()->machine;
     const auto bound = lowest_bound(machine, machine.bridges().ports_above(function.bdf));
-    const bool is_supported = code <= function.payload_code;
+    const bool is_supported = code <= function.mpss;
     if (is_supported && (!bound || code <= bound->code))
         return PCI_OK;
     std::uint16_t now = 0;

@@ -4,8 +4,8 @@
 #include <unordered_map>
 
 #include "host/machine/bus_layout.h"
-#include "host/space/registers.h"
 #include "platform/capability.h"
+#include "platform/pci_regs.h"
 
 namespace host {
 
@@ -21,7 +21,7 @@ public:
     // was read belongs to nobody.
     Function read() {
         Function function = read_registers();
-        if (!function.answers || dword(reg::VENDOR_ID) == ids_of(function))
+        if (!function.answers || dword(pci::IDS) == ids_of(function))
             return function;
         Function absent{};
         absent.bdf = id_;
@@ -32,38 +32,42 @@ private:
     Function read_registers() {
         Function function{};
         function.bdf = id_;
-        const std::uint32_t ids = dword(reg::VENDOR_ID).value_or(0xFFFF'FFFF);
-        if ((ids & 0xFFFF) == reg::VENDOR_ID_NONE)
+        const std::uint32_t ids = dword(pci::IDS).value_or(0xFFFF'FFFF);
+        if (pci::get(ids, pci::IDS_VENDOR) == pci::VENDOR_ID_NONE)
             return function;
         function.answers = true;
-        function.vendor = static_cast<std::uint16_t>(ids & 0xFFFF);
-        function.device = static_cast<std::uint16_t>(ids >> 16);
-        function.class_code = dword(reg::REVISION_ID).value_or(0) >> 8;
+        function.vendor = static_cast<std::uint16_t>(pci::get(ids, pci::IDS_VENDOR));
+        function.device = static_cast<std::uint16_t>(pci::get(ids, pci::IDS_DEVICE));
+        function.class_code =
+            pci::get(dword(pci::CLASS_REVISION).value_or(0), pci::CLASS_REVISION_CLASS_CODE);
         read_header(function);
         function.caps = walk_capabilities(reader_);
         if (const auto pcie = function.cap(CAPID_PCIE)) {
-            const unsigned caps = read_word(reader_, *pcie + reg::PCIE_CAPS).value_or(0);
-            function.port_type = static_cast<std::uint8_t>((caps & reg::PCIE_CAPS_PORT_TYPE) >> 4);
-            function.payload_code = static_cast<std::uint8_t>(
-                read_word(reader_, *pcie + reg::DEVCAP).value_or(0) & reg::DEVCAP_PAYLOAD_SIZE);
+            const unsigned caps = read_word(reader_, *pcie + pci::PCIE_CAPS).value_or(0);
+            function.port_type =
+                static_cast<std::uint8_t>(pci::get(caps, pci::PCIE_CAPS_DEVICE_PORT_TYPE));
+            function.mpss = static_cast<std::uint8_t>(
+                pci::get(dword(*pcie + pci::DEVCAP).value_or(0), pci::DEVCAP_MPSS));
             function.ext_caps = walk_ext_capabilities(reader_);
         }
         return function;
     }
 
     static std::uint32_t ids_of(const Function &function) {
-        return std::uint32_t{function.device} << 16 | function.vendor;
+        return pci::in_field(pci::IDS_DEVICE, function.device) | function.vendor;
     }
 
     void read_header(Function &function) {
-        const unsigned type = read_word(reader_, reg::HEADER_TYPE).value_or(0);
-        function.header_type = type & reg::HEADER_TYPE_LAYOUT;
-        function.multi_function = (type & reg::HEADER_TYPE_MULTI_FUNCTION) != 0;
+        const unsigned type = read_word(reader_, pci::HEADER_TYPE).value_or(0);
+        function.header_type = static_cast<std::uint8_t>(pci::get(type, pci::HEADER_TYPE_LAYOUT));
+        function.multi_function = (type & pci::HEADER_TYPE_MULTI_FUNCTION) != 0;
         if (!function.is_bridge())
             return;
-        const unsigned numbers = dword(reg::SECONDARY_BUS & ~3u).value_or(0);
-        function.secondary = numbers >> 8 & 0xFF;
-        function.subordinate = numbers >> 16 & 0xFF;
+        const unsigned numbers = dword(pci::BUS_NUMBERS).value_or(0);
+        function.secondary =
+            static_cast<std::uint8_t>(pci::get(numbers, pci::BUS_NUMBERS_SECONDARY));
+        function.subordinate =
+            static_cast<std::uint8_t>(pci::get(numbers, pci::BUS_NUMBERS_SUBORDINATE));
     }
 
     std::optional<std::uint32_t> dword(unsigned offset) {
@@ -86,14 +90,14 @@ bool forwards_ari(ConfigSpace &space, const Function &bridge) {
     if (!downstream)
         return false;
     const unsigned pcie = *bridge.cap(CAPID_PCIE);
-    if (pcie + reg::DEVCTL2 + 2 > reg::CONFIG_SIZE)
+    if (pcie + pci::DEVCTL2 + 2 > pci::CONFIG_SIZE)
         return false;
     std::uint32_t caps = 0;
     std::uint32_t control = 0;
-    return space.read(bridge.id(), pcie + reg::PCIE_CAPS, 2, caps) == PCI_OK &&
-           (caps & reg::PCIE_CAPS_VERSION) >= 2 &&
-           space.read(bridge.id(), pcie + reg::DEVCTL2, 2, control) == PCI_OK &&
-           (control & reg::DEVCTL2_ARI_FORWARDING) != 0;
+    return space.read(bridge.id(), pcie + pci::PCIE_CAPS, 2, caps) == PCI_OK &&
+           pci::get(caps, pci::PCIE_CAPS_VERSION) >= 2 &&
+           space.read(bridge.id(), pcie + pci::DEVCTL2, 2, control) == PCI_OK &&
+           (control & pci::DEVCTL2_ARI_FORWARDING) != 0;
 }
 
 }  // namespace
@@ -216,10 +220,10 @@ std::vector<RoutingId> Machine::renumbered() const {
     for (const Function *function : functions()) {
         std::uint32_t numbers = 0;
         if (!function->is_bridge() || !reachable(*function) ||
-            space_.read(function->id(), reg::SECONDARY_BUS & ~3u, 4, numbers) != PCI_OK)
+            space_.read(function->id(), pci::BUS_NUMBERS, 4, numbers) != PCI_OK)
             continue;
-        if ((numbers >> 8 & 0xFF) != function->secondary ||
-            (numbers >> 16 & 0xFF) != function->subordinate)
+        if (pci::get(numbers, pci::BUS_NUMBERS_SECONDARY) != function->secondary ||
+            pci::get(numbers, pci::BUS_NUMBERS_SUBORDINATE) != function->subordinate)
             found.push_back(function->id());
     }
     return found;

@@ -30,9 +30,9 @@ struct Function {
     std::uint8_t secondary;    // bridges (header types 1 and 2) only, else 0
     std::uint8_t subordinate;
     std::optional<std::uint8_t> port_type;  // PCI Express functions only
-    std::uint8_t payload_code;              // of the largest payload supported: 128 << code bytes
-    std::vector<CapPosition> caps;          // in list order
-    std::vector<CapPosition> ext_caps;      // in list order
+    std::uint8_t mpss;              // Max_Payload_Size Supported, as in Device Capabilities; else 0
+    std::vector<CapPosition> caps;  // in list order
+    std::vector<CapPosition> ext_caps;  // in list order
 
     RoutingId id() const { return pci::routing_id_of(bdf); }
     bool is_bridge() const { return header_type == 1 || header_type == 2; }

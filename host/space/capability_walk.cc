@@ -1,9 +1,8 @@
 #include "host/space/capability_walk.h"
+#include "platform/pci_regs.h"
 
 #include <algorithm>
 #include <bitset>
-
-#include "host/space/registers.h"
 
 namespace host {
 
@@ -15,12 +14,13 @@ constexpr unsigned EXT_POINTER_BITS = 0xFFC;
 
 // First pointer of the conventional list; 0 for a function without one.
 unsigned list_start(const ReadDword &read) {
-    const auto status = read_word(read, reg::STATUS);
-    const auto type = read_word(read, reg::HEADER_TYPE);
-    if (!status || !type || !(*status & reg::STATUS_CAP_LIST))
+    const auto status = read_word(read, pci::STATUS);
+    const auto type = read_word(read, pci::HEADER_TYPE);
+    if (!status || !type || !(*status & pci::STATUS_CAPABILITIES_LIST))
         return 0;
-    const bool cardbus = (*type & reg::HEADER_TYPE_LAYOUT) == reg::LAYOUT_CARDBUS;
-    const auto pointer = read(cardbus ? reg::CARDBUS_CAP_POINTER : reg::CAP_POINTER);
+    const bool cardbus = (*type & pci::HEADER_TYPE_LAYOUT) == pci::HEADER_LAYOUT_CARDBUS;
+    const auto pointer =
+        read(cardbus ? pci::CARDBUS_CAPABILITIES_POINTER : pci::CAPABILITIES_POINTER);
     return pointer.value_or(0) & POINTER_BITS;
 }
 
@@ -35,34 +35,34 @@ std::optional<std::uint16_t> read_word(const ReadDword &read, unsigned offset) {
 
 std::vector<CapPosition> walk_capabilities(const ReadDword &read) {
     std::vector<CapPosition> found;
-    std::bitset<reg::CONFIG_SIZE> seen;
+    std::bitset<pci::CONFIG_SIZE> seen;
     unsigned offset = list_start(read);
-    while (offset >= reg::HEADER_SIZE && !seen[offset]) {
+    while (offset >= pci::HEADER_SIZE && !seen[offset]) {
         seen.set(offset);
         const auto header = read(offset);
         if (!header)
             break;
-        const auto id = static_cast<std::uint16_t>(*header & 0xFF);
+        const auto id = static_cast<std::uint16_t>(pci::get(*header, pci::CAP_HEADER_ID));
         if (id == 0xFF)  // nothing answers here
             break;
         found.push_back({id, static_cast<std::uint16_t>(offset)});
-        offset = *header >> 8 & POINTER_BITS;
+        offset = pci::get(*header, pci::CAP_HEADER_NEXT_POINTER) & POINTER_BITS;
     }
     return found;
 }
 
 std::vector<CapPosition> walk_ext_capabilities(const ReadDword &read) {
     std::vector<CapPosition> found;
-    std::bitset<reg::EXT_CONFIG_SIZE> seen;
-    unsigned offset = reg::EXT_CAPS;
-    while (offset >= reg::EXT_CAPS && !seen[offset]) {
+    std::bitset<pci::EXT_CONFIG_SIZE> seen;
+    unsigned offset = pci::EXT_CAPS;
+    while (offset >= pci::EXT_CAPS && !seen[offset]) {
         seen.set(offset);
         const auto header = read(offset);
         if (!header || *header == 0 || *header == 0xFFFF'FFFF)
             break;
-        const auto id = static_cast<std::uint16_t>(*header & 0xFFFF);
+        const auto id = static_cast<std::uint16_t>(pci::get(*header, pci::EXT_CAP_HEADER_ID));
         found.push_back({id, static_cast<std::uint16_t>(offset)});
-        offset = *header >> 20 & EXT_POINTER_BITS;
+        offset = pci::get(*header, pci::EXT_CAP_HEADER_NEXT_OFFSET) & EXT_POINTER_BITS;
     }
     return found;
 }

@@ -4,7 +4,7 @@
 #include <stdexcept>
 
 #include "host/base/address.h"
-#include "host/space/registers.h"
+#include "platform/pci_regs.h"
 
 namespace host {
 
@@ -55,7 +55,7 @@ WriteMasks masks_of(const std::vector<RegisterRule> &rules, unsigned offset, uns
 ConfigImage::ConfigImage() : entries_(ROUTING_IDS) {}
 
 void ConfigImage::add(RoutingId id, std::string title, std::vector<std::uint8_t> bytes) {
-    if (bytes.size() > reg::EXT_CONFIG_SIZE)
+    if (bytes.size() > pci::EXT_CONFIG_SIZE)
         throw std::invalid_argument(bdf_text(id) + " has more than 4096 bytes");
     auto entry = std::make_unique<Entry>();
     entry->rules = register_rules(bytes);
@@ -151,7 +151,7 @@ ConfigImage::Entry *ConfigImage::find(RoutingId id) const {
 
 pci_err_t ConfigImage::check(const Entry *entry, unsigned offset, unsigned width) const {
     const bool known_width = width == 1 || width == 2 || width == 4;
-    if (!known_width || offset % width != 0 || offset >= reg::EXT_CONFIG_SIZE)
+    if (!known_width || offset % width != 0 || offset >= pci::EXT_CONFIG_SIZE)
         return PCI_ERR_INVALID;
     if (!entry || !entry->present)
         return PCI_ERR_NO_DEVICE;

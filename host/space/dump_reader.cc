@@ -16,7 +16,7 @@
 
 #include "host/base/address.h"
 #include "host/space/dump.h"
-#include "host/space/registers.h"
+#include "platform/pci_regs.h"
 
 namespace host {
 
@@ -169,7 +169,7 @@ private:
             fail_here("the next line of this function should be that of offset " +
                           hex_text(static_cast<unsigned>(bytes_.size())),
                       line);
-        if (offset >= reg::EXT_CONFIG_SIZE)
+        if (offset >= pci::EXT_CONFIG_SIZE)
             fail_here("more than 4096 bytes of one function", line);
         append_bytes(line, line.substr(digits + 1));
         if (bytes_.size() % LINE_BYTES != 0)
@@ -199,7 +199,7 @@ private:
             return;
         const Title title = *std::exchange(current_, std::nullopt);
         std::vector<std::uint8_t> bytes = std::exchange(bytes_, {});
-        if (bytes.size() < reg::HEADER_SIZE)
+        if (bytes.size() < pci::HEADER_SIZE)
             fail_at(title_line_,
                     "the function has " + std::to_string(bytes.size()) +
                         " bytes, and at least 64 are needed (take the dump with: "
@@ -209,7 +209,8 @@ private:
             ++dump_.other_domains;
             return;
         }
-        if (bytes.size() == reg::HEADER_SIZE && (bytes[reg::STATUS] & reg::STATUS_CAP_LIST))
+        if (bytes.size() == pci::HEADER_SIZE &&
+            (bytes[pci::STATUS] & pci::STATUS_CAPABILITIES_LIST))
             ++dump_.header_only;
         dump_.image->add(title.id(), std::move(title_text_), std::move(bytes));
     }

@@ -22,7 +22,7 @@ extern "C" {
 
 #include "host/base/address.h"
 #include "host/base/log.h"
-#include "host/space/registers.h"
+#include "platform/pci_regs.h"
 
 namespace host {
 namespace {
@@ -248,7 +248,7 @@ bool LiveSpace::shows_headers_alone() const {
             return library_->read(id, offset, bytes.data(), bytes.size()) == 0;
         });
     };
-    return !reads(reg::HEADER_SIZE) && reads(0);
+    return !reads(pci::HEADER_SIZE) && reads(0);
 }
 
 std::vector<RoutingId> LiveSpace::functions() const {
@@ -258,13 +258,13 @@ std::vector<RoutingId> LiveSpace::functions() const {
 // As lspci writes it.
 std::string LiveSpace::title(RoutingId id) const {
     std::string address = domain_ == 0 ? bdf_text(id) : kernel_address(domain_, id);
-    std::array<std::uint8_t, reg::HEADER_SIZE> header{};
+    std::array<std::uint8_t, pci::HEADER_SIZE> header{};
     if (library_->read(id, 0, header.data(), header.size()) != 0)
         return address;
     const auto word = [&](unsigned at) { return header[at] | unsigned{header[at + 1]} << 8; };
-    std::string text = address + " " + library_->class_name(word(reg::REVISION_ID + 2)) + ": " +
-                       library_->device_name(word(reg::VENDOR_ID), word(reg::DEVICE_ID));
-    if (const unsigned revision = header[reg::REVISION_ID]) {
+    std::string text = address + " " + library_->class_name(word(pci::CLASS_DEVICE)) + ": " +
+                       library_->device_name(word(pci::VENDOR_ID), word(pci::DEVICE_ID));
+    if (const unsigned revision = header[pci::REVISION_ID]) {
         std::array<char, 16> suffix{};
         std::snprintf(suffix.data(), suffix.size(), " (rev %02x)", revision);
         text += suffix.data();
@@ -329,9 +329,9 @@ volatile void *LiveSpace::no_memory(RoutingId id, unsigned bar, int error) {
 
 volatile void *LiveSpace::memory(RoutingId id, unsigned bar, std::size_t offset, std::size_t size) {
     std::uint32_t command = 0;
-    if (read(id, reg::COMMAND, 2, command) != PCI_OK)
+    if (read(id, pci::COMMAND, 2, command) != PCI_OK)
         return nullptr;  // has been said
-    if (!(command & reg::COMMAND_MEMORY))
+    if (!(command & pci::COMMAND_MEMORY_SPACE))
         return no_memory(id, bar, 0);
     const std::filesystem::path resource = sysfs_.file(id, "resource" + std::to_string(bar));
     auto mapping = std::make_unique<Mapping>(resource, offset, size);
@@ -343,8 +343,8 @@ volatile void *LiveSpace::memory(RoutingId id, unsigned bar, std::size_t offset,
 
 bool LiveSpace::answers(RoutingId id) {
     std::uint32_t vendor = 0;
-    return read(id, reg::VENDOR_ID, 2, vendor) == PCI_OK && vendor != reg::VENDOR_ID_NONE &&
-           vendor != reg::VENDOR_ID_NOT_READY;
+    return read(id, pci::VENDOR_ID, 2, vendor) == PCI_OK && vendor != pci::VENDOR_ID_NONE &&
+           vendor != pci::VENDOR_ID_NOT_READY;
 }
 
 bool LiveSpace::is_another(RoutingId id) const {
@@ -360,7 +360,7 @@ void LiveSpace::forget(RoutingId id) {
 std::unique_ptr<ConfigImage> LiveSpace::snapshot() const {
     auto image = std::make_unique<ConfigImage>();
     for (const RoutingId id : functions()) {
-        for (const std::size_t size : {sysfs_.config_size(id), std::size_t{reg::HEADER_SIZE}}) {
+        for (const std::size_t size : {sysfs_.config_size(id), std::size_t{pci::HEADER_SIZE}}) {
             std::vector<std::uint8_t> bytes(size);
             if (library_->read(id, 0, bytes.data(), static_cast<unsigned>(size)) != 0)
                 continue;

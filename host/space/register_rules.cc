@@ -10,22 +10,48 @@
 #include <optional>
 
 #include "host/space/capability_walk.h"
-#include "host/space/registers.h"
 #include "platform/capability.h"
+#include "platform/pci_regs.h"
 
 namespace host {
 
 namespace {
 
-constexpr std::uint16_t COMMAND_PCIE = 0x0547;          // I/O, memory, master, parity, SERR, INTx
-constexpr std::uint16_t COMMAND_CONVENTIONAL = 0x0038;  // special cycles, MWI, VGA snoop
-constexpr std::uint16_t COMMAND_FAST_B2B = 0x0200;
+constexpr std::uint16_t COMMAND_PCIE =
+    pci::COMMAND_IO_SPACE | pci::COMMAND_MEMORY_SPACE | pci::COMMAND_BUS_MASTER |
+    pci::COMMAND_PARITY_ERROR_RESPONSE | pci::COMMAND_SERR_ENABLE | pci::COMMAND_INTERRUPT_DISABLE;
+constexpr std::uint16_t COMMAND_CONVENTIONAL = pci::COMMAND_SPECIAL_CYCLES |
+                                               pci::COMMAND_MEMORY_WRITE_AND_INVALIDATE |
+                                               pci::COMMAND_VGA_PALETTE_SNOOP;
 
-constexpr std::uint16_t BRIDGE_PCIE = 0x005F;          // parity, SERR, ISA, VGA, VGA 16 bit, reset
-constexpr std::uint16_t BRIDGE_CONVENTIONAL = 0x0BA0;  // master abort, fast b2b, discard timers
-constexpr std::uint16_t BRIDGE_DISCARD_STATUS = 0x0400;
-constexpr std::uint16_t BRIDGE_CARDBUS = 0x07EF;
-constexpr std::uint16_t BRIDGE_CARDBUS_DEFAULT = 0x0340;  // reset, both windows prefetchable
+constexpr std::uint16_t BRIDGE_EVERY =
+    pci::BRIDGE_CONTROL_PARITY_ERROR_RESPONSE | pci::BRIDGE_CONTROL_SERR_ENABLE |
+    pci::BRIDGE_CONTROL_ISA_ENABLE | pci::BRIDGE_CONTROL_VGA_ENABLE;
+constexpr std::uint16_t BRIDGE_PCIE =
+    BRIDGE_EVERY | pci::BRIDGE_CONTROL_VGA_16_BIT_DECODE | pci::BRIDGE_CONTROL_SECONDARY_BUS_RESET;
+constexpr std::uint16_t BRIDGE_CONVENTIONAL =
+    pci::BRIDGE_CONTROL_MASTER_ABORT_MODE | pci::BRIDGE_CONTROL_FAST_B2B_ENABLE |
+    pci::BRIDGE_CONTROL_PRIMARY_DISCARD_TIMER | pci::BRIDGE_CONTROL_SECONDARY_DISCARD_TIMER |
+    pci::BRIDGE_CONTROL_DISCARD_TIMER_SERR;
+constexpr std::uint16_t CARDBUS_DEFAULT = pci::CARDBUS_CONTROL_RESET |
+                                          pci::CARDBUS_CONTROL_MEMORY_0_PREFETCH |
+                                          pci::CARDBUS_CONTROL_MEMORY_1_PREFETCH;
+constexpr std::uint16_t BRIDGE_CARDBUS = BRIDGE_EVERY | pci::BRIDGE_CONTROL_MASTER_ABORT_MODE |
+                                         CARDBUS_DEFAULT | pci::CARDBUS_CONTROL_INTERRUPT_ENABLE |
+                                         pci::CARDBUS_CONTROL_WRITE_POSTING_ENABLE;
+
+constexpr std::uint16_t DEVCTL_EVERY =
+    pci::DEVCTL_CORRECTABLE_ERROR_REPORTING | pci::DEVCTL_NON_FATAL_ERROR_REPORTING |
+    pci::DEVCTL_FATAL_ERROR_REPORTING | pci::DEVCTL_UNSUPPORTED_REQUEST_REPORTING |
+    pci::DEVCTL_RELAXED_ORDERING | pci::DEVCTL_MPS | pci::DEVCTL_AUX_POWER_PM |
+    pci::DEVCTL_NO_SNOOP | pci::DEVCTL_MRRS;
+constexpr std::uint16_t DEVCTL_DEFAULT = pci::DEVCTL_RELAXED_ORDERING | pci::DEVCTL_NO_SNOOP |
+                                         pci::in_field(pci::DEVCTL_MRRS, pci::MRRS_DEFAULT);
+
+constexpr std::uint16_t LINKCTL_EVERY =
+    pci::LINKCTL_ASPM | pci::LINKCTL_RCB | pci::LINKCTL_COMMON_CLOCK | pci::LINKCTL_EXTENDED_SYNCH |
+    pci::LINKCTL_CLOCK_POWER_MANAGEMENT | pci::LINKCTL_AUTONOMOUS_WIDTH_DISABLE |
+    pci::LINKCTL_BANDWIDTH_INTERRUPT | pci::LINKCTL_AUTONOMOUS_BANDWIDTH_INTERRUPT;
 
 class RuleFinder {
 public:
@@ -34,7 +60,7 @@ public:
         pcie_ = first_capability(caps_, CAPID_PCIE);
         if (!pcie_)
             return;
-        port_type_ = (word(*pcie_ + reg::PCIE_CAPS) & reg::PCIE_CAPS_PORT_TYPE) >> 4;
+        port_type_ = pci::get(word(*pcie_ + pci::PCIE_CAPS), pci::PCIE_CAPS_DEVICE_PORT_TYPE);
         ext_caps_ = walk_ext_capabilities(read_);
     }
 
@@ -73,7 +99,7 @@ private:
 
     // Of a capability in the conventional 256 bytes: what is behind them belongs to others.
     void add_conventional(unsigned offset, unsigned width, Bits bits) {
-        if (offset + width <= reg::CONFIG_SIZE)
+        if (offset + width <= pci::CONFIG_SIZE)
             add(offset, width, bits);
     }
 
@@ -81,99 +107,95 @@ private:
         std::uint16_t bits = COMMAND_PCIE;
         if (!pcie_) {
             bits |= COMMAND_CONVENTIONAL;
-            if (word(reg::STATUS) & reg::STATUS_FAST_B2B)
-                bits |= COMMAND_FAST_B2B;
+            if (word(pci::STATUS) & pci::STATUS_FAST_B2B_CAPABLE)
+                bits |= pci::COMMAND_FAST_B2B_ENABLE;
         }
-        add(reg::COMMAND, 2, {.rw = bits});
-        add(reg::STATUS, 2, {.w1c = reg::STATUS_ERRORS});
+        add(pci::COMMAND, 2, {.rw = bits});
+        add(pci::STATUS, 2, {.w1c = pci::STATUS_RW1C});
     }
 
     void add_bridge() {
-        const unsigned layout = word(reg::HEADER_TYPE) & reg::HEADER_TYPE_LAYOUT;
-        if (layout == reg::LAYOUT_CARDBUS) {
-            add(reg::CARDBUS_SECONDARY_STATUS, 2, {.w1c = reg::STATUS_ERRORS});
-            add(reg::BRIDGE_CONTROL, 2, {.rw = BRIDGE_CARDBUS, .defaults = BRIDGE_CARDBUS_DEFAULT});
+        const unsigned layout = pci::get(word(pci::HEADER_TYPE), pci::HEADER_TYPE_LAYOUT);
+        if (layout == pci::HEADER_LAYOUT_CARDBUS) {
+            add(pci::CARDBUS_SECONDARY_STATUS, 2, {.w1c = pci::STATUS_RW1C});
+            add(pci::BRIDGE_CONTROL, 2, {.rw = BRIDGE_CARDBUS, .defaults = CARDBUS_DEFAULT});
         }
-        if (layout != reg::LAYOUT_BRIDGE)
+        if (layout != pci::HEADER_LAYOUT_BRIDGE)
             return;
-        add(reg::SECONDARY_STATUS, 2, {.w1c = reg::STATUS_ERRORS});
+        add(pci::SECONDARY_STATUS, 2, {.w1c = pci::STATUS_RW1C});
         Bits control{.rw = BRIDGE_PCIE};
         if (!pcie_ || port_type_ == PORT_TYPE_PCIE_TO_PCI) {
             control.rw |= BRIDGE_CONVENTIONAL;
-            control.w1c = BRIDGE_DISCARD_STATUS;
+            control.w1c = pci::BRIDGE_CONTROL_DISCARD_TIMER_STATUS;
         }
-        add(reg::BRIDGE_CONTROL, 2, control);
+        add(pci::BRIDGE_CONTROL, 2, control);
     }
 
     void add_msi() {
         const auto cap = first_capability(caps_, CAPID_MSI);
         if (!cap)
             return;
-        const unsigned control = word(*cap + reg::MSI_CONTROL);
-        add_conventional(*cap + reg::MSI_CONTROL, 2,
-                         {.rw = reg::MSI_ENABLE | reg::MSI_MULTIPLE_ENABLE});
-        unsigned offset = *cap + reg::MSI_ADDRESS;
-        add_conventional(offset, 4, {.rw = reg::MSI_ADDRESS_BITS});
-        offset += 4;
-        if (control & reg::MSI_64_BIT) {
-            add_conventional(offset, 4, {.rw = 0xFFFF'FFFF});
-            offset += 4;
-        }
-        add_conventional(offset, 2, {.rw = 0xFFFF});
-        if (control & reg::MSI_MASKING)
-            add_conventional(offset + 4, 4, {.rw = 0xFFFF'FFFF});
+        const unsigned control = word(*cap + pci::MSI_CONTROL);
+        add_conventional(
+            *cap + pci::MSI_CONTROL, 2,
+            {.rw = pci::MSI_CONTROL_ENABLE | pci::MSI_CONTROL_MULTIPLE_MESSAGE_ENABLE});
+        const bool is_64_bit = (control & pci::MSI_CONTROL_64_BIT) != 0;
+        add_conventional(*cap + pci::MSI_ADDRESS, 4, {.rw = pci::MSI_ADDRESS_BITS});
+        if (is_64_bit)
+            add_conventional(*cap + pci::MSI_UPPER_ADDRESS, 4, {.rw = 0xFFFF'FFFF});
+        add_conventional(*cap + (is_64_bit ? pci::MSI_DATA_64_BIT : pci::MSI_DATA), 2,
+                         {.rw = 0xFFFF});
+        if (control & pci::MSI_CONTROL_PER_VECTOR_MASKING)
+            add_conventional(*cap + (is_64_bit ? pci::MSI_MASK_BITS_64_BIT : pci::MSI_MASK_BITS), 4,
+                             {.rw = 0xFFFF'FFFF});
     }
 
     void add_msix() {
         if (const auto cap = first_capability(caps_, CAPID_MSIX))
-            add_conventional(*cap + reg::MSIX_CONTROL, 2,
-                             {.rw = reg::MSIX_MASK_ALL | reg::MSIX_ENABLE});
+            add_conventional(*cap + pci::MSIX_CONTROL, 2,
+                             {.rw = pci::MSIX_CONTROL_FUNCTION_MASK | pci::MSIX_CONTROL_ENABLE});
     }
 
     void add_pcie() {
         if (!pcie_)
             return;
         // Any payload size code sticks, as it does in hardware that does not check it.
-        std::uint32_t control = reg::DEVCTL_ERROR_ENABLES | reg::DEVCTL_RELAXED_ORDERING |
-                                reg::DEVCTL_PAYLOAD_SIZE | reg::DEVCTL_AUX_POWER |
-                                reg::DEVCTL_NO_SNOOP | reg::DEVCTL_READ_REQUEST;
-        if (word(*pcie_ + reg::DEVCAP) & reg::DEVCAP_EXT_TAG)
-            control |= reg::DEVCTL_EXT_TAG;
-        add_conventional(*pcie_ + reg::DEVCTL, 2,
-                         {.rw = control,
-                          .kept = reg::DEVCTL_AUX_POWER,
-                          .defaults = reg::DEVCTL_RELAXED_ORDERING | reg::DEVCTL_NO_SNOOP |
-                                      reg::DEVCTL_READ_REQUEST_512});
-        add_conventional(*pcie_ + reg::DEVSTA, 2, {.w1c = reg::DEVSTA_ERRORS});
+        std::uint32_t control = DEVCTL_EVERY;
+        if (word(*pcie_ + pci::DEVCAP) & pci::DEVCAP_EXT_TAG)
+            control |= pci::DEVCTL_EXT_TAG;
+        add_conventional(
+            *pcie_ + pci::DEVCTL, 2,
+            {.rw = control, .kept = pci::DEVCTL_AUX_POWER_PM, .defaults = DEVCTL_DEFAULT});
+        add_conventional(*pcie_ + pci::DEVSTA, 2, {.w1c = pci::DEVSTA_RW1C});
         add_link();
     }
 
     void add_link() {
         if (port_type_ == PORT_TYPE_RCIEP || port_type_ == PORT_TYPE_EVENT_COLLECTOR)
             return;  // no link
-        std::uint32_t bits = reg::LINKCTL_WRITABLE;
+        std::uint32_t bits = LINKCTL_EVERY;
         const bool above_link = port_type_ == PORT_TYPE_ROOT_PORT ||
                                 port_type_ == PORT_TYPE_SWITCH_DOWNSTREAM ||
                                 port_type_ == PORT_TYPE_PCI_TO_PCIE;
-        if (!above_link)
-            bits &= ~std::uint32_t{reg::LINKCTL_DISABLE};
-        // The read completion boundary of a root port is its own, and no setting.
+        if (above_link)
+            bits |= pci::LINKCTL_LINK_DISABLE;
+        // The Read Completion Boundary (RCB) of a root port is its own, and no setting.
         const bool is_root_port = port_type_ == PORT_TYPE_ROOT_PORT;
-        add_conventional(*pcie_ + reg::LINKCTL, 2,
-                         {.rw = bits, .kept = is_root_port ? reg::LINKCTL_READ_BOUNDARY : 0U});
+        add_conventional(*pcie_ + pci::LINKCTL, 2,
+                         {.rw = bits, .kept = is_root_port ? pci::LINKCTL_RCB : 0U});
     }
 
     void add_aer() {
         const auto cap = first_capability(ext_caps_, EXT_CAPID_AER);
         if (!cap)
             return;
-        const unsigned control = word(*cap + reg::AER_CONTROL);
+        const unsigned control = word(*cap + pci::AER_CONTROL);
         std::uint32_t bits = 0;
-        if (control & reg::AER_GEN_CAPABLE)
-            bits |= reg::AER_GEN_ENABLE;
-        if (control & reg::AER_CHK_CAPABLE)
-            bits |= reg::AER_CHK_ENABLE;
-        add(*cap + reg::AER_CONTROL, 4, {.rw = bits});
+        if (control & pci::AER_CONTROL_ECRC_GEN_CAPABLE)
+            bits |= pci::AER_CONTROL_ECRC_GEN_ENABLE;
+        if (control & pci::AER_CONTROL_ECRC_CHK_CAPABLE)
+            bits |= pci::AER_CONTROL_ECRC_CHK_ENABLE;
+        add(*cap + pci::AER_CONTROL, 4, {.rw = bits});
     }
 
     // 0 where there are no bytes; add() then finds that the register is not there.

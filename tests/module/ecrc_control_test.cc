@@ -135,7 +135,7 @@ TEST_F(EcrcControl, GivesInsertedFunctionsTheirWishesBack) {
 TEST_F(EcrcControl, LeavesAnotherFunctionAtTheSamePlaceAlone) {
     const std::vector<RoutingId> place = {at(1)};
     for (const auto &[offset, list, pcie_result] :
-         {std::tuple(0x34U, 0U, 48U), {reg::EXT_CAPS, 0x0001'000BU, 0U}}) {
+         {std::tuple(0x34U, 0U, 48U), {pci::EXT_CAPS, 0x0001'000BU, 0U}}) {
         serve({{.id = at(0, 1), .port = PORT_TYPE_ROOT_PORT, .secondary = 1},
                {.id = at(1), .aer = BOTH_CAP}});
         start_with("ECRC=1.0.0:+:+");

@@ -30,7 +30,7 @@ protected:
         machine->image.set_filter([this, reads = 0](ImageAccess &access) mutable {
             if (what == 'o' && access.id == at(1) && access.offset == 0x0C)
                 access.value = 0;  // header type
-            if (access.offset == PCIE_AT + reg::LINKCAP)
+            if (access.offset == PCIE_AT + pci::LINKCAP)
                 access.value = 0xC00;
             // With the subordinate bus.
             if (access.id == at(0, 3) && access.offset == 0x18)

@@ -67,7 +67,7 @@ TEST_F(MpsRegisters, TakeASizeAndKeepEveryOtherBit) {
 TEST_F(MpsRegisters, OfADeviceAreWrittenFunctionByFunction) {
     const auto broken = [](unsigned n) { return fail(writes_to(ari_at(1, n), DEVCTL_AT), 1); };
     const auto no_vendor = [](unsigned n) {
-        return fail(reads_of(at(1, 0, n), reg::VENDOR_ID), 1);
+        return fail(reads_of(at(1, 0, n), pci::VENDOR_ID), 1);
     };
     const struct {
         bdf_t bdf;

@@ -80,7 +80,7 @@ TEST_F(Aspm, LevelIsWhatBothEndsSupportAndEndpointsAccept) {
                       "1111110110001101"
                       "1111100010001000");
     bridge_rec *const bridge = serve_link(0x36400, 0x36400, 06600);
-    machine->image.set_filter(fail(reads_of(at(1), PCIE_AT + reg::LINKCAP), 2));
+    machine->image.set_filter(fail(reads_of(at(1), PCIE_AT + pci::LINKCAP), 2));
     module::_enable_aspm(bridge);
     EXPECT_EQ(level(at(1)), '0') << "a latency is not known";
     serve(functions("0.1:4>1-2 1.0:0>0-0=7700 1.1:->2-2"));

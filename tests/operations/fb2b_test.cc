@@ -17,7 +17,7 @@ protected:
     // One child bridge and another function; what fails or says no is counted from 0.
     Words run(int mode, unsigned failing, bool error, bool result) {
         serve(functions(BUS));
-        machine->image.write(at(1), reg::COMMAND, 2, 0x0107);
+        machine->image.write(at(1), pci::COMMAND, 2, 0x0107);
         bridge_rec *bridge = machine->bridge(at(0, 1));
         const auto fault = [=](ImageAccess &access) mutable {
             const bool now = failing-- == 0;

@@ -174,7 +174,7 @@ TEST_F(MsiRegisters, GetASaveAreaAsLargeAsTheTable) {
 TEST_F(MsiRegisters, OfAnImageAreThereWhateverTheTableSizeBecomes) {
     serve({{.id = 0, .dwords = {{PCIE_AT, 0x6000 | CAPID_PCIE}, {0x60, 3U << 16 | CAPID_MSIX}}}});
     machine->image.set_filter([reads = 0](ImageAccess &access) mutable {
-        access.value |= access.offset == 0x62 && reads++ > 0 ? reg::MSIX_TABLE_SIZE : 0U;
+        access.value |= access.offset == 0x62 && reads++ > 0 ? pci::MSIX_CONTROL_TABLE_SIZE : 0U;
         return PCI_OK;
     });
     save(&records[0], find_event_notification(0), CAPID_MSIX);

@@ -14,40 +14,41 @@ void put(Bytes &bytes, unsigned offset, unsigned width, std::uint32_t value) {
 
 void put_header(Bytes &bytes, const FunctionSpec &spec, bool multi_function) {
     const bool bridge = spec.secondary != 0;
-    put(bytes, reg::VENDOR_ID, 2, 0x1234);
-    put(bytes, reg::STATUS, 2,
-        (spec.port ? reg::STATUS_CAP_LIST : 0U) | (spec.fast_b2b ? reg::STATUS_FAST_B2B : 0U));
-    put(bytes, reg::REVISION_ID, 4, spec.class_code << 8);
-    put(bytes, reg::HEADER_TYPE, 1,
-        (bridge ? reg::LAYOUT_BRIDGE : 0U) |
-            (multi_function ? reg::HEADER_TYPE_MULTI_FUNCTION : 0));
+    put(bytes, pci::VENDOR_ID, 2, 0x1234);
+    put(bytes, pci::STATUS, 2,
+        (spec.port ? pci::STATUS_CAPABILITIES_LIST : 0U) |
+            (spec.fast_b2b ? pci::STATUS_FAST_B2B_CAPABLE : 0U));
+    put(bytes, pci::CLASS_REVISION, 4, spec.class_code << 8);
+    put(bytes, pci::HEADER_TYPE, 1,
+        (bridge ? pci::HEADER_LAYOUT_BRIDGE : 0U) |
+            (multi_function ? pci::HEADER_TYPE_MULTI_FUNCTION : 0));
     if (bridge) {
-        put(bytes, reg::SECONDARY_BUS, 1, spec.secondary);
-        put(bytes, reg::SUBORDINATE_BUS, 1, spec.subordinate);
+        put(bytes, pci::SECONDARY_BUS_NUMBER, 1, spec.secondary);
+        put(bytes, pci::SUBORDINATE_BUS_NUMBER, 1, spec.subordinate);
     }
 }
 
 void put_pcie(Bytes &bytes, const FunctionSpec &spec) {
-    put(bytes, reg::CAP_POINTER, 1, PCIE_AT);
+    put(bytes, pci::CAPABILITIES_POINTER, 1, PCIE_AT);
     put(bytes, PCIE_AT, 2, CAPID_PCIE);
-    put(bytes, PCIE_AT + reg::PCIE_CAPS, 2, 2U | static_cast<unsigned>(*spec.port) << 4);
-    put(bytes, PCIE_AT + reg::DEVCAP, 4, spec.payload_cap);
+    put(bytes, PCIE_AT + pci::PCIE_CAPS, 2, 2U | static_cast<unsigned>(*spec.port) << 4);
+    put(bytes, PCIE_AT + pci::DEVCAP, 4, spec.payload_cap);
     put(bytes, DEVCTL_AT, 2, spec.payload_set << 5);
-    put(bytes, PCIE_AT + reg::LINKCAP, 4, spec.link_cap);
-    put(bytes, PCIE_AT + reg::DEVCTL2, 2, spec.ari_forwarding ? reg::DEVCTL2_ARI_FORWARDING : 0U);
+    put(bytes, PCIE_AT + pci::LINKCAP, 4, spec.link_cap);
+    put(bytes, PCIE_AT + pci::DEVCTL2, 2, spec.ari_forwarding ? pci::DEVCTL2_ARI_FORWARDING : 0U);
 }
 
 // AER, if there, comes first and links to ARI.
 void put_extended(Bytes &bytes, const FunctionSpec &spec) {
-    const unsigned ari_offset = spec.aer ? reg::EXT_CAPS + 0x48 : reg::EXT_CAPS;
+    const unsigned ari_offset = spec.aer ? pci::EXT_CAPS + 0x48 : pci::EXT_CAPS;
     if (spec.aer) {
-        put(bytes, reg::EXT_CAPS, 4,
+        put(bytes, pci::EXT_CAPS, 4,
             EXT_CAPID_AER | 2U << 16 | (spec.next_ari ? ari_offset : 0) << 20);
         put(bytes, AER_CONTROL_AT, 4, *spec.aer);
     }
     if (spec.next_ari) {
         put(bytes, ari_offset, 4, EXT_CAPID_ARI | 1U << 16);
-        put(bytes, ari_offset + reg::ARI_CAPABILITY, 2, unsigned{*spec.next_ari} << 8);
+        put(bytes, ari_offset + pci::ARI_CAPABILITY, 2, unsigned{*spec.next_ari} << 8);
     }
 }
 

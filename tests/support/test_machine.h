@@ -6,7 +6,7 @@
 
 #include "host/machine/machine.h"
 #include "host/space/config_image.h"
-#include "host/space/registers.h"
+#include "platform/pci_regs.h"
 
 namespace host::tests {
 
@@ -23,8 +23,10 @@ constexpr bdf_t ari(RoutingId id) {
 }
 
 // ECRC bits of the AER Capabilities and Control register.
-constexpr std::uint32_t GEN_CAP = reg::AER_GEN_CAPABLE, GEN_ON = reg::AER_GEN_ENABLE;
-constexpr std::uint32_t CHK_CAP = reg::AER_CHK_CAPABLE, CHK_ON = reg::AER_CHK_ENABLE;
+constexpr std::uint32_t GEN_CAP = pci::AER_CONTROL_ECRC_GEN_CAPABLE,
+                        GEN_ON = pci::AER_CONTROL_ECRC_GEN_ENABLE;
+constexpr std::uint32_t CHK_CAP = pci::AER_CONTROL_ECRC_CHK_CAPABLE,
+                        CHK_ON = pci::AER_CONTROL_ECRC_CHK_ENABLE;
 
 // One function, to be written with designated initialisers.
 struct FunctionSpec {
@@ -40,15 +42,15 @@ struct FunctionSpec {
     bool ari_forwarding = false;
     std::optional<std::uint8_t> next_ari{};  // ARI capability with this Next Function Number
     std::uint32_t class_code = secondary ? PCI_BRIDGE_CLASS : 0x020000;
-    unsigned size = reg::EXT_CONFIG_SIZE;
+    unsigned size = pci::EXT_CONFIG_SIZE;
     std::vector<std::pair<unsigned, std::uint32_t>> dwords{};  // by offset, on top of all above
 };
 
 // Where these functions have their registers.
 constexpr unsigned PCIE_AT = 0x40;
-constexpr unsigned DEVCTL_AT = PCIE_AT + reg::DEVCTL;
-constexpr unsigned LINKCTL_AT = PCIE_AT + reg::LINKCTL;
-constexpr unsigned AER_CONTROL_AT = reg::EXT_CAPS + reg::AER_CONTROL;
+constexpr unsigned DEVCTL_AT = PCIE_AT + pci::DEVCTL;
+constexpr unsigned LINKCTL_AT = PCIE_AT + pci::LINKCTL;
+constexpr unsigned AER_CONTROL_AT = pci::EXT_CAPS + pci::AER_CONTROL;
 
 // Configuration space of a function, `multi_function` for the bit in the header type.
 std::vector<std::uint8_t> config_bytes(const FunctionSpec &spec, bool multi_function);
