@@ -48,6 +48,11 @@ void report_record(const record_t &record, pci_err_t status) {
     LOG_INFO(2, "Add record '%s=%s', %s", record.keyword, record.param, pci_strerror(status));
 }
 
+void report_no_memory(const record_t &record) {
+    LOG_ERROR(0, "%s, (param '%s') %s, ignoring record", PARSER, record.param,
+              pci_strerror(PCI_ERR_NO_MEMORY));
+}
+
 void report_bad_number(const record_t &record, const char *what) {
     LOG_ERROR(0, "%s, (param '%s') bad BDF %s value '%s', ignoring record", PARSER, record.param,
               what, record.functions);
@@ -184,7 +189,7 @@ bool select_functions(const record_t &record, selection_t *selection) {
         return true;
     const heap_ptr<char> copy = copy_text(record.functions);
     if (copy == nullptr) {
-        report_record(record, PCI_ERR_NO_MEMORY);
+        report_no_memory(record);
         return false;
     }
     return parse_functions(record, copy.get(), selection);
@@ -197,7 +202,7 @@ void param_parse_ecrc(const char *keyword, char *value, feature_t *) {
     record_t record = {.keyword = keyword, .param = param.get(), .functions = nullptr};
     if (param == nullptr) {
         record.param = value;  // not cut yet
-        return report_record(record, PCI_ERR_NO_MEMORY);
+        return report_no_memory(record);
     }
     char *rest = nullptr;
     record.functions = strtok_r(value, ":", &rest);

@@ -81,15 +81,20 @@ void report_record(const char *name, const char *whole, pci_err_t result) {
     LOG_INFO(2, "Add record '%s=%s', %s", name, whole, pci_strerror(result));
 }
 
+void report_no_memory(const char *whole) {
+    LOG_ERROR(0, "%s, (param '%s') %s, ignoring record", PARSER, whole,
+              pci_strerror(PCI_ERR_NO_MEMORY));
+}
+
 // Finds what the endpoint field stands for, cutting it up. False when the record is to be dropped.
 // The copy that the messages need is gone before the endpoint is looked for.
-bool find_endpoint(const char *name, const char *whole, char *field, bdf_t *bdf) {
+bool find_endpoint(const char *whole, char *field, bdf_t *bdf) {
     *bdf = BDF_NONE;
     if (strcasecmp(field, "all") == 0)
         return true;
     heap_ptr<char> field_text = copy_text(field);
     if (field_text == nullptr) {
-        report_record(name, whole, PCI_ERR_NO_MEMORY);
+        report_no_memory(whole);
         return false;
     }
     const ep_result_t result = read_endpoint(field);
@@ -107,7 +112,7 @@ bool find_endpoint(const char *name, const char *whole, char *field, bdf_t *bdf)
 void param_parse_mps(const char *name, char *value, feature_t * /*row*/) {
     const heap_ptr<char> whole = copy_text(value);
     if (whole == nullptr) {
-        report_record(name, value, PCI_ERR_NO_MEMORY);
+        report_no_memory(value);
         return;
     }
     char *rest = nullptr;
@@ -120,7 +125,7 @@ void param_parse_mps(const char *name, char *value, feature_t * /*row*/) {
     }
 
     bdf_t bdf = BDF_NONE;
-    if (!find_endpoint(name, whole.get(), ep_field, &bdf))
+    if (!find_endpoint(whole.get(), ep_field, &bdf))
         return;
     std::uint32_t size = 0;
     if (!read_size(mps_field, &size)) {

@@ -68,6 +68,17 @@ TEST_F(EcrcParameters, SelectFunctions) {
     }
 }
 
+TEST_F(EcrcParameters, AreAnErrorWithoutMemoryForTheirText) {
+    for (const unsigned call : {1U, 2U}) {
+        fail_calls(call, call);
+        parse("1.0.0:+:+");
+        fail_calls(0);
+        EXPECT_EQ(messages(),
+                  expand("E0 param_parse_ecrc, (param '1.0.0:+:+') {12}, ignoring record\n"));
+        EXPECT_EQ(recorded(), "");
+    }
+}
+
 TEST_F(EcrcParameters, AreRefusedWhole) {
     const struct {
         std::vector<std::string> values;

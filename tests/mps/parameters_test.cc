@@ -38,6 +38,17 @@ TEST_F(MpsParameters, RequestSizesOfEndpointDevices) {
     }
 }
 
+TEST_F(MpsParameters, AreAnErrorWithoutMemoryForTheirText) {
+    for (const unsigned call : {1U, 2U}) {
+        fail_calls(call, call);
+        parse("5.0.0:256");
+        fail_calls(0);
+        EXPECT_EQ(messages(),
+                  expand("E0 param_parse_mps, (param '5.0.0:256') {12}, ignoring record\n"));
+    }
+    EXPECT_EQ(requested(), "");
+}
+
 TEST_F(MpsParameters, AreRefusedWhole) {
     const struct {
         std::string message;
