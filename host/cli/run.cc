@@ -5,6 +5,7 @@
 
 #include "host/base/input.h"
 #include "host/base/log.h"
+#include "host/base/module_faults.h"
 #include "host/base/words.h"
 #include "host/cli/stay.h"
 #include "host/exports/payload_guard.h"
@@ -160,6 +161,7 @@ int run_machine(const Options &options, std::istream &in, std::ostream &out) {
 
     if (source.is_written())
         hold_signals();
+    const ExitWatch watch(EXIT_BAD_INPUT);
     const Serving serving(*machine, options.managed);
     Report report = begin_report(*machine, options.source.domain);
     std::vector<ModuleResult> results = start_modules(modules);
@@ -170,7 +172,7 @@ int run_machine(const Options &options, std::istream &in, std::ostream &out) {
             stay(*service, {source, options.source.domain, *machine, *player, results, report});
     all_done &= keep_payloads_in_bounds();
     const bool saved = write_output(output, source);
-    all_done &= report_failures(source);
+    all_done &= report_failures(source) && !any_exception();
     end_report(report, *machine, std::move(results));
     const bool reported = write_report(options, report, out);
     if (!saved || !reported)

@@ -1,5 +1,7 @@
 #include "host/exports/hooks.h"
 
+#include <dlfcn.h>
+
 #include <array>
 #include <cstdlib>
 #include <mutex>
@@ -7,6 +9,7 @@
 #include <type_traits>
 #include <vector>
 
+#include "host/base/module_faults.h"
 #include "host/exports/payload_guard.h"
 
 namespace host {
@@ -55,6 +58,18 @@ bool is_insertion_or_removal(std::uint32_t kind) {
     return kind >= BUSCFG_HOOK_PRE_INSERTION && kind <= BUSCFG_HOOK_POST_REMOVAL;
 }
 
+// The other hooks are called whatever one of them does.
+template <typename Hook, typename... Arguments>
+void call(const buscfg_hook_reg_t &block, Arguments... arguments) {
+    try {
+        reinterpret_cast<Hook>(block.hook)(arguments...);
+    } catch (...) {
+        Dl_info object_file{};
+        dladdr(reinterpret_cast<const void *>(block.hook), &object_file);
+        log_exception(object_file.dli_fname ? object_file.dli_fname : "(unknown)", "a hook");
+    }
+}
+
 buscfg_t object = {.add_hook = add_hook};
 
 }  // namespace
@@ -64,7 +79,7 @@ void call_bridge_hooks(std::uint32_t kind, bridge_rec *bridge, std::uint32_t val
     if (!is_insertion_or_removal(kind))
         return;
     for (const buscfg_hook_reg_t *block : hooks_of(kind))
-        reinterpret_cast<insertion_hook_t>(block->hook)(bridge, value, status);
+        call<insertion_hook_t>(*block, bridge, value, status);
     keep_payloads_in_bounds();
 }
 
@@ -72,7 +87,7 @@ void call_reset_hooks(std::uint32_t kind, std::uint32_t reset_type, bdf_t bdf, i
     if (!is_reset(kind))
         return;
     for (const buscfg_hook_reg_t *block : hooks_of(kind))
-        reinterpret_cast<reset_hook_t>(block->hook)(reset_type, bdf, status);
+        call<reset_hook_t>(*block, reset_type, bdf, status);
     keep_payloads_in_bounds();
 }
 

@@ -6,6 +6,7 @@
 #include <set>
 
 #include "host/base/log.h"
+#include "host/base/module_faults.h"
 #include "host/modules/trusted_file.h"
 #include "platform/pci_access.h"
 #include "platform/server.h"
@@ -102,6 +103,15 @@ public:
 
 private:
     static void start(const ModuleEntry &spec, const EntryPoints &entry, ModuleResult &module) {
+        const ModuleStart starting(module.file);
+        try {
+            call(spec, entry, module);
+        } catch (...) {
+            log_exception(module.file, "its start");
+        }
+    }
+
+    static void call(const ModuleEntry &spec, const EntryPoints &entry, ModuleResult &module) {
         module.version = unpack_version(entry.version());
         log_progress("module " + module.file + ", version " +
                      (module.version ? version_text(*module.version) : "unknown"));

@@ -17,7 +17,7 @@ constexpr version_pair_t LIBRARY_VERSION{.major = 3, .minor = 0};
 struct ModuleResult {
     std::string file;                       // as it was loaded; as it was named if it was not
     std::optional<version_pair_t> version;  // empty: not loaded, or of unknown version
-    std::optional<pci_err_t> result;        // of its start; empty: it was not started
+    std::optional<pci_err_t> result;        // of its start; empty: it was not started, or threw
 
     bool runs() const { return result == PCI_OK; }
 };

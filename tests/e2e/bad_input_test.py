@@ -318,6 +318,30 @@ class BadInputTest(HoplarTest):
                 f"error: module {again}: listed more than once, started only once"
                 for again in ("./same.so", PLUGIN))], status=1)
 
+    def test_module_that_misbehaves_is_named_and_the_rest_is_done(self):
+        faulty, start = os.environ["FAULTY"], "has thrown an exception"
+        for argument, message in (
+                ("throw", rf"its start {start}: from start\x1b[m"),
+                ("throw-number", f"its start {start}"),
+                ("refuse", "refuses to start: Not supported")):
+            with self.subTest(argument):
+                self.check_start(["-m", f"{faulty},{argument}", "-m", PLUGIN], [
+                    f"info: module {faulty}, version 1.0", f"error: module {faulty}: {message}",
+                    f"info: module {PLUGIN}, version 3.0", *STARTED], status=1)
+        self.file("events", "flr 01:00.0\nflr 04:00.0")
+        _, messages = self.hoplar("-F", EXAMPLE, "-m", f"{faulty},hook", "-e", "events", status=1)
+        self.assertEqual(messages[2::2], [f"error: module {faulty}: a hook {start}: from a hook"] * 2)
+
+    def test_module_that_ends_the_server_is_named(self):
+        faulty = os.environ["FAULTY"]
+        self.file("output.lspci", "older")
+        report, messages = self.hoplar("-F", EXAMPLE, "-m", f"{faulty},exit", "-o", self.output,
+                                       status=2)
+        self.assertEqual((report, messages[1:]), ("", [
+            f"error: module {faulty}: has ended the server with exit(0): there is no report, and no "
+            "output is written"]))
+        self.assertEqual(os.listdir(self.folder.name), ["output.lspci"])
+
     def test_module_that_cannot_be_loaded(self):
         text = self.file("text.so", "no module")
         for module, message in (
