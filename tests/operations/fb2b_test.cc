@@ -104,7 +104,7 @@ TEST_F(FastBackToBackThreads, GoBackWhileAWriterWaitsForTheBus) {
         }
         return 5U;
     });
-    ::alarm(10);  // ends the program when one waits for the other
+    ::alarm(120);  // ends the program when one waits for the other
     EXPECT_FALSE(fast_back_to_back(bridge, 1));
     writer.join();
     ::alarm(0);
