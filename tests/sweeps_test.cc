@@ -20,9 +20,6 @@
 #include "topology/event_collector.h"
 
 namespace host::tests {
-namespace {
-
-namespace module = enable_features;
 
 struct Sweeps : ModuleTest {
     Sweeps() {
@@ -185,5 +182,4 @@ TEST_F(Sweeps, NoFaultHarmsMoreThanItConcerns) {
         }
 }
 
-}  // namespace
 }  // namespace host::tests

@@ -25,7 +25,6 @@ extern "C" int __wrap_openat(int folder, const char *name, int flags, mode_t mod
 }
 
 namespace host::tests {
-namespace {
 
 namespace fs = std::filesystem;
 
@@ -99,5 +98,4 @@ TEST_P(OutputFiles, LeaveNothingBehindWhenTheyAreNotCompleted) {
 
 INSTANTIATE_TEST_SUITE_P(WithoutNames, OutputFiles, ::testing::Bool());
 
-}  // namespace
 }  // namespace host::tests

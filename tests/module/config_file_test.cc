@@ -8,14 +8,10 @@
 #include <fstream>
 #include <iterator>
 
-#include "module/base/feature.h"
 #include "module/base/value_text.h"
 #include "tests/support/module_test.h"
 
 namespace host::tests {
-namespace {
-
-namespace module = enable_features;
 
 const std::string NO_ROOM = "MAKE_TMP_STRING alloca() failed";
 
@@ -45,10 +41,10 @@ protected:
     static inline std::string calls;  // lines "row keyword=value"
 };
 
-std::string unknown(const std::string &keyword) {
+static std::string unknown(const std::string &keyword) {
     return "W0 Unknown feature parameter '" + keyword + "', ignoring\n";
 }
-std::string no_value(const std::string &keyword) {
+static std::string no_value(const std::string &keyword) {
     return "W0 No feature parameter for '" + keyword + "', ignoring\n";
 }
 
@@ -73,8 +69,7 @@ TEST_F(ConfigFile, HandsEachLineToTheFeatureThatItsKeywordNames) {
          "2 MPS=all:max\n3 ECRC=all:+:+\n", no_value("ECRC") + unknown("FOO")},
         {"byte order mark", "\xEF\xBB\xBFMPS=1\n\xEF\xBB\xBF# MPS=2\n\xEF\xBB\xBF", "2 MPS=1\n",
          ""},
-        {"zero bytes", "\0\0\n\0A=1\nx\0y\nMPS=1\0:2\n# \0\nFOO=1"s, "2 MPS=1\n", unknown("FOO")},
-    };
+        {"zero bytes", "\0\0\n\0A=1\nx\0y\nMPS=1\0:2\n# \0\nFOO=1"s, "2 MPS=1\n", unknown("FOO")}};
     for (const auto &row : rows) {
         SCOPED_TRACE(row.name);
         EXPECT_EQ(parse(row.text), row.messages);
@@ -89,10 +84,11 @@ TEST_F(ConfigFile, ReadsFilesOfWholePagesToTheirLastByteAndNotFurther) {
     const std::string all = "3 ECRC=all:+:+\n";
     const struct {
         std::string ending, calls, messages;
-    } rows[] = {
-        {"# comment", "", ""},         {"ECRC=all:+:+", all, ""},      {"ECRC=all:+:+\n", all, ""},
-        {"MPS=", "", no_value("MPS")}, {"ECRC=all:+:+\n \t", all, ""},
-    };
+    } rows[] = {{"# comment", "", ""},
+                {"ECRC=all:+:+", all, ""},
+                {"ECRC=all:+:+\n", all, ""},
+                {"MPS=", "", no_value("MPS")},
+                {"ECRC=all:+:+\n \t", all, ""}};
     for (const std::size_t size : {4095U, 4096U, 8192U})
         for (const auto &row : rows) {
             SCOPED_TRACE(std::to_string(size) + " bytes ending in '" + row.ending + "'");
@@ -122,8 +118,7 @@ TEST_F(ConfigFile, ReportsUnusableFilesAndKeepsNoneOpen) {
         {fifo.c_str(), 0, ""},       // nobody writes
         {good.c_str(), 0,
          "I0 ++ Feature Config file 'good.cfg' parse start ++\n"
-         "I0 ++ Feature Config file 'good.cfg' parse end ++\n"},
-    };
+         "I0 ++ Feature Config file 'good.cfg' parse end ++\n"}};
     const auto open_files = [] {
         return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
     };
@@ -196,5 +191,4 @@ TEST(ValueCharacters, AreTheFeaturesOrTheDefault) {
         EXPECT_EQ(module::feature_list[row].valid_param_char, nullptr);
 }
 
-}  // namespace
 }  // namespace host::tests

@@ -10,7 +10,6 @@
 #include "tests/module/ecrc_test.h"
 
 namespace host::tests {
-namespace {
 
 using EcrcControl = EcrcTest;
 
@@ -42,8 +41,7 @@ TEST_F(EcrcControl, AppliesWishesAndTellsTheOutcome) {
          "E1 B0:D1:F0 ECRC generation enable failed, {5}\nI2 B0:D1:F0 ECRC checking disabled\n"},
         {BOTH_CAP, BOTH_ON, -1, -1, 2, 5, CHK_ON,
          "I2 B0:D1:F0 ECRC generation disabled\nE1 B0:D1:F0 ECRC checking disable failed, {5}\n"},
-        {BOTH_CAP, 0, 1, 0, NOT_KEPT, 5, 0, "E1 B0:D1:F0 ECRC generation enable failed, {5}\n"},
-    };
+        {BOTH_CAP, 0, 1, 0, NOT_KEPT, 5, 0, "E1 B0:D1:F0 ECRC generation enable failed, {5}\n"}};
     for (const auto &row : rows) {
         SCOPED_TRACE(row.messages);
         serve({{.id = F, .aer = row.capable}});
@@ -85,8 +83,7 @@ const std::vector<FunctionSpec> TREE = {
     {.id = at(3, 2), .port = PORT_TYPE_PCIE_TO_PCI, .secondary = 3},
     {.id = at(4), .aer = BOTH_CAP},
     {.id = at(5), .aer = BOTH_CAP, .next_ari = 0},
-    {.id = at(6), .aer = BOTH_CAP},
-};
+    {.id = at(6), .aer = BOTH_CAP}};
 
 TEST_F(EcrcControl, GivesInsertedFunctionsTheirWishesBack) {
     const std::string walk = "I2 No ECRC record for B1:D0:F0, skipping\n"
@@ -183,5 +180,4 @@ TEST_F(EcrcThreads, CallTheHookWhileStartUpPrograms) {
         EXPECT_EQ(machine->aer(functions[i].id), BOTH_CAP | BOTH_ON);
 }
 
-}  // namespace
 }  // namespace host::tests

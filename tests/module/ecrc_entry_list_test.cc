@@ -5,7 +5,6 @@
 #include "tests/module/ecrc_test.h"
 
 namespace host::tests {
-namespace {
 
 using module::ecrc_add_or_update_entry;
 using module::ecrc_find_entry;
@@ -26,16 +25,14 @@ TEST_F(EcrcEntries, ProbeWhatAFunctionCanDo) {
         unsigned gen_capable, chk_capable;
         std::uint32_t after;
         std::string messages;
-    } rows[] = {
-        {BOTH_CAP, 1, 1, 0, 1, 1, BOTH_CAP, ""},
-        {BOTH_CAP, 0, -1, 0, 1, 1, BOTH_CAP, ""},
-        {BOTH_CAP | BOTH_ON, 1, -1, 0, 1, 1, BOTH_CAP, ""},
-        {BOTH_CAP | BOTH_ON, 0, 1, 0, 1, 1, BOTH_CAP | GEN_ON, GEN_RESTORED + "{0}\n"},
-        {BOTH_CAP | BOTH_ON, -1, 0, 0, 1, 1, BOTH_CAP | CHK_ON, CHK_RESTORED + "{0}\n"},
-        {GEN_CAP | GEN_ON, 0, 1, 0, 1, 0, GEN_CAP | GEN_ON, GEN_RESTORED + "{0}\n"},
-        {CHK_CAP, 1, 1, 0, 0, 1, CHK_CAP, ""},
-        {0, 1, 1, 48, 0, 0, 0, ""},
-    };
+    } rows[] = {{BOTH_CAP, 1, 1, 0, 1, 1, BOTH_CAP, ""},
+                {BOTH_CAP, 0, -1, 0, 1, 1, BOTH_CAP, ""},
+                {BOTH_CAP | BOTH_ON, 1, -1, 0, 1, 1, BOTH_CAP, ""},
+                {BOTH_CAP | BOTH_ON, 0, 1, 0, 1, 1, BOTH_CAP | GEN_ON, GEN_RESTORED + "{0}\n"},
+                {BOTH_CAP | BOTH_ON, -1, 0, 0, 1, 1, BOTH_CAP | CHK_ON, CHK_RESTORED + "{0}\n"},
+                {GEN_CAP | GEN_ON, 0, 1, 0, 1, 0, GEN_CAP | GEN_ON, GEN_RESTORED + "{0}\n"},
+                {CHK_CAP, 1, 1, 0, 0, 1, CHK_CAP, ""},
+                {0, 1, 1, 48, 0, 0, 0, ""}};
     for (const auto &row : rows) {
         SCOPED_TRACE(&row - rows);
         serve({{.id = F, .aer = row.aer}});
@@ -126,5 +123,4 @@ TEST_F(EcrcEntries, LeaveNothingBehindWithoutMemory) {
     EXPECT_GT(failures, 1U);
 }
 
-}  // namespace
 }  // namespace host::tests

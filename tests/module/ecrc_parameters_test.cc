@@ -5,7 +5,6 @@
 #include "tests/module/ecrc_test.h"
 
 namespace host::tests {
-namespace {
 
 // Bus 2 is below a port with ARI Forwarding; bus 3 is another server's; what has no AER capability
 // comes first and last.
@@ -21,8 +20,7 @@ const std::vector<FunctionSpec> MACHINE = {
     {.id = ari_at(2, 0), .aer = BOTH_CAP, .next_ari = 17},
     {.id = ari_at(2, 17), .aer = BOTH_CAP, .next_ari = 0},
     {.id = at(3), .aer = BOTH_CAP},
-    {.id = at(4)},
-};
+    {.id = at(4)}};
 
 class EcrcParameters : public EcrcTest {
 protected:
@@ -46,19 +44,17 @@ TEST_F(EcrcParameters, SelectFunctions) {
     const struct {
         std::string value, recorded;
         int status = 0;
-    } rows[] = {
-        {"all:+:-", all},
-        {"AlL:+:-:ignored", all},
-        {"1.*:+:+", "1.0.0:+:+ 1.0.1:+:+ "},
-        {"2.*x:=:-", "2.0:=:- 2.17:=:- "},
-        {"2.17:+:=", "2.17:+:= "},
-        {"0.255:+:+", "", 48},
-        {"1.0.*:-:+", "1.0.0:-:+ 1.0.1:-:+ "},
-        {"1.0x1f.*x:-:-", "1.31.7:-:- "},
-        {"0X1.037.07:=:-", "1.31.7:=:- "},
-        {"010.0.0:+:+", "", 48},
-        {"::1..0.1.x::+y::=z", "1.0.1:+:= "},
-    };
+    } rows[] = {{"all:+:-", all},
+                {"AlL:+:-:ignored", all},
+                {"1.*:+:+", "1.0.0:+:+ 1.0.1:+:+ "},
+                {"2.*x:=:-", "2.0:=:- 2.17:=:- "},
+                {"2.17:+:=", "2.17:+:= "},
+                {"0.255:+:+", "", 48},
+                {"1.0.*:-:+", "1.0.0:-:+ 1.0.1:-:+ "},
+                {"1.0x1f.*x:-:-", "1.31.7:-:- "},
+                {"0X1.037.07:=:-", "1.31.7:=:- "},
+                {"010.0.0:+:+", "", 48},
+                {"::1..0.1.x::+y::=z", "1.0.1:+:= "}};
     for (const auto &row : rows) {
         SCOPED_TRACE(row.value);
         parse(row.value);
@@ -93,8 +89,7 @@ TEST_F(EcrcParameters, AreRefusedWhole) {
         {{"0.256:+:+", "0.f:+:+", "0.0.8:+:+", "0.0.x:+:+"},
          "(param '%') bad BDF function value '@', ignoring record"},
         {{"1.0.0:y:+"}, "(param '%') bad ECRC gen or check values 'y'/'+', ignoring record"},
-        {{"all:=:1x"}, "(param '%') bad ECRC gen or check values '='/'1x', ignoring record"},
-    };
+        {{"all:=:1x"}, "(param '%') bad ECRC gen or check values '='/'1x', ignoring record"}};
     for (const auto &row : rows)
         for (const std::string &value : row.values) {
             std::string message = "E0 param_parse_ecrc, " + row.message + "\n";
@@ -127,5 +122,4 @@ TEST_F(EcrcParameters, StopAtTheFirstErrorThatIsNoMissingCapability) {
     EXPECT_EQ(messages_but_debug(), expand("I2 Add record 'eCrC=1:-:-', {12}\n"));
 }
 
-}  // namespace
 }  // namespace host::tests

@@ -7,8 +7,6 @@
 
 namespace host::tests {
 
-namespace module = enable_features;
-
 constexpr std::uint32_t BOTH_CAP = GEN_CAP | CHK_CAP, BOTH_ON = GEN_ON | CHK_ON;
 
 class EcrcTest : public ModuleTest {

@@ -9,12 +9,11 @@
 #include "tests/support/module_test.h"
 
 namespace host::tests {
-namespace {
 
-std::string told;  // by hooks, a line each
+static std::string told;  // by hooks, a line each
 
 // What they find: the payload code of function 03:00.0, "-" when it and its bridge are not there.
-void note(std::uint32_t kind, bdf_t bdf, std::uint32_t value, int status) {
+static void note(std::uint32_t kind, bdf_t bdf, std::uint32_t value, int status) {
     std::uint16_t control = 0;
     const bool is_found = pci_hw->cfg_read(at(3), DEVCTL_AT, 2, &control, 0) == PCI_OK;
     EXPECT_EQ(find_parent_bridge(nullptr, at(3)) != nullptr, is_found);
@@ -25,7 +24,7 @@ void note(std::uint32_t kind, bdf_t bdf, std::uint32_t value, int status) {
 }
 
 template <std::uint32_t KIND>
-void add_hook() {
+static void add_hook() {
     auto *block = static_cast<buscfg_hook_reg_t *>(std::calloc(1, sizeof(buscfg_hook_reg_t)));
     const insertion_hook_t of_bridge = [](bridge_rec *bridge, std::uint32_t value, int status) {
         note(KIND, bridge->bdf, value, status);
@@ -104,34 +103,32 @@ TEST_F(Registers, TakeWhatStandardsLetWriteAndResetWhatTheyLetReset) {
         RoutingId id;
         unsigned offset;
         std::uint32_t written, reset;
-    } rows[] = {
-        {at(0, 1), pci::COMMAND, 0x0547, 0},
-        {at(0, 3), pci::COMMAND, 0x077F, 0},
-        {at(0, 5), pci::COMMAND, 0x057F, 0},
-        {at(0, 1), pci::STATUS, 0x0010, 0x0010},
-        {at(0, 1), pci::BRIDGE_CONTROL, 0x005F, 0},
-        {at(0, 3), pci::BRIDGE_CONTROL, 0x0BFF, 0},
-        {at(0, 4), pci::BRIDGE_CONTROL, 0x07EF, 0x0340},
-        {at(1), pci::BRIDGE_CONTROL, 0, 0},
-        {at(0, 2), 0x88, 0xFFFF, 0},
-        {at(0, 2), 0x8A, 0, 0},
-        {at(2, 1), 0x100, 0, 0},
-        {at(1), 0x82, 0x01F1, 0x0180},
-        {at(1), 0x84, 0xFFFC, 0},
-        {at(1), 0x86, 0xFFFF, 0},
-        {at(1), 0x88, 0xFFFF, 0},
-        {at(1), 0x8C, 0xFFFF, 0},
-        {at(1), 0x8E, 0, 0},
-        {at(1), 0x90, 0xFFFF, 0},
-        {at(1), 0x9A, 0xC000, 0},
-        {at(1), DEVCTL_AT, 0x7CFF, 0x2C10},
-        {at(0, 2), DEVCTL_AT, 0x7DFF, 0x2C10},
-        {at(1), PCIE_AT + pci::DEVSTA, 0, 0},
-        {at(0, 1), LINKCTL_AT, 0x0FDB, 0x0008},
-        {at(0, 2), LINKCTL_AT, 0, 0},
-        {at(1), LINKCTL_AT, 0x0FCB, 0},
-        {at(2, 1), LINKCTL_AT, 0x0FDB, 0},
-    };
+    } rows[] = {{at(0, 1), pci::COMMAND, 0x0547, 0},
+                {at(0, 3), pci::COMMAND, 0x077F, 0},
+                {at(0, 5), pci::COMMAND, 0x057F, 0},
+                {at(0, 1), pci::STATUS, 0x0010, 0x0010},
+                {at(0, 1), pci::BRIDGE_CONTROL, 0x005F, 0},
+                {at(0, 3), pci::BRIDGE_CONTROL, 0x0BFF, 0},
+                {at(0, 4), pci::BRIDGE_CONTROL, 0x07EF, 0x0340},
+                {at(1), pci::BRIDGE_CONTROL, 0, 0},
+                {at(0, 2), 0x88, 0xFFFF, 0},
+                {at(0, 2), 0x8A, 0, 0},
+                {at(2, 1), 0x100, 0, 0},
+                {at(1), 0x82, 0x01F1, 0x0180},
+                {at(1), 0x84, 0xFFFC, 0},
+                {at(1), 0x86, 0xFFFF, 0},
+                {at(1), 0x88, 0xFFFF, 0},
+                {at(1), 0x8C, 0xFFFF, 0},
+                {at(1), 0x8E, 0, 0},
+                {at(1), 0x90, 0xFFFF, 0},
+                {at(1), 0x9A, 0xC000, 0},
+                {at(1), DEVCTL_AT, 0x7CFF, 0x2C10},
+                {at(0, 2), DEVCTL_AT, 0x7DFF, 0x2C10},
+                {at(1), PCIE_AT + pci::DEVSTA, 0, 0},
+                {at(0, 1), LINKCTL_AT, 0x0FDB, 0x0008},
+                {at(0, 2), LINKCTL_AT, 0, 0},
+                {at(1), LINKCTL_AT, 0x0FCB, 0},
+                {at(2, 1), LINKCTL_AT, 0x0FDB, 0}};
     for (const auto &row : rows) {
         machine->image.write(row.id, row.offset, 2, 0xFFFF);
         EXPECT_EQ(machine->get(row.id, row.offset, 2), row.written) << &row - rows;
@@ -145,5 +142,4 @@ TEST_F(Registers, TakeWhatStandardsLetWriteAndResetWhatTheyLetReset) {
     EXPECT_EQ(machine->image.write(at(1), DEVCTL_AT + 2, 4, 0), PCI_ERR_INVALID);
 }
 
-}  // namespace
 }  // namespace host::tests

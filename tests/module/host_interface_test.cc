@@ -9,12 +9,9 @@
 #include "tests/support/module_test.h"
 
 namespace host::tests {
-namespace {
-
-namespace module = enable_features;
 
 // A set with hooks of these kinds ("236"). Their addresses, never called, are their kinds.
-module::buscfg_hooks_t hooks_of(const std::string &kinds) {
+static module::buscfg_hooks_t hooks_of(const std::string &kinds) {
     module::buscfg_hooks_t hooks = {};
     const auto fill = [&]<typename Hook>(Hook &hook, std::uint32_t kind) {
         if (kinds.find(std::to_string(kind)) != std::string::npos)
@@ -66,14 +63,12 @@ TEST_F(Hooks, AreRegisteredInTheHostsKindOrderUntilOneFails) {
         bool object;
         pci_err_t result;
         std::string offered, reported;
-    } rows[] = {
-        {"87654321", 0, 0, true, 0, "12345678", "12345678"},
-        {"236", 0, 0, true, 0, "236", "236"},
-        {"", 0, 0, true, 0, "", ""},
-        {"236", 2, 0, true, 19, "23", "23"},
-        {"236", 0, 0, false, 420, "", "2"},
-        {"236", 0, 2, true, 12, "2", "2"},
-    };
+    } rows[] = {{"87654321", 0, 0, true, 0, "12345678", "12345678"},
+                {"236", 0, 0, true, 0, "236", "236"},
+                {"", 0, 0, true, 0, "", ""},
+                {"236", 2, 0, true, 19, "23", "23"},
+                {"236", 0, 0, false, 420, "", "2"},
+                {"236", 0, 2, true, 12, "2", "2"}};
     for (const auto &row : rows) {
         reset();
         buscfg = row.object ? &object : nullptr;
@@ -111,5 +106,4 @@ TEST_F(BridgeLookups, PassThroughToTheHostAfterOneLookup) {
                           "D1 Lookup of server sym find_bridge_bdf ok\n");
 }
 
-}  // namespace
 }  // namespace host::tests

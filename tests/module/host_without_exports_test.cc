@@ -4,7 +4,6 @@
 #include "tests/support/module_test.h"
 
 namespace host::tests {
-namespace {
 
 using HostWithoutExports = ModuleTest;
 
@@ -23,5 +22,4 @@ TEST_F(HostWithoutExports, IsAskedAgainEachTime) {
     }
 }
 
-}  // namespace
 }  // namespace host::tests

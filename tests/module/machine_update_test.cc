@@ -10,7 +10,6 @@
 #include "topology/bridge_links.h"
 
 namespace host::tests {
-namespace {
 
 using Ids = std::vector<RoutingId>;
 
@@ -125,5 +124,4 @@ TEST_F(MachineUpdateThreads, FindWhatStaysAllTheTime) {
     done = true;
 }
 
-}  // namespace
 }  // namespace host::tests

@@ -6,14 +6,10 @@
 #include <cstdlib>
 #include <sstream>
 
-#include "module/base/feature.h"
 #include "platform/log.h"
 #include "tests/support/module_test.h"
 
 namespace host::tests {
-namespace {
-
-namespace module = enable_features;
 
 const std::string NOTHING_CONFIGURED =
     "E1 Fast back-to-back Transfers initialization failed, {48}\n"
@@ -31,13 +27,11 @@ TEST_F(Startup, RefusesLibrariesAndServersOlderThan3_0) {
         version_pair_t server, library;
         pci_err_t result;
         std::string messages;
-    } rows[] = {
-        {{9, 0}, {2, 65535}, 418, "E0 library" + refused},
-        {{2, 65535}, {2, 65535}, 418, "E0 library" + refused},
-        {{2, 65535}, {3, 0}, 418, "E1 server" + refused},
-        {{3, 0}, {3, 0}, 0, NOTHING_CONFIGURED},
-        {{3, 1}, {4, 0}, 0, NOTHING_CONFIGURED},
-    };
+    } rows[] = {{{9, 0}, {2, 65535}, 418, "E0 library" + refused},
+                {{2, 65535}, {2, 65535}, 418, "E0 library" + refused},
+                {{2, 65535}, {3, 0}, 418, "E1 server" + refused},
+                {{3, 0}, {3, 0}, 0, NOTHING_CONFIGURED},
+                {{3, 1}, {4, 0}, 0, NOTHING_CONFIGURED}};
     EXPECT_EQ(module::mod_version(), 0x00000003U);
     for (const auto &row : rows) {
         const char *const argv[] = {"--config="};
@@ -68,15 +62,13 @@ TEST_F(Startup, ParsesEveryConfigOptionInOrderAndIgnoresTheRest) {
     const struct {
         std::vector<std::string> args;
         std::string messages;
-    } rows[] = {
-        {{}, ""},
-        {{"--config=" + a, "--config", b}, A + B},
-        {{"--config=" + a, "--config=" + a}, A + A},
-        {{"-v", "stray", "--nonsense", "-x", "--config=" + b, "stray"}, B},
-        {{"--config=", "--config=" + a}, no_path + A},
-        {{"--config=" + a, "--config"}, A},
-        {{"--", "--config=" + a}, ""},
-    };
+    } rows[] = {{{}, ""},
+                {{"--config=" + a, "--config", b}, A + B},
+                {{"--config=" + a, "--config=" + a}, A + A},
+                {{"-v", "stray", "--nonsense", "-x", "--config=" + b, "stray"}, B},
+                {{"--config=", "--config=" + a}, no_path + A},
+                {{"--config=" + a, "--config"}, A},
+                {{"--", "--config=" + a}, ""}};
     for (const auto &row : rows) {
         std::ostringstream echo;
         for (std::size_t i = 0; i < row.args.size(); ++i)
@@ -88,5 +80,4 @@ TEST_F(Startup, ParsesEveryConfigOptionInOrderAndIgnoresTheRest) {
     }
 }
 
-}  // namespace
 }  // namespace host::tests

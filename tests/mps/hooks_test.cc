@@ -11,7 +11,6 @@
 #include "topology/classification.h"
 
 namespace host::tests {
-namespace {
 
 using MpsHooks = MpsTest;
 
@@ -34,43 +33,41 @@ TEST_F(MpsHooks, GiveFunctionsTheirSizeBackAfterResets) {
         int status;
         std::string writes, messages;
         AccessFilter fault = {};
-    } rows[] = {
-        {3, at(3), 5, "", "W0 HOOK, skipping reset type 3\n"},
-        // One function.
-        {2, at(3, 0, 1), 19, "=256 03:00.1 ", "D2 CALL, mps_write_mps(), {0}\n"},
-        {2, ari(ari_at(4, 130)), 0, "=256 04:10.2 ", "D2 CALL, mps_write_mps(), {0}\n"},
-        {2, at(3), 0, "=256 03:00.0 ", "D2 CALL, mps_write_mps(), {5}\n", broken},
-        {2, at(2, 0), 0, "", "W0 CALL, not an EP, why FLR ???\n"},
-        {2, at(5), 0, "", never},
-        {2, at(0, 4), 0, "", ""},
-        {2, at(6), 0, "", ""},
-        // One device.
-        {1, at(3, 0, 1), 5, "=256 03:00.0 03:00.1 ",
-         "D2 CALL, mps_write_mps_all_funcs(B3:D0:F0, 256), {0}\n"},
-        {1, ari(ari_at(4, 5)), 0, "=256 04:00.5 04:10.2 ",
-         "D2 CALL, mps_write_mps_all_funcs(B4:D0:F0, 256), {0}\n"},
-        {1, at(3), 0, "=256 03:00.0 ", "D2 CALL, mps_write_mps_all_funcs(B3:D0:F0, 256), {5}\n",
-         broken},
-        {1, at(5), 0, "", never},
-        {1, at(3, 9), 0, "", ""},
-        {1, at(7, 0, 2), 0, "", ""},
-        // A hierarchy.
-        {1, at(2, 1), 0, all, is_none + both_set},
-        {1, at(1), 48, all, is_none + both_set},
-        {1, at(0, 1), 0, all, is_rp + both_set},
-        {1, at(0, 1), 0,
-         to_3 + "03:00.0 " + to_4 + "03:00.0 03:00.1 " + repaired + "03:00.0 ",  // twice
-         is_rp + replaced(both_set, "I1 set MPS value 256 for B3:D0:Fz, {0}",
-                          "E0 Unable to set MPS value 256 for B3:D0:Fz, {5}"),
-         broken},
-        {1, at(0, 2), 0, "",
-         is_rp + "I2 HOOK, MPS on paths below RP BDF were never changed or are "
-                 "invalid. Leave default MPS\n"},
-        {1, at(6), 0, "", is_none},
-        // Nothing above.
-        {1, at(0, 4), 5, "", nothing_above},
-        {1, at(0, 3), 0, "", nothing_above},
-    };
+    } rows[] = {{3, at(3), 5, "", "W0 HOOK, skipping reset type 3\n"},
+                // One function.
+                {2, at(3, 0, 1), 19, "=256 03:00.1 ", "D2 CALL, mps_write_mps(), {0}\n"},
+                {2, ari(ari_at(4, 130)), 0, "=256 04:10.2 ", "D2 CALL, mps_write_mps(), {0}\n"},
+                {2, at(3), 0, "=256 03:00.0 ", "D2 CALL, mps_write_mps(), {5}\n", broken},
+                {2, at(2, 0), 0, "", "W0 CALL, not an EP, why FLR ???\n"},
+                {2, at(5), 0, "", never},
+                {2, at(0, 4), 0, "", ""},
+                {2, at(6), 0, "", ""},
+                // One device.
+                {1, at(3, 0, 1), 5, "=256 03:00.0 03:00.1 ",
+                 "D2 CALL, mps_write_mps_all_funcs(B3:D0:F0, 256), {0}\n"},
+                {1, ari(ari_at(4, 5)), 0, "=256 04:00.5 04:10.2 ",
+                 "D2 CALL, mps_write_mps_all_funcs(B4:D0:F0, 256), {0}\n"},
+                {1, at(3), 0, "=256 03:00.0 ",
+                 "D2 CALL, mps_write_mps_all_funcs(B3:D0:F0, 256), {5}\n", broken},
+                {1, at(5), 0, "", never},
+                {1, at(3, 9), 0, "", ""},
+                {1, at(7, 0, 2), 0, "", ""},
+                // A hierarchy.
+                {1, at(2, 1), 0, all, is_none + both_set},
+                {1, at(1), 48, all, is_none + both_set},
+                {1, at(0, 1), 0, all, is_rp + both_set},
+                {1, at(0, 1), 0,
+                 to_3 + "03:00.0 " + to_4 + "03:00.0 03:00.1 " + repaired + "03:00.0 ",  // twice
+                 is_rp + replaced(both_set, "I1 set MPS value 256 for B3:D0:Fz, {0}",
+                                  "E0 Unable to set MPS value 256 for B3:D0:Fz, {5}"),
+                 broken},
+                {1, at(0, 2), 0, "",
+                 is_rp + "I2 HOOK, MPS on paths below RP BDF were never changed or are "
+                         "invalid. Leave default MPS\n"},
+                {1, at(6), 0, "", is_none},
+                // Nothing above.
+                {1, at(0, 4), 5, "", nothing_above},
+                {1, at(0, 3), 0, "", nothing_above}};
     for (const auto &row : rows) {
         const std::string call =
             "HOOK(" + std::to_string(row.type) + ", BDF, {" + std::to_string(row.status) + "})";
@@ -176,5 +173,4 @@ TEST_F(MpsThreads, CallTheHooksWhileStartUpPrograms) {
     EXPECT_EQ(machine->aer(at(5)), GEN_CAP | GEN_ON);
 }
 
-}  // namespace
 }  // namespace host::tests

@@ -3,7 +3,6 @@
 #include "topology/classification.h"
 
 namespace host::tests {
-namespace {
 
 using MpsLists = MpsTest;
 
@@ -101,17 +100,15 @@ TEST_F(MpsLists, FindTheSmallestPayloadOfAHierarchy) {
         RoutingId unreadable;
         std::uint32_t path_max;
         std::string lowered;  // to what and why, a line each
-    } rows[] = {
-        {"233331", 0, 256, "1024 for bridge B2:D0:F0\n256 for EP B3:D1:F0\n"},
-        {"1111111", 0, 256, "256 for bridge B2:D0:F0\n"},
-        {"0253441", 0, 128,
-         "4096 for bridge B2:D0:F0\n2048 for EP B3:D0:F0\n1024 for bridge B2:D1:F0\n"
-         "256 for EP B4:D0:F0\n128 for bridge B0:D1:F0\n"},
-        {"6767676", 0, module::MPS_MAX, ""},
-        {"7677675", 0, 4096, "4096 for EP B4:D0:F0\n"},
-        {"333302", at(3), 512, "1024 for bridge B2:D0:F0\n512 for EP B3:D1:F0\n"},
-        {"0144", at(0, 1), 256, "2048 for bridge B2:D0:F0\n256 for bridge B1:D0:F0\n"},
-    };
+    } rows[] = {{"233331", 0, 256, "1024 for bridge B2:D0:F0\n256 for EP B3:D1:F0\n"},
+                {"1111111", 0, 256, "256 for bridge B2:D0:F0\n"},
+                {"0253441", 0, 128,
+                 "4096 for bridge B2:D0:F0\n2048 for EP B3:D0:F0\n1024 for bridge B2:D1:F0\n"
+                 "256 for EP B4:D0:F0\n128 for bridge B0:D1:F0\n"},
+                {"6767676", 0, module::MPS_MAX, ""},
+                {"7677675", 0, 4096, "4096 for EP B4:D0:F0\n"},
+                {"333302", at(3), 512, "1024 for bridge B2:D0:F0\n512 for EP B3:D1:F0\n"},
+                {"0144", at(0, 1), 256, "2048 for bridge B2:D0:F0\n256 for bridge B1:D0:F0\n"}};
     for (const auto &row : rows) {
         std::vector<FunctionSpec> functions(shape.begin(), shape.begin() + std::ssize(row.codes));
         for (std::size_t i = 0; i < functions.size(); ++i)
@@ -163,5 +160,4 @@ TEST_F(MpsLists, CountWhatIsBehindBridgesWithWrongNumbers) {
     }
 }
 
-}  // namespace
 }  // namespace host::tests

@@ -12,8 +12,6 @@
 
 namespace host::tests {
 
-namespace module = enable_features;
-
 // Port 00:01.0 leads to a switch, with ports to 03:00 and to an ARI device on bus 4, and allows 512
 // bytes; port 00:02.0 allows 256, port 40:01.0 allows 2048. No size reaches 00:04.0, which has no
 // bridge above, and what is below the conventional bridge 00:03.0. Firmware left nonsense behind.
@@ -38,8 +36,7 @@ inline const std::vector<FunctionSpec> TREE = {
     {.id = at(7, 0, 0), .port = {}},
     {.id = at(7, 0, 2), .payload_cap = 5},
     {.id = at(64, 1), .port = 4, .secondary = 65, .payload_cap = 4, .payload_set = 5},
-    {.id = at(65), .payload_cap = 5, .payload_set = 7},
-};
+    {.id = at(65), .payload_cap = 5, .payload_set = 7}};
 
 inline bool is_locked(pthread_mutex_t &mutex) {
     return pthread_mutex_trylock(&mutex) != 0 || pthread_mutex_unlock(&mutex) != 0;

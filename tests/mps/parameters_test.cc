@@ -4,7 +4,6 @@
 #include "tests/mps/mps_test.h"
 
 namespace host::tests {
-namespace {
 
 class MpsParameters : public MpsTest {
 protected:
@@ -67,8 +66,7 @@ TEST_F(MpsParameters, AreRefusedWhole) {
          {"3.0.0:300", "3.0.0:0", "3.0.0:abc", "3.0.0:8192", "3.0.0:127", "3.0.0:+0B400",
           "3.0.0:0b400", "all:-1", "all:4224", "3.0.0:99999999999999999999", "3.0.0:maximum"}},
         // No address, a bridge, no such function, no ARI function.
-        {"", {"3:256", "3:300", "0.1.0:256", "9.0.0:256", "4.9:256", "5.0:256"}},
-    };
+        {"", {"3:256", "3:300", "0.1.0:256", "9.0.0:256", "4.9:256", "5.0:256"}}};
     for (const auto &row : rows)
         for (const std::string &value : row.values) {
             const std::size_t colon = value.find(':');
@@ -82,5 +80,4 @@ TEST_F(MpsParameters, AreRefusedWhole) {
         }
 }
 
-}  // namespace
 }  // namespace host::tests

@@ -8,7 +8,6 @@
 #include "tests/mps/mps_test.h"
 
 namespace host::tests {
-namespace {
 
 using MpsGuard = MpsTest;
 
@@ -29,7 +28,7 @@ const std::vector<FunctionSpec> ONE_BUS_TWICE = {
     {.id = at(0, 2), .port = 4, .secondary = 1, .payload_cap = 2},
     {.id = at(1), .payload_cap = 2}};
 
-AccessFilter keeps_512(RoutingId id) {
+static AccessFilter keeps_512(RoutingId id) {
     return [id](ImageAccess &access) {
         if (access.is_write && writes_to(id, DEVCTL_AT)(access))
             access.value = 2U << 5;
@@ -50,19 +49,17 @@ TEST_F(MpsGuard, LeavesNoFunctionAboveItsPort) {
         AccessFilter fault = {};
         RoutingId reset = 0;
         std::vector<FunctionSpec> machine = SWITCH;
-    } rows[] = {
-        {"what modules leave", "222222", "3.0.0:256", "111111"},
-        {"after a failure", "222222", "3.0.0:256", "000000", true, fails(at(3), 1)},
-        {"fails once", "222222", "3.0.0:256", "111111", true, fails(at(4), 1)},
-        {"fails for good", "222222", "3.0.0:256", "111112", false, fails(at(4))},
-        {"reads back more", "222222", "3.0.0:256", "111112", false, keeps_512(at(4))},
-        {"a port does not take it", "000000", "3.0.0:max", "000000", true, fails(at(1))},
-        {"found so", "222122", "3.0.0:max", "222122"},
-        {"a port is lowered meanwhile", "222222", "3.0.0:max", "220202", true, {}, at(3)},
-        {"a port cannot be read", "222222", "3.0.0:max", "220202", true, unreadable, at(3)},
-        {"a conventional bridge", "202", "2.0.0:256", "000", true, {}, 0, CONVENTIONAL},
-        {"one bus twice", "000", "1.0.0:max", "000", true, {}, 0, ONE_BUS_TWICE},
-    };
+    } rows[] = {{"what modules leave", "222222", "3.0.0:256", "111111"},
+                {"after a failure", "222222", "3.0.0:256", "000000", true, fails(at(3), 1)},
+                {"fails once", "222222", "3.0.0:256", "111111", true, fails(at(4), 1)},
+                {"fails for good", "222222", "3.0.0:256", "111112", false, fails(at(4))},
+                {"reads back more", "222222", "3.0.0:256", "111112", false, keeps_512(at(4))},
+                {"a port does not take it", "000000", "3.0.0:max", "000000", true, fails(at(1))},
+                {"found so", "222122", "3.0.0:max", "222122"},
+                {"a port is lowered meanwhile", "222222", "3.0.0:max", "220202", true, {}, at(3)},
+                {"a port cannot be read", "222222", "3.0.0:max", "220202", true, unreadable, at(3)},
+                {"a conventional bridge", "202", "2.0.0:256", "000", true, {}, 0, CONVENTIONAL},
+                {"one bus twice", "000", "1.0.0:max", "000", true, {}, 0, ONE_BUS_TWICE}};
     ManagedBuses managed(256, true);
     managed[4] = false;
     for (const auto &row : rows) {
@@ -99,5 +96,4 @@ TEST_F(MpsGuard, RefusesNoSizeThatAFunctionHas) {
     }
 }
 
-}  // namespace
 }  // namespace host::tests

@@ -2,7 +2,6 @@
 #include "tests/mps/mps_test.h"
 
 namespace host::tests {
-namespace {
 
 using MpsRegisters = MpsTest;
 
@@ -30,18 +29,16 @@ TEST_F(MpsRegisters, TakeASizeAndKeepEveryOtherBit) {
         pci_err_t result;
         unsigned after;
         std::string message;
-    } rows[] = {
-        {0x2810, 512, fine, 0, 0x2850, "I2 $MPS changed to 512\n"},
-        {0x2850, 512, write_fails, 0, 0x2850, "I2 $MPS already set\n"},
-        {0x2850, 384, fine, 5, 0x2850, ""},
-        {0x5CFF, 128, fine, 0, 0x5C1F, "I2 $MPS changed to 128\n"},
-        {0x00C0, 4096, fine, 0, 0x00A0, "I2 $MPS changed to 4096\n"},
-        {0x2810, 256, keeps_its_size, 5, 0x2870, ""},
-        {0x2810, 256, fail(of(F), 1), 5, 0x2810, "E0 $MPS read failed, {5}\n"},
-        {0x2810, 256, write_fails, 5, 0x2810, "E0 $MPS write failed, {5}\n"},
-        {0x2810, 8192, fine, 22, 0x2810, "E0 $MPS write failed, {22}\n"},
-        {0x2810, 256, vanish(F, 3), 19, 0x2830, "E0 $MPS write failed, {19}\n"},
-    };
+    } rows[] = {{0x2810, 512, fine, 0, 0x2850, "I2 $MPS changed to 512\n"},
+                {0x2850, 512, write_fails, 0, 0x2850, "I2 $MPS already set\n"},
+                {0x2850, 384, fine, 5, 0x2850, ""},
+                {0x5CFF, 128, fine, 0, 0x5C1F, "I2 $MPS changed to 128\n"},
+                {0x00C0, 4096, fine, 0, 0x00A0, "I2 $MPS changed to 4096\n"},
+                {0x2810, 256, keeps_its_size, 5, 0x2870, ""},
+                {0x2810, 256, fail(of(F), 1), 5, 0x2810, "E0 $MPS read failed, {5}\n"},
+                {0x2810, 256, write_fails, 5, 0x2810, "E0 $MPS write failed, {5}\n"},
+                {0x2810, 8192, fine, 22, 0x2810, "E0 $MPS write failed, {22}\n"},
+                {0x2810, 256, vanish(F, 3), 19, 0x2830, "E0 $MPS write failed, {19}\n"}};
     for (const auto &row : rows)
         for (const std::string object : {"entry", "(nil)"}) {
             serve({{.id = F, .port = 4, .secondary = 1, .payload_cap = 1U << 5 | 5}});
@@ -75,19 +72,17 @@ TEST_F(MpsRegisters, OfADeviceAreWrittenFunctionByFunction) {
         AccessFilter fault;
         pci_err_t result;
         std::string writes;
-    } rows[] = {
-        {at(1), "eee", {}, 0, "=256 01:00.0 01:00.1 01:00.2 "},
-        {at(1), "ese....e", broken(0), 5, "=256 01:00.0 "},
-        {at(1), "e..e", broken(3), 0, "=256 01:00.0 01:00.3 "},
-        {at(1), "e......e", broken(7), 5, "=256 01:00.0 01:00.7 "},
-        {at(1), "s.e.c..s", {}, 0, "=256 01:00.2 01:00.7 "},
-        {at(1), "ce.....c", {}, 48, "=256 01:00.1 "},
-        {at(1), "ee.....e", no_vendor(7), 5, "=256 01:00.0 01:00.1 "},
-        {ari(at(1)), "e...s....e", {}, 0, "=256 01:00.0 01:00.4 01:01.1 "},
-        {ari(at(1)), "s...e....s", {}, 0, "=256 01:00.4 01:01.1 "},
-        {ari(at(1)), "e...e....e", broken(4), 0, "=256 01:00.0 01:00.4 01:01.1 "},
-        {ari(at(1)), "e...e....e", broken(9), 5, "=256 01:00.0 01:00.4 01:01.1 "},
-    };
+    } rows[] = {{at(1), "eee", {}, 0, "=256 01:00.0 01:00.1 01:00.2 "},
+                {at(1), "ese....e", broken(0), 5, "=256 01:00.0 "},
+                {at(1), "e..e", broken(3), 0, "=256 01:00.0 01:00.3 "},
+                {at(1), "e......e", broken(7), 5, "=256 01:00.0 01:00.7 "},
+                {at(1), "s.e.c..s", {}, 0, "=256 01:00.2 01:00.7 "},
+                {at(1), "ce.....c", {}, 48, "=256 01:00.1 "},
+                {at(1), "ee.....e", no_vendor(7), 5, "=256 01:00.0 01:00.1 "},
+                {ari(at(1)), "e...s....e", {}, 0, "=256 01:00.0 01:00.4 01:01.1 "},
+                {ari(at(1)), "s...e....s", {}, 0, "=256 01:00.4 01:01.1 "},
+                {ari(at(1)), "e...e....e", broken(4), 0, "=256 01:00.0 01:00.4 01:01.1 "},
+                {ari(at(1)), "e...e....e", broken(9), 5, "=256 01:00.0 01:00.4 01:01.1 "}};
     for (const auto &row : rows) {
         SCOPED_TRACE(&row - rows);
         std::vector<FunctionSpec> functions;
@@ -114,5 +109,4 @@ TEST_F(MpsRegisters, OfADeviceAreWrittenFunctionByFunction) {
     }
 }
 
-}  // namespace
 }  // namespace host::tests

@@ -4,7 +4,6 @@
 #include "tests/mps/mps_test.h"
 
 namespace host::tests {
-namespace {
 
 class MpsStartUp : public MpsTest {
 protected:
@@ -59,8 +58,7 @@ TEST_F(MpsStartUp, GivesEachHierarchyOneSize) {
          5},
         {"max of nothing", "all:max", "", "0 ", {}, 0, without_sizes},
         {"no limit", "all:2048", "=2048 00:01.0 01:00.0 ", "2048 ", {}, 0, without_sizes},
-        {"a conventional bridge", "all:256", "=256 00:01.0 =128 00:01.0 ", "128 ", {}, 48, mixed},
-    };
+        {"a conventional bridge", "all:256", "=256 00:01.0 =128 00:01.0 ", "128 ", {}, 48, mixed}};
     for (const auto &row : rows) {
         SCOPED_TRACE(row.name);
         request(row.machine, row.requests);
@@ -122,5 +120,4 @@ TEST_F(MpsStartUp, SetsTheSizeOfOnePathWhenItCan) {
     EXPECT_EQ(payload(at(3)), 512U);
 }
 
-}  // namespace
 }  // namespace host::tests

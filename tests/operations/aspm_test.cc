@@ -4,7 +4,6 @@
 #include "tests/operations/operations_test.h"
 
 namespace host::tests {
-namespace {
 
 // In Device Capabilities: the codes of the latencies accepted for L1 and for L0s, then 00.
 const std::string TREE =
@@ -99,8 +98,7 @@ TEST_F(Aspm, EndsOfALinkAreInOrderWhateverFails) {
         {module::_enable_aspm, enabling,
          "5:21 5:21 0:00 0:00 0:00 0:00 0:22 0:11 5:01 5:01 5:01 5:01 5:01 5:03 12:21 0:22 0:11 "
          "0:33 "},
-        {module::_disable_aspm, disabling, "5:21 0:01 0:01 0:01 0:00 5:20 5:20 5:00 0:01 0:00 "},
-    };
+        {module::_disable_aspm, disabling, "5:21 0:01 0:01 0:01 0:00 5:20 5:20 5:00 0:01 0:00 "}};
     for (const auto &[operation, expected, outcomes] : rows) {
         const auto count = static_cast<unsigned>(words(expected).size());
         std::string said;
@@ -135,8 +133,7 @@ TEST_F(Aspm, LinksAreEnabledAsFarAsRecordsTell) {
          "D2 unable to determine port type\n{48}"},
         {[](auto &, auto &below) { below.pcie_cap = nullptr; }, slow},
         {[](auto &, auto &below) { below.pcie_cap->head.bdf = BDF_NONE; }, slow},
-        {[](auto &, auto &below) { below.num_devs = 0; }, "0, no EP device(s)\n" + slow},
-    };
+        {[](auto &, auto &below) { below.num_devs = 0; }, "0, no EP device(s)\n" + slow}};
     for (const auto &[change, said] : rows) {
         serve(functions("0.1:4>1-2=0,400 1.1:6>2-2 2.0:0>0-0=7700 2.1:0>0-0=100 2.2:0>0-0=100"));
         machine->image.set_filter(fail(of(at(2)), 1));
@@ -175,5 +172,4 @@ TEST_F(Aspm, LinksAreVisitedFromTheTopDown) {
          {"D0 (?:en|dis)able_aspm\\(B(.*):D(.*):F0\\)\n(D2.*\n|\\[.*\\])?=\\1.\\2 ", "$1.$2 $3"}});
 }
 
-}  // namespace
 }  // namespace host::tests

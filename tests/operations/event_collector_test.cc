@@ -25,8 +25,7 @@ TEST_F(EventCollectors, AreAskedInOrderUntilOneServesTheFunction) {
         {at(64, 5), at(64, 4),
          "E0 Found RCEC for B64:D5:F0" + is_null +
              "I2 Found RCEC B64:D4:F0 for device B64:D5:F0\n"},
-        {at(7), BDF_NONE, "E0 Found RCEC for B7:D0:F0" + is_null},
-    };
+        {at(7), BDF_NONE, "E0 Found RCEC for B7:D0:F0" + is_null}};
     for (const auto &[asked, found, said] : rows) {
         EXPECT_EQ(enable_features::find_rcec(asked), found);
         EXPECT_EQ(messages(), said);

@@ -8,7 +8,6 @@
 #include "tests/operations/operations_test.h"
 
 namespace host::tests {
-namespace {
 
 using module::fast_back_to_back;
 
@@ -110,5 +109,4 @@ TEST_F(FastBackToBackThreads, GoBackWhileAWriterWaitsForTheBus) {
     ::alarm(0);
 }
 
-}  // namespace
 }  // namespace host::tests

@@ -101,8 +101,7 @@ TEST_F(MsiRegisters, AreThoseThatMessageControlTellsOf) {
     const std::tuple<unsigned, unsigned, std::string, std::uint32_t, std::uint32_t> rows[] = {
         {0x0001, 0x0FF1, "0 save 2 4 8 0 restore 2 2=ff0 4=74 8=78 2=1 ", 0, 0},
         {0x00A1, 0x015F, "0 save 2 4 8 c 0 restore 2 2=15e 4=74 8=78 c=7c 2=a1 ", 0x78, 0},
-        {0x0171, 0x0081, "0 save 2 4 8 c 0 restore 2 2=80 4=74 8=78 c=7c 2=171 ", 0, 0x7C},
-    };
+        {0x0171, 0x0081, "0 save 2 4 8 c 0 restore 2 2=80 4=74 8=78 c=7c 2=171 ", 0, 0x7C}};
     for (const auto &[control, now, outcome, addr_u, mask] : rows) {
         EXPECT_EQ(both(CAPID_MSI, control, now), outcome);
         EXPECT_EQ(records[1].msi.addr_u, addr_u);
@@ -125,15 +124,12 @@ TEST_F(MsiRegisters, AreSavedAndRestoredInOrderUntilOneFails) {
         "0 save 2 4 8 c 10 5 restore -addr_u 2 2=42 4=74 8=78 ",
         "0 save 2 4 8 c 10 5 restore -data 2 2=42 4=74 8=78 c=7c ",
         "0 save 2 4 8 c 10 5 restore -mask 2 2=42 4=74 8=78 c=7c 10=80 ",
-        "0 save 2 4 8 c 10 5 restore -ctrl 2 2=42 4=74 8=78 c=7c 10=80 2=180 ",
-    };
+        "0 save 2 4 8 c 10 5 restore -ctrl 2 2=42 4=74 8=78 c=7c 10=80 2=180 "};
     const std::string of_msix[] = {
-        "0 save 2 t8 t0 t4 tc 0 restore 2 2=0 t8= t0= t4= tc= 2=c000 ",
-        "0 save -ctrl 2 5 lost ",
+        "0 save 2 t8 t0 t4 tc 0 restore 2 2=0 t8= t0= t4= tc= 2=c000 ", "0 save -ctrl 2 5 lost ",
         "0 save 2 t8 t0 t4 tc 0 restore -enable 2 t8= t0= t4= tc= 2=c000 ",
         "0 save 2 t8 t0 t4 tc 0 restore -enable 2 2=0 t8= t0= t4= tc= 2=c000 ",
-        "0 save 2 t8 t0 t4 tc 5 restore -ctrl 2 2=0 t8= t0= t4= tc= 2=c000 ",
-    };
+        "0 save 2 t8 t0 t4 tc 5 restore -ctrl 2 2=0 t8= t0= t4= tc= 2=c000 "};
     enable_features::msix_vector_t area[1] = {};
     for (std::size_t n = 0; n < std::size(of_msi); ++n) {
         records[1].msi = {9, 9, 9, 9, 9};
@@ -155,8 +151,7 @@ TEST_F(MsiRegisters, GetASaveAreaAsLargeAsTheTable) {
         {4, "2 t8 t0 ", 4},
         {5, "I4 #save, Re-allocate # save area for 5 vectors\n" + lost, 4},
         {2, "2 t8 t0 ", 4},
-        {2048, "I4 #save, Re-allocate # save area for 2048 vectors\n2 t8 t0 ", 2048},
-    };
+        {2048, "I4 #save, Re-allocate # save area for 2048 vectors\n2 t8 t0 ", 2048}};
     for (const auto &[count, said, room] : rows) {
         const auto *const area = records[0].msix.vectors;
         size_of_failing_realloc = 16 * 5;
@@ -216,9 +211,7 @@ TEST_F(MsiRegisters, AreLeftAloneOutOfReach) {
     const std::function<void()> losses[] = {
         [this] { function.bdf = BDF_HIGHEST + 1; },
         [this] { function.bdf = 0, capset.msi = nullptr, mapping.address = nullptr; },
-        [this] { msix.table = nullptr; },
-        [this] { capset.msix = nullptr; },
-    };
+        [this] { msix.table = nullptr; }, [this] { capset.msix = nullptr; }};
     enable_features::msix_vector_t vectors[2] = {};
     for (const auto &lose : losses)
         for (const unsigned id : {CAPID_MSI, CAPID_MSIX}) {

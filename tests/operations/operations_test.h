@@ -10,8 +10,6 @@
 
 namespace host::tests {
 
-namespace module = enable_features;
-
 using Words = std::vector<std::string>;
 
 inline Words words(const std::string &text) {

@@ -134,7 +134,7 @@ const Row ROWS[] = {
     OTHER(PORT_TYPE_PCIE_TO_PCI, EXP_TYPE_PCI_BRIDGE),
     OTHER(PORT_TYPE_PCI_TO_PCIE, EXP_TYPE_PCIE_BRIDGE), OTHER(PORT_TYPE_RCIEP, EXP_TYPE_RC_END),
     OTHER(PORT_TYPE_EVENT_COLLECTOR, EXP_TYPE_RC_EC),
-    {"MRRS_DEFAULT", pci::MRRS_DEFAULT << 12, PCI_EXP_DEVCTL_READRQ_512B},
+    {"MRRS_DEFAULT", pci::MRRS_DEFAULT << 12, PCI_EXP_DEVCTL_READRQ_512B}
 };
 
 // Without a counterpart: single values and what is made of others; what the kernel has no name for.

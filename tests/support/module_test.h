@@ -12,9 +12,12 @@
 
 #include "host/base/log.h"
 #include "host/exports/serve.h"
+#include "module/base/feature.h"
 #include "tests/support/test_machine.h"
 
 namespace host::tests {
+
+namespace module = enable_features;
 
 // A message as tests write it: the severity's letter (E, W, I, D), the verbosity number, the text;
 // "!" before all that when it came through the wrong handle. "entry" stands for what "%p" gives.

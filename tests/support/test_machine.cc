@@ -3,16 +3,15 @@
 #include <algorithm>
 
 namespace host::tests {
-namespace {
 
 using Bytes = std::vector<std::uint8_t>;
 
-void put(Bytes &bytes, unsigned offset, unsigned width, std::uint32_t value) {
+static void put(Bytes &bytes, unsigned offset, unsigned width, std::uint32_t value) {
     for (; width > 0 && offset < bytes.size(); --width, ++offset, value >>= 8)
         bytes[offset] = static_cast<std::uint8_t>(value);
 }
 
-void put_header(Bytes &bytes, const FunctionSpec &spec, bool multi_function) {
+static void put_header(Bytes &bytes, const FunctionSpec &spec, bool multi_function) {
     const bool bridge = spec.secondary != 0;
     put(bytes, pci::VENDOR_ID, 2, 0x1234);
     put(bytes, pci::STATUS, 2,
@@ -28,7 +27,7 @@ void put_header(Bytes &bytes, const FunctionSpec &spec, bool multi_function) {
     }
 }
 
-void put_pcie(Bytes &bytes, const FunctionSpec &spec) {
+static void put_pcie(Bytes &bytes, const FunctionSpec &spec) {
     put(bytes, pci::CAPABILITIES_POINTER, 1, PCIE_AT);
     put(bytes, PCIE_AT, 2, CAPID_PCIE);
     put(bytes, PCIE_AT + pci::PCIE_CAPS, 2, 2U | static_cast<unsigned>(*spec.port) << 4);
@@ -39,7 +38,7 @@ void put_pcie(Bytes &bytes, const FunctionSpec &spec) {
 }
 
 // AER, if there, comes first and links to ARI.
-void put_extended(Bytes &bytes, const FunctionSpec &spec) {
+static void put_extended(Bytes &bytes, const FunctionSpec &spec) {
     const unsigned ari_offset = spec.aer ? pci::EXT_CAPS + 0x48 : pci::EXT_CAPS;
     if (spec.aer) {
         put(bytes, pci::EXT_CAPS, 4,
@@ -51,8 +50,6 @@ void put_extended(Bytes &bytes, const FunctionSpec &spec) {
         put(bytes, ari_offset + pci::ARI_CAPABILITY, 2, unsigned{*spec.next_ari} << 8);
     }
 }
-
-}  // namespace
 
 Bytes config_bytes(const FunctionSpec &spec, bool multi_function) {
     Bytes bytes(spec.size);

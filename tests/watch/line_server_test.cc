@@ -15,7 +15,6 @@
 #include "host/base/log.h"
 
 namespace host::tests {
-namespace {
 
 class LineServerTest : public ::testing::Test {
 protected:
@@ -105,8 +104,7 @@ TEST_F(LineServerTest, AnswersEachLineByOne) {
         {{"x", longest + "\na\n"}, too_long("x" + longest) + "2 a\n"},
         {{longest, "x\n"}, too_long(longest)},
         {{longest, longest, longest, ""}, too_long(longest) + "."},
-        {{longest + "\n"}, "1 " + longest + "\n"},
-    };
+        {{longest + "\n"}, "1 " + longest + "\n"}};
     for (const auto &[sent, answer] : rows) {
         const Descriptor client = new_client();
         for (const std::string &piece : sent) {
@@ -230,5 +228,4 @@ TEST_F(LineServerTest, KeepsNothingOfClientsThatAreGone) {
     EXPECT_EQ(open_files(), before);
 }
 
-}  // namespace
 }  // namespace host::tests

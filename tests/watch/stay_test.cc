@@ -9,7 +9,6 @@
 #include "tests/support/test_machine.h"
 
 namespace host::tests {
-namespace {
 
 TEST(Stay, AnswersEventsAndQuestions) {
     MachineSource source{.name = "", .live = nullptr, .image = std::make_unique<ConfigImage>()};
@@ -47,5 +46,4 @@ TEST(Stay, AnswersEventsAndQuestions) {
               "error: standard input:2: unknown event (insert, remove, flr, bus-reset): status");
 }
 
-}  // namespace
 }  // namespace host::tests
