@@ -33,7 +33,5 @@ pci_err_t server_mod_init(const mod_init_args_t *args) {
         throw 1;
     if (what == "exit")
         std::exit(0);
-    if (what == "hook")
-        return register_hook();
-    return what == "refuse" ? PCI_ERR_NOT_SUPPORTED : PCI_OK;
+    return what == "hook" ? register_hook() : PCI_ERR_NOT_SUPPORTED;
 }
