@@ -15,6 +15,7 @@
 #include <utility>
 
 #include "host/base/address.h"
+#include "host/base/input.h"
 #include "host/space/dump.h"
 #include "platform/pci_regs.h"
 
@@ -79,12 +80,9 @@ bool is_byte_line(std::string_view line) {
            (line.size() == digits + 1 || line[digits + 1] == ' ');
 }
 
-std::string excerpt(std::string_view text) {
+std::string quoted(std::string_view text) {
     constexpr std::size_t LONGEST = 60;
-    std::string shown(text.substr(0, LONGEST));
-    std::replace_if(
-        shown.begin(), shown.end(), [](unsigned char c) { return c < 0x20 || c >= 0x7F; }, '?');
-    return "\"" + shown + (text.size() > LONGEST ? "...\"" : "\"");
+    return '"' + excerpt(text, LONGEST) + '"';
 }
 
 std::string hex_text(unsigned value) {
@@ -186,7 +184,7 @@ private:
                 return;
             const std::string_view word = text.substr(0, text.find(' '));
             if (word.size() != 2 || count_hex(word) != 2)
-                fail_here(excerpt(word) + " is not a byte", line);
+                fail_here(quoted(word) + " is not a byte", line);
             if (bytes_.size() == limit)
                 fail_here("more than 16 bytes in one line", line);
             bytes_.push_back(static_cast<std::uint8_t>(hex_value(word)));
@@ -225,7 +223,7 @@ private:
 
     [[noreturn]] void fail_at(std::size_t line, const std::string &reason,
                               std::string_view text) const {
-        throw DumpError(file_ + ":" + std::to_string(line) + ": " + reason + ": " + excerpt(text));
+        throw DumpError(file_ + ":" + std::to_string(line) + ": " + reason + ": " + quoted(text));
     }
 
     std::string file_;

@@ -48,7 +48,7 @@ REFUSED = (
     (["-F", "input"], DUMP.replace("\n30: ", "\n40: ", 1), ["input:5: the next line of this "]),
     (["-F", "input"], f"{TITLE}00:{' 00' * 16}\n", ["input:1: the function has 16 bytes"]),
     (["-F", "input"], DUMP + TITLE, [f"input:{DUMP.count(chr(10)) + 1}: a second function "]),
-    (["-F", "/dev/zero"], "", ['/dev/zero:1: a line of more than 4096 bytes: "??']),
+    (["-F", "/dev/zero"], "", [r'/dev/zero:1: a line of more than 4096 bytes: "\x00']),
     (["-F", "none"], "", ["none: No such file or directory"]),
     ([], "", ["no configuration space is given: use -F FILE"]),
     (["-F", ""], "", ["--dump: no file is named"]),
