@@ -24,6 +24,7 @@ constexpr std::uint8_t CAPID_MSIX = 0x11;
 constexpr std::uint16_t EXT_CAPID_AER = 0x0001;
 constexpr std::uint16_t EXT_CAPID_RCEC = 0x0007;
 constexpr std::uint16_t EXT_CAPID_ARI = 0x000E;
+constexpr std::uint16_t EXT_CAPID_SRIOV = 0x0010;
 
 // Value of call_word for every call.
 constexpr std::uint32_t CAP_CALL_WORD = 1;

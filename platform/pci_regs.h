@@ -255,6 +255,15 @@ constexpr std::uint32_t AER_CONTROL_ECRC_CHK_ENABLE = 0x0000'0100;   // RWS
 constexpr reg16 ARI_CAPABILITY{0x04};
 constexpr std::uint16_t ARI_CAPABILITY_NEXT_FUNCTION = 0xFF00;  // RO, Next Function Number
 
+// ---- Single Root I/O Virtualization, of a physical function.
+
+constexpr reg16 SRIOV_CONTROL{0x08};
+constexpr std::uint16_t SRIOV_CONTROL_VF_ENABLE = 0x0001;  // RW
+constexpr reg16 SRIOV_NUM_VFS{0x10};                       // RW while VF Enable is clear
+constexpr reg16 SRIOV_FIRST_VF_OFFSET{0x14};               // RO, from the physical function
+constexpr reg16 SRIOV_VF_STRIDE{0x16};                     // RO
+constexpr reg16 SRIOV_VF_DEVICE_ID{0x1A};                  // RO
+
 // ---- Root Complex Event Collector Endpoint Association.
 
 constexpr reg32 RCEC_BITMAP{0x04};       // HwInit, a bit for each device of the collector's bus

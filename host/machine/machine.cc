@@ -4,6 +4,7 @@
 #include <unordered_map>
 
 #include "host/machine/bus_layout.h"
+#include "host/machine/virtual_functions.h"
 #include "platform/capability.h"
 #include "platform/pci_regs.h"
 
@@ -113,6 +114,7 @@ std::optional<std::uint16_t> Function::ext_cap(std::uint16_t cap_id) const {
 Machine::Machine(ConfigSpace &space, Warn warn)
     : space_(space), warn_(std::move(warn)), known_(ROUTING_IDS), reachable_(ROUTING_IDS) {
     std::vector<std::unique_ptr<Function>> fresh = read(space.functions());
+    tell_virtual(fresh);
     choose_forms(fresh);
     publish(std::move(fresh));
     const std::vector<const Function *> all = functions();
@@ -167,6 +169,7 @@ void Machine::update(std::span<const RoutingId> gone, std::span<const RoutingId>
     std::vector<RoutingId> changed = renumbered();
     changed.insert(changed.end(), come.begin(), come.end());
     std::vector<std::unique_ptr<Function>> fresh = read(changed);
+    tell_virtual(fresh);
     std::erase_if(fresh, [](const auto &function) { return !function->answers; });
     choose_forms(fresh);
     publish(std::move(fresh));
@@ -227,6 +230,27 @@ std::vector<RoutingId> Machine::renumbered() const {
             found.push_back(function->id());
     }
     return found;
+}
+
+// Modules do not see virtual functions, also those that have a vendor in their own registers: a
+// payload size that is written there does not take, and would be taken back along its whole path.
+// They have the layout of devices; what has another one is none, whatever a capability says.
+void Machine::tell_virtual(std::span<const std::unique_ptr<Function>> fresh) {
+    const auto all = find_virtual_functions(space_, present_with(fresh));
+    for (const auto &function : fresh) {
+        const auto found = all.find(function->id());
+        if (found == all.end() || function->header_type != 0)
+            continue;
+        std::uint32_t revision = 0;
+        space_.read(function->id(), pci::CLASS_REVISION, 4, revision);
+        Function virtual_function{};
+        virtual_function.bdf = function->id();
+        virtual_function.vendor = found->second.vendor;
+        virtual_function.device = found->second.device;
+        virtual_function.class_code = pci::get(revision, pci::CLASS_REVISION_CLASS_CODE);
+        virtual_function.physical = found->second.physical;
+        *function = std::move(virtual_function);
+    }
 }
 
 // What functions that are being added cannot tell of themselves: whether they are reached in ARI

@@ -20,8 +20,10 @@ namespace host {
 
 // Read once, when the machine is made or the function comes to it.
 struct Function {
-    bdf_t bdf;     // as it is enumerated, in plain or ARI form
-    bool answers;  // false: all ones for the vendor; nothing else below is set then
+    bdf_t bdf;  // as it is enumerated, in plain or ARI form
+    // False: all ones for the vendor, or a virtual function. Nothing else below is set then, but
+    // vendor, device, class code and physical function of a virtual one.
+    bool answers;
     std::uint16_t vendor;
     std::uint16_t device;
     std::uint32_t class_code;  // 24 bits
@@ -30,8 +32,9 @@ struct Function {
     std::uint8_t secondary;    // bridges (header types 1 and 2) only, else 0
     std::uint8_t subordinate;
     std::optional<std::uint8_t> port_type;  // PCI Express functions only
-    std::uint8_t mpss;              // Max_Payload_Size Supported, as in Device Capabilities; else 0
-    std::vector<CapPosition> caps;  // in list order
+    std::uint8_t mpss;  // Max_Payload_Size Supported, as in Device Capabilities; else 0
+    std::optional<RoutingId> physical;  // of virtual functions only: whose they are
+    std::vector<CapPosition> caps;      // in list order
     std::vector<CapPosition> ext_caps;  // in list order
 
     RoutingId id() const { return pci::routing_id_of(bdf); }
@@ -92,6 +95,7 @@ public:
 private:
     std::vector<std::unique_ptr<Function>> read(std::span<const RoutingId> ids);
     std::vector<RoutingId> renumbered() const;
+    void tell_virtual(std::span<const std::unique_ptr<Function>> fresh);
     void choose_forms(std::span<const std::unique_ptr<Function>> fresh);
     void publish(std::vector<std::unique_ptr<Function>> fresh);
     std::vector<const Function *>

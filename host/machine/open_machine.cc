@@ -19,6 +19,8 @@ const Function &named_function(const Machine &machine, unsigned domain, std::str
     const Function *found = machine.known(parsed->id);
     if (!found)
         throw InputError("no such function");
+    if (found->physical)
+        throw InputError("a virtual function, which is left alone");
     if (!found->answers)
         throw InputError("the function does not answer");
     if (!machine.reachable(*found))

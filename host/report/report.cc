@@ -92,13 +92,15 @@ Report begin_report(Machine &machine, unsigned domain) {
     const Positions positions = positions_of(functions);
     for (const Function *function : functions) {
         const FeatureState state = read_feature_state(machine, *function);
-        report.functions.push_back({.function = *function,
-                                    .address = format_address(domain, function->id()),
-                                    .name = name_in_title(machine.space().title(function->id())),
-                                    .bridge = bridge_above(machine, *function, positions),
-                                    .managed = manages(pci::bus_of(function->bdf)),
-                                    .before = state,
-                                    .after = state});
+        report.functions.push_back(
+            {.function = *function,
+             .address = format_address(domain, function->id()),
+             .name = name_in_title(machine.space().title(function->id())),
+             .physical = function->physical ? format_address(domain, *function->physical) : "",
+             .bridge = bridge_above(machine, *function, positions),
+             .managed = manages(pci::bus_of(function->bdf)),
+             .before = state,
+             .after = state});
     }
     report.hierarchies = find_hierarchies(report, machine, positions);
     return report;

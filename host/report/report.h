@@ -16,6 +16,7 @@ struct FunctionReport {
     Function function;
     std::string address;                // as lspci writes it
     std::string name;                   // lspci's text behind the address
+    std::string physical;               // address of a virtual function's physical one
     std::optional<std::size_t> bridge;  // index of the bridge above, empty on a root bus
     bool managed = true;                // by this server instance
     FeatureState before;

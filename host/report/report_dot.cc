@@ -140,6 +140,8 @@ std::string shown_name(const FunctionReport &row) {
 
 std::string type_and_state(const FunctionReport &row) {
     std::string text = type_text(row.function);
+    if (!row.physical.empty())
+        text += " of " + row.physical;
     if (!row.managed)
         text += ", not managed";
     if (row.gone())

@@ -16,7 +16,7 @@ Json value_or_null(const std::optional<Value> &value) {
 }
 
 Json class_json(const Function &function) {
-    if (!function.answers)
+    if (!function.answers && !function.physical)
         return nullptr;
     char text[8];
     std::snprintf(text, sizeof text, "%06x", function.class_code & 0xFFFFFFU);
@@ -50,6 +50,7 @@ Json function_json(const FunctionReport &row) {
             {"ari", (row.function.bdf & BDF_ARI_FLAG) != 0},
             {"class", class_json(row.function)},
             {"port_type", value_or_null(row.function.port_type)},
+            {"physical_function", row.physical.empty() ? Json(nullptr) : Json(row.physical)},
             {"managed", row.managed},
             {"mps", mps_json(row)},
             {"ecrc", ecrc_json(row)}};

@@ -50,7 +50,8 @@ std::string place_cell(const FunctionReport &row, const std::string &branch) {
 }
 
 std::string name_cell(const FunctionReport &row) {
-    return (row.managed ? "" : "(not managed) ") + safe_text(row.name);
+    const std::string whose = row.physical.empty() ? "" : "(of " + row.physical + ") ";
+    return whose + (row.managed ? "" : "(not managed) ") + safe_text(row.name);
 }
 
 // The functions depth first, with the branches that lead to each, under their hierarchies'

@@ -36,6 +36,8 @@ const char *pcie_type(std::uint8_t port_type) {
 
 const char *type_text(const Function &function) {
     constexpr std::uint32_t ANY_INTERFACE_MASK = 0xFFFF00;
+    if (function.physical)
+        return "virtual function";
     if (!function.answers)
         return "no answer";
     if (function.port_type)
@@ -97,8 +99,10 @@ std::string summary_text(const Report &report) {
     };
     add(count(&FunctionReport::removed), " removed");
     add(count([](const FunctionReport &row) { return !row.managed; }), " not managed");
+    add(count([](const FunctionReport &row) { return row.function.physical.has_value(); }),
+        " virtual");
     const auto is_silent = [](const FunctionReport &row) {
-        return !row.function.answers || (row.gone() && !row.removed);
+        return (!row.function.answers && !row.function.physical) || (row.gone() && !row.removed);
     };
     add(count(is_silent), " without answer");
     return text;

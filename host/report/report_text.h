@@ -10,7 +10,7 @@ namespace host {
 // Where there is no such register, or it cannot be read.
 constexpr const char *NOTHING_TEXT = "-";
 
-// "root port", "endpoint", "PCI bridge", "no answer", ...
+// "root port", "endpoint", "virtual function", "no answer", ...
 const char *type_text(const Function &function);
 
 // "removed" by an event, or "no answer" of a function that was there and is not; empty of others.

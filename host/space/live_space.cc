@@ -262,8 +262,10 @@ std::string LiveSpace::title(RoutingId id) const {
     if (library_->read(id, 0, header.data(), header.size()) != 0)
         return address;
     const auto word = [&](unsigned at) { return header[at] | unsigned{header[at + 1]} << 8; };
+    const bool is_virtual = sysfs_.is_virtual(id);
     std::string text = address + " " + library_->class_name(word(pci::CLASS_DEVICE)) + ": " +
-                       library_->device_name(word(pci::VENDOR_ID), word(pci::DEVICE_ID));
+                       library_->device_name(is_virtual ? sysfs_.vendor(id) : word(pci::VENDOR_ID),
+                                             is_virtual ? sysfs_.device(id) : word(pci::DEVICE_ID));
     if (const unsigned revision = header[pci::REVISION_ID]) {
         std::array<char, 16> suffix{};
         std::snprintf(suffix.data(), suffix.size(), " (rev %02x)", revision);

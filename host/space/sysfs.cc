@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <fstream>
 
 #include "host/base/address.h"
@@ -34,6 +35,11 @@ std::string read_line(const fs::path &file) {
     std::string line;
     std::getline(in, line);
     return line;
+}
+
+// "0x8086"; 0 for anything else.
+std::uint16_t read_number(const fs::path &file) {
+    return static_cast<std::uint16_t>(std::strtoul(read_line(file).c_str(), nullptr, 16));
 }
 
 }  // namespace
@@ -107,6 +113,19 @@ std::vector<RoutingId> Sysfs::bridges_above(RoutingId id) const {
 std::string Sysfs::driver(RoutingId id) const {
     std::error_code none;
     return fs::read_symlink(file(id, "driver"), none).filename().string();
+}
+
+bool Sysfs::is_virtual(RoutingId id) const {
+    std::error_code none;
+    return fs::exists(file(id, "physfn"), none);
+}
+
+std::uint16_t Sysfs::vendor(RoutingId id) const {
+    return read_number(file(id, "vendor"));
+}
+
+std::uint16_t Sysfs::device(RoutingId id) const {
+    return read_number(file(id, "device"));
 }
 
 std::size_t Sysfs::config_size(RoutingId id) const {

@@ -34,6 +34,14 @@ public:
     // The name of the driver that is bound to a function; empty: none.
     std::string driver(RoutingId id) const;
 
+    // Whether it is a virtual function of an SR-IOV device.
+    bool is_virtual(RoutingId id) const;
+
+    // What the kernel knows the function as: a virtual one's registers do not tell. 0 when there is
+    // none.
+    std::uint16_t vendor(RoutingId id) const;
+    std::uint16_t device(RoutingId id) const;
+
     // Bytes of its configuration space: 256 or 4096, 0 when there is no such function.
     std::size_t config_size(RoutingId id) const;
 

@@ -83,11 +83,11 @@ std::vector<RoutingId> HotPlug::gone_below(const bridge_rec &bridge,
     return gone;
 }
 
-// Without those that do not answer: virtual functions have no vendor of their own.
+// Without those that do not answer, and without virtual functions, which modules do not see.
 std::vector<RoutingId> HotPlug::come_below(const bridge_rec *bridge) const {
     std::vector<RoutingId> come;
     for (const RoutingId id : space_.functions()) {
-        if (machine_.find(id) || !is_below(id, bridge))
+        if (machine_.find(id) || space_.sysfs().is_virtual(id) || !is_below(id, bridge))
             continue;
         space_.forget(id);
         if (space_.answers(id))

@@ -28,19 +28,20 @@ def read_dump(path):
 
 
 class Function:
-    def __init__(self, address, data):
+    def __init__(self, address, data, physical=None):
         self.address, self.data, self.gone, self.port, self.written = address, data, False, None, False
         self.bus, self.device, self.number = address
-        self.answers, layout = data[:2] != b"\xff\xff", data[0x0E] & 0x7F
+        self.physical = physical  # address of the physical function that a virtual one belongs to
+        self.answers, layout = not physical and data[:2] != b"\xff\xff", data[0x0E] & 0x7F
         self.multi, self.is_bridge = self.answers and data[0x0E] >= 0x80, layout in (1, 2)
         self.secondary = data[0x19] if self.is_bridge else 0
         self.class_code = self.register(0x09, 3)
-        # Virtual functions have capabilities, but no vendor ID: for hosts they are not there.
+        # For modules, virtual functions are not there.
         has_list = self.answers and data[0x06] & 0x10
         start = data[0x14 if layout == 2 else 0x34] if has_list else 0
         self.express = self.find(0x10, start & ~3, 2, 8)
-        self.aer, self.ari = (self.express and self.find(capability, 0x100, 4, 20)
-                              for capability in (0x01, 0x0E))
+        self.aer, self.ari, self.sriov = (self.express and self.find(capability, 0x100, 4, 20)
+                                          for capability in (0x01, 0x0E, 0x10))
         # What is set now; None where there is no such control.
         self.type, self.supported, self.mps, self.ecrc = None, None, None, [None, None]
         if self.express:
@@ -65,6 +66,14 @@ class Function:
                 return at
             at = header >> next_shift & ~3
         return None
+
+    def virtual_functions(self):
+        """Addresses of those that are enabled."""
+        if self.sriov and self.register(self.sriov + 8, 2) & 1:
+            count, offset, stride = (self.register(self.sriov + at, 2) for at in (0x10, 0x14, 0x16))
+            for n in range(count):
+                where = (self.bus << 8 | self.device << 3 | self.number) + offset + n * stride
+                yield where >> 8 & 0xFF, where >> 3 & 0x1F, where & 7
 
     def reset(self):
         self.mps = self.express and 128
@@ -103,7 +112,10 @@ class Entry:
 
 class Machine:
     def __init__(self, dump, managed=range(256)):
-        self.functions = {address: Function(address, dump[address]) for address in sorted(dump)}
+        physical = {each: address for address, data in dump.items()
+                    for each in Function(address, data).virtual_functions()}
+        self.functions = {address: Function(address, dump[address], physical.get(address))
+                          for address in sorted(dump)}
         self.managed = managed
         self.bridges = {f.secondary: f for f in self if f.secondary > f.bus}
         self.ari_buses = {bus for bus, bridge in self.bridges.items() if self.has_ari(bus, bridge)}

@@ -70,7 +70,9 @@ def function_row(domain, machine, f, mps, ecrc):
                 for name, old, new in zip(("gen", "chk"), ecrc, f.ecrc)}
     payload = {"supported": f.supported, "before": mps, "after": None if f.gone else f.mps}
     return {"bdf": address_text(domain, f.address), "ari": f.answers and f.bus in machine.ari_buses,
-            "class": f"{f.class_code:06x}" if f.answers else None, "port_type": f.type,
+            "class": f"{f.class_code:06x}" if f.answers or f.physical else None,
+            "port_type": f.type,
+            "physical_function": f.physical and address_text(domain, f.physical),
             "managed": f.bus in machine.managed, "mps": payload if f.express else None,
             "ecrc": controls if f.aer else None}
 
@@ -121,7 +123,8 @@ class MachineTest(HoplarTest):
             payload = ["→".join(dict.fromkeys((str(f.mps), str(g.mps)))) for f, g in zip(old, new)]
             module = f"{PLUGIN},--config={self.file('features.cfg', chr(10).join(EVERYTHING))}"
             graph, texts = self.graph("-F", DUMP, "--domain", f"{domain:x}", "-m", module)
-            drawn = " ".join(text for text in texts if not text.startswith((":", "Root port ")))
+            drawn = " ".join(text.split(" of ")[0] for text in texts
+                             if not text.startswith((":", "Root port ")))
             self.assertEqual(sorted(re.findall(r"(?:\w{4,}:)?\w\w:\w\w\.[0-7]", drawn)),
                              [address_text(domain, f.address) for f in old])
             for *ends, text in re.findall(r":f(\d+):e -> .*:f(\d+):w .*label=< ([^P].*) <BR", graph):

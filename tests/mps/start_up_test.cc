@@ -1,6 +1,7 @@
 // Requests become register settings at start-up: one size a hierarchy, in two passes.
 #include "features/mps/parameters.h"
 #include "platform/buscfg.h"
+#include "platform/pci_access.h"
 #include "tests/mps/mps_test.h"
 
 namespace host::tests {
@@ -100,6 +101,31 @@ TEST_F(MpsStartUp, TellsWhatBecomesOfEveryRequest) {
                "D2 mps_init, no processing required for mps_entry B2:D2:F0\n" +
                path_128 + "I1 set MPS value 128 for B2:D0:Fz, {0}\n" + path_128 +
                "E0 Unable to set MPS value 128 for B2:D2:Fz, {5}\n"));
+}
+
+// The device enables one at 01:02.0 and at 01:03.0, where a bridge is instead. A size that is
+// written to a virtual function does not take, which would bring its whole path back to 128.
+TEST_F(MpsStartUp, LeavesVirtualFunctionsOut) {
+    request({{.id = at(0, 1), .port = 4, .secondary = 1, .subordinate = 2, .payload_cap = 1},
+             {.id = at(1),
+              .payload_cap = 1,
+              .dwords = {{0x100, 1U << 16 | EXT_CAPID_SRIOV},
+                         {0x108, 1},
+                         {0x110, 2},
+                         {0x114, 8U << 16 | 16},
+                         {0x118, 0xABCDU << 16}}},
+             {.id = at(1, 2)},
+             {.id = at(1, 3), .port = 5, .secondary = 2, .payload_cap = 1}},
+            "all:max");
+    record(broken(at(1, 2)));
+    EXPECT_EQ(module::mps_init(&feature), 0U);
+    EXPECT_EQ(writes(), "=256 00:01.0 01:00.0 ");
+    EXPECT_EQ(machine->bridge(at(0, 1))->num_devs, 2U);
+    std::uint16_t vendor = 0;
+    EXPECT_EQ(pci_device_read_vid(at(1, 2), &vendor), 19U);
+    const Function &known = *machine->machine->known(at(1, 2));
+    EXPECT_EQ(std::tie(known.physical, known.vendor, known.device),
+              (std::tuple{std::optional(at(1)), 0x1234, 0xABCD}));
 }
 
 TEST_F(MpsStartUp, TouchesNothingWithoutItsHooks) {
