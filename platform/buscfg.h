@@ -20,7 +20,9 @@ constexpr std::uint32_t RESET_TYPE_BUS = 1;  // everything below the bridge abov
 constexpr std::uint32_t RESET_TYPE_FLR = 2;  // the function alone
 
 // Hooks run on the host's threads, several at once, and possibly while the module still starts.
-// The host holds none of a bridge's locks while it calls one.
+// The host holds none of a bridge's locks while it calls one. A hook takes up to 28 KiB of the
+// thread's stack, of which 255 bridges one below the other need the most; what the access library
+// and the log of the host in this repository take is included.
 //
 // Insertion and removal: the bridge below which functions come or go, a value for
 // cached_param_get_sec_busnum(), and the status of the event as an error code, 0 = success.

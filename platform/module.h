@@ -26,6 +26,12 @@ extern "C" {
 // Starts the module. `args` and all that it points to stay the host's; the module reads it during
 // the call and keeps no pointer. 0, or PCI_ERR_INCOMPATIBLE when the library or the server is too
 // old: nothing has been done then.
+//
+// The calling thread needs more than 128 KiB of free stack, and for each line of a feature file its
+// text and up to 64 bytes, until the file has been read. Lines for which this is not there are
+// dropped, each with the warning "Unknown feature parameter 'MAKE_TMP_STRING alloca() failed',
+// ignoring"; 0 is returned all the same. Start-up itself takes 29 KiB on the deepest tree, 255
+// bridges one below the other: a thread with less than that may overflow its stack.
 HOPLAR_EXPORT pci_err_t server_mod_init(const mod_init_args_t *args);
 
 // The module's version as a packed version_pair_t: major in bits 15:0, minor in bits 31:16. At any
