@@ -21,11 +21,10 @@ constexpr const char *FOOTER =
     "  flr BDF [STATUS]             function-level reset\n"
     "  bus-reset BDF [STATUS]       reset of all below the bridge above BDF\n"
     "\n"
-    "Exit status: 0 done; 1 a module could not be loaded or refused to start, with --watch also "
-    "when\n"
-    "none is listed, with --write also when an access failed, or an event that was not answered "
-    "on\n"
-    "the control socket; 2 bad options or unreadable input, or a result that could not be "
+    "Exit status: 0 done; 1 a module could not be loaded, refused to start, was listed twice or\n"
+    "threw, a payload size above the port's could not be lowered, with --watch also when no\n"
+    "module is listed, with --write also when an access failed, or an event that was not answered\n"
+    "on the control socket; 2 bad options or unreadable input, or a result that could not be\n"
     "written.\n";
 
 // The options as they are written, before their values are looked at.
@@ -48,7 +47,7 @@ void declare(CLI::App &app, RawOptions &raw, Options &options) {
     app.add_flag("--watch", options.watch,
                  "With --write: stay, and follow what comes and goes, until SIGTERM");
     app.add_option("--control", raw.control,
-                   "With --watch: socket that takes flr, bus-reset, status, report")
+                   "With --watch: socket that takes flr, bus-reset, status, report, help")
         ->type_name("PATH");
     app.add_option("-c,--config", raw.config, "Host configuration file")->type_name("FILE");
     app.add_option("-m,--module", raw.modules, "One more module; may repeat")
