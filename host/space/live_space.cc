@@ -158,9 +158,10 @@ private:
         if (opened.device == nullptr) {
             opened.identity = sysfs_.identity(id);
             enter([&] {
+                const auto number = [](unsigned part) { return static_cast<int>(part); };
                 opened.device =
-                    pci_get_dev(access_.get(), static_cast<int>(sysfs_.domain()), pci::bus_of(id),
-                                pci::device_of(id), pci::function_of(id));
+                    pci_get_dev(access_.get(), number(sysfs_.domain()), number(pci::bus_of(id)),
+                                number(pci::device_of(id)), number(pci::function_of(id)));
             });
         }
         return opened.device;
@@ -321,11 +322,10 @@ bool LiveSpace::is_new(const char *what, int error) {
 volatile void *LiveSpace::no_memory(RoutingId id, unsigned bar, int error) {
     if (!is_new("memory", error))
         return nullptr;
-    const std::string reason = error == 0
-                                   ? "Memory Space is off"
-                                   : std::generic_category().message(error) +
-                                         (error == EINVAL ? " (does a driver have it?)" : "");
-    log_error(bdf_text(id) + ": BAR " + std::to_string(bar) + " cannot be mapped: " + reason);
+    const std::string cause = error == 0 ? "Memory Space is off"
+                                         : std::generic_category().message(error) +
+                                               (error == EINVAL ? " (does a driver have it?)" : "");
+    log_error(bdf_text(id) + ": BAR " + std::to_string(bar) + " cannot be mapped: " + cause);
     return nullptr;
 }
 

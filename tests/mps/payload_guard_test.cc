@@ -66,7 +66,8 @@ TEST_F(MpsGuard, LeavesNoFunctionAboveItsPort) {
         SCOPED_TRACE(row.name);
         serve(row.machine, managed);
         for (std::size_t i = 0; i < row.machine.size(); ++i)
-            machine->image.write(row.machine[i].id, DEVCTL_AT, 2, (row.before[i] - '0') * 32U);
+            machine->image.write(row.machine[i].id, DEVCTL_AT, 2,
+                                 static_cast<unsigned>(row.before[i] - '0') * 32U);
         machine->image.set_filter(row.reset ? AccessFilter() : row.fault);
         start_with("MPS=" + row.request);
         if (row.reset) {
