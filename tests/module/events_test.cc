@@ -42,11 +42,7 @@ using Events = ModuleTest;
 
 TEST_F(Events, AreToldToHooksAroundWhatTheyDo) {
     MachineSource source{.name = "", .live = nullptr, .image = std::make_unique<ConfigImage>()};
-    for (const FunctionSpec &function :
-         std::vector<FunctionSpec>{{.id = at(0, 1), .port = 4, .secondary = 1, .subordinate = 3},
-                                   {.id = at(1), .port = 5, .secondary = 2, .subordinate = 3},
-                                   {.id = at(2), .port = 6, .secondary = 3},
-                                   {.id = at(3)}})
+    for (const FunctionSpec &function : functions("0.1:4>1-3 1.0:5>2-3 2.0:6>3-3 3.0:0"))
         source.image->add(function.id, "", config_bytes(function, false));
     Machine whole(*source.image);
     host::serve(&whole);

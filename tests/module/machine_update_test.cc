@@ -17,20 +17,11 @@ using Ids = std::vector<RoutingId>;
 class MachineUpdate : public ModuleTest {
 protected:
     MachineUpdate() {
-        serve({{.id = at(0, 1), .port = PORT_TYPE_ROOT_PORT, .secondary = 1, .subordinate = 3},
-               {.id = at(0, 2), .port = PORT_TYPE_ROOT_PORT, .secondary = 5},
-               {.id = at(0, 3), .port = PORT_TYPE_ROOT_PORT, .secondary = 6},
-               {.id = at(1), .port = PORT_TYPE_SWITCH_UPSTREAM, .secondary = 2, .subordinate = 3},
-               {.id = at(2), .port = PORT_TYPE_SWITCH_DOWNSTREAM, .secondary = 3},
-               {.id = at(3)},
-               {.id = at(6)},
-               {.id = at(6, 1)},
-               {.id = at(7)}});
+        serve(
+            functions("0.1:4>1-3 0.2:4>5-5 0.3:4>6-6 1.0:5>2-3 2.0:6>3-3 3.0:0 6.0:0 6.1:0 7.0:0"));
         machine->image.set_filter([this, reads = 0](ImageAccess &access) mutable {
             if (what == 'o' && access.id == at(1) && access.offset == 0x0C)
                 access.value = 0;  // header type
-            if (access.offset == PCIE_AT + pci::LINKCAP)
-                access.value = 0xC00;
             // With the subordinate bus.
             if (access.id == at(0, 3) && access.offset == 0x18)
                 access.value += what == 'w' ? 1U << 16 : what == 'b' ? -(1U << 16) : 0;

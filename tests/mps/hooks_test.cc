@@ -8,7 +8,6 @@
 #include "platform/buscfg.h"
 #include "platform/log.h"
 #include "tests/mps/mps_test.h"
-#include "topology/classification.h"
 
 namespace host::tests {
 
@@ -102,39 +101,17 @@ TEST_F(MpsHooks, OnlyReportHotPlug) {
     EXPECT_EQ(locked + unlocked, 0U);
 }
 
-// The host makes a tree of them, whatever they say.
-TEST_F(MpsHooks, ReturnWhenBusNumbersLoop) {
-    serve({{.id = at(0, 1), .port = 4, .secondary = 1, .subordinate = 3, .payload_cap = 2},
-           {.id = at(1), .port = 5, .secondary = 2, .subordinate = 1, .payload_cap = 2},
-           {.id = at(1, 1), .payload_cap = 2},
-           {.id = at(2, 0), .port = 6, .secondary = 1, .subordinate = 2, .payload_cap = 2},
-           {.id = at(2, 1), .port = 6, .secondary = 2, .payload_cap = 2}});
-    EXPECT_EQ(start_with("MPS=all:max\nECRC=all:+:+"), 0U);
-    for (const RoutingId id : {at(0, 1), at(1), at(2, 0), at(2, 1)}) {
-        call_reset_hooks(BUSCFG_HOOK_POST_RESET, RESET_TYPE_BUS, id, 0);
-        call_bridge_hooks(BUSCFG_HOOK_POST_INSERTION, machine->bridge(id), 0, 0);
-        EXPECT_EQ(module::find_rp(machine->bridge(id)), machine->bridge(at(0, 1)));
-    }
-    EXPECT_EQ(payload(at(1, 1)), 512U);
-}
-
 using MpsThreads = MpsTest;
 
 // Before, while and after they are registered. The functions of bus 2, which do not decide the
 // size, lose it all the time; once the module has started, bridges below 00:02.0 come and go with
 // each other. HOPLAR_THREADS_SECONDS in the environment makes it last longer.
 TEST_F(MpsThreads, CallTheHooksWhileStartUpPrograms) {
-    std::vector<FunctionSpec> functions = {
-        {.id = at(0, 1), .port = 4, .secondary = 1, .subordinate = 2, .payload_cap = 2},
-        {.id = at(0, 2), .port = 4, .secondary = 3, .subordinate = 5, .payload_cap = 2},
-        {.id = at(1, 0), .payload_cap = 3},
-        {.id = at(1, 1), .port = 6, .secondary = 2, .payload_cap = 3},
-        {.id = at(3), .port = 6, .secondary = 4, .subordinate = 5, .payload_cap = 2},
-        {.id = at(4), .port = 6, .secondary = 5, .payload_cap = 2},
-        {.id = at(5), .payload_cap = 3, .aer = GEN_CAP | GEN_ON}};
+    auto all = functions("0.1:4>1-2=2 0.2:4>3-5=2 1.0:0>0-0=3 1.1:6>2-2=3 3.0:6>4-5=2 4.0:6>5-5=2");
+    all.push_back({.id = at(5), .payload_cap = 3, .aer = GEN_CAP | GEN_ON});
     for (unsigned i = 0; i < 64; ++i)
-        functions.push_back({.id = ari_at(2, i), .payload_cap = 3});
-    serve(functions);
+        all.push_back({.id = ari_at(2, i), .payload_cap = 3});
+    serve(all);
     const char *const seconds = std::getenv("HOPLAR_THREADS_SECONDS");
     const std::time_t end = std::time(nullptr) + (seconds ? std::atoi(seconds) : 1);
     bridge_rec *const bridges[] = {machine->bridge(at(0, 2)), machine->bridge(at(3)),
@@ -168,7 +145,7 @@ TEST_F(MpsThreads, CallTheHooksWhileStartUpPrograms) {
     threads.clear();
     for (bridge_rec *const bridge : bridges)  // from the top
         come_back(bridge);
-    for (const FunctionSpec &function : functions)
+    for (const FunctionSpec &function : all)
         EXPECT_EQ(payload(function.id), 512U) << bdf_text(function.id);
     EXPECT_EQ(machine->aer(at(5)), GEN_CAP | GEN_ON);
 }

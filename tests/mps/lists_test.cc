@@ -87,14 +87,7 @@ TEST_F(MpsLists, TakeARootPortBesidesThoseThatAreFound) {
 }
 
 TEST_F(MpsLists, FindTheSmallestPayloadOfAHierarchy) {
-    const std::vector<FunctionSpec> shape = {
-        {.id = at(0, 1), .port = 4, .secondary = 1, .subordinate = 4},
-        {.id = at(1), .port = 5, .secondary = 2, .subordinate = 4},
-        {.id = at(2, 0), .port = 6, .secondary = 3},
-        {.id = at(2, 1), .port = 6, .secondary = 4},
-        {.id = at(3, 0)},
-        {.id = at(3, 1)},
-        {.id = at(4, 0)}};
+    const auto shape = functions("0.1:4>1-4 1.0:5>2-4 2.0:6>3-3 2.1:6>4-4 3.0:0 3.1:0 4.0:0");
     const struct {
         std::string codes;  // of the functions in order
         RoutingId unreadable;
@@ -137,12 +130,7 @@ TEST_F(MpsLists, FindTheSmallestPayloadOfAHierarchy) {
 TEST_F(MpsLists, CountWhatIsBehindBridgesWithWrongNumbers) {
     serve({{.id = at(0, 0), .port = 4, .secondary = 5, .payload_cap = 2},
            {.id = at(0, 1), .port = 4, .secondary = 2, .subordinate = 10, .payload_cap = 2},
-           {.id = at(2),
-            .port = 5,
-            .secondary = 6,
-            .subordinate = 7,
-            .payload_cap = 2,
-            .class_code = 0x060000},
+           {.id = at(2), .port = 5, .secondary = 6, .payload_cap = 2, .class_code = 0x060000},
            {.id = at(6), .port = 6, .secondary = 7, .payload_cap = 2},
            {.id = at(7), .payload_cap = 1}});
     EXPECT_EQ(module::find_rp_entry(machine->bridge(at(0, 1)))->path_max, 256U);
@@ -150,12 +138,8 @@ TEST_F(MpsLists, CountWhatIsBehindBridgesWithWrongNumbers) {
 
     // Either of the two ports that have bus 5 may lead there, or the one on bus 1.
     for (const unsigned code : {0U, 1U}) {
-        serve(
-            {{.id = at(0, 0), .port = 4, .secondary = 5, .payload_cap = 3},
-             {.id = at(0, 1), .port = 4, .secondary = 5, .subordinate = 6, .payload_cap = 2 - code},
-             {.id = at(0, 2), .port = 4, .secondary = 1, .subordinate = 5, .payload_cap = 4},
-             {.id = at(1), .port = 6, .secondary = 5, .payload_cap = 3 * code},
-             {.id = at(5), .payload_cap = 3}});
+        std::string ports = "0.0:4>5-5=3 0.1:4>5-6=2 0.2:4>1-5=4 1.0:6>5-5=0 5.0:0>0-0=3";
+        serve(functions(code == 0 ? ports : replaced(replaced(ports, "6=2", "6=1"), "5=0", "5=3")));
         EXPECT_EQ(module::mps_find_entry(at(5))->rp->path_max, 128U << code);
     }
 }

@@ -11,22 +11,11 @@ namespace host::tests {
 
 using MpsGuard = MpsTest;
 
-const std::vector<FunctionSpec> SWITCH = {
-    {.id = at(0, 1), .port = 4, .secondary = 1, .subordinate = 4, .payload_cap = 2},
-    {.id = at(1), .port = 5, .secondary = 2, .subordinate = 4, .payload_cap = 2},
-    {.id = at(2, 0), .port = 6, .secondary = 3, .payload_cap = 2},
-    {.id = at(2, 1), .port = 6, .secondary = 4, .payload_cap = 2},
-    {.id = at(3), .payload_cap = 2},
-    {.id = at(4), .payload_cap = 2}};
-const std::vector<FunctionSpec> CONVENTIONAL = {
-    {.id = at(0, 1), .port = 4, .secondary = 1, .subordinate = 2, .payload_cap = 2},
-    {.id = at(1), .port = {}, .secondary = 2},
-    {.id = at(2), .payload_cap = 2}};
+const auto SWITCH =
+    functions("0.1:4>1-4=2 1.0:5>2-4=2 2.0:6>3-3=2 2.1:6>4-4=2 3.0:0>0-0=2 4.0:0>0-0=2");
+const auto CONVENTIONAL = functions("0.1:4>1-2=2 1.0:->2-2 2.0:0>0-0=2");
 // Which of the two leads to bus 1 no register tells.
-const std::vector<FunctionSpec> ONE_BUS_TWICE = {
-    {.id = at(0, 1), .port = 4, .secondary = 1, .payload_cap = 2},
-    {.id = at(0, 2), .port = 4, .secondary = 1, .payload_cap = 2},
-    {.id = at(1), .payload_cap = 2}};
+const auto ONE_BUS_TWICE = functions("0.1:4>1-1=2 0.2:4>1-1=2 1.0:0>0-0=2");
 
 static AccessFilter keeps_512(RoutingId id) {
     return [id](ImageAccess &access) {

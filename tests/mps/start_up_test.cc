@@ -23,13 +23,8 @@ protected:
 };
 
 TEST_F(MpsStartUp, GivesEachHierarchyOneSize) {
-    const std::vector<FunctionSpec> without_sizes = {
-        {.id = at(0, 1), .port = 4, .secondary = 1, .payload_cap = 7},
-        {.id = at(1), .payload_cap = 6}};
-    const std::vector<FunctionSpec> mixed = {
-        {.id = at(0, 1), .port = 4, .secondary = 1, .subordinate = 2, .payload_cap = 1},
-        {.id = at(1), .port = {}, .secondary = 2},
-        {.id = at(2), .payload_cap = 1}};
+    const auto without_sizes = functions("0.1:4>1-1=7 1.0:0>0-0=6");
+    const auto mixed = functions("0.1:4>1-2=1 1.0:->2-2 2.0:0>0-0=1");
     const std::string to_3 = "00:01.0 01:00.0 02:00.0 ", of_3 = "03:00.0 03:00.1 ";
     const std::string to_4 = "02:01.0 04:00.5 04:10.2 ", both = to_3 + of_3 + to_4;
     const std::string both_again = to_3 + of_3 + "04:00.5 04:10.2 ";  // 02:01.0 was never changed

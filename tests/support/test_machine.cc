@@ -1,6 +1,8 @@
 #include "tests/support/test_machine.h"
 
 #include <algorithm>
+#include <iterator>
+#include <sstream>
 
 namespace host::tests {
 
@@ -60,6 +62,26 @@ Bytes config_bytes(const FunctionSpec &spec, bool multi_function) {
     for (const auto &[offset, value] : spec.dwords)
         put(bytes, offset, 4, value);
     return bytes;
+}
+
+Words words(const std::string &text) {
+    std::istringstream in(text);
+    return {std::istream_iterator<std::string>(in), {}};
+}
+
+std::vector<FunctionSpec> functions(const std::string &text) {
+    std::vector<FunctionSpec> list;
+    for (const std::string &word : words(text)) {
+        FunctionSpec spec = {.id = 0, .link_cap = 0xC00, .fast_b2b = true};
+        unsigned bus = 0, device = 0;
+        char type = 0;
+        std::sscanf(word.c_str(), "%u.%u:%c>%hhu-%hhu=%o,%x", &bus, &device, &type, &spec.secondary,
+                    &spec.subordinate, &spec.payload_cap, &spec.link_cap);
+        spec.id = at(bus, device);
+        spec.port = type == '-' ? std::nullopt : std::optional<std::uint8_t>(type & 0xF);
+        list.push_back(spec);
+    }
+    return list;
 }
 
 TestMachine::TestMachine(const std::vector<FunctionSpec> &functions) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <optional>
+#include <string>
 #include <vector>
 
 #include "host/machine/machine.h"
@@ -54,6 +55,16 @@ constexpr unsigned AER_CONTROL_AT = pci::EXT_CAPS + pci::AER_CONTROL;
 
 // Configuration space of a function, `multi_function` for the bit in the header type.
 std::vector<std::uint8_t> config_bytes(const FunctionSpec &spec, bool multi_function);
+
+using Words = std::vector<std::string>;
+
+Words words(const std::string &text);
+
+// "0.1:4>1-3" is function 00:01.0 of port type 4, a bridge to buses 1 to 3; type "-" makes a
+// conventional function. "=700,c00" behind all that gives Device Capabilities in octal and Link
+// Capabilities in hexadecimal; without it, links support L0s and L1. All are capable of fast
+// back-to-back transfers.
+std::vector<FunctionSpec> functions(const std::string &text);
 
 struct TestMachine {
     explicit TestMachine(const std::vector<FunctionSpec> &functions);

@@ -12,8 +12,7 @@ namespace host::tests {
 
 TEST(Stay, AnswersEventsAndQuestions) {
     MachineSource source{.name = "", .live = nullptr, .image = std::make_unique<ConfigImage>()};
-    for (const FunctionSpec &function : std::vector<FunctionSpec>{
-             {.id = at(0, 1), .port = 4, .secondary = 1}, {.id = at(1)}, {.id = at(2)}})
+    for (const FunctionSpec &function : functions("0.1:4>1-1 1.0:0 2.0:0"))
         source.image->add(function.id, "", config_bytes(function, false));
     Machine machine(*source.image);
     const Serving serving(machine, ManagedBuses(256, true));
