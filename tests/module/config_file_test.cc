@@ -50,9 +50,7 @@ static std::string no_value(const std::string &keyword) {
 
 TEST_F(ConfigFile, HandsEachLineToTheFeatureThatItsKeywordNames) {
     using namespace std::string_literals;
-    const struct {
-        std::string name, text, calls, messages;
-    } rows[] = {
+    const std::tuple<std::string, std::string, std::string, std::string> rows[] = {
         {"any letter case, as written", "FB2B=on\naspm=1\nMPS=all:max\nmPs=1\nEcRC=all:+:+\n",
          "0 FB2B=on\n1 aspm=1\n2 MPS=all:max\n2 mPs=1\n3 EcRC=all:+:+\n", ""},
         {"comments, blank lines, blanks", "# MPS=1\n\n \t\n  \t# ECRC=x\n \tECRC= \t5.17:+:=\n",
@@ -70,10 +68,10 @@ TEST_F(ConfigFile, HandsEachLineToTheFeatureThatItsKeywordNames) {
         {"byte order mark", "\xEF\xBB\xBFMPS=1\n\xEF\xBB\xBF# MPS=2\n\xEF\xBB\xBF", "2 MPS=1\n",
          ""},
         {"zero bytes", "\0\0\n\0A=1\nx\0y\nMPS=1\0:2\n# \0\nFOO=1"s, "2 MPS=1\n", unknown("FOO")}};
-    for (const auto &row : rows) {
-        SCOPED_TRACE(row.name);
-        EXPECT_EQ(parse(row.text), row.messages);
-        EXPECT_EQ(calls, row.calls);
+    for (const auto &[name, text, handed, log] : rows) {
+        SCOPED_TRACE(name);
+        EXPECT_EQ(parse(text), log);
+        EXPECT_EQ(calls, handed);
     }
     module::feature_list[module::ROW_ASPM].param_parse = nullptr;
     EXPECT_EQ(parse("ASPM=1\nASPM=\nFB2B=2\n"), no_value("ASPM"));
@@ -82,20 +80,19 @@ TEST_F(ConfigFile, HandsEachLineToTheFeatureThatItsKeywordNames) {
 
 TEST_F(ConfigFile, ReadsFilesOfWholePagesToTheirLastByteAndNotFurther) {
     const std::string all = "3 ECRC=all:+:+\n";
-    const struct {
-        std::string ending, calls, messages;
-    } rows[] = {{"# comment", "", ""},
-                {"ECRC=all:+:+", all, ""},
-                {"ECRC=all:+:+\n", all, ""},
-                {"MPS=", "", no_value("MPS")},
-                {"ECRC=all:+:+\n \t", all, ""}};
+    const std::tuple<std::string, std::string, std::string> rows[] = {
+        {"# comment", "", ""},
+        {"ECRC=all:+:+", all, ""},
+        {"ECRC=all:+:+\n", all, ""},
+        {"MPS=", "", no_value("MPS")},
+        {"ECRC=all:+:+\n \t", all, ""}};
     for (const std::size_t size : {4095U, 4096U, 8192U})
-        for (const auto &row : rows) {
-            SCOPED_TRACE(std::to_string(size) + " bytes ending in '" + row.ending + "'");
+        for (const auto &[ending, handed, log] : rows) {
+            SCOPED_TRACE(std::to_string(size) + " bytes ending in '" + ending + "'");
             const std::string start = "FB2B=1\n#";
-            const std::string comment(size - row.ending.size() - start.size() - 1, '=');
-            EXPECT_EQ(parse(start + comment + '\n' + row.ending), row.messages);
-            EXPECT_EQ(calls, "0 FB2B=1\n" + row.calls);
+            const std::string comment(size - ending.size() - start.size() - 1, '=');
+            EXPECT_EQ(parse(start + comment + '\n' + ending), log);
+            EXPECT_EQ(calls, "0 FB2B=1\n" + handed);
         }
 }
 
@@ -104,11 +101,7 @@ TEST_F(ConfigFile, ReportsUnusableFilesAndKeepsNoneOpen) {
     const std::string directory = std::filesystem::path(empty).parent_path();
     const std::string fifo = directory + "/fifo";
     ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
-    const struct {
-        const char *path;
-        pci_err_t result;
-        std::string messages;
-    } rows[] = {
+    const std::tuple<const char *, pci_err_t, std::string> rows[] = {
         {nullptr, 22, "E0 No config file parameter provided\n"},
         {"", 22, "E0 No config file parameter provided\n"},
         {"/nowhere/x.cfg", 17,
@@ -124,9 +117,9 @@ TEST_F(ConfigFile, ReportsUnusableFilesAndKeepsNoneOpen) {
     };
     const std::ptrdiff_t before = open_files();
     ::alarm(120);  // ends the program when opening waits
-    for (const auto &row : rows) {
-        EXPECT_EQ(module::parse_feature_config(row.path), row.result);
-        EXPECT_EQ(messages(), row.messages);
+    for (const auto &[path, result, log] : rows) {
+        EXPECT_EQ(module::parse_feature_config(path), result);
+        EXPECT_EQ(messages(), log);
     }
     ::alarm(0);
     EXPECT_EQ(open_files(), before);

@@ -99,12 +99,9 @@ TEST_F(EcrcControl, GivesInsertedFunctionsTheirWishesBack) {
                              "I2 B5:D0:F0 ECRC checking disabled already\n";
     const std::string unavailable = "E0 post_insertion_ecrc_enable(B0:D1:F0, 256, {0}), "
                                     "secondary bus number unavailable\n";
-    const struct {
-        std::uint32_t value;
-        int status;
-        std::string messages;
-    } rows[] = {{0, 0, walk}, {255, 0, walk}, {0, 5, ""}, {256, 0, unavailable}};
-    for (const auto &row : rows) {
+    const std::tuple<std::uint32_t, int, std::string> rows[] = {
+        {0, 0, walk}, {255, 0, walk}, {0, 5, ""}, {256, 0, unavailable}};
+    for (const auto &[value, status, log] : rows) {
         serve(TREE);
         start_with("ECRC=2.1.0:+:=\nECRC=3.0.0:+:+\nECRC=5.0:=:-\nECRC=6.0.0:+:+");
         messages();
@@ -117,10 +114,10 @@ TEST_F(EcrcControl, GivesInsertedFunctionsTheirWishesBack) {
             return PCI_OK;
         });
         bridge_rec *port = machine->bridge(at(0, 1));
-        call_bridge_hooks(BUSCFG_HOOK_POST_INSERTION, port, row.value, row.status);
+        call_bridge_hooks(BUSCFG_HOOK_POST_INSERTION, port, value, status);
         machine->image.set_filter({});
-        EXPECT_EQ(messages_but_debug(), expand(row.messages));
-        const bool applied = row.messages == walk;
+        EXPECT_EQ(messages_but_debug(), expand(log));
+        const bool applied = log == walk;
         EXPECT_EQ(machine->aer(at(2, 1)), BOTH_CAP | (applied ? GEN_ON : 0));
         EXPECT_EQ(machine->aer(at(3, 0)), BOTH_CAP | (applied ? BOTH_ON : 0));
         for (const RoutingId other : {at(4), at(5), at(6)})

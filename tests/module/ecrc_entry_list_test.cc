@@ -54,14 +54,11 @@ TEST_F(EcrcEntries, TakeOverLaterWishesWithoutAnAccess) {
         ADD_FAILURE() << "access at " << access.offset;
         return PCI_OK;
     });
-    const struct {
-        int gen, chk;
-        std::string recorded;
-    } rows[] = {
+    const std::tuple<int, int, std::string> rows[] = {
         {0, -1, "0.1.0:+:-"}, {0, 0, "0.1.0:+:-"}, {-1, 0, "0.1.0:-:-"}, {1, 1, "0.1.0:+:+"}};
-    for (const auto &row : rows) {
-        EXPECT_EQ(ecrc_add_or_update_entry(F, row.gen, row.chk), 0U);
-        EXPECT_EQ(recorded(), row.recorded + " 0.2.0:=:+ ");
+    for (const auto &[gen, chk, list] : rows) {
+        EXPECT_EQ(ecrc_add_or_update_entry(F, gen, chk), 0U);
+        EXPECT_EQ(recorded(), list + " 0.2.0:=:+ ");
     }
     const module::entry_list_t &list = feature.list;
     EXPECT_EQ(list.count, 2U);

@@ -76,10 +76,8 @@ TEST_F(EcrcParameters, AreAnErrorWithoutMemoryForTheirText) {
 }
 
 TEST_F(EcrcParameters, AreRefusedWhole) {
-    const struct {
-        std::vector<std::string> values;
-        std::string message;  // "%": the value, "@": its functions
-    } rows[] = {
+    // "%" is the value, "@" its functions.
+    const std::pair<std::vector<std::string>, std::string> rows[] = {
         {{"1.0.0:+", "", "::+::+:"}, "Invalid ECRC parameter value '%', all fields required"},
         {{"256:+:+", "x:+:+", "allx:+:+", ".:+:+", "-1.0.0:+:+", "4294967296.0.0:+:+"},
          "(param '%') bad BDF bus value '@', ignoring record"},
@@ -90,9 +88,9 @@ TEST_F(EcrcParameters, AreRefusedWhole) {
          "(param '%') bad BDF function value '@', ignoring record"},
         {{"1.0.0:y:+"}, "(param '%') bad ECRC gen or check values 'y'/'+', ignoring record"},
         {{"all:=:1x"}, "(param '%') bad ECRC gen or check values '='/'1x', ignoring record"}};
-    for (const auto &row : rows)
-        for (const std::string &value : row.values) {
-            std::string message = "E0 param_parse_ecrc, " + row.message + "\n";
+    for (const auto &[values, pattern] : rows)
+        for (const std::string &value : values) {
+            std::string message = "E0 param_parse_ecrc, " + pattern + "\n";
             message = replaced(message, "@", value.substr(0, value.find(':')));
             message = replaced(message, "%", value);
             parse(value);

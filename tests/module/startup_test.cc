@@ -23,23 +23,20 @@ using Startup = ModuleTest;
 TEST_F(Startup, RefusesLibrariesAndServersOlderThan3_0) {
     const std::string refused = " versions < 3.0 are not compatible with server enable features "
                                 "module v3.0\nE0 Enable Features module init failed, {418}\n";
-    const struct {
-        version_pair_t server, library;
-        pci_err_t result;
-        std::string messages;
-    } rows[] = {{{9, 0}, {2, 65535}, 418, "E0 library" + refused},
-                {{2, 65535}, {2, 65535}, 418, "E0 library" + refused},
-                {{2, 65535}, {3, 0}, 418, "E1 server" + refused},
-                {{3, 0}, {3, 0}, 0, NOTHING_CONFIGURED},
-                {{3, 1}, {4, 0}, 0, NOTHING_CONFIGURED}};
+    const std::tuple<version_pair_t, version_pair_t, pci_err_t, std::string> rows[] = {
+        {{9, 0}, {2, 65535}, 418, "E0 library" + refused},
+        {{2, 65535}, {2, 65535}, 418, "E0 library" + refused},
+        {{2, 65535}, {3, 0}, 418, "E1 server" + refused},
+        {{3, 0}, {3, 0}, 0, NOTHING_CONFIGURED},
+        {{3, 1}, {4, 0}, 0, NOTHING_CONFIGURED}};
     EXPECT_EQ(module::mod_version(), 0x00000003U);
-    for (const auto &row : rows) {
+    for (const auto &[server, library, result, log] : rows) {
         const char *const argv[] = {"--config="};
-        const mod_init_args_t args = {row.server, row.library, 1, row.result ? argv : nullptr};
-        EXPECT_EQ(module::start_module(&args), row.result);
-        EXPECT_EQ(messages(), expand(row.messages));
+        const mod_init_args_t args = {server, library, 1, result ? argv : nullptr};
+        EXPECT_EQ(module::start_module(&args), result);
+        EXPECT_EQ(messages(), expand(log));
         log_handle_t *const slog = std::exchange(pci_slog, nullptr);
-        EXPECT_EQ(module::start_module(&args), row.result);
+        EXPECT_EQ(module::start_module(&args), result);
         pci_slog = slog;
     }
 }
@@ -59,24 +56,22 @@ TEST_F(Startup, ParsesEveryConfigOptionInOrderAndIgnoresTheRest) {
     const std::string A = parse("a.cfg", "A"), B = parse("b.cfg", "B");
     const std::string no_path = "E0 No config file parameter provided\n"
                                 "D3 parse_feature_config(), {22}\n";
-    const struct {
-        std::vector<std::string> args;
-        std::string messages;
-    } rows[] = {{{}, ""},
-                {{"--config=" + a, "--config", b}, A + B},
-                {{"--config=" + a, "--config=" + a}, A + A},
-                {{"-v", "stray", "--nonsense", "-x", "--config=" + b, "stray"}, B},
-                {{"--config=", "--config=" + a}, no_path + A},
-                {{"--config=" + a, "--config"}, A},
-                {{"--", "--config=" + a}, ""}};
-    for (const auto &row : rows) {
+    const std::pair<std::vector<std::string>, std::string> rows[] = {
+        {{}, ""},
+        {{"--config=" + a, "--config", b}, A + B},
+        {{"--config=" + a, "--config=" + a}, A + A},
+        {{"-v", "stray", "--nonsense", "-x", "--config=" + b, "stray"}, B},
+        {{"--config=", "--config=" + a}, no_path + A},
+        {{"--config=" + a, "--config"}, A},
+        {{"--", "--config=" + a}, ""}};
+    for (const auto &[args, log] : rows) {
         std::ostringstream echo;
-        for (std::size_t i = 0; i < row.args.size(); ++i)
-            echo << "D1 argv[" << i << "] = " << bare(row.args[i]) << '\n';
+        for (std::size_t i = 0; i < args.size(); ++i)
+            echo << "D1 argv[" << i << "] = " << bare(args[i]) << '\n';
         EXPECT_EQ(::getopt(2, hosts_own, "v"), 'v');
-        EXPECT_EQ(start(row.args), 0U);
+        EXPECT_EQ(start(args), 0U);
         optind = 0;
-        EXPECT_EQ(messages(), expand(echo.str() + row.messages + NOTHING_CONFIGURED));
+        EXPECT_EQ(messages(), expand(echo.str() + log + NOTHING_CONFIGURED));
     }
 }
 

@@ -15,10 +15,7 @@ protected:
 TEST_F(MpsParameters, RequestSizesOfEndpointDevices) {
     const std::string everybody = "00:04.0=$ 03:00.0=$ 04:00.0=$ 05:00.0=$ 06:00.0=$ 07:00.0=$ "
                                   "41:00.0=$ ";
-    const struct {
-        std::vector<std::string> values;
-        std::string requested;
-    } rows[] = {
+    const std::pair<std::vector<std::string>, std::string> rows[] = {
         {{"3.0.0:256", "aLl:MaX"}, replaced(everybody, "$", "4294967295")},
         {{"3.0.0:256", "5.0.0:512", "3.0.1:384"}, "03:00.0=384 05:00.0=512 "},
         {{"3.0.1:0x80", "4.130:4096"}, "03:00.0=128 04:00.0=4096 "},
@@ -27,13 +24,13 @@ TEST_F(MpsParameters, RequestSizesOfEndpointDevices) {
         {{"5.0.0:4294967424"}, "05:00.0=128 "},
         {{"4.0.5:256", "0.5.0:256", "08.5.0:256", "3.1.2:256"}, ""},  // endpoints without an entry
     };
-    for (const auto &row : rows) {
+    for (const auto &[values, list] : rows) {
         reset();
-        for (const std::string &value : row.values) {
+        for (const std::string &value : values) {
             parse(value);
             EXPECT_EQ(said({"mPs"}), expand("I2 Add record 'mPs=" + value + "', {0}\n"));
         }
-        EXPECT_EQ(requested(), row.requested);
+        EXPECT_EQ(requested(), list);
     }
 }
 
@@ -49,10 +46,7 @@ TEST_F(MpsParameters, AreAnErrorWithoutMemoryForTheirText) {
 }
 
 TEST_F(MpsParameters, AreRefusedWhole) {
-    const struct {
-        std::string message;
-        std::vector<std::string> values;
-    } rows[] = {
+    const std::tuple<std::string, std::vector<std::string>> rows[] = {
         {"Invalid MPS parameter value '$v', both fields required",
          {"all", "max", ":256", "", "::", "3.0.0:"}},
         {"(param '$v') bad EP bus value '$e', ignoring record",
@@ -67,10 +61,10 @@ TEST_F(MpsParameters, AreRefusedWhole) {
           "3.0.0:0b400", "all:-1", "all:4224", "3.0.0:99999999999999999999", "3.0.0:maximum"}},
         // No address, a bridge, no such function, no ARI function.
         {"", {"3:256", "3:300", "0.1.0:256", "9.0.0:256", "4.9:256", "5.0:256"}}};
-    for (const auto &row : rows)
-        for (const std::string &value : row.values) {
+    for (const auto &[pattern, values] : rows)
+        for (const std::string &value : values) {
             const std::size_t colon = value.find(':');
-            std::string message = replaced(row.message, "$v", value);
+            std::string message = replaced(pattern, "$v", value);
             message = replaced(message, "$e", value.substr(0, colon));
             message = replaced(message, "$m", value.substr(colon + 1));
             parse(value);

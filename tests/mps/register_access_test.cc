@@ -22,36 +22,30 @@ TEST_F(MpsRegisters, TakeASizeAndKeepEveryOtherBit) {
         access.value = access.is_write ? (access.value & 0xFF1FU) | 3U << 5 : access.value;
         return PCI_OK;
     };
-    const struct {
-        unsigned before;
-        std::uint32_t size;
-        AccessFilter fault;
-        pci_err_t result;
-        unsigned after;
-        std::string message;
-    } rows[] = {{0x2810, 512, fine, 0, 0x2850, "I2 $MPS changed to 512\n"},
-                {0x2850, 512, write_fails, 0, 0x2850, "I2 $MPS already set\n"},
-                {0x2850, 384, fine, 5, 0x2850, ""},
-                {0x5CFF, 128, fine, 0, 0x5C1F, "I2 $MPS changed to 128\n"},
-                {0x00C0, 4096, fine, 0, 0x00A0, "I2 $MPS changed to 4096\n"},
-                {0x2810, 256, keeps_its_size, 5, 0x2870, ""},
-                {0x2810, 256, fail(of(F), 1), 5, 0x2810, "E0 $MPS read failed, {5}\n"},
-                {0x2810, 256, write_fails, 5, 0x2810, "E0 $MPS write failed, {5}\n"},
-                {0x2810, 8192, fine, 22, 0x2810, "E0 $MPS write failed, {22}\n"},
-                {0x2810, 256, vanish(F, 3), 19, 0x2830, "E0 $MPS write failed, {19}\n"}};
-    for (const auto &row : rows)
+    const std::tuple<unsigned, std::uint32_t, AccessFilter, pci_err_t, unsigned, std::string>
+        rows[] = {{0x2810, 512, fine, 0, 0x2850, "I2 $MPS changed to 512\n"},
+                  {0x2850, 512, write_fails, 0, 0x2850, "I2 $MPS already set\n"},
+                  {0x2850, 384, fine, 5, 0x2850, ""},
+                  {0x5CFF, 128, fine, 0, 0x5C1F, "I2 $MPS changed to 128\n"},
+                  {0x00C0, 4096, fine, 0, 0x00A0, "I2 $MPS changed to 4096\n"},
+                  {0x2810, 256, keeps_its_size, 5, 0x2870, ""},
+                  {0x2810, 256, fail(of(F), 1), 5, 0x2810, "E0 $MPS read failed, {5}\n"},
+                  {0x2810, 256, write_fails, 5, 0x2810, "E0 $MPS write failed, {5}\n"},
+                  {0x2810, 8192, fine, 22, 0x2810, "E0 $MPS write failed, {22}\n"},
+                  {0x2810, 256, vanish(F, 3), 19, 0x2830, "E0 $MPS write failed, {19}\n"}};
+    for (const auto &[before, size, fault, result, after, message] : rows)
         for (const std::string object : {"entry", "(nil)"}) {
             serve({{.id = F, .port = 4, .secondary = 1, .payload_cap = 1U << 5 | 5}});
-            machine->image.write(F, DEVCTL_AT, 2, row.before);
-            machine->image.set_filter(row.fault);
+            machine->image.write(F, DEVCTL_AT, 2, before);
+            machine->image.set_filter(fault);
             pcie_cap_t *const cap = object == "entry" ? machine->bridge(F)->pcie_cap : nullptr;
-            EXPECT_EQ(module::mps_write_mps(cap, F, row.size), row.result);
+            EXPECT_EQ(module::mps_write_mps(cap, F, size), result);
             machine->image.set_filter({});
-            EXPECT_EQ(machine->get(F, DEVCTL_AT, 2), row.after);
-            const std::string expected = row.message + "D3 ${" + std::to_string(row.result) + "}\n";
+            EXPECT_EQ(machine->get(F, DEVCTL_AT, 2), after);
+            const std::string expected = message + "D3 ${" + std::to_string(result) + "}\n";
             EXPECT_EQ(messages(), expand(replaced(expected, "$",
                                                   "mps_write_mps(" + object + ", B0:D1:F0, " +
-                                                      std::to_string(row.size) + "), ")));
+                                                      std::to_string(size) + "), ")));
         }
     // Without memory for an object, and without a capability.
     fail_calloc(1);

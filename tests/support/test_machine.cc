@@ -78,6 +78,7 @@ std::vector<FunctionSpec> functions(const std::string &text) {
         std::sscanf(word.c_str(), "%u.%u:%c>%hhu-%hhu=%o,%x", &bus, &device, &type, &spec.secondary,
                     &spec.subordinate, &spec.payload_cap, &spec.link_cap);
         spec.id = at(bus, device);
+        spec.class_code = spec.secondary != 0 ? PCI_BRIDGE_CLASS : spec.class_code;
         spec.port = type == '-' ? std::nullopt : std::optional<std::uint8_t>(type & 0xF);
         list.push_back(spec);
     }
