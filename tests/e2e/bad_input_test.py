@@ -2,7 +2,6 @@
 
 import json
 import os
-import random
 import re
 import resource
 import shutil
@@ -130,15 +129,6 @@ class BadInputTest(HoplarTest):
                 file.seek(0)
                 self.assertEqual(file.read().splitlines()[1:], [
                     numbers.get(line.split(":")[0], "") + line for line in STARTED])
-
-    def test_feature_file_of_random_bytes(self):
-        content = random.Random(1).randbytes(1 << 20)
-        self.file("input", content)
-        keywords = [re.match(rb"[ \t]*([\w.-]+)[^=]*=", line, re.ASCII | re.DOTALL)
-                    for line in content.split(b"\n") if line.lstrip(b" \t")[:1] != b"#"]
-        self.check_started(",--config=input", [
-            BEGIN, *(f"warning: Unknown feature parameter '{keyword[1].decode()}', ignoring"
-                     for keyword in keywords if keyword), END])
 
     def test_unusable_input_is_refused_before_anything_runs(self):
         for arguments, content, beginnings in REFUSED:

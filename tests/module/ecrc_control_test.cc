@@ -1,9 +1,6 @@
 // Wishes become register settings at start-up, and again for functions that are inserted later.
 #include "features/ecrc/control.h"
 
-#include <atomic>
-#include <thread>
-
 #include "host/exports/hooks.h"
 #include "module/base/capability_call.h"
 #include "platform/buscfg.h"
@@ -151,30 +148,6 @@ TEST_F(EcrcControl, LeavesAnotherFunctionAtTheSamePlaceAlone) {
                                &pcie_cap_ops_t::read_devctl, &devctl),
                   pcie_result);
     }
-}
-
-using EcrcThreads = EcrcTest;
-
-// Before, while and after it is registered.
-TEST_F(EcrcThreads, CallTheHookWhileStartUpPrograms) {
-    std::vector<FunctionSpec> functions = {
-        {.id = at(0, 1), .port = PORT_TYPE_ROOT_PORT, .secondary = 1}};
-    for (unsigned i = 0; i < 256; ++i)
-        functions.push_back({.id = at(1, i / 8, i % 8), .aer = BOTH_CAP});
-    serve(functions);
-    std::atomic<bool> started = false;
-    std::vector<std::jthread> threads;
-    for (unsigned i = 0; i < 4; ++i)
-        threads.emplace_back([&] {
-            do
-                call_bridge_hooks(BUSCFG_HOOK_POST_INSERTION, machine->bridge(at(0, 1)), 0, 0);
-            while (!started);
-        });
-    EXPECT_EQ(start_with("ECRC=1:+:+"), 0U);
-    started = true;
-    threads.clear();
-    for (unsigned i = 1; i < functions.size(); ++i)
-        EXPECT_EQ(machine->aer(functions[i].id), BOTH_CAP | BOTH_ON);
 }
 
 }  // namespace host::tests

@@ -1,7 +1,6 @@
 // ECRC=<functions>:<generation>:<checking>: what is recorded for whom, and what is refused.
 #include "features/ecrc/parameters.h"
 
-#include "platform/server.h"
 #include "tests/module/ecrc_test.h"
 
 namespace host::tests {
@@ -41,26 +40,23 @@ protected:
 
 TEST_F(EcrcParameters, SelectFunctions) {
     const std::string all = "0.1.0:+:- 1.0.0:+:- 1.0.1:+:- 1.31.7:+:- 2.0:+:- 2.17:+:- ";
-    const struct {
-        std::string value, recorded;
-        int status = 0;
-    } rows[] = {{"all:+:-", all},
-                {"AlL:+:-:ignored", all},
-                {"1.*:+:+", "1.0.0:+:+ 1.0.1:+:+ "},
-                {"2.*x:=:-", "2.0:=:- 2.17:=:- "},
-                {"2.17:+:=", "2.17:+:= "},
-                {"0.255:+:+", "", 48},
-                {"1.0.*:-:+", "1.0.0:-:+ 1.0.1:-:+ "},
-                {"1.0x1f.*x:-:-", "1.31.7:-:- "},
-                {"0X1.037.07:=:-", "1.31.7:=:- "},
-                {"010.0.0:+:+", "", 48},
-                {"::1..0.1.x::+y::=z", "1.0.1:+:= "}};
-    for (const auto &row : rows) {
-        SCOPED_TRACE(row.value);
-        parse(row.value);
-        EXPECT_EQ(recorded(), row.recorded);
-        EXPECT_EQ(messages_but_debug(), expand("I2 Add record 'eCrC=" + row.value + "', {" +
-                                               std::to_string(row.status) + "}\n"));
+    const std::tuple<std::string, std::string, int> rows[] = {
+        {"all:+:-", all, 0},
+        {"AlL:+:-:ignored", all, 0},
+        {"1.*:+:+", "1.0.0:+:+ 1.0.1:+:+ ", 0},
+        {"2.*x:=:-", "2.0:=:- 2.17:=:- ", 0},
+        {"2.17:+:=", "2.17:+:= ", 0},
+        {"0.255:+:+", "", 48},
+        {"1.0.*:-:+", "1.0.0:-:+ 1.0.1:-:+ ", 0},
+        {"1.0x1f.*x:-:-", "1.31.7:-:- ", 0},
+        {"0X1.037.07:=:-", "1.31.7:=:- ", 0},
+        {"010.0.0:+:+", "", 48},
+        {"::1..0.1.x::+y::=z", "1.0.1:+:= ", 0}};
+    for (const auto &[value, list, status] : rows) {
+        parse(value);
+        EXPECT_EQ(recorded(), list);
+        EXPECT_EQ(messages_but_debug(),
+                  expand("I2 Add record 'eCrC=" + value + "', {" + std::to_string(status) + "}\n"));
     }
 }
 
@@ -102,19 +98,9 @@ TEST_F(EcrcParameters, AreRefusedWhole) {
     EXPECT_EQ(recorded(), "");
 }
 
-TEST_F(EcrcParameters, TellTheDebugLogAboutEveryFunction) {
-    const std::string unmanaged = "D4 param_parse_ecrc(), B3:D0:F0 is not managed by server ID " +
-                                  std::to_string(my_server_id() & 0xFF) + ", skipping\n";
-    parse("2:+:-");
-    EXPECT_EQ(messages(), expand("D3 Add/update ECRC entry for B2:D0:F0, gen=1, chk=-1, {0}\n"
-                                 "D3 Add/update ECRC entry for B2:D0:F17, gen=1, chk=-1, {0}\n" +
-                                 unmanaged + "I2 Add record 'eCrC=2:+:-', {0}\n"));
-    parse("3.0.0:+:+");
-    EXPECT_EQ(messages(), unmanaged);
-    EXPECT_EQ(recorded(), "");
-}
-
 TEST_F(EcrcParameters, StopAtTheFirstErrorThatIsNoMissingCapability) {
+    parse("3.0.0:+:+");  // another server's
+    EXPECT_EQ(recorded() + messages_but_debug(), "");
     parse("1:-:-", 3);
     EXPECT_EQ(recorded(), "1.0.0:-:- 1.0.1:-:- ");
     EXPECT_EQ(messages_but_debug(), expand("I2 Add record 'eCrC=1:-:-', {12}\n"));

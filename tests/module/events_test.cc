@@ -77,60 +77,36 @@ using Registers = ModuleTest;
 // bus, 00:04.0 one to a CardBus, 00:05.0 a conventional function, 01:00.0 an endpoint with MSI at
 // 80 and MSI-X at 98, 02:01.0 a switch port whose MSI begins at F8 and is cut off at 100.
 TEST_F(Registers, TakeWhatStandardsLetWriteAndResetWhatTheyLetReset) {
-    serve({{.id = at(0, 1), .port = 4, .secondary = 1, .dwords = {{4, 0xF910'0000}}},
-           {.id = at(0, 2),
-            .port = 9,
-            .payload_cap = 0x20,
-            .dwords = {{0x40, 0x0092'8010}, {0x80, 0x0100'0005}}},
-           {.id = at(0, 3),
-            .port = {},
-            .secondary = 3,
-            .fast_b2b = true,
-            .dwords = {{0x3C, 0x0400'0000}}},
-           {.id = at(0, 4), .port = {}, .dwords = {{0x0C, 0x2'0000}}},
-           {.id = at(0, 5), .port = {}},
-           {.id = at(1),
-            .dwords = {{0x40, 0x0002'8010}, {0x48, 0xF'0000}, {0x80, 0x0180'9805}, {0x98, 0x11}}},
-           {.id = at(2, 1),
-            .port = 6,
-            .secondary = 4,
-            .dwords = {{0x40, 0x0062'F810}, {0xF8, 0x0080'0005}}}});
-    const struct {
-        RoutingId id;
-        unsigned offset;
-        std::uint32_t written, reset;
-    } rows[] = {{at(0, 1), pci::COMMAND, 0x0547, 0},
-                {at(0, 3), pci::COMMAND, 0x077F, 0},
-                {at(0, 5), pci::COMMAND, 0x057F, 0},
-                {at(0, 1), pci::STATUS, 0x0010, 0x0010},
-                {at(0, 1), pci::BRIDGE_CONTROL, 0x005F, 0},
-                {at(0, 3), pci::BRIDGE_CONTROL, 0x0BFF, 0},
-                {at(0, 4), pci::BRIDGE_CONTROL, 0x07EF, 0x0340},
-                {at(1), pci::BRIDGE_CONTROL, 0, 0},
-                {at(0, 2), 0x88, 0xFFFF, 0},
-                {at(0, 2), 0x8A, 0, 0},
-                {at(2, 1), 0x100, 0, 0},
-                {at(1), 0x82, 0x01F1, 0x0180},
-                {at(1), 0x84, 0xFFFC, 0},
-                {at(1), 0x86, 0xFFFF, 0},
-                {at(1), 0x88, 0xFFFF, 0},
-                {at(1), 0x8C, 0xFFFF, 0},
-                {at(1), 0x8E, 0, 0},
-                {at(1), 0x90, 0xFFFF, 0},
-                {at(1), 0x9A, 0xC000, 0},
-                {at(1), DEVCTL_AT, 0x7CFF, 0x2C10},
-                {at(0, 2), DEVCTL_AT, 0x7DFF, 0x2C10},
-                {at(1), PCIE_AT + pci::DEVSTA, 0, 0},
-                {at(0, 1), LINKCTL_AT, 0x0FDB, 0x0008},
-                {at(0, 2), LINKCTL_AT, 0, 0},
-                {at(1), LINKCTL_AT, 0x0FCB, 0},
-                {at(2, 1), LINKCTL_AT, 0x0FDB, 0}};
-    for (const auto &row : rows) {
-        machine->image.write(row.id, row.offset, 2, 0xFFFF);
-        EXPECT_EQ(machine->get(row.id, row.offset, 2), row.written) << &row - rows;
-        machine->image.reset(row.id);
-        EXPECT_EQ(machine->get(row.id, row.offset, 2), row.reset) << &row - rows;
-    }
+    std::vector<FunctionSpec> all =
+        functions("0.1:4>1-1 0.2:9>0-0=40 0.3:->3-3 0.4:- 0.5:- 1.0:0 2.1:6>4-4");
+    all[0].dwords = {{4, 0xF910'0000}};
+    all[1].dwords = {{0x40, 0x0092'8010}, {0x80, 0x0100'0005}};
+    all[2].dwords = {{0x3C, 0x0400'0000}};
+    all[3].dwords = {{0x0C, 0x2'0000}};
+    all[5].dwords = {{0x40, 0x0002'8010}, {0x48, 0xF'0000}, {0x80, 0x0180'9805}, {0x98, 0x11}};
+    all[6].dwords = {{0x40, 0x0062'F810}, {0xF8, 0x0080'0005}};
+    for (const unsigned slow : {0U, 1U, 3U, 4U, 5U, 6U})
+        all[slow].fast_b2b = false;
+    serve(all);
+    // By the register's offset: what is written and what is left by a reset.
+    const std::pair<RoutingId, std::string> rows[] = {
+        {at(0, 1), "04=547/0 06=10/10 3e=5f/0 50=fdb/8"},
+        {at(0, 2), "48=7dff/2c10 50=0/0 88=ffff/0 8a=0/0"},
+        {at(0, 3), "04=77f/0 3e=bff/0"},
+        {at(0, 4), "3e=7ef/340"},
+        {at(0, 5), "04=57f/0"},
+        {at(1), "3e=0/0 48=7cff/2c10 4a=0/0 50=fcb/0 82=1f1/180 84=fffc/0 86=ffff/0 88=ffff/0 "
+                "8c=ffff/0 8e=0/0 90=ffff/0 9a=c000/0"},
+        {at(2, 1), "50=fdb/0 100=0/0"}};
+    for (const auto &[id, registers] : rows)
+        for (const std::string &row : words(registers)) {
+            unsigned offset = 0, written = 0, left = 0;
+            std::sscanf(row.c_str(), "%x=%x/%x", &offset, &written, &left);
+            machine->image.write(id, offset, 2, 0xFFFF);
+            EXPECT_EQ(machine->get(id, offset, 2), written) << bdf_text(id) << ' ' << row;
+            machine->image.reset(id);
+            EXPECT_EQ(machine->get(id, offset, 2), left) << bdf_text(id) << ' ' << row;
+        }
     machine->image.write(at(1), DEVCTL_AT + 1, 1, 0xFF);
     EXPECT_EQ(machine->get(at(1), DEVCTL_AT), 0x7C10U);
     machine->image.write(at(1), DEVCTL_AT, 4, 0xFF);

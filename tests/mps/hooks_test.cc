@@ -132,6 +132,7 @@ TEST_F(MpsThreads, CallTheHooksWhileStartUpPrograms) {
                     call_reset_hooks(BUSCFG_HOOK_POST_RESET, type, ari_at(2, i), 0);
                     if (i % 16 == thread)
                         call_reset_hooks(BUSCFG_HOOK_POST_RESET, RESET_TYPE_BUS, at(0, 1), 0);
+                    call_bridge_hooks(BUSCFG_HOOK_POST_INSERTION, bridges[2], 0, 0);
                     if (!started)
                         continue;
                     machine->machine->remove(*bridges[(i + thread) % 3]);

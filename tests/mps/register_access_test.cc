@@ -7,15 +7,6 @@ using MpsRegisters = MpsTest;
 
 constexpr RoutingId F = at(0, 1);
 
-TEST_F(MpsRegisters, TellTheLargestPayload) {
-    serve({{.id = F, .port = 4, .secondary = 1, .payload_cap = 0x8FE7}});
-    EXPECT_EQ(module::mps_read_max_capable(machine->bridge(F)->pcie_cap, F), 16384U);
-    machine->image.set_filter(fail(of(F), 1));
-    EXPECT_EQ(module::mps_read_max_capable(nullptr, F), 0U);
-    EXPECT_EQ(messages(), "D3 mps_read_max_capable(entry, B0:D1:F0) returns 16384\n"
-                          "D3 mps_read_max_capable((nil), B0:D1:F0) returns 0\n");
-}
-
 TEST_F(MpsRegisters, TakeASizeAndKeepEveryOtherBit) {
     const AccessFilter fine = {}, write_fails = fail(writes_to(F, DEVCTL_AT), 1);
     const AccessFilter keeps_its_size = [](ImageAccess &access) {

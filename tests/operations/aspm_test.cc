@@ -45,25 +45,6 @@ TEST_F(Aspm, LatenciesAreThoseOfTheCodesAtTheSlowerEnd) {
                     "4001/999 4294967295/1000 ");
 }
 
-TEST_F(Aspm, EnablingTellsWhatItCompares) {
-    serve(functions(TREE));
-    module::_enable_aspm(machine->bridge(at(2)));
-    const std::string accepted =
-        "D2 acceptable_ep_latency(B2:D0:F0, $)\nD2 acceptable_ep_latency()"
-        ", EP device B3:D1:F0 is not PCIe ???\nD2 acceptable_ep_latency(B2:D0:F0, $) returns ";
-    EXPECT_EQ(
-        messages(),
-        expand(
-            "D2 calc_exit_latency(B2:D0:F0, B3:D0:F0, 1, entry=63), {0}\n"
-            "D2 calc_exit_latency(B2:D0:F0, B3:D0:F0, 2, entry=999), {0}\n" +
-            replaced(accepted, "$", "1") + "128 for EP device B3:D0:F0\n" +
-            replaced(accepted, "$", "2") +
-            "4000 for EP device B3:D2:F0\n"
-            "D2 find_aspm_level(), L0s/L1 exit latencies = 63/999, L0s/L1 acceptable latencies = "
-            "128/4000\nD2 find_aspm_level(B2:D0:F0, 3, B3:D0:F0, 3), aspm = 3\n"
-            "I1 _enable_aspm() on PCIe link for bridge B2:D0:F0, {0}\n"));
-}
-
 // By the codes accepted, then the port's support, then the device's; leaving each state takes as
 // long as code 6 accepts. 1 is the level before.
 TEST_F(Aspm, LevelIsWhatBothEndsSupportAndEndpointsAccept) {
