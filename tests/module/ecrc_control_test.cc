@@ -65,22 +65,15 @@ TEST_F(EcrcControl, AppliesWishesAndTellsTheOutcome) {
 
 // Below port 00:01.0: a switch on bus 2 with ports to bus 3, where a bridge to bus 4 is and
 // one that leads nowhere, and to bus 5, whose function is in ARI form. Port 00:02.0 leads to bus 6.
-const std::vector<FunctionSpec> TREE = {
-    {.id = at(0, 1), .port = PORT_TYPE_ROOT_PORT, .secondary = 1, .subordinate = 5},
-    {.id = at(0, 2), .port = PORT_TYPE_ROOT_PORT, .secondary = 6},
-    {.id = at(1), .port = PORT_TYPE_SWITCH_UPSTREAM, .secondary = 2, .subordinate = 5},
-    {.id = at(2, 0), .port = PORT_TYPE_SWITCH_DOWNSTREAM, .secondary = 3, .subordinate = 4},
-    {.id = at(2, 1),
-     .port = PORT_TYPE_SWITCH_DOWNSTREAM,
-     .secondary = 5,
-     .aer = BOTH_CAP,
-     .ari_forwarding = true},
-    {.id = at(3, 0), .aer = BOTH_CAP},
-    {.id = at(3, 1), .port = PORT_TYPE_PCIE_TO_PCI, .secondary = 4},
-    {.id = at(3, 2), .port = PORT_TYPE_PCIE_TO_PCI, .secondary = 3},
-    {.id = at(4), .aer = BOTH_CAP},
-    {.id = at(5), .aer = BOTH_CAP, .next_ari = 0},
-    {.id = at(6), .aer = BOTH_CAP}};
+const std::vector<FunctionSpec> TREE = [] {
+    auto tree = functions("0.1:4>1-5 0.2:4>6-6 1.0:5>2-5 2.0:6>3-4 2.1:6>5-5 3.0:0 3.1:7>4-4 "
+                          "3.2:7>3-3 4.0:0 5.0:0 6.0:0");
+    for (FunctionSpec &function : tree)
+        function.aer = BOTH_CAP;
+    tree[4].ari_forwarding = true;
+    tree[9].next_ari = 0;
+    return tree;
+}();
 
 TEST_F(EcrcControl, GivesInsertedFunctionsTheirWishesBack) {
     const std::string walk = "I2 No ECRC record for B1:D0:F0, skipping\n"

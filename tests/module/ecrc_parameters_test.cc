@@ -7,19 +7,15 @@ namespace host::tests {
 
 // Bus 2 is below a port with ARI Forwarding; bus 3 is another server's; what has no AER capability
 // comes first and last.
-const std::vector<FunctionSpec> MACHINE = {
-    {.id = at(0, 0), .port = {}, .class_code = HOST_BRIDGE_CLASS},
-    {.id = at(0, 1), .port = PORT_TYPE_ROOT_PORT, .secondary = 1, .aer = BOTH_CAP},
-    {.id = at(0, 2), .port = PORT_TYPE_ROOT_PORT, .secondary = 2, .ari_forwarding = true},
-    {.id = at(0, 3), .port = PORT_TYPE_ROOT_PORT, .secondary = 3},
-    {.id = at(0, 4), .port = PORT_TYPE_ROOT_PORT, .secondary = 4},
-    {.id = at(1, 0, 0), .aer = BOTH_CAP},
-    {.id = at(1, 0, 1), .aer = BOTH_CAP},
-    {.id = at(1, 31, 7), .aer = BOTH_CAP},
-    {.id = ari_at(2, 0), .aer = BOTH_CAP, .next_ari = 17},
-    {.id = ari_at(2, 17), .aer = BOTH_CAP, .next_ari = 0},
-    {.id = at(3), .aer = BOTH_CAP},
-    {.id = at(4)}};
+const std::vector<FunctionSpec> MACHINE = [] {
+    auto all = functions("0.0:- 0.2:4>2-2 0.3:4>3-3 0.4:4>4-4 0.1:4>1-1 1.0.0:0 1.0.1:0 1.31.7:0 "
+                         "3.0:0 2.0:0 2.2.1:0 4.0:0");
+    all[1].ari_forwarding = true;
+    for (std::size_t i = 4; i < 11; ++i)
+        all[i].aer = BOTH_CAP;
+    all[9].next_ari = 17, all[10].next_ari = 0;
+    return all;
+}();
 
 class EcrcParameters : public EcrcTest {
 protected:

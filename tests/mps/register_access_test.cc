@@ -51,46 +51,42 @@ TEST_F(MpsRegisters, OfADeviceAreWrittenFunctionByFunction) {
     const auto no_vendor = [](unsigned n) {
         return fail(reads_of(at(1, 0, n), pci::VENDOR_ID), 1);
     };
-    const struct {
-        bdf_t bdf;
-        std::string kinds;  // of functions 0 and up: endpoint, switch port, conventional, none
-        AccessFilter fault;
-        pci_err_t result;
-        std::string writes;
-    } rows[] = {{at(1), "eee", {}, 0, "=256 01:00.0 01:00.1 01:00.2 "},
-                {at(1), "ese....e", broken(0), 5, "=256 01:00.0 "},
-                {at(1), "e..e", broken(3), 0, "=256 01:00.0 01:00.3 "},
-                {at(1), "e......e", broken(7), 5, "=256 01:00.0 01:00.7 "},
-                {at(1), "s.e.c..s", {}, 0, "=256 01:00.2 01:00.7 "},
-                {at(1), "ce.....c", {}, 48, "=256 01:00.1 "},
-                {at(1), "ee.....e", no_vendor(7), 5, "=256 01:00.0 01:00.1 "},
-                {ari(at(1)), "e...s....e", {}, 0, "=256 01:00.0 01:00.4 01:01.1 "},
-                {ari(at(1)), "s...e....s", {}, 0, "=256 01:00.4 01:01.1 "},
-                {ari(at(1)), "e...e....e", broken(4), 0, "=256 01:00.0 01:00.4 01:01.1 "},
-                {ari(at(1)), "e...e....e", broken(9), 5, "=256 01:00.0 01:00.4 01:01.1 "}};
-    for (const auto &row : rows) {
-        SCOPED_TRACE(&row - rows);
+    // Kinds of functions 0 and up: endpoint, switch port, conventional, none.
+    const std::tuple<bdf_t, std::string, AccessFilter, pci_err_t, std::string> rows[] = {
+        {at(1), "eee", {}, 0, "=256 01:00.0 01:00.1 01:00.2 "},
+        {at(1), "ese....e", broken(0), 5, "=256 01:00.0 "},
+        {at(1), "e..e", broken(3), 0, "=256 01:00.0 01:00.3 "},
+        {at(1), "e......e", broken(7), 5, "=256 01:00.0 01:00.7 "},
+        {at(1), "s.e.c..s", {}, 0, "=256 01:00.2 01:00.7 "},
+        {at(1), "ce.....c", {}, 48, "=256 01:00.1 "},
+        {at(1), "ee.....e", no_vendor(7), 5, "=256 01:00.0 01:00.1 "},
+        {ari(at(1)), "e...s....e", {}, 0, "=256 01:00.0 01:00.4 01:01.1 "},
+        {ari(at(1)), "s...e....s", {}, 0, "=256 01:00.4 01:01.1 "},
+        {ari(at(1)), "e...e....e", broken(4), 0, "=256 01:00.0 01:00.4 01:01.1 "},
+        {ari(at(1)), "e...e....e", broken(9), 5, "=256 01:00.0 01:00.4 01:01.1 "}};
+    for (const auto &[bdf, kinds, fault, result, written] : rows) {
+        SCOPED_TRACE(kinds);
         std::vector<FunctionSpec> functions;
-        for (unsigned i = 0; i < row.kinds.size(); ++i) {
-            if (row.kinds[i] == '.')
+        for (unsigned i = 0; i < kinds.size(); ++i) {
+            if (kinds[i] == '.')
                 continue;
             functions.push_back({.id = ari_at(1, i), .payload_cap = 1, .next_ari = 0});
-            if (row.kinds[i] != 'e')
+            if (kinds[i] != 'e')
                 functions.back().port =
-                    row.kinds[i] == 's' ? std::optional<std::uint8_t>(6) : std::nullopt;
+                    kinds[i] == 's' ? std::optional<std::uint8_t>(6) : std::nullopt;
         }
         serve(functions);
-        next_ari_function = [&row, left = 99U](bdf_t bdf) mutable {
-            const std::size_t next = row.kinds.find_first_not_of('.', (bdf & 0xFF) + 1);
-            const unsigned back = row.kinds.starts_with('s') ? 0 : 4;  // from the last one
+        next_ari_function = [kinds = kinds, left = 99U](bdf_t last) mutable {
+            const std::size_t next = kinds.find_first_not_of('.', (last & 0xFF) + 1);
+            const unsigned back = kinds.starts_with('s') ? 0 : 4;  // from the last one
             return left-- == 0                 ? ARI_NO_FUNCTION
                    : next == std::string::npos ? back
                                                : static_cast<unsigned>(next);
         };
-        record(row.fault);
-        EXPECT_EQ(module::mps_write_mps_all_funcs(row.bdf, 256), row.result);
+        record(fault);
+        EXPECT_EQ(module::mps_write_mps_all_funcs(bdf, 256), result);
         next_ari_function = nullptr;
-        EXPECT_EQ(writes(), row.writes);
+        EXPECT_EQ(writes(), written);
     }
 }
 

@@ -73,11 +73,12 @@ std::vector<FunctionSpec> functions(const std::string &text) {
     std::vector<FunctionSpec> list;
     for (const std::string &word : words(text)) {
         FunctionSpec spec = {.id = 0, .link_cap = 0xC00, .fast_b2b = true};
-        unsigned bus = 0, device = 0;
+        unsigned bus = 0, device = 0, function = 0;
         char type = 0;
-        std::sscanf(word.c_str(), "%u.%u:%c>%hhu-%hhu=%o,%x", &bus, &device, &type, &spec.secondary,
+        std::sscanf(word.c_str(), "%u.%u.%u", &bus, &device, &function);
+        std::sscanf(word.c_str() + word.find(':'), ":%c>%hhu-%hhu=%o,%x", &type, &spec.secondary,
                     &spec.subordinate, &spec.payload_cap, &spec.link_cap);
-        spec.id = at(bus, device);
+        spec.id = at(bus, device, function);
         spec.class_code = spec.secondary != 0 ? PCI_BRIDGE_CLASS : spec.class_code;
         spec.port = type == '-' ? std::nullopt : std::optional<std::uint8_t>(type & 0xF);
         list.push_back(spec);

@@ -60,10 +60,10 @@ using Words = std::vector<std::string>;
 
 Words words(const std::string &text);
 
-// "0.1:4>1-3" is function 00:01.0 of port type 4, a bridge to buses 1 to 3; type "-" makes a
-// conventional function. "=700,c00" behind all that gives Device Capabilities in octal and Link
-// Capabilities in hexadecimal; without it, links support L0s and L1. All are capable of fast
-// back-to-back transfers.
+// "0.1:4>1-3" is function 00:01.0 of port type 4, a bridge to buses 1 to 3, and "5.0.2:0" an
+// endpoint with a function number; type "-" makes a conventional function. "=700,c00" behind all
+// that gives Device Capabilities in octal and Link Capabilities in hexadecimal; without it, links
+// support L0s and L1. All are capable of fast back-to-back transfers.
 std::vector<FunctionSpec> functions(const std::string &text);
 
 struct TestMachine {
