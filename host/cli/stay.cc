@@ -99,6 +99,9 @@ bool stay(Service &service, const Stay &stay) {
     report_failures(stay.source);
     const auto started = std::time(nullptr);
     const auto refresh = [&] { refresh_report(stay.report, stay.machine, stay.domain); };
+    const auto outcome = [&](const std::vector<RoutingId> &come) {
+        return "modules changed " + changes_text(count_changes(stay.report, stay.machine, come));
+    };
     const auto status = [&, begun = modules_text(stay) +
                                     "; at start-up: " + summary_text(stay.report)] {
         const std::string failures = failures_text(stay.source);
@@ -107,7 +110,7 @@ bool stay(Service &service, const Stay &stay) {
     const bool all_done = service.serve_until_told(
         stay.machine, *stay.source.live,
         {.execute = [&](const LineServer::Line &line) { return execute(line, stay, started); },
-         .inserted = refresh,
+         .hot_plug = {.inserted = refresh, .outcome = outcome},
          .status = status});
     refresh();
     return all_done;

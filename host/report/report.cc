@@ -126,6 +126,21 @@ void read_states(Report &report, const Machine &machine) {
     }
 }
 
+ChangeCounts count_changes(const Report &report, const Machine &machine,
+                           std::span<const RoutingId> ids) {
+    ChangeCounts counts;
+    for (const FunctionReport &row : report.functions) {
+        if (std::ranges::find(ids, row.function.id()) == ids.end())
+            continue;
+        const FeatureState now = read_feature_state(machine, row.function);
+        if (!now.reachable)
+            continue;
+        counts.ecrc += now.ecrc != row.after.ecrc;
+        counts.mps += now.mps != row.after.mps;
+    }
+    return counts;
+}
+
 void end_report(Report &report, const Machine &machine, std::vector<ModuleResult> modules) {
     read_states(report, machine);
     for (HierarchyReport &hierarchy : report.hierarchies)

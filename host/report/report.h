@@ -3,6 +3,7 @@
 #pragma once
 
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -53,6 +54,14 @@ void refresh_report(Report &report, Machine &machine, unsigned domain);
 
 // Reads the state that the functions have now.
 void read_states(Report &report, const Machine &machine);
+
+// Among some functions, those whose settings are no longer what the report's `after` has.
+struct ChangeCounts {
+    std::size_t ecrc = 0;
+    std::size_t mps = 0;
+};
+ChangeCounts count_changes(const Report &report, const Machine &machine,
+                           std::span<const RoutingId> ids);
 
 // Adds the state at the end.
 void end_report(Report &report, const Machine &machine, std::vector<ModuleResult> modules);

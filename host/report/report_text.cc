@@ -87,6 +87,11 @@ std::string limit_text(const Report &report, const HierarchyReport &hierarchy) {
     return "limited to " + size + " by " + report.functions[*hierarchy.limited_by].address;
 }
 
+std::string changes_text(ChangeCounts counts) {
+    return "ECRC on " + functions_text(counts.ecrc) + ", the payload size on " +
+           functions_text(counts.mps);
+}
+
 std::string summary_text(const Report &report) {
     const auto count = [&](auto &&is_counted) {
         return std::ranges::count_if(report.functions, is_counted);

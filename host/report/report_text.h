@@ -27,6 +27,9 @@ std::string ecrc_text(const FunctionReport &row, EcrcControl EcrcState::*control
 // 07:00.0".
 std::string limit_text(const Report &report, const HierarchyReport &hierarchy);
 
+// "ECRC on 1 function, the payload size on 0 functions"
+std::string changes_text(ChangeCounts counts);
+
 // "47 functions, 34 changed", and how many are special in other ways.
 std::string summary_text(const Report &report);
 

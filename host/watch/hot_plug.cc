@@ -33,8 +33,8 @@ std::string list_text(const std::vector<RoutingId> &ids) {
 
 }  // namespace
 
-HotPlug::HotPlug(Machine &machine, LiveSpace &space, std::function<void()> inserted)
-    : machine_(machine), space_(space), inserted_(std::move(inserted)) {}
+HotPlug::HotPlug(Machine &machine, LiveSpace &space, Observer observer)
+    : machine_(machine), space_(space), observer_(std::move(observer)) {}
 
 void HotPlug::take(const KernelEvent &event) {
     groups_.add(known_bridge(event), event.id, Clock::now());
@@ -120,26 +120,32 @@ void HotPlug::remove(bridge_rec *bridge, const std::vector<RoutingId> &gone) {
 }
 
 void HotPlug::insert(bridge_rec *bridge, const std::vector<RoutingId> &come) {
-    log_progress("inserted " + place_text(*bridge) + ": " + list_text(come));
     call_bridge_hooks(BUSCFG_HOOK_PRE_INSERTION, bridge, bus_value(machine_, *bridge), PCI_OK);
     machine_.update({}, come);
-    inserted_();
+    observer_.inserted();
     call_bridge_hooks(BUSCFG_HOOK_POST_INSERTION, bridge, bus_value(machine_, *bridge), PCI_OK);
+    report_inserted(place_text(*bridge), come);
+}
+
+// After the hooks, because it tells what they have done: the module's own warning says only that it
+// supports no hot-plug.
+void HotPlug::report_inserted(const std::string &place, const std::vector<RoutingId> &come) const {
+    log_progress("inserted " + place + ": " + list_text(come) + "; " + observer_.outcome(come));
 }
 
 // Before they come there is no bridge that hooks could be told of.
 void HotPlug::insert_root_buses(const std::vector<RoutingId> &come) {
     if (come.empty())
         return;
-    log_progress("inserted on new root buses: " + list_text(come));
     machine_.update({}, come);
-    inserted_();
+    observer_.inserted();
     std::set<bridge_rec *> roots;
     for (const RoutingId id : come)
         if (bridge_rec *above = machine_.bridges().above(id); above && !above->parent)
             roots.insert(above);
     for (bridge_rec *root : roots)
         call_bridge_hooks(BUSCFG_HOOK_POST_INSERTION, root, bus_value(machine_, *root), PCI_OK);
+    report_inserted("on new root buses", come);
 }
 
 }  // namespace host

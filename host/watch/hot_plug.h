@@ -19,8 +19,13 @@ class HotPlug {
 public:
     using Clock = EventGroups::Clock;
 
-    // `inserted` is called when functions have entered the machine, before hooks.
-    HotPlug(Machine &machine, LiveSpace &space, std::function<void()> inserted);
+    struct Observer {
+        std::function<void()> inserted;  // functions have entered the machine, hooks come next
+        // What hooks have done to these functions since, for the message about their insertion.
+        std::function<std::string(const std::vector<RoutingId> &come)> outcome;
+    };
+
+    HotPlug(Machine &machine, LiveSpace &space, Observer observer);
 
     void take(const KernelEvent &event);
 
@@ -43,11 +48,12 @@ private:
     void bring_in(bridge_rec *bridge, const std::set<RoutingId> &named);
     void remove(bridge_rec *bridge, const std::vector<RoutingId> &gone);
     void insert(bridge_rec *bridge, const std::vector<RoutingId> &come);
+    void report_inserted(const std::string &place, const std::vector<RoutingId> &come) const;
     void insert_root_buses(const std::vector<RoutingId> &come);
 
     Machine &machine_;
     LiveSpace &space_;
-    std::function<void()> inserted_;
+    Observer observer_;
     EventGroups groups_;
 };
 

@@ -19,7 +19,7 @@ namespace host {
 class Service::Loop {
 public:
     Loop(Service &service, Machine &machine, LiveSpace &space, const Actions &actions)
-        : service_(service), hot_plug_(machine, space, actions.inserted), execute_(actions.execute),
+        : service_(service), hot_plug_(machine, space, actions.hot_plug), execute_(actions.execute),
           status_(actions.status), lines_(service.socket_.get(), executed()) {
         if (service.standard_input_)
             lines_.read_stream(STDIN_FILENO);

@@ -27,7 +27,7 @@ public:
 
     struct Actions {
         LineServer::Execute execute;
-        std::function<void()> inserted;  // as HotPlug calls it
+        HotPlug::Observer hot_plug;
         // What the service manager is to show, a line.
         std::function<std::string()> status;
     };
