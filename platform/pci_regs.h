@@ -53,10 +53,9 @@ constexpr Register in_field(Register field, unsigned number) {
 }
 
 // Sizes of a function's configuration space.
-constexpr unsigned HEADER_SIZE = 0x40;   // the header alone
-constexpr unsigned CONFIG_SIZE = 0x100;  // PCI-compatible configuration space
-constexpr unsigned EXT_CONFIG_SIZE =
-    0x1000;  // with the extended configuration space of PCI Express
+constexpr unsigned HEADER_SIZE = 0x40;        // the header alone
+constexpr unsigned CONFIG_SIZE = 0x100;       // PCI-compatible configuration space
+constexpr unsigned EXT_CONFIG_SIZE = 0x1000;  // with the extended part of PCI Express
 
 // ---- Every header.
 

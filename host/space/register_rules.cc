@@ -86,7 +86,11 @@ private:
         std::uint32_t defaults = 0;  // what it sets; it clears the rest
     };
 
-    void add(unsigned offset, unsigned width, Bits bits) {
+    // `start` is that of the register's capability, 0 for a register of the header.
+    template <typename Register>
+    void add(unsigned start, Register which, Bits bits) {
+        const unsigned offset = start + which;
+        const unsigned width = pci::width_of(which);
         if (offset + width > bytes_.size() || (bits.rw | bits.w1c) == 0)
             return;
         rules_.push_back({.offset = static_cast<std::uint16_t>(offset),
@@ -98,9 +102,10 @@ private:
     }
 
     // Of a capability in the conventional 256 bytes: what is behind them belongs to others.
-    void add_conventional(unsigned offset, unsigned width, Bits bits) {
-        if (offset + width <= pci::CONFIG_SIZE)
-            add(offset, width, bits);
+    template <typename Register>
+    void add_conventional(unsigned start, Register which, Bits bits) {
+        if (start + which + pci::width_of(which) <= pci::CONFIG_SIZE)
+            add(start, which, bits);
     }
 
     void add_command() {
@@ -110,25 +115,25 @@ private:
             if (word(pci::STATUS) & pci::STATUS_FAST_B2B_CAPABLE)
                 bits |= pci::COMMAND_FAST_B2B_ENABLE;
         }
-        add(pci::COMMAND, 2, {.rw = bits});
-        add(pci::STATUS, 2, {.w1c = pci::STATUS_RW1C});
+        add(0, pci::COMMAND, {.rw = bits});
+        add(0, pci::STATUS, {.w1c = pci::STATUS_RW1C});
     }
 
     void add_bridge() {
         const unsigned layout = pci::get(word(pci::HEADER_TYPE), pci::HEADER_TYPE_LAYOUT);
         if (layout == pci::HEADER_LAYOUT_CARDBUS) {
-            add(pci::CARDBUS_SECONDARY_STATUS, 2, {.w1c = pci::STATUS_RW1C});
-            add(pci::BRIDGE_CONTROL, 2, {.rw = BRIDGE_CARDBUS, .defaults = CARDBUS_DEFAULT});
+            add(0, pci::CARDBUS_SECONDARY_STATUS, {.w1c = pci::STATUS_RW1C});
+            add(0, pci::BRIDGE_CONTROL, {.rw = BRIDGE_CARDBUS, .defaults = CARDBUS_DEFAULT});
         }
         if (layout != pci::HEADER_LAYOUT_BRIDGE)
             return;
-        add(pci::SECONDARY_STATUS, 2, {.w1c = pci::STATUS_RW1C});
+        add(0, pci::SECONDARY_STATUS, {.w1c = pci::STATUS_RW1C});
         Bits control{.rw = BRIDGE_PCIE};
         if (!pcie_ || port_type_ == PORT_TYPE_PCIE_TO_PCI) {
             control.rw |= BRIDGE_CONVENTIONAL;
             control.w1c = pci::BRIDGE_CONTROL_DISCARD_TIMER_STATUS;
         }
-        add(pci::BRIDGE_CONTROL, 2, control);
+        add(0, pci::BRIDGE_CONTROL, control);
     }
 
     void add_msi() {
@@ -137,22 +142,21 @@ private:
             return;
         const unsigned control = word(*cap + pci::MSI_CONTROL);
         add_conventional(
-            *cap + pci::MSI_CONTROL, 2,
+            *cap, pci::MSI_CONTROL,
             {.rw = pci::MSI_CONTROL_ENABLE | pci::MSI_CONTROL_MULTIPLE_MESSAGE_ENABLE});
         const bool is_64_bit = (control & pci::MSI_CONTROL_64_BIT) != 0;
-        add_conventional(*cap + pci::MSI_ADDRESS, 4, {.rw = pci::MSI_ADDRESS_BITS});
+        add_conventional(*cap, pci::MSI_ADDRESS, {.rw = pci::MSI_ADDRESS_BITS});
         if (is_64_bit)
-            add_conventional(*cap + pci::MSI_UPPER_ADDRESS, 4, {.rw = 0xFFFF'FFFF});
-        add_conventional(*cap + (is_64_bit ? pci::MSI_DATA_64_BIT : pci::MSI_DATA), 2,
-                         {.rw = 0xFFFF});
+            add_conventional(*cap, pci::MSI_UPPER_ADDRESS, {.rw = 0xFFFF'FFFF});
+        add_conventional(*cap, is_64_bit ? pci::MSI_DATA_64_BIT : pci::MSI_DATA, {.rw = 0xFFFF});
         if (control & pci::MSI_CONTROL_PER_VECTOR_MASKING)
-            add_conventional(*cap + (is_64_bit ? pci::MSI_MASK_BITS_64_BIT : pci::MSI_MASK_BITS), 4,
+            add_conventional(*cap, is_64_bit ? pci::MSI_MASK_BITS_64_BIT : pci::MSI_MASK_BITS,
                              {.rw = 0xFFFF'FFFF});
     }
 
     void add_msix() {
         if (const auto cap = first_capability(caps_, CAPID_MSIX))
-            add_conventional(*cap + pci::MSIX_CONTROL, 2,
+            add_conventional(*cap, pci::MSIX_CONTROL,
                              {.rw = pci::MSIX_CONTROL_FUNCTION_MASK | pci::MSIX_CONTROL_ENABLE});
     }
 
@@ -164,9 +168,9 @@ private:
         if (word(*pcie_ + pci::DEVCAP) & pci::DEVCAP_EXT_TAG)
             control |= pci::DEVCTL_EXT_TAG;
         add_conventional(
-            *pcie_ + pci::DEVCTL, 2,
+            *pcie_, pci::DEVCTL,
             {.rw = control, .kept = pci::DEVCTL_AUX_POWER_PM, .defaults = DEVCTL_DEFAULT});
-        add_conventional(*pcie_ + pci::DEVSTA, 2, {.w1c = pci::DEVSTA_RW1C});
+        add_conventional(*pcie_, pci::DEVSTA, {.w1c = pci::DEVSTA_RW1C});
         add_link();
     }
 
@@ -181,7 +185,7 @@ private:
             bits |= pci::LINKCTL_LINK_DISABLE;
         // The Read Completion Boundary (RCB) of a root port is its own, and no setting.
         const bool is_root_port = port_type_ == PORT_TYPE_ROOT_PORT;
-        add_conventional(*pcie_ + pci::LINKCTL, 2,
+        add_conventional(*pcie_, pci::LINKCTL,
                          {.rw = bits, .kept = is_root_port ? pci::LINKCTL_RCB : 0U});
     }
 
@@ -195,7 +199,7 @@ private:
             bits |= pci::AER_CONTROL_ECRC_GEN_ENABLE;
         if (control & pci::AER_CONTROL_ECRC_CHK_CAPABLE)
             bits |= pci::AER_CONTROL_ECRC_CHK_ENABLE;
-        add(*cap + pci::AER_CONTROL, 4, {.rw = bits});
+        add(*cap, pci::AER_CONTROL, {.rw = bits});
     }
 
     // 0 where there are no bytes; add() then finds that the register is not there.
