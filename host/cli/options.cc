@@ -18,7 +18,7 @@ constexpr const char *FOOTER =
     "Events, one a line:\n"
     "  insert BDF [VALUE [STATUS]]  functions below the bridge BDF come (back) in reset state\n"
     "  remove BDF [VALUE [STATUS]]  functions below the bridge BDF vanish\n"
-    "  flr BDF [STATUS]             function-level reset\n"
+    "  flr BDF [STATUS]             function-level reset, not of bridges and ports\n"
     "  bus-reset BDF [STATUS]       reset of all below the bridge above BDF\n"
     "\n"
     "Exit status: 0 done; 1 a module could not be loaded, refused to start, was listed twice or\n"
