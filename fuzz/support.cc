@@ -164,7 +164,7 @@ std::vector<FunctionSpec> small_machine() {
         {.id = at(2, 1), .port = PORT_TYPE_SWITCH_DOWNSTREAM, .secondary = 4, .payload_cap = 3},
         {.id = at(3, 0, 0), .payload_cap = 1, .aer = BOTH},
         {.id = at(3, 0, 1), .payload_cap = 2, .aer = BOTH | tests::GEN_ON | tests::CHK_ON},
-        {.id = at(4), .port = PORT_TYPE_LEGACY_ENDPOINT, .aer = tests::CHK_CAP},
+        {.id = at(4), .port = PORT_TYPE_LEGACY_ENDPOINT, .payload_cap = 1, .aer = tests::CHK_CAP},
         {.id = tests::ari_at(5, 0), .payload_cap = 5, .aer = BOTH, .next_ari = 17},
         {.id = tests::ari_at(5, 17), .payload_cap = 5, .aer = BOTH, .next_ari = 0},
         {.id = at(6, 1), .port = std::nullopt, .fast_b2b = true, .size = pci::CONFIG_SIZE},
