@@ -4,7 +4,7 @@
 #include <unordered_map>
 
 #include "host/machine/bus_layout.h"
-#include "host/machine/machine.h"
+#include "host/machine/function.h"
 
 namespace host {
 

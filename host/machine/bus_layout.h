@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "host/machine/machine.h"
+#include "host/machine/function.h"
 
 namespace host {
 

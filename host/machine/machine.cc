@@ -10,107 +10,6 @@
 
 namespace host {
 
-namespace {
-
-// Reads the facts of one function as far as its own registers tell them; what depends on others
-// (the ARI form, and multi_function of functions above 0) comes after all have been read.
-class FunctionReader {
-public:
-    FunctionReader(ConfigSpace &space, RoutingId id) : space_(space), id_(id) {}
-
-    // A function that goes, or gives way to another one, while it is read counts as absent: what
-    // was read belongs to nobody.
-    Function read() {
-        Function function = read_registers();
-        if (!function.answers || dword(pci::IDS) == ids_of(function))
-            return function;
-        Function absent{};
-        absent.bdf = id_;
-        return absent;
-    }
-
-private:
-    Function read_registers() {
-        Function function{};
-        function.bdf = id_;
-        const std::uint32_t ids = dword(pci::IDS).value_or(0xFFFF'FFFF);
-        if (pci::get(ids, pci::IDS_VENDOR) == pci::VENDOR_ID_NONE)
-            return function;
-        function.answers = true;
-        function.vendor = static_cast<std::uint16_t>(pci::get(ids, pci::IDS_VENDOR));
-        function.device = static_cast<std::uint16_t>(pci::get(ids, pci::IDS_DEVICE));
-        function.class_code =
-            pci::get(dword(pci::CLASS_REVISION).value_or(0), pci::CLASS_REVISION_CLASS_CODE);
-        read_header(function);
-        function.caps = walk_capabilities(reader_);
-        if (const auto pcie = function.cap(CAPID_PCIE)) {
-            const unsigned caps = read_word(reader_, *pcie + pci::PCIE_CAPS).value_or(0);
-            function.port_type =
-                static_cast<std::uint8_t>(pci::get(caps, pci::PCIE_CAPS_DEVICE_PORT_TYPE));
-            function.mpss = static_cast<std::uint8_t>(
-                pci::get(dword(*pcie + pci::DEVCAP).value_or(0), pci::DEVCAP_MPSS));
-            function.ext_caps = walk_ext_capabilities(reader_);
-        }
-        return function;
-    }
-
-    static std::uint32_t ids_of(const Function &function) {
-        return pci::in_field(pci::IDS_DEVICE, function.device) | function.vendor;
-    }
-
-    void read_header(Function &function) {
-        const unsigned type = read_word(reader_, pci::HEADER_TYPE).value_or(0);
-        function.header_type = static_cast<std::uint8_t>(pci::get(type, pci::HEADER_TYPE_LAYOUT));
-        function.multi_function = (type & pci::HEADER_TYPE_MULTI_FUNCTION) != 0;
-        if (!function.is_bridge())
-            return;
-        const unsigned numbers = dword(pci::BUS_NUMBERS).value_or(0);
-        function.secondary =
-            static_cast<std::uint8_t>(pci::get(numbers, pci::BUS_NUMBERS_SECONDARY));
-        function.subordinate =
-            static_cast<std::uint8_t>(pci::get(numbers, pci::BUS_NUMBERS_SUBORDINATE));
-    }
-
-    std::optional<std::uint32_t> dword(unsigned offset) {
-        std::uint32_t value = 0;
-        if (space_.read(id_, offset, 4, value) != PCI_OK)
-            return std::nullopt;
-        return value;
-    }
-
-    ConfigSpace &space_;
-    RoutingId id_;
-    ReadDword reader_ = [this](unsigned offset) { return dword(offset); };
-};
-
-// Whether the bridge passes requests on to functions above 7 of the device below it.
-bool forwards_ari(ConfigSpace &space, const Function &bridge) {
-    const bool downstream = bridge.port_type == PORT_TYPE_ROOT_PORT ||
-                            bridge.port_type == PORT_TYPE_SWITCH_DOWNSTREAM ||
-                            bridge.port_type == PORT_TYPE_PCI_TO_PCIE;
-    if (!downstream)
-        return false;
-    const unsigned pcie = *bridge.cap(CAPID_PCIE);
-    if (pcie + pci::DEVCTL2 + 2 > pci::CONFIG_SIZE)
-        return false;
-    std::uint32_t caps = 0;
-    std::uint32_t control = 0;
-    return space.read(bridge.id(), pcie + pci::PCIE_CAPS, 2, caps) == PCI_OK &&
-           pci::get(caps, pci::PCIE_CAPS_VERSION) >= 2 &&
-           space.read(bridge.id(), pcie + pci::DEVCTL2, 2, control) == PCI_OK &&
-           (control & pci::DEVCTL2_ARI_FORWARDING) != 0;
-}
-
-}  // namespace
-
-std::optional<std::uint16_t> Function::cap(std::uint8_t cap_id) const {
-    return first_capability(caps, cap_id);
-}
-
-std::optional<std::uint16_t> Function::ext_cap(std::uint16_t cap_id) const {
-    return first_capability(ext_caps, cap_id);
-}
-
 Machine::Machine(ConfigSpace &space, Warn warn)
     : space_(space), warn_(std::move(warn)), known_(ROUTING_IDS), reachable_(ROUTING_IDS) {
     std::vector<std::unique_ptr<Function>> fresh = read(space.functions());
@@ -213,7 +112,7 @@ std::vector<const Function *> Machine::below(const bridge_rec &bridge) const {
 std::vector<std::unique_ptr<Function>> Machine::read(std::span<const RoutingId> ids) {
     std::vector<std::unique_ptr<Function>> fresh;
     for (const RoutingId id : ids)
-        fresh.push_back(std::make_unique<Function>(FunctionReader(space_, id).read()));
+        fresh.push_back(std::make_unique<Function>(read_function(space_, id)));
     return fresh;
 }
 

@@ -5,45 +5,17 @@
 #include <functional>
 #include <memory>
 #include <mutex>
-#include <optional>
 #include <set>
 #include <span>
 #include <string>
 #include <vector>
 
 #include "host/machine/bridge_tree.h"
-#include "host/space/capability_walk.h"
+#include "host/machine/function.h"
 #include "host/space/config_space.h"
 #include "platform/types.h"
 
 namespace host {
-
-// Read once, when the machine is made or the function comes to it.
-struct Function {
-    bdf_t bdf;  // as it is enumerated, in plain or ARI form
-    // False: all ones for the vendor, or a virtual function. Nothing else below is set then, but
-    // vendor, device, class code and physical function of a virtual one.
-    bool answers;
-    std::uint16_t vendor;
-    std::uint16_t device;
-    std::uint32_t class_code;  // 24 bits
-    std::uint8_t header_type;  // without the multi-function bit
-    bool multi_function;       // of function 0 of its device
-    std::uint8_t secondary;    // bridges (header types 1 and 2) only, else 0
-    std::uint8_t subordinate;
-    std::optional<std::uint8_t> port_type;  // PCI Express functions only
-    std::uint8_t mpss;  // Max_Payload_Size Supported, as in Device Capabilities; else 0
-    std::optional<RoutingId> physical;  // of virtual functions only: whose they are
-    std::vector<CapPosition> caps;      // in list order
-    std::vector<CapPosition> ext_caps;  // in list order
-
-    RoutingId id() const { return pci::routing_id_of(bdf); }
-    bool is_bridge() const { return header_type == 1 || header_type == 2; }
-    std::optional<std::uint16_t> cap(std::uint8_t cap_id) const;  // offset of the first one
-    std::optional<std::uint16_t> ext_cap(std::uint16_t cap_id) const;
-
-    bool operator==(const Function &) const = default;
-};
 
 class Machine {
 public:

@@ -6,7 +6,7 @@
 #include <map>
 #include <span>
 
-#include "host/machine/machine.h"
+#include "host/machine/function.h"
 
 namespace host {
 
