@@ -6,18 +6,18 @@
 #include <memory>
 #include <mutex>
 #include <set>
-#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
 
 #include "host/space/config_image.h"
 #include "host/space/config_space.h"
+#include "host/space/live_error.h"
 #include "host/space/sysfs.h"
 
 namespace host {
 
-// Why live hardware cannot be used; `what()` is for the user.
-class LiveError : public std::runtime_error {
-    using std::runtime_error::runtime_error;
-};
+class Libpci;
 
 class LiveSpace final : public ConfigSpace {
 public:
@@ -59,7 +59,6 @@ public:
     const Sysfs &sysfs() const;
 
 private:
-    class Library;
     class Mapping;
 
     bool shows_headers_alone() const;
@@ -69,7 +68,7 @@ private:
 
     unsigned domain_;
     Sysfs sysfs_;
-    std::unique_ptr<Library> library_;
+    std::unique_ptr<Libpci> libpci_;
     std::atomic<std::uint64_t> failures_ = 0;
     std::mutex said_lock_;
     // What was tried, and the errno: those whose first failure has been reported.

@@ -8,7 +8,7 @@
 #include <string_view>
 #include <utility>
 
-#include "host/space/live_space.h"
+#include "host/space/live_error.h"
 
 namespace host {
 namespace {

@@ -1,0 +1,155 @@
+// libpci ends the process through its error callback when it cannot go on. Here that callback jumps
+// back to where the library was entered; only C frames lie between.
+#include "host/space/libpci.h"
+
+#include <array>
+#include <cerrno>
+#include <csetjmp>
+#include <cstdarg>
+#include <cstdio>
+
+extern "C" {
+#include <pci/pci.h>
+}
+
+#include "host/space/live_error.h"
+#include "platform/bdf.h"
+
+namespace host {
+namespace {
+
+// Where the error callback goes back to, and why. Under the library's lock.
+std::jmp_buf *way_out = nullptr;
+std::array<char, 256> reason;
+
+// As libpci declares it: the standard's [[noreturn]] is no part of the type.
+__attribute__((noreturn, format(printf, 1, 2))) void give_up(char *format, ...) {
+    va_list args;
+    va_start(args, format);
+    std::vsnprintf(reason.data(), reason.size(), format, args);
+    va_end(args);
+    std::longjmp(*way_out, 1);  // NOLINT(cert-err52-cpp): an exception cannot pass C frames
+}
+
+// What it warns of comes back as the result of the access as well.
+[[gnu::format(printf, 1, 2)]] void ignore(char *, ...) {}
+
+// Runs calls of the library; false when it gave up. Nothing with a destructor may live in `calls`.
+template <typename Calls>
+bool enter(Calls calls) {
+    std::jmp_buf here;
+    way_out = &here;
+    if (setjmp(here) != 0)  // NOLINT(cert-err52-cpp)
+        return false;
+    calls();
+    return true;
+}
+
+void release(pci_dev *device) {
+    if (device != nullptr)
+        enter([device] { pci_free_dev(device); });
+}
+
+}  // namespace
+
+void Libpci::Close::operator()(pci_access *access) const {
+    enter([access] { pci_cleanup(access); });
+}
+
+Libpci::Libpci(const Sysfs &sysfs) : sysfs_(sysfs) {
+    pci_access *opened = pci_alloc();
+    opened->error = give_up;
+    opened->warning = ignore;
+    opened->debug = ignore;
+    opened->method = PCI_ACCESS_SYS_BUS_PCI;
+    // Not `writeable`: then it would open for writing also what is only read.
+    if (!enter([opened] { pci_init(opened); }))
+        throw LiveError(std::string("this machine's configuration space: ") + reason.data());
+    access_.reset(opened);
+}
+
+Libpci::~Libpci() {
+    for (const auto &[id, opened] : devices_)
+        release(opened.device);
+}
+
+int Libpci::read(RoutingId id, unsigned offset, std::uint8_t *bytes, unsigned count) {
+    return access(id, [=](pci_dev *device) {
+        return pci_read_block(device, static_cast<int>(offset), bytes, static_cast<int>(count));
+    });
+}
+
+int Libpci::write(RoutingId id, unsigned offset, std::uint8_t *bytes, unsigned count) {
+    return access(id, [=](pci_dev *device) {
+        return pci_write_block(device, static_cast<int>(offset), bytes, static_cast<int>(count));
+    });
+}
+
+void Libpci::forget(RoutingId id) {
+    const std::scoped_lock guard(lock_);
+    const auto found = devices_.find(id);
+    if (found == devices_.end())
+        return;
+    release(found->second.device);
+    devices_.erase(found);
+}
+
+bool Libpci::is_another(RoutingId id) {
+    const std::scoped_lock guard(lock_);
+    const auto found = devices_.find(id);
+    return found != devices_.end() && found->second.identity != sysfs_.identity(id);
+}
+
+std::string Libpci::class_name(unsigned class_code) {
+    return look_up(PCI_LOOKUP_CLASS, static_cast<int>(class_code), 0);
+}
+
+std::string Libpci::device_name(unsigned vendor, unsigned device) {
+    return look_up(PCI_LOOKUP_VENDOR | PCI_LOOKUP_DEVICE, static_cast<int>(vendor),
+                   static_cast<int>(device));
+}
+
+// libpci says that an access failed, and leaves the reason in errno; that something was cut short
+// is no error to the system.
+template <typename Call>
+int Libpci::access(RoutingId id, Call call) {
+    const std::scoped_lock guard(lock_);
+    pci_dev *const device = find(id);
+    if (device == nullptr)
+        return ENOMEM;
+    volatile bool done = false;
+    errno = 0;
+    enter([&] { done = call(device) != 0; });
+    if (done)
+        return 0;
+    return errno != 0 ? errno : EIO;
+}
+
+// Null without memory.
+pci_dev *Libpci::find(RoutingId id) {
+    Opened &opened = devices_[id];
+    if (opened.device == nullptr) {
+        opened.identity = sysfs_.identity(id);
+        enter([&] {
+            const auto number = [](unsigned part) { return static_cast<int>(part); };
+            opened.device =
+                pci_get_dev(access_.get(), number(sysfs_.domain()), number(pci::bus_of(id)),
+                            number(pci::device_of(id)), number(pci::function_of(id)));
+        });
+    }
+    return opened.device;
+}
+
+// Not in udev's database, which has the same names: where there is none, libpci 3.9 loses memory
+// with every look-up.
+std::string Libpci::look_up(int what, int first, int second) {
+    const std::scoped_lock guard(lock_);
+    std::array<char, 256> text{};
+    enter([&] {
+        pci_lookup_name(access_.get(), text.data(), static_cast<int>(text.size()),
+                        what | PCI_LOOKUP_NO_HWDB, first, second);
+    });
+    return text.data();
+}
+
+}  // namespace host

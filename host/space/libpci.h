@@ -1,0 +1,61 @@
+// Access to configuration space through libpci.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "host/space/sysfs.h"
+
+struct pci_access;
+struct pci_dev;
+
+namespace host {
+
+// Calls libpci, which knows no threads, one call at a time. What it keeps open of a function stays
+// open until forget().
+class Libpci {
+public:
+    // `sysfs` must outlive it. Throws LiveError when libpci finds no configuration space.
+    explicit Libpci(const Sysfs &sysfs);
+    ~Libpci();
+    Libpci(const Libpci &) = delete;
+    Libpci &operator=(const Libpci &) = delete;
+
+    // Both: 0 or an errno, which is EIO for an access that was cut short. Nothing is opened for
+    // writing before the first write.
+    int read(RoutingId id, unsigned offset, std::uint8_t *bytes, unsigned count);
+    int write(RoutingId id, unsigned offset, std::uint8_t *bytes, unsigned count);
+
+    void forget(RoutingId id);
+
+    // Whether the kernel has made the function anew since the first access to it, forget() aside.
+    bool is_another(RoutingId id);
+
+    // Names of the database, or numbers.
+    std::string class_name(unsigned class_code);
+    std::string device_name(unsigned vendor, unsigned device);
+
+private:
+    struct Close {
+        void operator()(pci_access *access) const;
+    };
+    struct Opened {
+        pci_dev *device = nullptr;
+        std::uint64_t identity = 0;  // before the first access
+    };
+
+    template <typename Call>
+    int access(RoutingId id, Call call);
+    pci_dev *find(RoutingId id);
+    std::string look_up(int what, int first, int second);
+
+    const Sysfs &sysfs_;
+    std::mutex lock_;
+    std::unique_ptr<pci_access, Close> access_;
+    std::map<RoutingId, Opened> devices_;
+};
+
+}  // namespace host
