@@ -1,0 +1,184 @@
+#include "host/cli/session.h"
+
+#include <algorithm>
+#include <ostream>
+
+#include "host/base/input.h"
+#include "host/base/log.h"
+#include "host/base/words.h"
+#include "host/cli/run.h"
+#include "host/cli/stay.h"
+#include "host/exports/payload_guard.h"
+#include "host/machine/open_machine.h"
+#include "host/modules/host_config.h"
+#include "host/modules/trusted_file.h"
+#include "host/report/report_dot.h"
+#include "host/report/report_json.h"
+#include "host/report/report_table.h"
+#include "host/report/report_text.h"
+#include "host/space/dump.h"
+#include "host/watch/signals.h"
+#include "platform/pci_access.h"
+#include "platform/pci_regs.h"
+
+namespace host {
+namespace {
+
+// PCI Express functions have 4096 bytes. lspci -xxx saves 256 of them, and Advanced Error Reporting
+// is behind these.
+void warn_about_short_spaces(const MachineSource &source, const Machine &machine) {
+    const auto is_short = [&](const Function *function) {
+        return function->port_type &&
+               source.image->bytes(function->id()).size() <= pci::CONFIG_SIZE;
+    };
+    const auto count = std::ranges::count_if(machine.functions(), is_short);
+    if (count != 0)
+        log_warning(
+            source.name + ": " + functions_text(static_cast<std::size_t>(count)) +
+            " without extended configuration space, ECRC cannot be set on them; a full dump: "
+            "sudo lspci -xxxx > FILE");
+}
+
+void require_trust(const std::string &what, const std::filesystem::path &file) {
+    if (const auto reason = distrust(file))
+        throw InputError(what + file.string() + ": " + *reason);
+}
+
+// Those of the configuration, then those of the command line.
+std::vector<ModuleEntry> wanted_modules(const Options &options) {
+    HostConfig config;
+    if (options.config) {
+        require_trust("", *options.config);
+        config = read_host_config(*options.config);
+    }
+    for (const std::string &warning : config.warnings)
+        log_warning(warning);
+    config.modules.insert(config.modules.end(), options.modules.begin(), options.modules.end());
+    for (const ModuleEntry &module : config.modules)
+        if (const auto place = find_module(module))
+            require_trust("module ", *place);
+    return config.modules;
+}
+
+// With --live --write, on drivers that run. Ports have the kernel's own driver always, which has no
+// traffic: the warning would come on every machine.
+void warn_about_traffic(const MachineSource &source, const Machine &machine) {
+    const auto has_traffic = [&](const Function *function) {
+        std::uint32_t command = 0;
+        return !function->is_bridge() && !source.live->sysfs().driver(function->id()).empty() &&
+               source.live->read(function->id(), pci::COMMAND, 2, command) == PCI_OK &&
+               (command & pci::COMMAND_BUS_MASTER) != 0;
+    };
+    const auto count = std::ranges::count_if(machine.functions(), has_traffic);
+    if (count != 0)
+        log_warning(functions_text(static_cast<std::size_t>(count)) +
+                    " with a driver bound and Bus Master on: no order of writes is safe for a "
+                    "payload size under live traffic (hoplar(8): SAFETY)");
+}
+
+// What is to be played after start-up. Standard input of a server that stays comes later.
+std::vector<BusEvent> wanted_events(const Options &options, std::istream &in,
+                                    const EventPlayer &player) {
+    if (!options.events || (options.watch && *options.events == STANDARD_INPUT))
+        return {};
+    const bool is_input = *options.events == STANDARD_INPUT;
+    const std::string name = is_input ? "standard input" : *options.events;
+    return player.parse(is_input ? read_text_stream(in, name) : read_text_file(name), name,
+                        options.source.domain);
+}
+
+// As it is, or cold; what about it people should know before anything runs is said in warnings.
+std::unique_ptr<Machine> wanted_machine(const Options &options, const MachineSource &source) {
+    if (options.cold)
+        for (const RoutingId id : source.image->functions())
+            source.image->reset(id);
+    std::unique_ptr<Machine> machine = open_machine(source.space());
+    if (source.is_written())
+        warn_about_traffic(source, *machine);
+    else
+        warn_about_short_spaces(source, *machine);
+    return machine;
+}
+
+std::unique_ptr<Service> open_service(const Options &options) {
+    if (!options.watch)
+        return nullptr;
+    auto service = std::make_unique<Service>(options.source.domain);
+    if (options.control)
+        service->listen(*options.control);
+    if (options.events == STANDARD_INPUT)
+        service->read_standard_input();
+    return service;
+}
+
+std::optional<OutputFile> wanted_output(const Options &options) {
+    return options.output ? std::optional<OutputFile>(std::in_place, *options.output)
+                          : std::nullopt;
+}
+
+}  // namespace
+
+// Kernel events are awaited before the machine is read, so that none is missed.
+Session::Session(const Options &options, std::istream &in)
+    : options_(options), modules_(wanted_modules(options)),
+      source_(open_source(options.source, in)), output_(wanted_output(options)),
+      service_(open_service(options)), machine_(wanted_machine(options, source_)),
+      player_(player_for(source_, *machine_)), events_(wanted_events(options, in, *player_)),
+      exit_watch_(EXIT_BAD_INPUT), serving_(*machine_, options.managed),
+      report_(begin_report(*machine_, options.source.domain)) {}
+
+// Payload sizes that differ along a path lose packets: what writes to this machine is not ended
+// half way.
+void Session::start() {
+    if (source_.is_written())
+        hold_signals();
+    results_ = load_modules(modules_);
+    keep_payloads_in_bounds();
+    warn_about_payloads_found();
+    all_done_ = std::ranges::all_of(results_, &ModuleResult::runs);
+    all_done_ &= player_->play(events_).empty();
+}
+
+void Session::stay() {
+    if (service_)
+        all_done_ &= host::stay(
+            *service_, {source_, options_.source.domain, *machine_, *player_, results_, report_});
+}
+
+int Session::finish(std::ostream &out) {
+    all_done_ &= keep_payloads_in_bounds();
+    const bool saved = save();
+    all_done_ &= report_failures(source_) && !any_exception();
+    end_report(report_, *machine_, std::move(results_));
+    const bool reported = write_report(out);
+    if (!saved || !reported)
+        return EXIT_BAD_INPUT;
+    return all_done_ ? EXIT_DONE : EXIT_NOT_ALL_DONE;
+}
+
+// False when it could not be written.
+bool Session::save() {
+    try {
+        if (output_)
+            source_.write_dump_to(*output_);
+        return true;
+    } catch (const DumpError &error) {
+        log_error(error.what());
+        return false;
+    }
+}
+
+bool Session::write_report(std::ostream &out) const {
+    if (options_.report == ReportForm::TABLE)
+        write_table(out, report_, standard_output_style());
+    if (options_.report == ReportForm::JSON)
+        write_json(out, report_);
+    if (options_.report == ReportForm::DOT)
+        write_dot(out, report_);
+    if (out.flush())
+        return true;
+    log_error("standard output: the report cannot be written");
+    return false;
+}
+
+}  // namespace host

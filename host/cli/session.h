@@ -1,0 +1,57 @@
+// A run on a machine, from the options to the report.
+#pragma once
+
+#include <iosfwd>
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include "host/base/module_faults.h"
+#include "host/cli/options.h"
+#include "host/exports/serve.h"
+#include "host/machine/machine.h"
+#include "host/modules/module_loader.h"
+#include "host/report/report.h"
+#include "host/space/machine_source.h"
+#include "host/space/output_file.h"
+#include "host/watch/event_player.h"
+#include "host/watch/service.h"
+
+namespace host {
+
+// The machine is the one served as long as this lives; one at a time. `options` must outlive it.
+class Session {
+public:
+    // Reads and checks all input; no module runs and nothing is written yet. `in` is what events or
+    // a dump come from with "-". Throws InputError, DumpError, LiveError.
+    Session(const Options &options, std::istream &in);
+
+    // Starts the modules, and plays the events.
+    void start();
+
+    // With --watch: serves until the server is told to end.
+    void stay();
+
+    // Writes the dump and the report, the latter to `out`. The exit status.
+    int finish(std::ostream &out);
+
+private:
+    bool save();
+    bool write_report(std::ostream &out) const;
+
+    const Options &options_;
+    const std::vector<ModuleEntry> modules_;
+    const MachineSource source_;
+    std::optional<OutputFile> output_;
+    const std::unique_ptr<Service> service_;
+    const std::unique_ptr<Machine> machine_;
+    const std::unique_ptr<EventPlayer> player_;
+    const std::vector<BusEvent> events_;
+    const ExitWatch exit_watch_;
+    const Serving serving_;
+    Report report_;
+    std::vector<ModuleResult> results_;
+    bool all_done_ = true;
+};
+
+}  // namespace host
