@@ -197,7 +197,7 @@ void log_warning(const std::string &text) {
     show_own(LOG_SEVERITY_WARNING, text);
 }
 
-void log_progress(const std::string &text) {
+void log_info(const std::string &text) {
     show_own(LOG_SEVERITY_INFO, text, 1);
 }
 

@@ -34,6 +34,6 @@ LogCounts log_counts();
 // verbosity 1, the default, and above.
 void log_error(const std::string &text);
 void log_warning(const std::string &text);
-void log_progress(const std::string &text);
+void log_info(const std::string &text);
 
 }  // namespace host

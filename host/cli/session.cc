@@ -131,7 +131,7 @@ Session::Session(const Options &options, std::istream &in)
 // half way.
 void Session::start() {
     if (source_.is_written())
-        hold_signals();
+        block_signals();
     results_ = load_modules(modules_);
     keep_payloads_in_bounds();
     warn_about_payloads_found();

@@ -113,8 +113,8 @@ private:
 
     static void call(const ModuleEntry &spec, const EntryPoints &entry, ModuleResult &module) {
         module.version = unpack_version(entry.version());
-        log_progress("module " + module.file + ", version " +
-                     (module.version ? version_text(*module.version) : "unknown"));
+        log_info("module " + module.file + ", version " +
+                 (module.version ? version_text(*module.version) : "unknown"));
         module.result = call_init(entry, spec);
         if (!module.runs())
             log_error("module " + module.file +

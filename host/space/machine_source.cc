@@ -38,7 +38,7 @@ MachineSource open_live(const SourceOptions &options) {
     warn_about_other_domains(source.name, source.live->sysfs().other_domains(), options.domain);
     if (!options.write) {
         source.image = source.live->snapshot();
-        log_progress("--live without --write: a plan, nothing is written to this machine");
+        log_info("--live without --write: a plan, nothing is written to this machine");
     }
     return source;
 }

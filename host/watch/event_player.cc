@@ -99,7 +99,7 @@ void call_hooks(std::uint32_t kind, std::uint32_t reset_type, const BusEvent &ev
 }  // namespace
 
 pci_err_t EventPlayer::play(const BusEvent &event) {
-    log_progress("event " + event.origin);
+    log_info("event " + event.origin);
     const HookKinds &kinds = *std::ranges::find(HOOK_KINDS, event.kind, &HookKinds::event);
     call_hooks(kinds.before, kinds.reset_type, event, event.status);
     const pci_err_t error = apply(event);
@@ -111,7 +111,7 @@ pci_err_t EventPlayer::play(const BusEvent &event) {
 std::string EventPlayer::play(const std::vector<BusEvent> &events) {
     std::string reason;
     for (const BusEvent &event : events) {
-        if (is_told_to_end())
+        if (termination_pending())
             return "the server has been told to end";
         if (const pci_err_t error = play(event); error && reason.empty())
             reason = pci_strerror(error);

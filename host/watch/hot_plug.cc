@@ -108,7 +108,7 @@ void HotPlug::bring_in(bridge_rec *bridge, const std::set<RoutingId> &named) {
 }
 
 void HotPlug::remove(bridge_rec *bridge, const std::vector<RoutingId> &gone) {
-    log_progress("removed " + place_text(*bridge) + ": " + list_text(gone));
+    log_info("removed " + place_text(*bridge) + ": " + list_text(gone));
     const std::uint32_t bus = bus_value(machine_, *bridge);
     call_bridge_hooks(BUSCFG_HOOK_PRE_REMOVAL, bridge, bus, PCI_OK);
     machine_.update(gone, {});
@@ -130,7 +130,7 @@ void HotPlug::insert(bridge_rec *bridge, const std::vector<RoutingId> &come) {
 // After the hooks, because it tells what they have done: the module's own warning says only that it
 // supports no hot-plug.
 void HotPlug::report_inserted(const std::string &place, const std::vector<RoutingId> &come) const {
-    log_progress("inserted " + place + ": " + list_text(come) + "; " + observer_.outcome(come));
+    log_info("inserted " + place + ": " + list_text(come) + "; " + observer_.outcome(come));
 }
 
 // Before they come there is no bridge that hooks could be told of.

@@ -103,7 +103,7 @@ bool LineServer::make_room() {
         accept_at_ = limit;
         return false;
     }
-    log_progress("control: an idle connection gives way to another");
+    log_info("control: an idle connection gives way to another");
     idle->send_line("error: closed, because this connection was idle and another one waits");
     clients_.erase(idle->connection.number());
     return true;

@@ -18,7 +18,7 @@ using Clock = std::chrono::steady_clock;
 bool wait_for(LiveSpace &space, RoutingId id, Clock::time_point latest) {
     constexpr std::chrono::milliseconds STEP{10};
     while (!space.answers(id)) {
-        if (Clock::now() >= latest || !space.sysfs().has(id) || is_told_to_end()) {
+        if (Clock::now() >= latest || !space.sysfs().has(id) || termination_pending()) {
             log_error(bdf_text(id) + ": does not answer after the reset");
             return false;
         }

@@ -92,7 +92,7 @@ private:
     // What happened before a line is known before it is executed.
     LineServer::Execute executed() {
         return [this](const LineServer::Line &line) {
-            if (told_to_end_ || is_told_to_end())
+            if (told_to_end_ || termination_pending())
                 return LineServer::Outcome{.answer = "error: the server has been told to end",
                                            .failed = false};
             take_events();
@@ -110,8 +110,8 @@ private:
 };
 
 Service::Service(unsigned domain) : events_(domain) {
-    hold_signals();
-    const sigset_t set = held_signals();
+    block_signals();
+    const sigset_t set = blocked_signals();
     signals_ = Descriptor(signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK));
     if (!signals_)
         throw LiveError("--watch: signals cannot be received: " +

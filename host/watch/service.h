@@ -11,7 +11,7 @@
 
 namespace host {
 
-// From its making on, kernel events and the signals of hold_signals() wait for serve_until_told().
+// From its making on, kernel events and the signals of block_signals() wait for serve_until_told().
 // Throws LiveError.
 class Service {
 public:

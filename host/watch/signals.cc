@@ -4,13 +4,13 @@
 
 namespace host {
 
-void hold_signals() {
-    const sigset_t set = held_signals();
+void block_signals() {
+    const sigset_t set = blocked_signals();
     pthread_sigmask(SIG_BLOCK, &set, nullptr);
     std::signal(SIGPIPE, SIG_IGN);
 }
 
-sigset_t held_signals() {
+sigset_t blocked_signals() {
     sigset_t set;
     sigemptyset(&set);
     for (const int signal : {SIGTERM, SIGINT, SIGHUP})
@@ -18,7 +18,7 @@ sigset_t held_signals() {
     return set;
 }
 
-bool is_told_to_end() {
+bool termination_pending() {
     sigset_t waiting;
     sigemptyset(&waiting);
     sigpending(&waiting);

@@ -1,19 +1,19 @@
-// Signals of a server that writes to hardware: those that ask it to end do not end it half way.
-// SIGQUIT and what cannot be held do.
+// Signals of a server that writes to hardware: SIGTERM, SIGINT and SIGHUP do not end it half way.
+// SIGQUIT and signals that cannot be blocked do.
 #pragma once
 
 #include <csignal>
 
 namespace host {
 
-// From now on, SIGTERM, SIGINT and SIGHUP wait until somebody asks for them, and what cannot be
-// written because nobody reads it any more fails without a signal. Before threads begin.
-void hold_signals();
+// Blocks SIGTERM, SIGINT and SIGHUP (read them from a signalfd) and ignores SIGPIPE, so that writes
+// fail with EPIPE. Call before any thread starts.
+void block_signals();
 
-// Those that wait.
-sigset_t held_signals();
+// SIGTERM, SIGINT and SIGHUP, the set for a signalfd.
+sigset_t blocked_signals();
 
-// Whether SIGTERM or SIGINT waits.
-bool is_told_to_end();
+// True while a blocked SIGTERM or SIGINT waits to be read.
+bool termination_pending();
 
 }  // namespace host

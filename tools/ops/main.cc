@@ -40,7 +40,7 @@ int run(const Options &options) {
     refuse_bound(request, options, source);
     const host::Serving serving(*machine);
     if (source.is_written())
-        host::hold_signals();
+        host::block_signals();
     const pci_err_t error = request.run(*machine, request.bdf, std::cout);
     if (output)
         source.write_dump_to(*output);
