@@ -16,6 +16,11 @@ BUILD_PACKAGES=(cmake ninja-build g++ libgtest-dev libcli11-dev nlohmann-json3-d
 # What the fuzz targets and the address sanitizer need in addition.
 FUZZ_PACKAGES=(clang libclang-rt-14-dev)
 
+# The packages of programs that the checks in scripts/checks need beyond what building needs.
+declare -A PACKAGE_OF=([clang++]=clang [dpkg]=dpkg [dpkg-deb]=dpkg [dpkg-parsechangelog]=dpkg-dev
+    [dpkg-shlibdeps]=dpkg-dev [fakeroot]=fakeroot [file]=file [groff]=groff-base [lintian]=lintian
+    [mandoc]=mandoc [systemctl]=systemd [systemd-analyze]=systemd)
+
 # The test programs with threads in them.
 THREADED_TESTS=(module_tests ecrc_tests mps_tests operations_tests)
 
