@@ -2,6 +2,8 @@
 
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
+#include <array>
 #include <ostream>
 
 #include "host/base/input.h"
@@ -23,9 +25,9 @@ constexpr const char *FOOTER =
     "\n"
     "Exit status: 0 done; 1 a module could not be loaded, refused to start, was listed twice or\n"
     "threw, a payload size above the port's could not be lowered, with --watch also when no\n"
-    "module is listed, with --write also when an access failed, or an event that was not answered\n"
-    "on the control socket; 2 bad options or unreadable input, or a result that could not be\n"
-    "written.\n";
+    "module is listed, with --write also when --busy refused, an access failed, or an event that\n"
+    "was not answered on the control socket; 2 bad options or unreadable input, or a result that\n"
+    "could not be written.\n";
 
 // The options as they are written, before their values are looked at.
 struct RawOptions {
@@ -33,7 +35,7 @@ struct RawOptions {
     bool live = false;
     std::vector<std::string> modules;
     std::string report = "table";
-    std::optional<std::string> domain, managed;
+    std::optional<std::string> domain, managed, busy;
     int louder = 0;
     bool quiet = false;
 };
@@ -62,6 +64,10 @@ void declare(CLI::App &app, RawOptions &raw, Options &options) {
     app.add_option("--report", raw.report,
                    "What goes to standard output: table, json, dot (a graph for Graphviz) or none")
         ->type_name("FORM");
+    app.add_option("--busy", raw.busy,
+                   "With --write, where a payload size would change under a driver at work: refuse "
+                   "to write anything (default), skip the hierarchy, or write")
+        ->type_name("WHAT");
     app.add_flag("--cold", options.cold, "Every function starts in reset state, as after power-on");
     app.add_option("--domain", raw.domain, "Domain that is served, default 0")->type_name("N");
     app.add_option("--manage", raw.managed, "Buses that are managed, as 00-7f,ff; default all")
@@ -84,16 +90,31 @@ ModuleEntry command_line_module(const std::string &text) {
     }
 }
 
-ReportForm parse_report_form(const std::string &text) {
-    if (text == "table")
-        return ReportForm::TABLE;
-    if (text == "json")
-        return ReportForm::JSON;
-    if (text == "dot")
-        return ReportForm::DOT;
-    if (text == "none")
-        return ReportForm::NONE;
-    throw InputError("--report: \"" + excerpt(text) + "\" is none of table, json, dot, none");
+template <typename Value>
+struct Word {
+    const char *word;
+    Value value;
+};
+
+constexpr std::array<Word<ReportForm>, 4> REPORT_FORMS{{{"table", ReportForm::TABLE},
+                                                        {"json", ReportForm::JSON},
+                                                        {"dot", ReportForm::DOT},
+                                                        {"none", ReportForm::NONE}}};
+
+constexpr std::array<Word<Busy>, 3> BUSY_WORDS{
+    {{"refuse", Busy::REFUSE}, {"skip", Busy::SKIP}, {"write", Busy::WRITE}}};
+
+// Throws InputError, which lists the words.
+template <typename Words>
+auto parse_word(const char *option, const std::string &text, const Words &words) {
+    const auto found = std::ranges::find(words, std::string_view(text), &Words::value_type::word);
+    if (found != words.end())
+        return found->value;
+    std::vector<std::string> known;
+    for (const auto &word : words)
+        known.push_back(word.word);
+    throw InputError(std::string(option) + ": \"" + excerpt(text) + "\" is none of " +
+                     join(known, ", "));
 }
 
 // An empty text is no file, and a message about it would name none.
@@ -122,6 +143,7 @@ void require_matching_options(const RawOptions &raw, const Options &options) {
     require(raw.dump != STANDARD_INPUT || raw.events != STANDARD_INPUT,
             "--dump - and --events -: standard input can be one of them only");
     require(raw.live || !options.source.write, "--write: only with --live");
+    require(options.source.write || !raw.busy, "--busy: only with --live --write");
     require(options.source.write || !options.watch, "--watch: only with --live --write");
     require(options.watch || !raw.control, "--control: only with --watch");
     require(!options.source.write || !options.cold,
@@ -141,7 +163,9 @@ void interpret(const RawOptions &raw, Options &options) {
     options.config = raw.config;
     options.events = raw.events;
     options.output = raw.output;
-    options.report = parse_report_form(raw.report);
+    options.report = parse_word("--report", raw.report, REPORT_FORMS);
+    if (raw.busy)
+        options.busy = parse_word("--busy", *raw.busy, BUSY_WORDS);
     for (const std::string &module : raw.modules)
         options.modules.push_back(command_line_module(module));
     if (raw.domain)

@@ -15,6 +15,9 @@ namespace host {
 
 enum class ReportForm { TABLE, JSON, DOT, NONE };
 
+// What becomes of hierarchies with traffic whose payload size would change.
+enum class Busy { REFUSE, SKIP, WRITE };
+
 struct Options {
     SourceOptions source;
     std::optional<std::filesystem::path> config;
@@ -23,6 +26,7 @@ struct Options {
     std::optional<std::filesystem::path> output;
     ReportForm report = ReportForm::TABLE;
     bool cold = false;
+    Busy busy = Busy::REFUSE;  // with --write
     bool watch = false;
     std::optional<std::filesystem::path> control;  // socket, with `watch`
     ManagedBuses managed = ManagedBuses(256, true);

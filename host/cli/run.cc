@@ -6,6 +6,7 @@
 #include "host/base/log.h"
 #include "host/base/words.h"
 #include "host/cli/session.h"
+#include "host/cli/traffic.h"
 #include "host/modules/usage_text.h"
 
 namespace host {
@@ -30,7 +31,7 @@ int refuse(const std::exception &error) {
     else
         for (const std::string_view line : split(text, '\n'))
             log_error(std::string(line));
-    return EXIT_BAD_INPUT;
+    return dynamic_cast<const TrafficError *>(&error) ? EXIT_NOT_ALL_DONE : EXIT_BAD_INPUT;
 }
 
 int run(const Options &options, std::istream &in, std::ostream &out) {

@@ -7,6 +7,7 @@
 #include "host/base/log.h"
 #include "host/base/words.h"
 #include "host/cli/run.h"
+#include "host/cli/start_up.h"
 #include "host/cli/stay.h"
 #include "host/exports/payload_guard.h"
 #include "host/machine/open_machine.h"
@@ -18,7 +19,6 @@
 #include "host/report/report_text.h"
 #include "host/space/dump.h"
 #include "host/watch/signals.h"
-#include "platform/pci_access.h"
 #include "platform/pci_regs.h"
 
 namespace host {
@@ -60,20 +60,15 @@ std::vector<ModuleEntry> wanted_modules(const Options &options) {
     return config.modules;
 }
 
-// With --live --write, on drivers that run. Ports have the kernel's own driver always, which has no
-// traffic: the warning would come on every machine.
-void warn_about_traffic(const MachineSource &source, const Machine &machine) {
-    const auto has_traffic = [&](const Function *function) {
-        std::uint32_t command = 0;
-        return !function->is_bridge() && !source.live->sysfs().driver(function->id()).empty() &&
-               source.live->read(function->id(), pci::COMMAND, 2, command) == PCI_OK &&
-               (command & pci::COMMAND_BUS_MASTER) != 0;
-    };
-    const auto count = std::ranges::count_if(machine.functions(), has_traffic);
-    if (count != 0)
-        log_warning(functions_text(static_cast<std::size_t>(count)) +
-                    " with a driver bound and Bus Master on: no order of writes is safe for a "
-                    "payload size under live traffic (hoplar(8): SAFETY)");
+// As it is, or cold; what about it people should know before anything runs is said in warnings.
+std::unique_ptr<Machine> wanted_machine(const Options &options, const MachineSource &source) {
+    if (options.cold)
+        for (const RoutingId id : source.image->functions())
+            source.image->reset(id);
+    std::unique_ptr<Machine> machine = open_machine(source.space());
+    if (!source.is_written())
+        warn_about_short_spaces(source, *machine);
+    return machine;
 }
 
 // What is to be played after start-up. Standard input of a server that stays comes later.
@@ -85,19 +80,6 @@ std::vector<BusEvent> wanted_events(const Options &options, std::istream &in,
     const std::string name = is_input ? "standard input" : *options.events;
     return player.parse(is_input ? read_text_stream(in, name) : read_text_file(name), name,
                         options.source.domain);
-}
-
-// As it is, or cold; what about it people should know before anything runs is said in warnings.
-std::unique_ptr<Machine> wanted_machine(const Options &options, const MachineSource &source) {
-    if (options.cold)
-        for (const RoutingId id : source.image->functions())
-            source.image->reset(id);
-    std::unique_ptr<Machine> machine = open_machine(source.space());
-    if (source.is_written())
-        warn_about_traffic(source, *machine);
-    else
-        warn_about_short_spaces(source, *machine);
-    return machine;
 }
 
 std::unique_ptr<Service> open_service(const Options &options) {
@@ -124,17 +106,19 @@ Session::Session(const Options &options, std::istream &in)
       source_(open_source(options.source, in)), output_(wanted_output(options)),
       service_(open_service(options)), machine_(wanted_machine(options, source_)),
       player_(player_for(source_, *machine_)), events_(wanted_events(options, in, *player_)),
-      exit_watch_(EXIT_BAD_INPUT), serving_(*machine_, options.managed),
-      report_(begin_report(*machine_, options.source.domain)) {}
+      left_alone_(leave_busy_alone(options, modules_, source_, *machine_)),
+      exit_watch_(EXIT_BAD_INPUT),
+      serving_(*machine_, managed_buses(options, left_alone_, *machine_)),
+      report_(begin_report(*machine_, options.source.domain)) {
+    report_.left_alone = left_alone_;
+}
 
 // Payload sizes that differ along a path lose packets: what writes to this machine is not ended
 // half way.
 void Session::start() {
     if (source_.is_written())
         block_signals();
-    results_ = load_modules(modules_);
-    keep_payloads_in_bounds();
-    warn_about_payloads_found();
+    results_ = start_up(modules_);
     all_done_ = std::ranges::all_of(results_, &ModuleResult::runs);
     all_done_ &= player_->play(events_).empty();
 }

@@ -8,6 +8,7 @@
 
 #include "host/base/module_faults.h"
 #include "host/cli/options.h"
+#include "host/cli/traffic.h"
 #include "host/exports/serve.h"
 #include "host/machine/machine.h"
 #include "host/modules/module_loader.h"
@@ -23,7 +24,8 @@ namespace host {
 class Session {
 public:
     // Reads and checks all input; no module runs and nothing is written yet. `in` is what events or
-    // a dump come from with "-". Throws InputError, DumpError, LiveError.
+    // a dump come from with "-". Throws InputError, DumpError, LiveError, and
+    // TrafficError for a machine that must not be written now.
     Session(const Options &options, std::istream &in);
 
     // Starts the modules, and plays the events.
@@ -47,6 +49,7 @@ private:
     const std::unique_ptr<Machine> machine_;
     const std::unique_ptr<EventPlayer> player_;
     const std::vector<BusEvent> events_;
+    const LeftAlone left_alone_;
     const ExitWatch exit_watch_;
     const Serving serving_;
     Report report_;

@@ -34,16 +34,6 @@ std::string name_in_title(const std::string &title) {
         trim(std::string_view(title).substr(std::min(title.find(' '), title.size()))));
 }
 
-// The root port that a function is or is below.
-std::optional<std::size_t> root_port_of(const Report &report, std::size_t index) {
-    while (report.functions[index].bridge)
-        index = *report.functions[index].bridge;
-    const Function &top = report.functions[index].function;
-    if (!top.is_bridge() || top.port_type != PORT_TYPE_ROOT_PORT)
-        return std::nullopt;
-    return index;
-}
-
 // Reserved codes tell nothing.
 bool is_usable(unsigned payload) {
     constexpr unsigned LARGEST = 4096;
@@ -86,6 +76,16 @@ std::vector<HierarchyReport> find_hierarchies(const Report &report, Machine &mac
 
 }  // namespace
 
+std::optional<std::size_t> root_port_of(const Report &report, std::size_t function) {
+    std::size_t index = function;
+    while (report.functions[index].bridge)
+        index = *report.functions[index].bridge;
+    const Function &top = report.functions[index].function;
+    if (!top.is_bridge() || top.port_type != PORT_TYPE_ROOT_PORT)
+        return std::nullopt;
+    return index;
+}
+
 Report begin_report(Machine &machine, unsigned domain) {
     Report report;
     const std::vector<const Function *> functions = machine.functions();
@@ -116,6 +116,7 @@ void refresh_report(Report &report, Machine &machine, unsigned domain) {
         row.before = old->before;
         row.name = old->name;
     }
+    now.left_alone = std::move(report.left_alone);
     report = std::move(now);
 }
 

@@ -2,6 +2,7 @@
 // before the modules were loaded and at the end.
 #pragma once
 
+#include <map>
 #include <optional>
 #include <span>
 #include <string>
@@ -40,9 +41,14 @@ struct HierarchyReport {
 struct Report {
     std::vector<FunctionReport> functions;     // ascending by routing ID
     std::vector<HierarchyReport> hierarchies;  // ascending by root port
+    // Hierarchies that are not written, by root port, with the reason for people.
+    std::map<RoutingId, std::string> left_alone;
     std::vector<ModuleResult> modules;
     LogCounts messages;
 };
+
+// The index of the root port that a function is or is below; nothing for others.
+std::optional<std::size_t> root_port_of(const Report &report, std::size_t function);
 
 // Describes the machine that is served and its state before anything has happened. `domain` is the
 // one that its functions belong to.

@@ -4,6 +4,8 @@
 #include <nlohmann/json.hpp>
 #include <ostream>
 
+#include "host/report/report_text.h"
+
 namespace host {
 namespace {
 
@@ -58,11 +60,13 @@ Json function_json(const FunctionReport &row) {
 
 Json hierarchy_json(const Report &report, const HierarchyReport &hierarchy) {
     const auto address = [&](std::size_t index) { return report.functions[index].address; };
+    const std::string reason = left_alone_text(report, hierarchy);
     return {
         {"root_port", address(hierarchy.root_port)},
         {"path_max", value_or_null(hierarchy.path_max)},
         {"limited_by", hierarchy.limited_by ? Json(address(*hierarchy.limited_by)) : Json(nullptr)},
-        {"current", value_or_null(hierarchy.current)}};
+        {"current", value_or_null(hierarchy.current)},
+        {"left_alone", reason.empty() ? Json(nullptr) : Json(reason)}};
 }
 
 Json module_json(const ModuleResult &module) {

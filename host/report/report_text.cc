@@ -32,6 +32,15 @@ const char *pcie_type(std::uint8_t port_type) {
     }
 }
 
+std::string supported_text(const Report &report, const HierarchyReport &hierarchy) {
+    if (!hierarchy.path_max)
+        return "no payload size known";
+    const std::string size = std::to_string(*hierarchy.path_max);
+    if (hierarchy.limited_by == hierarchy.root_port)
+        return "payload up to " + size;
+    return "limited to " + size + " by " + report.functions[*hierarchy.limited_by].address;
+}
+
 }  // namespace
 
 const char *type_text(const Function &function) {
@@ -79,12 +88,13 @@ std::string ecrc_text(const FunctionReport &row, EcrcControl EcrcState::*control
 }
 
 std::string limit_text(const Report &report, const HierarchyReport &hierarchy) {
-    if (!hierarchy.path_max)
-        return "no payload size known";
-    const std::string size = std::to_string(*hierarchy.path_max);
-    if (hierarchy.limited_by == hierarchy.root_port)
-        return "payload up to " + size;
-    return "limited to " + size + " by " + report.functions[*hierarchy.limited_by].address;
+    const std::string reason = left_alone_text(report, hierarchy);
+    return supported_text(report, hierarchy) + (reason.empty() ? "" : "; left alone: " + reason);
+}
+
+std::string left_alone_text(const Report &report, const HierarchyReport &hierarchy) {
+    const auto found = report.left_alone.find(report.functions[hierarchy.root_port].function.id());
+    return found == report.left_alone.end() ? "" : found->second;
 }
 
 std::string changes_text(ChangeCounts counts) {

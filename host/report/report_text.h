@@ -24,8 +24,11 @@ std::string payload_text(const FunctionReport &row);
 std::string ecrc_text(const FunctionReport &row, EcrcControl EcrcState::*control);
 
 // What rules the payload size of a root port and of all that is below it: "limited to 256 by
-// 07:00.0".
+// 07:00.0", and why it is left alone if it is.
 std::string limit_text(const Report &report, const HierarchyReport &hierarchy);
+
+// Why a hierarchy is not written: "traffic on 02:00.0 (nvme)"; empty for others.
+std::string left_alone_text(const Report &report, const HierarchyReport &hierarchy);
 
 // "ECRC on 1 function, the payload size on 0 functions"
 std::string changes_text(ChangeCounts counts);

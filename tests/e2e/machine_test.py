@@ -60,7 +60,8 @@ def hierarchies(domain, machine):
             first = next((f.address for f in elements if f.supported == limit), None)
             yield {"root_port": address_text(domain, root.address),
                    "path_max": limit if first else None,
-                   "limited_by": first and address_text(domain, first), "current": root.mps}
+                   "limited_by": first and address_text(domain, first), "current": root.mps,
+                   "left_alone": None}
 
 
 def function_row(domain, machine, f, mps, ecrc):

@@ -1,0 +1,104 @@
+#include "host/base/child_process.h"
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <exception>
+#include <string_view>
+#include <system_error>
+
+#include "host/base/descriptor.h"
+#include "host/base/log.h"
+
+namespace host {
+namespace {
+
+Descriptor require_descriptor(int number, const char *what) {
+    if (number < 0)
+        throw std::system_error(errno, std::generic_category(), what);
+    return Descriptor(number);
+}
+
+bool write_whole(int descriptor, std::string_view text) {
+    while (!text.empty()) {
+        const ssize_t written = write(descriptor, text.data(), text.size());
+        if (written < 0 && errno != EINTR)
+            return false;
+        if (written > 0)
+            text.remove_prefix(static_cast<std::size_t>(written));
+    }
+    return true;
+}
+
+std::string read_whole(int descriptor) {
+    std::string text;
+    std::array<char, 4096> piece{};
+    for (;;) {
+        const ssize_t length = read(descriptor, piece.data(), piece.size());
+        if (length == 0 || (length < 0 && errno != EINTR))
+            return text;
+        if (length > 0)
+            text.append(piece.data(), static_cast<std::size_t>(length));
+    }
+}
+
+// _exit(): what stands in this process' buffers and exit handlers is the parent's to write and do.
+[[noreturn]] void be_child(const std::function<std::string()> &work, int result, int messages) {
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    dup2(messages, STDOUT_FILENO);
+    dup2(messages, STDERR_FILENO);
+    try {
+        _exit(write_whole(result, work()) ? 0 : 1);
+    } catch (const std::exception &error) {
+        log_error(error.what());
+    }
+    _exit(1);
+}
+
+int wait_for(pid_t child) {
+    int status = 0;
+    while (waitpid(child, &status, 0) < 0 && errno == EINTR)
+        continue;
+    return status;
+}
+
+std::string end_text(int status) {
+    if (!WIFSIGNALED(status))
+        return "ended with status " + std::to_string(WEXITSTATUS(status));
+    const int signal = WTERMSIG(status);
+    return "ended by signal " + std::to_string(signal) + " (" + strsignal(signal) + ")";
+}
+
+}  // namespace
+
+std::string in_child_process(const std::function<std::string()> &work) {
+    std::array<int, 2> ends{-1, -1};
+    if (pipe2(ends.data(), O_CLOEXEC) != 0)
+        throw std::system_error(errno, std::generic_category(), "pipe");
+    const Descriptor from_child(ends[0]);
+    Descriptor to_parent(ends[1]);
+    const Descriptor messages =
+        require_descriptor(memfd_create("messages", MFD_CLOEXEC), "memfd_create");
+    const pid_t child = fork();
+    if (child == 0)
+        be_child(work, to_parent.number(), messages.number());
+    to_parent = Descriptor();
+    if (child < 0)
+        throw std::system_error(errno, std::generic_category(), "fork");
+    std::string result = read_whole(from_child.number());
+    if (const int status = wait_for(child); status != 0) {
+        lseek(messages.number(), 0, SEEK_SET);
+        write_whole(STDERR_FILENO, read_whole(messages.number()));
+        throw ChildError(end_text(status));
+    }
+    return result;
+}
+
+}  // namespace host

@@ -1,0 +1,154 @@
+#include "host/cli/traffic.h"
+
+#include <algorithm>
+#include <set>
+
+#include "host/base/address.h"
+#include "host/base/child_process.h"
+#include "host/base/log.h"
+#include "host/base/module_faults.h"
+#include "host/base/words.h"
+#include "host/cli/run.h"
+#include "host/cli/start_up.h"
+#include "host/machine/open_machine.h"
+#include "host/report/report.h"
+#include "platform/pci_access.h"
+#include "platform/pci_regs.h"
+
+namespace host {
+namespace {
+
+// The driver of a function that may have traffic; empty: it has none. Ports and bridges have the
+// kernel's own driver, which has no payload to send.
+std::string busy_driver(LiveSpace &live, const Function &function) {
+    std::uint32_t command = 0;
+    if (function.is_bridge() || live.read(function.id(), pci::COMMAND, 2, command) != PCI_OK ||
+        (command & pci::COMMAND_BUS_MASTER) == 0)
+        return "";
+    return live.sysfs().driver(function.id());
+}
+
+// "02:00.0 (nvme), 03:00.0 (igb)", by root port.
+using Traffic = std::map<RoutingId, std::vector<std::string>>;
+
+Traffic traffic_below(const Report &report, LiveSpace &live) {
+    Traffic traffic;
+    for (std::size_t i = 0; i < report.functions.size(); ++i) {
+        const Function &function = report.functions[i].function;
+        const auto root_port = root_port_of(report, i);
+        if (const std::string driver = busy_driver(live, function); root_port && !driver.empty())
+            traffic[report.functions[*root_port].function.id()].push_back(bdf_text(function.bdf) +
+                                                                          " (" + driver + ")");
+    }
+    return traffic;
+}
+
+// Root ports of the hierarchies in which a payload size has changed.
+std::set<RoutingId> payloads_changed(const Report &report) {
+    std::set<RoutingId> changed;
+    for (std::size_t i = 0; i < report.functions.size(); ++i)
+        if (const auto root_port = root_port_of(report, i);
+            root_port && report.functions[i].before.mps != report.functions[i].after.mps)
+            changed.insert(report.functions[*root_port].function.id());
+    return changed;
+}
+
+// What start-up would do to this machine, on a snapshot of it.
+Report planned(const Options &options, const std::vector<ModuleEntry> &modules, LiveSpace &live) {
+    const std::unique_ptr<ConfigImage> snapshot = live.snapshot();
+    const std::unique_ptr<Machine> machine = open_machine(*snapshot);
+    const ExitWatch exit_watch(EXIT_BAD_INPUT);
+    const Serving serving(*machine, options.managed);
+    Report report = begin_report(*machine, options.source.domain);
+    end_report(report, *machine, start_up(modules));
+    return report;
+}
+
+// The first few tell enough: a drive may have hundreds of virtual functions.
+std::string traffic_text(std::vector<std::string> functions) {
+    constexpr std::size_t MOST = 8;
+    if (functions.size() > MOST) {
+        const std::string more = "and " + std::to_string(functions.size() - MOST) + " more";
+        functions.resize(MOST);
+        functions.push_back(more);
+    }
+    return "traffic on " + join(functions, ", ");
+}
+
+// For the pipe from the child: a line for each hierarchy, its root port's routing ID in front.
+std::string conflicts(const Options &options, const std::vector<ModuleEntry> &modules,
+                      LiveSpace &live) {
+    const Report report = planned(options, modules, live);
+    const Traffic traffic = traffic_below(report, live);
+    std::string text;
+    for (const RoutingId root_port : payloads_changed(report))
+        if (const auto found = traffic.find(root_port); found != traffic.end())
+            text += std::to_string(root_port) + ' ' + traffic_text(found->second) + '\n';
+    return text;
+}
+
+LeftAlone parse_conflicts(const std::string &text) {
+    LeftAlone left_alone;
+    for (const std::string_view line : split(trim(text), '\n'))
+        if (const auto root_port = parse_number(line.substr(0, line.find(' '))))
+            left_alone[static_cast<RoutingId>(*root_port)] = line.substr(line.find(' ') + 1);
+    return left_alone;
+}
+
+LeftAlone conflicts_of_plan(const Options &options, const std::vector<ModuleEntry> &modules,
+                            LiveSpace &live) {
+    try {
+        return parse_conflicts(in_child_process([&] { return conflicts(options, modules, live); }));
+    } catch (const ChildError &error) {
+        throw TrafficError(std::string("the plan that is made first has ") + error.what() +
+                           ": nothing has been written");
+    }
+}
+
+void refuse_traffic(const LeftAlone &conflicts) {
+    std::vector<std::string> lines;
+    for (const auto &[root_port, reason] : conflicts)
+        lines.push_back("the hierarchy of " + bdf_text(root_port) +
+                        " would get another payload size under " + reason +
+                        ": nothing has been written (--busy skip leaves such hierarchies alone; "
+                        "hoplar(8): SAFETY)");
+    throw TrafficError(lines);
+}
+
+}  // namespace
+
+LeftAlone leave_busy_alone(const Options &options, const std::vector<ModuleEntry> &modules,
+                           const MachineSource &source, const Machine &machine) {
+    if (!source.is_written() || modules.empty())
+        return {};
+    const auto is_busy = [&](const Function *function) {
+        return !busy_driver(*source.live, *function).empty();
+    };
+    const auto busy = std::ranges::count_if(machine.functions(), is_busy);
+    if (busy == 0)
+        return {};
+    if (options.busy == Busy::WRITE) {
+        log_warning(functions_text(static_cast<std::size_t>(busy)) +
+                    " with a driver bound and Bus Master on: no order of writes is safe for a "
+                    "payload size under live traffic (hoplar(8): SAFETY)");
+        return {};
+    }
+    LeftAlone left_alone = conflicts_of_plan(options, modules, *source.live);
+    if (options.busy == Busy::REFUSE && !left_alone.empty())
+        refuse_traffic(left_alone);
+    for (const auto &[root_port, reason] : left_alone)
+        log_warning("the hierarchy of " + bdf_text(root_port) + " is left alone: " + reason);
+    return left_alone;
+}
+
+ManagedBuses managed_buses(const Options &options, const LeftAlone &left_alone,
+                           const Machine &machine) {
+    ManagedBuses managed = options.managed;
+    for (const auto &[root_port, reason] : left_alone)
+        if (const Function *port = machine.find(root_port))
+            for (unsigned bus = port->secondary; bus <= port->subordinate; ++bus)
+                managed[bus] = false;
+    return managed;
+}
+
+}  // namespace host
