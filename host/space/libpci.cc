@@ -57,15 +57,19 @@ void Libpci::Close::operator()(pci_access *access) const {
 }
 
 Libpci::Libpci(const Sysfs &sysfs) : sysfs_(sysfs) {
-    pci_access *opened = pci_alloc();
-    opened->error = give_up;
-    opened->warning = ignore;
-    opened->debug = ignore;
-    opened->method = PCI_ACCESS_SYS_BUS_PCI;
+    access_.reset(pci_alloc());
+    access_->error = give_up;
+    access_->warning = ignore;
+    access_->debug = ignore;
+    access_->method = PCI_ACCESS_SYS_BUS_PCI;
     // Not `writeable`: then it would open for writing also what is only read.
-    if (!enter([opened] { pci_init(opened); }))
+    std::string parameter = "sysfs.path";
+    std::string folder = sysfs.folder();
+    if (!enter([&] {
+            pci_set_param(access_.get(), parameter.data(), folder.data());
+            pci_init(access_.get());
+        }))
         throw LiveError(std::string("this machine's configuration space: ") + reason.data());
-    access_.reset(opened);
 }
 
 Libpci::~Libpci() {

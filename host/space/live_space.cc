@@ -66,12 +66,13 @@ private:
     int error_ = 0;  // an errno
 };
 
-LiveSpace::LiveSpace(unsigned domain) : domain_(domain), sysfs_(domain) {
+LiveSpace::LiveSpace(unsigned domain, const std::filesystem::path &folder)
+    : domain_(domain), sysfs_(domain, folder) {
     if (geteuid() != 0)
         throw LiveError("--live: only root can read this machine's configuration space");
     if (sysfs_.functions().empty())
-        throw LiveError("--live: no PCI functions on this machine (/sys/bus/pci/devices, domain " +
-                        domain_text(domain) + ")");
+        throw LiveError("--live: no PCI functions on this machine (" +
+                        (folder / "devices").string() + ", domain " + domain_text(domain) + ")");
     libpci_ = std::make_unique<Libpci>(sysfs_);
     if (shows_headers_alone())
         throw LiveError("--live: the kernel shows no more than headers of configuration space "
@@ -179,6 +180,18 @@ volatile void *LiveSpace::memory(RoutingId id, unsigned bar, std::size_t offset,
         return no_memory(id, bar, mapping->error());
     const std::scoped_lock guard(mappings_lock_);
     return mappings_.emplace(id, std::move(mapping))->second->address();
+}
+
+bool LiveSpace::has(RoutingId id) const {
+    return sysfs_.has(id);
+}
+
+bool LiveSpace::is_virtual(RoutingId id) const {
+    return sysfs_.is_virtual(id);
+}
+
+std::vector<RoutingId> LiveSpace::bridges_above(RoutingId id) const {
+    return sysfs_.bridges_above(id);
 }
 
 bool LiveSpace::answers(RoutingId id) {

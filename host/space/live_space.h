@@ -13,17 +13,18 @@
 #include "host/space/config_image.h"
 #include "host/space/config_space.h"
 #include "host/space/live_error.h"
+#include "host/space/live_functions.h"
 #include "host/space/sysfs.h"
 
 namespace host {
 
 class Libpci;
 
-class LiveSpace final : public ConfigSpace {
+class LiveSpace final : public ConfigSpace, public LiveFunctions {
 public:
     // Functions of one domain. Opens nothing for writing before the first write. Throws LiveError
     // without root, when the operating system gives headers alone, and on a machine without PCI.
-    explicit LiveSpace(unsigned domain);
+    explicit LiveSpace(unsigned domain, const std::filesystem::path &folder = PCI_BUS);
     ~LiveSpace() override;
     LiveSpace(const LiveSpace &) = delete;
     LiveSpace &operator=(const LiveSpace &) = delete;
@@ -41,14 +42,12 @@ public:
     volatile void *memory(RoutingId id, unsigned bar, std::size_t offset,
                           std::size_t size) override;
 
-    // Whether there is a function that answers.
-    bool answers(RoutingId id);
-
-    // Whether the function is no longer the one that the first access since forget() went to.
-    bool is_another(RoutingId id) const;
-
-    // Drops what is kept open for a function: another one may come to the same place.
-    void forget(RoutingId id);
+    bool has(RoutingId id) const override;
+    bool is_virtual(RoutingId id) const override;
+    std::vector<RoutingId> bridges_above(RoutingId id) const override;
+    bool answers(RoutingId id) override;
+    bool is_another(RoutingId id) const override;
+    void forget(RoutingId id) override;
 
     // All that can be read now: of a function that does not give more, the header.
     std::unique_ptr<ConfigImage> snapshot() const;

@@ -33,8 +33,9 @@ MachineSource open_saved(const SourceOptions &options, std::istream &in) {
 }
 
 MachineSource open_live(const SourceOptions &options) {
-    MachineSource source{
-        .name = "--live", .live = std::make_unique<LiveSpace>(options.domain), .image = nullptr};
+    MachineSource source{.name = "--live",
+                         .live = std::make_unique<LiveSpace>(options.domain, options.sysfs),
+                         .image = nullptr};
     warn_about_other_domains(source.name, source.live->sysfs().other_domains(), options.domain);
     if (!options.write) {
         source.image = source.live->snapshot();

@@ -20,6 +20,7 @@ struct SourceOptions {
     std::optional<std::filesystem::path> dump;  // or STANDARD_INPUT; none: this machine
     bool write = false;                         // to this machine; else to a snapshot of it
     unsigned domain = 0;
+    std::filesystem::path sysfs = PCI_BUS;  // what the kernel shows of this machine
 };
 
 struct MachineSource {

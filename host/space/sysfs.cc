@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <utility>
 
 #include "host/base/address.h"
 
@@ -16,8 +17,6 @@ namespace host {
 namespace {
 
 namespace fs = std::filesystem;
-
-const fs::path DEVICES = "/sys/bus/pci/devices";
 
 // One write, as the kernel wants it. 0 or an errno.
 int write_file(const fs::path &file, const std::string &text) {
@@ -62,12 +61,12 @@ std::string kernel_address(unsigned domain, RoutingId id) {
     return domain_text(domain) + ":" + bdf_text(id);
 }
 
-Sysfs::Sysfs(unsigned domain) : domain_(domain) {}
+Sysfs::Sysfs(unsigned domain, fs::path folder) : domain_(domain), folder_(std::move(folder)) {}
 
 std::vector<RoutingId> Sysfs::functions() const {
     std::vector<RoutingId> found;
     std::error_code none;
-    for (const fs::directory_entry &entry : fs::directory_iterator(DEVICES, none)) {
+    for (const fs::directory_entry &entry : fs::directory_iterator(devices(), none)) {
         const auto address = parse_kernel_address(entry.path().filename().string());
         if (address && address->domain == domain_)
             found.push_back(address->id);
@@ -79,7 +78,7 @@ std::vector<RoutingId> Sysfs::functions() const {
 std::size_t Sysfs::other_domains() const {
     std::error_code none;
     std::size_t count = 0;
-    for (const fs::directory_entry &entry : fs::directory_iterator(DEVICES, none)) {
+    for (const fs::directory_entry &entry : fs::directory_iterator(devices(), none)) {
         const auto address = parse_kernel_address(entry.path().filename().string());
         count += address && address->domain != domain_;
     }
@@ -153,7 +152,7 @@ fs::path Sysfs::file(RoutingId id, const std::string &name) const {
 }
 
 fs::path Sysfs::directory(RoutingId id) const {
-    return DEVICES / kernel_address(domain_, id);
+    return devices() / kernel_address(domain_, id);
 }
 
 }  // namespace host

@@ -11,12 +11,16 @@
 
 namespace host {
 
-// The functions of one domain below /sys/bus/pci. What cannot be read counts as not there.
+constexpr const char *PCI_BUS = "/sys/bus/pci";
+
+// The functions of one domain below PCI_BUS, or below a folder that is made like it. What cannot be
+// read counts as not there.
 class Sysfs {
 public:
-    explicit Sysfs(unsigned domain);
+    explicit Sysfs(unsigned domain, std::filesystem::path folder = PCI_BUS);
 
     unsigned domain() const { return domain_; }
+    const std::filesystem::path &folder() const { return folder_; }
 
     // Ascending; empty on a machine without PCI.
     std::vector<RoutingId> functions() const;
@@ -56,9 +60,11 @@ public:
     std::filesystem::path file(RoutingId id, const std::string &name) const;
 
 private:
+    std::filesystem::path devices() const { return folder_ / "devices"; }
     std::filesystem::path directory(RoutingId id) const;
 
     unsigned domain_;
+    std::filesystem::path folder_;
 };
 
 // A function's address in the kernel's form "0000:04:00.0"; nothing for any other text.

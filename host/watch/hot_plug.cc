@@ -33,8 +33,8 @@ std::string list_text(const std::vector<RoutingId> &ids) {
 
 }  // namespace
 
-HotPlug::HotPlug(Machine &machine, LiveSpace &space, Observer observer)
-    : machine_(machine), space_(space), observer_(std::move(observer)) {}
+HotPlug::HotPlug(Machine &machine, LiveFunctions &functions, Observer observer)
+    : machine_(machine), functions_(functions), observer_(std::move(observer)) {}
 
 void HotPlug::take(const KernelEvent &event) {
     groups_.add(known_bridge(event), event.id, Clock::now());
@@ -61,7 +61,7 @@ bridge_rec *HotPlug::known_bridge(const KernelEvent &event) const {
 
 // As the kernel has it, whose bridges may lead elsewhere than their bus numbers say.
 bool HotPlug::is_below(RoutingId id, const bridge_rec *bridge) const {
-    const std::vector<RoutingId> path = space_.sysfs().bridges_above(id);
+    const std::vector<RoutingId> path = functions_.bridges_above(id);
     const RoutingId top = path.empty() ? id : path.back();
     if (!bridge)
         return !machine_.bridges().above(top);
@@ -78,7 +78,7 @@ std::vector<RoutingId> HotPlug::gone_below(const bridge_rec &bridge,
         candidates.insert(function->id());
     std::vector<RoutingId> gone;
     for (const RoutingId id : candidates)
-        if (machine_.find(id) && (!space_.sysfs().has(id) || space_.is_another(id)))
+        if (machine_.find(id) && (!functions_.has(id) || functions_.is_another(id)))
             gone.push_back(id);
     return gone;
 }
@@ -86,11 +86,11 @@ std::vector<RoutingId> HotPlug::gone_below(const bridge_rec &bridge,
 // Without those that do not answer, and without virtual functions, which modules do not see.
 std::vector<RoutingId> HotPlug::come_below(const bridge_rec *bridge) const {
     std::vector<RoutingId> come;
-    for (const RoutingId id : space_.functions()) {
-        if (machine_.find(id) || space_.sysfs().is_virtual(id) || !is_below(id, bridge))
+    for (const RoutingId id : functions_.functions()) {
+        if (machine_.find(id) || functions_.is_virtual(id) || !is_below(id, bridge))
             continue;
-        space_.forget(id);
-        if (space_.answers(id))
+        functions_.forget(id);
+        if (functions_.answers(id))
             come.push_back(id);
     }
     return come;
@@ -114,7 +114,7 @@ void HotPlug::remove(bridge_rec *bridge, const std::vector<RoutingId> &gone) {
     machine_.update(gone, {});
     for (const RoutingId id : gone) {
         served()->msix_tables.forget(id);
-        space_.forget(id);
+        functions_.forget(id);
     }
     call_bridge_hooks(BUSCFG_HOOK_POST_REMOVAL, bridge, bus, PCI_OK);
 }

@@ -5,7 +5,7 @@
 #include <set>
 
 #include "host/machine/machine.h"
-#include "host/space/live_space.h"
+#include "host/space/live_functions.h"
 #include "host/watch/event_groups.h"
 #include "host/watch/kernel_events.h"
 
@@ -25,7 +25,7 @@ public:
         std::function<std::string(const std::vector<RoutingId> &come)> outcome;
     };
 
-    HotPlug(Machine &machine, LiveSpace &space, Observer observer);
+    HotPlug(Machine &machine, LiveFunctions &functions, Observer observer);
 
     void take(const KernelEvent &event);
 
@@ -52,7 +52,7 @@ private:
     void insert_root_buses(const std::vector<RoutingId> &come);
 
     Machine &machine_;
-    LiveSpace &space_;
+    LiveFunctions &functions_;
     Observer observer_;
     EventGroups groups_;
 };

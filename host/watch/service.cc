@@ -12,15 +12,17 @@
 #include <vector>
 
 #include "host/base/log.h"
+#include "host/space/live_error.h"
 #include "host/watch/signals.h"
 
 namespace host {
 
 class Service::Loop {
 public:
-    Loop(Service &service, Machine &machine, LiveSpace &space, const Actions &actions)
-        : service_(service), hot_plug_(machine, space, actions.hot_plug), execute_(actions.execute),
-          status_(actions.status), lines_(service.socket_.get(), executed()) {
+    Loop(Service &service, Machine &machine, LiveFunctions &functions, const Actions &actions)
+        : service_(service), hot_plug_(machine, functions, actions.hot_plug),
+          execute_(actions.execute), status_(actions.status),
+          lines_(service.socket_.get(), executed()) {
         if (service.standard_input_)
             lines_.read_stream(STDIN_FILENO);
     }
@@ -126,8 +128,8 @@ void Service::read_standard_input() {
     standard_input_ = true;
 }
 
-bool Service::serve_until_told(Machine &machine, LiveSpace &space, const Actions &actions) {
-    Loop loop(*this, machine, space, actions);
+bool Service::serve_until_told(Machine &machine, LiveFunctions &functions, const Actions &actions) {
+    Loop loop(*this, machine, functions, actions);
     const bool all_done = loop.run();
     sd_notify(0, "STOPPING=1");
     return all_done;

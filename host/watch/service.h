@@ -34,7 +34,7 @@ public:
 
     // Until SIGTERM or SIGINT. Tells the service manager when it begins and when it ends. False
     // when an event of standard input, which has no answers, failed.
-    bool serve_until_told(Machine &machine, LiveSpace &space, const Actions &actions);
+    bool serve_until_told(Machine &machine, LiveFunctions &functions, const Actions &actions);
 
 private:
     class Loop;
