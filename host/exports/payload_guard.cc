@@ -3,70 +3,17 @@
 #include <algorithm>
 #include <map>
 #include <new>
-#include <optional>
 #include <vector>
 
 #include "host/base/address.h"
 #include "host/base/log.h"
-#include "host/exports/register_access.h"
+#include "host/exports/payload_sizes.h"
 #include "host/exports/serve.h"
-#include "platform/capability.h"
-#include "platform/pci_regs.h"
 
 namespace host {
 namespace {
 
-constexpr unsigned LOWEST = 0;  // the code of 128 bytes, which everything supports
-
 using Ids = std::set<RoutingId>;
-
-unsigned code_of(std::uint16_t devctl) {
-    return pci::get(devctl, pci::DEVCTL_MPS);
-}
-
-std::string bytes_text(unsigned code) {
-    return std::to_string(pci::size_bytes(code)) + " bytes";
-}
-
-// PCI_ERR_NOT_SUPPORTED without such a register.
-pci_err_t read_devctl(const Function &function, std::uint16_t &devctl) {
-    const auto pcie = function.cap(CAPID_PCIE);
-    if (!pcie || *pcie + pci::DEVCTL + sizeof devctl > pci::CONFIG_SIZE)
-        return PCI_ERR_NOT_SUPPORTED;
-    return read_register(function.bdf, *pcie + pci::DEVCTL, devctl);
-}
-
-// What the port above a function is set to, the lowest where it may be one of several.
-struct Bound {
-    bdf_t port;
-    unsigned code;
-    pci_err_t error;  // of the port that cannot be read; `code` is then LOWEST
-};
-
-Bound bound_of(const Machine &machine, bdf_t port) {
-    const Function *function = machine.find(port);
-    std::uint16_t devctl = 0;
-    const pci_err_t error = function ? read_devctl(*function, devctl) : PCI_ERR_NO_DEVICE;
-    return {.port = port, .code = error ? LOWEST : code_of(devctl), .error = error};
-}
-
-// Nothing on a root bus.
-std::optional<Bound> lowest_bound(const Machine &machine, const std::vector<bdf_t> &ports) {
-    std::optional<Bound> lowest;
-    for (const bdf_t port : ports)
-        if (const Bound bound = bound_of(machine, port); !lowest || bound.code < lowest->code)
-            lowest = bound;
-    return lowest;
-}
-
-std::string port_text(const Bound &bound) {
-    return ", while the port above, " + bdf_text(bound.port) +
-           (bound.error ? ", cannot be read" : ", is set to " + bytes_text(bound.code));
-}
-
-std::string excess_text(const Function &function, unsigned code, const Bound &bound) {
-    return bdf_text(function.bdf) + ": payload size of " + bytes_text(code) + port_text(bound);
-}
 
 // One call of keep_payloads_in_bounds().
 class Repair {
@@ -130,7 +77,7 @@ private:
         if (error == PCI_ERR_IO && was_written)
             failures_[function.id()] =
                 bdf_text(function.bdf) + ": payload size cannot be read" + port_text(bound);
-        if (error || code_of(devctl) <= bound.code)
+        if (error || payload_code(devctl) <= bound.code)
             return false;
         concerned_.insert(function.id());
         return lower(function, devctl, bound);
@@ -138,13 +85,10 @@ private:
 
     // Where a port reads nothing, what is below it gets the size that everything supports.
     bool lower(const Function &function, std::uint16_t devctl, const Bound &bound) {
-        const std::string excess = excess_text(function, code_of(devctl), bound);
+        const std::string excess = excess_text(function, payload_code(devctl), bound);
         const unsigned code = std::min<unsigned>(bound.code, function.mpss);
-        const unsigned offset = *function.cap(CAPID_PCIE) + pci::DEVCTL;
-        devctl = pci::set(devctl, pci::DEVCTL_MPS, code);
-        std::uint16_t after = 0;
-        if (write_register(function.bdf, offset, devctl, after) != PCI_OK ||
-            code_of(after) > bound.code) {
+        unsigned after = 0;
+        if (write_payload(function, devctl, code, after) != PCI_OK || after > bound.code) {
             failures_[function.id()] = excess + ": cannot be lowered";
             return false;
         }
@@ -160,12 +104,12 @@ private:
 
 pci_err_t admit(const Function &function, unsigned code) {
     const Machine &machine = served()->machine;
-    const auto bound = lowest_bound(machine, machine.bridges().ports_above(function.bdf));
+    const auto bound = lowest_bound(machine, function);
     const bool is_supported = code <= function.mpss;
     if (is_supported && (!bound || code <= bound->code))
         return PCI_OK;
     std::uint16_t now = 0;
-    if (read_devctl(function, now) == PCI_OK && code_of(now) == code)
+    if (read_devctl(function, now) == PCI_OK && payload_code(now) == code)
         return PCI_OK;
     if (!is_supported)
         return PCI_ERR_INVALID;
@@ -182,7 +126,8 @@ pci_err_t admit_payload(const Function &function, std::uint16_t devctl) {
             const std::scoped_lock guard(writes.lock);
             writes.written.insert(function.id());
         }
-        return code_of(devctl) == LOWEST ? PCI_OK : admit(function, code_of(devctl));
+        return payload_code(devctl) == LOWEST_PAYLOAD ? PCI_OK
+                                                      : admit(function, payload_code(devctl));
     } catch (const std::bad_alloc &) {
         return PCI_ERR_NO_MEMORY;
     }
@@ -219,10 +164,10 @@ void warn_about_payloads_found() {
             now->payload_writes.failed.contains(function->id()) ||
             read_devctl(*function, devctl) != PCI_OK)
             continue;
-        const auto bound =
-            lowest_bound(now->machine, now->machine.bridges().ports_above(function->bdf));
-        if (bound && !bound->error && code_of(devctl) > bound->code)
-            log_warning(excess_text(*function, code_of(devctl), *bound) + ": left as it was found");
+        const auto bound = lowest_bound(now->machine, *function);
+        if (bound && !bound->error && payload_code(devctl) > bound->code)
+            log_warning(excess_text(*function, payload_code(devctl), *bound) +
+                        ": left as it was found");
     }
 }
 

@@ -1,0 +1,66 @@
+#include "host/exports/payload_sizes.h"
+
+#include "host/base/address.h"
+#include "host/exports/register_access.h"
+#include "platform/capability.h"
+#include "platform/pci_regs.h"
+
+namespace host {
+namespace {
+
+Bound bound_of(const Machine &machine, bdf_t port) {
+    const Function *function = machine.find(port);
+    std::uint16_t devctl = 0;
+    const pci_err_t error = function ? read_devctl(*function, devctl) : PCI_ERR_NO_DEVICE;
+    return {.port = port, .code = error ? LOWEST_PAYLOAD : payload_code(devctl), .error = error};
+}
+
+}  // namespace
+
+unsigned payload_code(std::uint16_t devctl) {
+    return pci::get(devctl, pci::DEVCTL_MPS);
+}
+
+std::string bytes_text(unsigned code) {
+    return std::to_string(pci::size_bytes(code)) + " bytes";
+}
+
+pci_err_t read_devctl(const Function &function, std::uint16_t &devctl) {
+    const auto pcie = function.cap(CAPID_PCIE);
+    if (!pcie || *pcie + pci::DEVCTL + sizeof devctl > pci::CONFIG_SIZE)
+        return PCI_ERR_NOT_SUPPORTED;
+    return read_register(function.bdf, *pcie + pci::DEVCTL, devctl);
+}
+
+pci_err_t write_payload(const Function &function, std::uint16_t devctl, unsigned code,
+                        unsigned &after) {
+    devctl = pci::set(devctl, pci::DEVCTL_MPS, code);
+    const unsigned offset = *function.cap(CAPID_PCIE) + pci::DEVCTL;
+    if (const pci_err_t error = write_register(function.bdf, offset, devctl, devctl))
+        return error;
+    after = payload_code(devctl);
+    return PCI_OK;
+}
+
+std::optional<Bound> lowest_bound(const Machine &machine, const std::vector<bdf_t> &ports) {
+    std::optional<Bound> lowest;
+    for (const bdf_t port : ports)
+        if (const Bound bound = bound_of(machine, port); !lowest || bound.code < lowest->code)
+            lowest = bound;
+    return lowest;
+}
+
+std::optional<Bound> lowest_bound(const Machine &machine, const Function &function) {
+    return lowest_bound(machine, machine.bridges().ports_above(function.bdf));
+}
+
+std::string port_text(const Bound &bound) {
+    return ", while the port above, " + bdf_text(bound.port) +
+           (bound.error ? ", cannot be read" : ", is set to " + bytes_text(bound.code));
+}
+
+std::string excess_text(const Function &function, unsigned code, const Bound &bound) {
+    return bdf_text(function.bdf) + ": payload size of " + bytes_text(code) + port_text(bound);
+}
+
+}  // namespace host
