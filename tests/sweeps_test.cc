@@ -54,7 +54,7 @@ struct Sweeps : ModuleTest {
         whole.emplace(*image);
         set_to_512(*whole->bridges().by_bdf(0x10));
         above_their_ports.clear();
-        host::serve(&*whole, managed);
+        host::serve(&*whole, managed, true);
         image->set_filter(std::move(filter));
         // With messages or without: that changes nothing.
         pci_slog = ++runs % 2 != 0 ? nullptr : slog;

@@ -68,6 +68,8 @@ void declare(CLI::App &app, RawOptions &raw, Options &options) {
                    "With --write, where a payload size would change under a driver at work: refuse "
                    "to write anything (default), skip the hierarchy, or write")
         ->type_name("WHAT");
+    app.add_flag("--complete", options.complete,
+                 "Set bridges that modules pass over to their hierarchy's payload size");
     app.add_flag("--cold", options.cold, "Every function starts in reset state, as after power-on");
     app.add_option("--domain", raw.domain, "Domain that is served, default 0")->type_name("N");
     app.add_option("--manage", raw.managed, "Buses that are managed, as 00-7f,ff; default all")

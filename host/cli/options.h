@@ -27,6 +27,7 @@ struct Options {
     ReportForm report = ReportForm::TABLE;
     bool cold = false;
     Busy busy = Busy::REFUSE;  // with --write
+    bool complete = false;
     bool watch = false;
     std::optional<std::filesystem::path> control;  // socket, with `watch`
     ManagedBuses managed = ManagedBuses(256, true);

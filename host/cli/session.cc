@@ -108,7 +108,7 @@ Session::Session(const Options &options, std::istream &in)
       player_(player_for(source_, *machine_)), events_(wanted_events(options, in, *player_)),
       left_alone_(leave_busy_alone(options, modules_, source_, *machine_)),
       exit_watch_(EXIT_BAD_INPUT),
-      serving_(*machine_, managed_buses(options, left_alone_, *machine_)),
+      serving_(*machine_, managed_buses(options, left_alone_, *machine_), options.complete),
       report_(begin_report(*machine_, options.source.domain)) {
     report_.left_alone = left_alone_;
 }

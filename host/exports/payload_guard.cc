@@ -126,6 +126,8 @@ pci_err_t admit_payload(const Function &function, std::uint16_t devctl) {
             const std::scoped_lock guard(writes.lock);
             writes.written.insert(function.id());
         }
+        if (const pci_err_t error = note_given_payload(function, devctl))
+            return error;
         return payload_code(devctl) == LOWEST_PAYLOAD ? PCI_OK
                                                       : admit(function, payload_code(devctl));
     } catch (const std::bad_alloc &) {
@@ -144,6 +146,7 @@ bool keep_payloads_in_bounds() {
         const std::scoped_lock guard(writes.lock);
         written.swap(writes.written);
     }
+    complete_hierarchies(*now, written);
     Repair repair(now->machine, std::move(written));
     repair.run();
     for (const auto &[id, why] : repair.failures()) {

@@ -26,10 +26,10 @@ struct PayloadWrites {
 // the port's register gives; a size that the function has already is never refused.
 pci_err_t admit_payload(const Function &function, std::uint16_t devctl);
 
-// After start-up and after hooks: each function that stands above its port, and of which or of
-// whose port a payload size has been written since the last call, is lowered to the port's size,
-// from the root port down. False when any could not be lowered, now or earlier, which an error
-// tells.
+// After start-up and after hooks: hierarchies are completed, where that is asked for. Then each
+// function that stands above its port, and of which or of whose port a payload size has been
+// written since the last call, is lowered to the port's size, from the root port down. False when
+// any could not be lowered, now or earlier, which an error tells.
 bool keep_payloads_in_bounds();
 
 // A warning for each function that stands above its port, after start-up: as it was found.

@@ -17,6 +17,15 @@ Bound bound_of(const Machine &machine, bdf_t port) {
 
 }  // namespace
 
+const bridge_rec *topmost_bridge(const Machine &machine, RoutingId id) {
+    const bridge_rec *record = machine.bridges().by_bdf(id);
+    if (!record)
+        record = machine.bridges().above(id);
+    while (record && record->parent && record->parent->bridge_kind != BRIDGE_KIND_HOST)
+        record = record->parent;
+    return record && record->parent ? record : nullptr;
+}
+
 unsigned payload_code(std::uint16_t devctl) {
     return pci::get(devctl, pci::DEVCTL_MPS);
 }

@@ -13,6 +13,9 @@ namespace host {
 
 constexpr unsigned LOWEST_PAYLOAD = 0;  // 128 bytes, which everything supports
 
+// The bridge on a root bus that a function is or is below; null when there is none.
+const bridge_rec *topmost_bridge(const Machine &machine, RoutingId id);
+
 unsigned payload_code(std::uint16_t devctl);
 
 // "256 bytes"

@@ -1,5 +1,6 @@
 // Operations of PCI Express capability objects.
 #include "host/exports/capability_objects.h"
+#include "host/exports/complete_hierarchies.h"
 #include "host/exports/payload_guard.h"
 #include "host/exports/register_access.h"
 #include "platform/pci_regs.h"
@@ -72,8 +73,11 @@ pci_err_t read_devcap(pcie_cap_t *cap, std::uint32_t *value) {
 
 pci_err_t read_devctl(pcie_cap_t *cap, std::uint16_t *value) {
     const Function *function = nullptr;
-    const pci_err_t error = enter(cap->head, function);
-    return error ? error : read_at(cap, pci::DEVCTL, value);
+    if (const pci_err_t error = enter(cap->head, function))
+        return error;
+    if (const pci_err_t error = read_at(cap, pci::DEVCTL, value))
+        return error;
+    return note_given_payload(*function, *value);
 }
 
 pci_err_t write_devctl(pcie_cap_t *cap, std::uint32_t reserved, std::uint16_t *value) {

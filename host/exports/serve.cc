@@ -14,11 +14,12 @@ std::atomic<Served *> current = nullptr;
 
 }  // namespace
 
-void serve(Machine *machine, ManagedBuses managed) {
+void serve(Machine *machine, ManagedBuses managed, bool complete) {
     std::unique_ptr<Served> next;
     if (machine) {
         machine->bridges().set_operations(pcie_operations());
-        next.reset(new Served{.machine = *machine, .managed = std::move(managed)});
+        next.reset(
+            new Served{.machine = *machine, .managed = std::move(managed), .complete = complete});
     }
     next.reset(current.exchange(next.release()));  // frees the former one
 }

@@ -3,6 +3,7 @@
 
 #include <vector>
 
+#include "host/exports/complete_hierarchies.h"
 #include "host/exports/event_records.h"
 #include "host/exports/find_functions.h"
 #include "host/exports/msix_tables.h"
@@ -18,22 +19,25 @@ using ManagedBuses = std::vector<bool>;  // 256 of them
 struct Served {
     Machine &machine;
     const ManagedBuses managed;
+    const bool complete;  // --complete
     FoundFunctions found_functions{};
     MsixTables msix_tables{};
     EventRecords event_records{};
     PayloadWrites payload_writes{};
+    GivenPayloads given_payloads{};
 };
 
 // Makes `machine`, which must outlive its use, the one that every export answers for; null: no
-// functions. Event records and vector tables of the machine served before become invalid. Not
-// thread-safe against calls of exports.
-void serve(Machine *machine, ManagedBuses managed = ManagedBuses(256, true));
+// functions. With `complete`, see complete_hierarchies.h. Event records and vector tables of the
+// machine served before become invalid. Not thread-safe against calls of exports.
+void serve(Machine *machine, ManagedBuses managed = ManagedBuses(256, true), bool complete = false);
 
 // The exports answer for a machine as long as this lives.
 class Serving {
 public:
-    explicit Serving(Machine &machine, const ManagedBuses &managed = ManagedBuses(256, true)) {
-        serve(&machine, managed);
+    explicit Serving(Machine &machine, const ManagedBuses &managed = ManagedBuses(256, true),
+                     bool complete = false) {
+        serve(&machine, managed, complete);
     }
     ~Serving() { serve(nullptr); }
     Serving(const Serving &) = delete;

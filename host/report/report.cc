@@ -124,6 +124,8 @@ void read_states(Report &report, const Machine &machine) {
     for (FunctionReport &row : report.functions) {
         row.after = read_feature_state(machine, row.function);
         row.removed = row.gone() && !machine.reachable(row.function);
+        row.completed = row.after.mps && row.after.mps->current &&
+                        is_completed(row.function, *row.after.mps->current);
     }
 }
 

@@ -28,9 +28,12 @@ Json class_json(const Function &function) {
 Json mps_json(const FunctionReport &row) {
     if (!row.before.mps)
         return nullptr;
-    return {{"supported", value_or_null(row.before.mps->supported)},
-            {"before", value_or_null(row.before.mps->current)},
-            {"after", row.after.mps ? value_or_null(row.after.mps->current) : Json(nullptr)}};
+    Json mps = {{"supported", value_or_null(row.before.mps->supported)},
+                {"before", value_or_null(row.before.mps->current)},
+                {"after", row.after.mps ? value_or_null(row.after.mps->current) : Json(nullptr)}};
+    if (row.completed)
+        mps["completed"] = true;
+    return mps;
 }
 
 Json control_json(const FunctionReport &row, EcrcControl EcrcState::*control) {

@@ -74,7 +74,7 @@ std::string payload_text(const FunctionReport &row) {
         return NOTHING_TEXT;
     const std::string before = size_text(row.before.mps->current);
     const std::string after = size_text(row.after.mps->current);
-    return before == after ? after : before + "→" + after;
+    return before == after ? after : before + (row.completed ? "⇒" : "→") + after;
 }
 
 std::string ecrc_text(const FunctionReport &row, EcrcControl EcrcState::*control) {
@@ -112,6 +112,7 @@ std::string summary_text(const Report &report) {
         if (number != 0)
             text += ", " + std::to_string(number) + what;
     };
+    add(count(&FunctionReport::completed), " by --complete (⇒)");
     add(count(&FunctionReport::removed), " removed");
     add(count([](const FunctionReport &row) { return !row.managed; }), " not managed");
     add(count([](const FunctionReport &row) { return row.function.physical.has_value(); }),

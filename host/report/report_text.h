@@ -19,7 +19,8 @@ std::string gone_text(const FunctionReport &row);
 // "256"
 std::string size_text(std::optional<unsigned> size);
 
-// What a function is set to, with an arrow where that has changed: "128→256", "off→on".
+// What a function is set to, with an arrow where that has changed: "128→256", "off→on", and
+// "128⇒256" where the host has set it.
 std::string payload_text(const FunctionReport &row);
 std::string ecrc_text(const FunctionReport &row, EcrcControl EcrcState::*control);
 

@@ -9,7 +9,21 @@
 
 namespace host::tests {
 
-using MpsGuard = MpsTest;
+class MpsGuard : public MpsTest {
+protected:
+    // Sizes are codes, a digit a function.
+    void set_sizes(const std::vector<FunctionSpec> &functions, const std::string &codes) {
+        for (std::size_t i = 0; i < functions.size(); ++i)
+            machine->image.write(functions[i].id, DEVCTL_AT, 2,
+                                 static_cast<unsigned>(codes[i] - '0') * 32U);
+    }
+    std::string sizes(const std::vector<FunctionSpec> &functions) {
+        std::string codes;
+        for (const FunctionSpec &function : functions)
+            codes += std::to_string(std::countr_zero(payload(function.id)) - 7);
+        return codes;
+    }
+};
 
 const auto SWITCH =
     functions("0.1:4>1-4=2 1.0:5>2-4=2 2.0:6>3-3=2 2.1:6>4-4=2 3.0:0>0-0=2 4.0:0>0-0=2");
@@ -25,7 +39,7 @@ static AccessFilter keeps_512(RoutingId id) {
     };
 }
 
-// Sizes are codes, a digit a function. Bus 4 is not managed. Where a function is reset, a fault
+// Bus 4 is not managed. Where a function is reset, a fault
 // comes after start-up, and so does somebody who sets 02:00.0 to 128.
 TEST_F(MpsGuard, LeavesNoFunctionAboveItsPort) {
     const auto fails = [](RoutingId id, unsigned last = FOREVER) {
@@ -54,9 +68,7 @@ TEST_F(MpsGuard, LeavesNoFunctionAboveItsPort) {
     for (const auto &row : rows) {
         SCOPED_TRACE(row.name);
         serve(row.machine, managed);
-        for (std::size_t i = 0; i < row.machine.size(); ++i)
-            machine->image.write(row.machine[i].id, DEVCTL_AT, 2,
-                                 static_cast<unsigned>(row.before[i] - '0') * 32U);
+        set_sizes(row.machine, row.before);
         machine->image.set_filter(row.reset ? AccessFilter() : row.fault);
         start_with("MPS=" + row.request);
         if (row.reset) {
@@ -67,10 +79,77 @@ TEST_F(MpsGuard, LeavesNoFunctionAboveItsPort) {
         }
         EXPECT_EQ(keep_payloads_in_bounds(), row.in_bounds);
         machine->image.set_filter({});
-        std::string after;
-        for (const FunctionSpec &function : row.machine)
-            after += std::to_string(std::countr_zero(payload(function.id)) - 7);
-        EXPECT_EQ(after, row.after);
+        EXPECT_EQ(sizes(row.machine), row.after);
+    }
+}
+
+// The module sets the path to 03:00.0: the first three, and the seventh.
+TEST_F(MpsGuard, CompletesHierarchiesOfOneSize) {
+    const std::string switches =
+        "0.1:4>1-10=2 1.0:5>2-10=2 2.0:6>3-3=2 2.1:6>4-4=2 2.2:6>5-8=2 2.3:6>9-10=2 3.0:0>0-0=2 "
+        "4.0:0>0-0=2 5.0:5>6-8=2 6.0:6>7-7=2 6.1:6>8-8=2 9.0:7>10-10=2 10.0:-";
+    const auto whole = functions(switches);
+    const auto one_bus_twice = functions(replaced(switches, "2.1:6>4-4", "2.1:6>5-8"));
+    const auto reset_bridge = [&] { machine->image.reset(at(9)); };
+    const auto flr = [] { call_reset_hooks(BUSCFG_HOOK_POST_RESET, RESET_TYPE_FLR, at(3), 0); };
+    const auto bus_reset = [&] {
+        call_reset_hooks(BUSCFG_HOOK_POST_RESET, RESET_TYPE_BUS, at(2, 3), 0);
+    };
+    const AccessFilter neither_there_nor_back = [](ImageAccess &access) {
+        const bool is_back = writes_to(at(6, 0), DEVCTL_AT)(access) && access.value == 0;
+        return writes_to(at(6, 1), DEVCTL_AT)(access) || is_back ? PCI_ERR_IO : PCI_OK;
+    };
+    const auto other_size = [&] {
+        std::uint16_t devctl = 1 << 5;
+        module::call(machine->bridge(at(2))->pcie_cap, &pcie_cap_ops_t::write_devctl, 0U, &devctl);
+    };
+    const struct {
+        std::string name, after;
+        std::string before = "0000000000000", request = "all:max";
+        bool complete = true;
+        unsigned unmanaged = 4;
+        std::vector<FunctionSpec> machine = {};
+        AccessFilter fault = {};
+        std::function<void()> then = [] {};
+    } rows[] = {
+        {"a function below has less", "2220222022220"},
+        {"all below has as much", "2222222222220", "0000000200000"},
+        {"as after an earlier start", "2220222022220", "2220002000000"},
+        {"nobody asks", "2000000000000", "2000000000000", "9.0.0:max"},
+        {"another size", "1110111011110", "0000000000000", "3.0.0:256"},
+        {.name = "no option", .after = "2220002000000", .complete = false},
+        {.name = "a bus is not managed", .after = "2222022200020", .unmanaged = 6},
+        {.name = "one bus twice", .after = "2220022000020", .machine = one_bus_twice},
+        {.name = "a write fails",
+         .after = "2220022000020",
+         .fault = fail(writes_to(at(6, 1), DEVCTL_AT), 1)},
+        {.name = "cannot be set back", .after = "2220222022020", .fault = neither_there_nor_back},
+        {.name = "programmed again",
+         .after = "2220222022220",
+         .then = [&] { reset_bridge(), bus_reset(); }},
+        {.name = "a bridge of the module's",
+         .after = "2200222022220",
+         .then = [&] { machine->image.reset(at(2, 0)), flr(); }},
+        {.name = "no longer of one size",
+         .after = "2210221022200",
+         .then = [&] { reset_bridge(), other_size(); }},
+        {.name = "the root port is lowered", .after = "0220222022200", .then = [&] {
+             reset_bridge(), machine->image.write(at(0, 1), DEVCTL_AT, 2, 0), flr();
+         }}};
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.name);
+        const auto &functions = row.machine.empty() ? whole : row.machine;
+        ManagedBuses managed(256, true);
+        managed[row.unmanaged] = false;
+        serve(functions, managed, row.complete);
+        set_sizes(functions, row.before);
+        machine->image.set_filter(row.fault);
+        start_with("MPS=" + row.request);
+        keep_payloads_in_bounds();
+        row.then();
+        keep_payloads_in_bounds();
+        machine->image.set_filter({});
+        EXPECT_EQ(sizes(functions), row.after);
     }
 }
 

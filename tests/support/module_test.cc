@@ -47,10 +47,11 @@ ModuleTest::~ModuleTest() {
     std::filesystem::remove_all(directory_);
 }
 
-TestMachine &ModuleTest::serve(const std::vector<FunctionSpec> &functions, ManagedBuses managed) {
+TestMachine &ModuleTest::serve(const std::vector<FunctionSpec> &functions, ManagedBuses managed,
+                               bool complete) {
     reset();
     machine.emplace(functions);
-    host::serve(&*machine->machine, std::move(managed));
+    host::serve(&*machine->machine, std::move(managed), complete);
     return *machine;
 }
 

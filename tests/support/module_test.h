@@ -46,7 +46,7 @@ protected:
 
     // The machine from now on, with a module that has never run.
     TestMachine &serve(const std::vector<FunctionSpec> &functions,
-                       ManagedBuses managed = ManagedBuses(256, true));
+                       ManagedBuses managed = ManagedBuses(256, true), bool complete = false);
 
     // The module as it was loaded, without a message; what it kept for the life of the process is
     // released.

@@ -1,0 +1,168 @@
+#include "host/exports/complete_hierarchies.h"
+
+#include <new>
+#include <utility>
+#include <vector>
+
+#include "host/base/address.h"
+#include "host/base/log.h"
+#include "host/exports/payload_sizes.h"
+#include "host/exports/serve.h"
+#include "platform/pci_regs.h"
+
+namespace host {
+namespace {
+
+// Sets bridges to one size. What has been set is set back when this ends, unless it is kept; not
+// above a bridge that could not be set back, which would then exceed its port.
+class Raise {
+public:
+    Raise(const Machine &machine, unsigned code) : machine_(machine), code_(code) {}
+    ~Raise() {
+        auto each = set_.rbegin();
+        while (each != set_.rend() && set_back(*each->first, each->second))
+            ++each;
+    }
+    Raise(const Raise &) = delete;
+    Raise &operator=(const Raise &) = delete;
+
+    bool set(const Function &bridge) {
+        const auto bound = lowest_bound(machine_, bridge);
+        std::uint16_t devctl = 0;
+        if (!bound || bound->code < code_ || read_devctl(bridge, devctl) != PCI_OK)
+            return false;
+        set_.emplace_back(&bridge, payload_code(devctl));
+        unsigned after = 0;
+        return write_payload(bridge, devctl, code_, after) == PCI_OK && after == code_;
+    }
+
+    void keep() { set_.clear(); }
+
+private:
+    static bool set_back(const Function &bridge, unsigned old) {
+        std::uint16_t devctl = 0;
+        pci_err_t error = read_devctl(bridge, devctl);
+        if (error == PCI_ERR_NO_DEVICE)
+            return true;
+        unsigned after = payload_code(devctl);
+        if (!error && after != old)
+            error = write_payload(bridge, devctl, old, after);
+        const bool is_back = !error && after == old;
+        if (!is_back)
+            log_error(bdf_text(bridge.bdf) + ": payload size cannot be set back to " +
+                      bytes_text(old));
+        return is_back;
+    }
+
+    const Machine &machine_;
+    const unsigned code_;
+    std::vector<std::pair<const Function *, unsigned>> set_;
+};
+
+// Why not all could be set; empty when they were.
+std::string set_all(const Machine &machine, const Branch &branch, unsigned code) {
+    Raise raise(machine, code);
+    for (const Function *bridge : branch.bridges)
+        if (!raise.set(*bridge))
+            return bdf_text(bridge->bdf) + " cannot be set";
+    raise.keep();
+    return "";
+}
+
+void complete(Served &now, const Hierarchy &hierarchy, const Branch &branch,
+              std::set<RoutingId> &written) {
+    std::string reason = branch.obstacle;
+    if (reason.empty()) {
+        for (const Function *bridge : branch.bridges)
+            written.insert(bridge->id());
+        reason = set_all(now.machine, branch, hierarchy.code);
+    }
+    const std::string size = bytes_text(hierarchy.code);
+    if (!reason.empty()) {
+        const std::string text = bdf_text(branch.bridges.front()->bdf) +
+                                 ": payload size left below " + size +
+                                 ", which its hierarchy has (--complete): " + reason;
+        if (now.given_payloads.told.insert(text).second)
+            log_warning(text);
+        return;
+    }
+    const std::scoped_lock guard(now.given_payloads.lock);
+    for (const Function *bridge : branch.bridges) {
+        now.given_payloads.by_host[bridge->id()] = hierarchy.code;
+        log_info(bdf_text(bridge->bdf) + ": payload size set to " + size +
+                 ", as its hierarchy (--complete)");
+    }
+}
+
+// "3 below 17:00.0, of 256 bytes"; empty when nothing is left to be done.
+std::string count_text(const Machine &machine, const Hierarchy &hierarchy,
+                       const GivenSizes &given) {
+    std::size_t count = 0;
+    for (const Branch &branch : incomplete_branches(machine, hierarchy, given))
+        count += branch.obstacle.empty() ? branch.bridges.size() : 0;
+    if (count == 0)
+        return "";
+    return std::to_string(count) + " below " + bdf_text(hierarchy.root_port->bdf) + ", of " +
+           bytes_text(hierarchy.code);
+}
+
+}  // namespace
+
+pci_err_t note_given_payload(const Function &function, std::uint16_t devctl) try {
+    GivenPayloads &given = served()->given_payloads;
+    const std::scoped_lock guard(given.lock);
+    given.by_modules[function.id()] = payload_code(devctl);
+    given.recent.insert(function.id());
+    given.by_host.erase(function.id());
+    return PCI_OK;
+} catch (const std::bad_alloc &) {
+    return PCI_ERR_NO_MEMORY;
+}
+
+void complete_hierarchies(Served &now, std::set<RoutingId> &written) {
+    const auto has_gone = [&](const auto &each) { return !now.machine.find(each.first); };
+    GivenSizes by_modules;
+    std::set<RoutingId> recent;
+    {
+        const std::scoped_lock guard(now.given_payloads.lock);
+        std::erase_if(now.given_payloads.by_modules, has_gone);
+        std::erase_if(now.given_payloads.by_host, has_gone);
+        by_modules = now.given_payloads.by_modules;
+        recent.swap(now.given_payloads.recent);
+    }
+    if (!now.complete)
+        return;
+    for (const Hierarchy &hierarchy : hierarchies_of_one_size(now.machine, by_modules, recent))
+        for (const Branch &branch : incomplete_branches(now.machine, hierarchy, by_modules))
+            complete(now, hierarchy, branch, written);
+}
+
+void tell_of_incomplete_hierarchies() {
+    Served *const now = served();
+    if (!now || now->complete)
+        return;
+    const std::scoped_lock guard(now->given_payloads.lock);
+    const GivenSizes &given = now->given_payloads.by_modules;
+    std::set<RoutingId> ids;
+    for (const auto &each : given)
+        ids.insert(each.first);
+    std::string text;
+    for (const Hierarchy &hierarchy : hierarchies_of_one_size(now->machine, given, ids))
+        if (const std::string count = count_text(now->machine, hierarchy, given); !count.empty())
+            text += (text.empty() ? "" : "; ") + count;
+    if (!text.empty())
+        log_info("bridges keep a smaller payload size than their hierarchy has: " + text +
+                 ". What is below them, or is plugged in there, has to refuse larger packets; "
+                 "--complete sets them");
+}
+
+bool is_completed(const Function &function, unsigned size) {
+    Served *const now = served();
+    if (!now)
+        return false;
+    const std::scoped_lock guard(now->given_payloads.lock);
+    const auto found = now->given_payloads.by_host.find(function.id());
+    return found != now->given_payloads.by_host.end() && pci::size_bytes(found->second) == size;
+}
+
+}  // namespace host

@@ -1,0 +1,49 @@
+// Which bridges modules have passed over, and whether they can be set: read, never written. What
+// --complete is for, and when, is in complete_hierarchies.h.
+//
+// A module gives a function a size by writing it to Device Control, whether or not it takes, and by
+// reading it there and leaving it: a register that holds the wanted size already is not written, as
+// after an earlier start of the server. The last size counts, as long as the function is there. A
+// hierarchy has been given one size when its root port and every other function of it that was
+// given one were last given the same, and the root port is set to that still.
+//
+// In such a hierarchy, the bridges that no module has given a size and that are set to less are
+// left to be set to the hierarchy's. All this must hold of such a bridge:
+// - It is a switch port or a PCI Express to PCI bridge on a managed bus.
+// - Bus numbers tell what is above and below it: none is claimed twice.
+// - It supports the size, and the ports above it are set to as much.
+// - Everything below it supports the size, and is set to as much or is a bridge that is set with
+//   it: a function that is set to less would have to refuse what the bridge lets through then.
+#pragma once
+
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "host/machine/machine.h"
+
+namespace host {
+
+// The last payload size, as a code, that a module has given each function.
+using GivenSizes = std::map<RoutingId, unsigned>;
+
+struct Hierarchy {
+    const Function *root_port;
+    unsigned code;
+};
+
+// Hierarchies of one size, among the ones that `ids` are in; ascending.
+std::vector<Hierarchy> hierarchies_of_one_size(const Machine &machine, const GivenSizes &given,
+                                               const std::set<RoutingId> &ids);
+
+// Bridges below each other, a port before what is below it: all of them can be set, or none.
+struct Branch {
+    std::vector<const Function *> bridges;
+    std::string obstacle;  // what stands in the way; empty when nothing does
+};
+
+std::vector<Branch> incomplete_branches(const Machine &machine, const Hierarchy &hierarchy,
+                                        const GivenSizes &given);
+
+}  // namespace host
