@@ -2,6 +2,7 @@
 
 #include "host/exports/complete_hierarchies.h"
 #include "host/exports/payload_guard.h"
+#include "host/exports/payload_mismatches.h"
 
 namespace host {
 

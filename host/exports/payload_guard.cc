@@ -156,22 +156,4 @@ bool keep_payloads_in_bounds() {
     return writes.failed.empty();
 }
 
-void warn_about_payloads_found() {
-    Served *const now = served();
-    if (!now)
-        return;
-    const std::scoped_lock guard(now->payload_writes.one_repair);
-    for (const Function *function : now->machine.functions()) {
-        std::uint16_t devctl = 0;
-        if (!now->machine.reachable(*function) ||
-            now->payload_writes.failed.contains(function->id()) ||
-            read_devctl(*function, devctl) != PCI_OK)
-            continue;
-        const auto bound = lowest_bound(now->machine, *function);
-        if (bound && !bound->error && payload_code(devctl) > bound->code)
-            log_warning(excess_text(*function, payload_code(devctl), *bound) +
-                        ": left as it was found");
-    }
-}
-
 }  // namespace host

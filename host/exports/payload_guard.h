@@ -32,7 +32,4 @@ pci_err_t admit_payload(const Function &function, std::uint16_t devctl);
 // any could not be lowered, now or earlier, which an error tells.
 bool keep_payloads_in_bounds();
 
-// A warning for each function that stands above its port, after start-up: as it was found.
-void warn_about_payloads_found();
-
 }  // namespace host

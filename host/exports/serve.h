@@ -8,6 +8,7 @@
 #include "host/exports/find_functions.h"
 #include "host/exports/msix_tables.h"
 #include "host/exports/payload_guard.h"
+#include "host/exports/payload_mismatches.h"
 #include "host/machine/machine.h"
 
 namespace host {
@@ -25,6 +26,7 @@ struct Served {
     EventRecords event_records{};
     PayloadWrites payload_writes{};
     GivenPayloads given_payloads{};
+    PayloadMismatches payload_mismatches{};
 };
 
 // Makes `machine`, which must outlive its use, the one that every export answers for; null: no

@@ -125,6 +125,7 @@ void HotPlug::insert(bridge_rec *bridge, const std::vector<RoutingId> &come) {
     observer_.inserted();
     call_bridge_hooks(BUSCFG_HOOK_POST_INSERTION, bridge, bus_value(machine_, *bridge), PCI_OK);
     report_inserted(place_text(*bridge), come);
+    report_payload_mismatches(come);
 }
 
 // After the hooks, because it tells what they have done: the module's own warning says only that it
@@ -146,6 +147,7 @@ void HotPlug::insert_root_buses(const std::vector<RoutingId> &come) {
     for (bridge_rec *root : roots)
         call_bridge_hooks(BUSCFG_HOOK_POST_INSERTION, root, bus_value(machine_, *root), PCI_OK);
     report_inserted("on new root buses", come);
+    report_payload_mismatches(come);
 }
 
 }  // namespace host

@@ -153,6 +153,30 @@ TEST_F(MpsGuard, CompletesHierarchiesOfOneSize) {
     }
 }
 
+TEST_F(MpsGuard, ReportsFunctionsThatDifferFromTheirPorts) {
+    const struct {
+        std::string name, at_start, now;
+        RoutingId come;
+        unsigned errors;
+    } rows[] = {{"all agree", "222222", "222222", at(3), 0},
+                {"lower than its port", "222222", "222202", at(3), 1},
+                {"as low as a port that is too low", "220222", "220202", at(3), 1},
+                {"above its port", "222122", "222122", at(4), 1},
+                {"another, as it was at start", "222201", "222201", at(3), 1},
+                {"others, whose port is lowered", "222222", "220222", at(4), 2},
+                {"a lowered root port", "222222", "022222", at(4), 1}};
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.name);
+        serve(SWITCH);
+        set_sizes(SWITCH, row.at_start);
+        warn_about_payloads_found();
+        set_sizes(SWITCH, row.now);
+        const auto before = log_counts().error;
+        report_payload_mismatches(std::vector{row.come});
+        EXPECT_EQ(log_counts().error - before, row.errors);
+    }
+}
+
 // Its other fields can be written all the same.
 TEST_F(MpsGuard, RefusesNoSizeThatAFunctionHas) {
     serve({{.id = at(0, 1), .port = 4, .secondary = 1, .payload_cap = 1},

@@ -1,0 +1,110 @@
+#include "host/exports/payload_mismatches.h"
+
+#include <algorithm>
+#include <optional>
+#include <set>
+
+#include "host/base/address.h"
+#include "host/base/log.h"
+#include "host/exports/payload_sizes.h"
+#include "host/exports/serve.h"
+
+namespace host {
+namespace {
+
+std::string excess(const Function &function, unsigned code, const Bound &port) {
+    return excess_text(function, code, port) + ": larger packets of this function are lost";
+}
+
+// Some port above the function is set to more.
+std::string shortfall(const Function &function, unsigned code, const Bound &port) {
+    return bdf_text(function.bdf) + ": payload size of " + bytes_text(code) + ", below " +
+           bdf_text(port.port) + ", which is set to " + bytes_text(port.code) +
+           ": larger packets to this function are lost";
+}
+
+// The nearest port above a function that is set to more than `code`.
+std::optional<Bound> larger_port(const Machine &machine, const Function &function, unsigned code) {
+    for (auto port = lowest_bound(machine, function); port && !port->error;) {
+        if (port->code > code)
+            return port;
+        const Function *const next = machine.find(port->port);
+        port = next ? lowest_bound(machine, *next) : std::nullopt;
+    }
+    return std::nullopt;
+}
+
+struct Setting {
+    unsigned code;
+    Bound port;  // the one above
+};
+
+// Nothing where there is no port above, or one of the two cannot be read.
+std::optional<Setting> setting_of(const Machine &machine, const Function &function) {
+    std::uint16_t devctl = 0;
+    const auto port = lowest_bound(machine, function);
+    if (!port || port->error || read_devctl(function, devctl) != PCI_OK)
+        return std::nullopt;
+    return Setting{.code = payload_code(devctl), .port = *port};
+}
+
+// Empty when nothing is lost.
+std::string mismatch(const Machine &machine, const Function &function, const Setting &setting) {
+    if (setting.code > setting.port.code)
+        return excess(function, setting.code, setting.port);
+    const auto larger = larger_port(machine, function, setting.code);
+    return larger ? shortfall(function, setting.code, *larger) : "";
+}
+
+// Every function that is in a hierarchy with one of these, and has a payload size.
+std::set<const Function *> related(const Machine &machine, std::span<const RoutingId> ids) {
+    std::set<const bridge_rec *> tops;
+    for (const RoutingId id : ids)
+        if (const bridge_rec *top = topmost_bridge(machine, id))
+            tops.insert(top);
+    std::set<const Function *> found;
+    for (const bridge_rec *top : tops)
+        for (const Function *function : machine.below(*top))
+            if (machine.reachable(*function) && function->port_type)
+                found.insert(function);
+    return found;
+}
+
+}  // namespace
+
+void warn_about_payloads_found() {
+    Served *const now = served();
+    if (!now)
+        return;
+    const std::scoped_lock guard(now->payload_writes.one_repair);
+    for (const Function *function : now->machine.functions()) {
+        if (!now->machine.reachable(*function) || !function->port_type)
+            continue;
+        const auto setting = setting_of(now->machine, *function);
+        if (!setting)
+            continue;
+        now->payload_mismatches[function->id()] = mismatch(now->machine, *function, *setting);
+        if (setting->code > setting->port.code &&
+            !now->payload_writes.failed.contains(function->id()))
+            log_warning(excess_text(*function, setting->code, setting->port) +
+                        ": left as it was found");
+    }
+}
+
+void report_payload_mismatches(std::span<const RoutingId> come) {
+    Served *const now = served();
+    if (!now)
+        return;
+    const std::scoped_lock guard(now->payload_writes.one_repair);
+    for (const Function *function : related(now->machine, come)) {
+        const auto setting = setting_of(now->machine, *function);
+        const std::string text = setting ? mismatch(now->machine, *function, *setting) : "";
+        std::string &before = now->payload_mismatches[function->id()];
+        const bool has_come = std::ranges::find(come, function->id()) != come.end();
+        if (!text.empty() && (has_come || text != before))
+            log_error(text);
+        before = text;
+    }
+}
+
+}  // namespace host
