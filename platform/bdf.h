@@ -1,5 +1,5 @@
-// Addresses of functions, and the write handle that is made of one: how they are put together and
-// taken apart.
+// Addresses of functions, and the write handle that is made of one: both are put together and taken
+// apart here only.
 #pragma once
 
 #include <cstdint>
@@ -32,7 +32,7 @@ constexpr std::uint16_t WRITE_HANDLE_ARI_MASK = 0xC3A5;
 
 namespace pci {
 
-// Highest numbers in an address.
+// The highest numbers in an address.
 constexpr unsigned HIGHEST_BUS = 255;
 constexpr unsigned HIGHEST_DEVICE = 31;
 constexpr unsigned HIGHEST_FUNCTION = 7;
@@ -50,7 +50,7 @@ constexpr bool is_ari(bdf_t bdf) {
     return (bdf & BDF_ARI_FLAG) != 0;
 }
 
-// What both forms of one function's address have in common.
+// Returns bits 15:0, which both forms of one function's address have in common.
 constexpr std::uint16_t routing_id_of(bdf_t bdf) {
     return static_cast<std::uint16_t>(bdf & BDF_ROUTING_ID);
 }
@@ -59,22 +59,22 @@ constexpr unsigned bus_of(bdf_t bdf) {
     return bdf >> 8 & 0xFF;
 }
 
-// 0 to 31; an ARI function counts as device 0.
+// Returns the device number, 0 to 31; an ARI function counts as device 0.
 constexpr unsigned device_of(bdf_t bdf) {
     return is_ari(bdf) ? 0 : bdf >> 3 & 0x1F;
 }
 
-// 0 to 7; of an ARI function its number, 0 to 255.
+// Returns the function number: 0 to 7, or 0 to 255 for the ARI form.
 constexpr unsigned function_of(bdf_t bdf) {
     return is_ari(bdf) ? bdf & 0xFF : bdf & 0x07;
 }
 
-// The same device's function 0, in the same form. An ARI device has the whole bus.
+// Returns function 0 of the same device, in the same form. An ARI device has the whole bus.
 constexpr bdf_t function_0_of(bdf_t bdf) {
     return is_ari(bdf) ? ari_bdf(bus_of(bdf), 0) : plain_bdf(bus_of(bdf), device_of(bdf), 0);
 }
 
-// The write handle of `bdf`.
+// Returns the write handle of `bdf`.
 constexpr bdf_token token_of(bdf_t bdf) {
     const bdf_token ari = is_ari(bdf) ? 1 : 0;
     const bdf_token routing_id = routing_id_of(bdf);
@@ -82,8 +82,7 @@ constexpr bdf_token token_of(bdf_t bdf) {
            (ari ^ WRITE_HANDLE_ARI_MASK) << 32;
 }
 
-// The address that the handle names, as it was when the handle was made of it; BDF_NONE when the
-// handle is not of the form above.
+// Returns the address that a handle was made of; BDF_NONE when the handle is not of the form above.
 constexpr bdf_t bdf_of(bdf_token token) {
     const bdf_token routing_id = (token >> 16 & 0xFFFF) ^ WRITE_HANDLE_BDF_MASK;
     const bdf_token ari = (token >> 32 & 0xFFFF) ^ WRITE_HANDLE_ARI_MASK;
@@ -91,7 +90,7 @@ constexpr bdf_t bdf_of(bdf_token token) {
     return token == token_of(bdf) ? bdf : BDF_NONE;
 }
 
-// True when the handle names the function at `bdf`, in either form.
+// Returns true when the handle names the function at `bdf`, in either form.
 constexpr bool names_function(bdf_token token, bdf_t bdf) {
     return bdf_of(token) != BDF_NONE && routing_id_of(bdf_of(token)) == routing_id_of(bdf);
 }

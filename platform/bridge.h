@@ -21,43 +21,44 @@ struct bridge_rec {
     bridge_rec *next_sibling;       // next bridge with the same parent; guarded by the parent's
                                     // children_lock
     std::uint8_t bridge_kind;       // BRIDGE_KIND_*
-    bdf_t bdf;                      // the bridge's own address; of a root bus's record, that of
+    bdf_t bdf;                      // the bridge's own address; in a root bus's record, that of
                                     // device 0, function 0 on it
-    std::uint32_t class_code;       // 24 bits; HOST_BRIDGE_CLASS ends every walk up the tree: only
-                                    // root buses' records have it, also where a port's own register
-                                    // says so
+    std::uint32_t class_code;       // 24 bits, Class Code; HOST_BRIDGE_CLASS ends every walk up the
+                                    // tree: only root buses' records have it, even where a port's
+                                    // own register says so
     pcie_cap_t *pcie_cap;           // the bridge's PCI Express capability, null when it has none
-    bridge_rec *parent;             // the bridge above; null at the top
-    bridge_rec *children;           // first bridge on the secondary side; null when there is none
-    std::uint32_t num_children;     // bridges on the secondary side
+    bridge_rec *parent;             // the upstream bridge; null at the top
+    bridge_rec *children;           // first child bridge; null when there is none
+    std::uint32_t num_children;     // number of child bridges
     pthread_mutex_t children_lock;  // guards children and num_children; parent before child
     pthread_rwlock_t devs_lock;     // guards num_devs and devs; a thread that holds it for reading
                                     // may take it for reading again, also while a writer waits
-    // Functions on the secondary bus, bridges among them, and on buses of its range that are no
-    // bridge's secondary bus (virtual functions).
+    // The functions on the secondary bus, bridges among them, and on buses of the bridge's range
+    // that are no bridge's secondary bus (virtual functions).
     std::uint32_t num_devs;
     const bdf_t *devs;  // their addresses, as pci_device_find() gives them
 };
 
 extern "C" {
 
-// Lookups. `start` is null (search the whole tree). The result is null when there is no such
-// bridge.
+// Look-ups. `start` is null (search the whole tree). They return null when there is no such bridge.
 //
-// The bridge whose secondary side holds the function `bdf`: for a function on a root bus that bus's
-// host bridge record. BDF_NONE gives the first record of the topmost sibling list, from which
-// next_sibling and children lead to every bridge. Looked up by modules with dlsym.
+// Returns the upstream bridge of the function `bdf`: the one whose secondary side holds it; for a
+// function on a root bus, that bus's host bridge record. BDF_NONE gives the first record of the
+// topmost sibling list, from which next_sibling and children lead to every bridge. Modules look
+// this up with dlsym.
 HOPLAR_EXPORT bridge_rec *find_parent_bridge(bridge_rec *start, bdf_t bdf);
 
-// The bridge whose own address is `bdf` (header types 1 and 2). Looked up by modules with dlsym.
+// Returns the bridge whose own address is `bdf` (Header Type, Header Layout 1 and 2). Modules look
+// this up with dlsym.
 HOPLAR_EXPORT bridge_rec *find_bridge_bdf(bridge_rec *start, bdf_t bdf);
 
-// The bridge whose secondary bus is `bus`; null for a root bus.
+// Returns the bridge whose Secondary Bus Number is `bus`; null for a root bus.
 HOPLAR_EXPORT bridge_rec *find_bridge_sec_busnum(bridge_rec *start, std::uint32_t bus);
 
-// Secondary bus number of a bridge, of a root bus's record that bus, negative when not available.
-// `value` is what came with a hook call: 0 asks for the number in the host's record, 1 to 255 is
-// the number itself, anything above is not available.
+// Returns the Secondary Bus Number of a bridge, or the bus of a root bus's record; negative when it
+// is not available. `value` came with a hook call: 0 asks for the number in the host's record, 1 to
+// 255 is the number itself, and anything above is not available.
 HOPLAR_EXPORT int cached_param_get_sec_busnum(bridge_rec *bridge, std::uint32_t value);
 
 }  // extern "C"

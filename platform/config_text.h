@@ -1,30 +1,32 @@
-// The host's helpers for configuration text. They work in place, copy nothing and keep no state.
+// The host's functions for configuration text. They work in place, copy nothing, keep no state and
+// take no lock.
 //
 // Text is `first` to `last`, the address of its last byte, and a zero byte stands behind it.
 #pragma once
 
 #include "types.h"
 
-// Tells whether a character may be part of a name.
+// Returns true for a character that may be part of a name.
 using name_char_t = bool (*)(char c);
 
 extern "C" {
 
-// Next line to examine at or after `p`, the start of a line: passes over blank lines, and lines
-// whose first character after blanks and tabs is "#". Stops at a zero byte, so `p` may be the
-// position behind the last byte, and not further.
+// Returns the next position to examine at or after `p`, the start of a line: passes over blank
+// lines, and over lines whose first character after blanks and tabs is "#". Stops at a zero byte,
+// so `p` may be the position behind the last byte, and not further.
 HOPLAR_EXPORT const char *skip_comment(const char *p);
 
-// Address of the character that ends the line at `p`: its newline, or the position behind `last`
-// for a last line without one. Null when no line remains (`p` behind `last`).
+// Returns the address of the character that ends the line at `p`: its newline, or the position
+// behind `last` for a last line without one. Null when no line remains (`p` behind `last`).
 HOPLAR_EXPORT const char *find_eol(const char *p, const char *last);
 
-// First `c` in [p, eol), or null.
+// Returns the first `c` in [p, eol), or null.
 HOPLAR_EXPORT const char *find_token(char c, const char *p, const char *eol);
 
-// Name in [first, last], both included: leading blanks and tabs are passed over, then follow one or
-// more characters that `is_name_char` takes (null: letters, digits, "_", "-" and "."). Sets
-// `*length` and gives its first character; null, `*length` untouched, when there is none.
+// Returns the first character of the name in [first, last], both included. Leading blanks and tabs
+// are passed over; the name is one or more characters that `is_name_char` takes (null: letters,
+// digits, "_", "-" and "."). Sets `*length`; when there is no name, returns null and leaves
+// `*length` untouched.
 HOPLAR_EXPORT const char *find_name(const char *first, const char *last, std::uint32_t *length,
                                     name_char_t is_name_char);
 

@@ -1,4 +1,4 @@
-// What a host calls in a module: the two functions that a module's shared object exports.
+// A host calls a module through the two functions that the module's shared object exports.
 //
 // A host loads the object with dlopen (its own exports must be visible to it), checks the version,
 // and calls server_mod_init once, from its initialising thread, after it has enumerated the buses.
@@ -24,8 +24,8 @@ struct mod_init_args_t {
 extern "C" {
 
 // Starts the module. `args` and all that it points to stay the host's; the module reads it during
-// the call and keeps no pointer. 0, or PCI_ERR_INCOMPATIBLE when the library or the server is too
-// old: nothing has been done then.
+// the call and keeps no pointer. Returns 0, or PCI_ERR_INCOMPATIBLE, with nothing done, when the
+// library or the server is too old.
 //
 // The calling thread needs more than 128 KiB of free stack, and for each line of a feature file its
 // text and up to 64 bytes, until the file has been read. Lines for which this is not there are
@@ -34,8 +34,8 @@ extern "C" {
 // bridges one below the other: a thread with less than that may overflow its stack.
 HOPLAR_EXPORT pci_err_t server_mod_init(const mod_init_args_t *args);
 
-// The module's version as a packed version_pair_t: major in bits 15:0, minor in bits 31:16. At any
-// time, from any thread.
+// Returns the module's version as a packed version_pair_t: major in bits 15:0, minor in bits 31:16.
+// May be called at any time, from any thread.
 HOPLAR_EXPORT std::uint32_t server_mod_version(void);
 
 }  // extern "C"

@@ -12,10 +12,10 @@
 
 #include "bdf.h"
 
-// Marks a name that leaves the object which defines it: the host's exports, and a module's two.
+// Exports a name from the object that defines it: the host's exports, and a module's two.
 #define HOPLAR_EXPORT __attribute__((visibility("default")))
 
-// Error code: 0 is success. pci_strerror() gives the text.
+// An error code: 0 is success. pci_strerror() gives the text.
 using pci_err_t = std::uint32_t;
 
 constexpr pci_err_t PCI_OK = 0;
@@ -31,7 +31,7 @@ constexpr pci_err_t PCI_ERR_NO_BUSCFG_SYMBOL = 417;  // the host does not export
 constexpr pci_err_t PCI_ERR_INCOMPATIBLE = 418;      // library or server too old
 constexpr pci_err_t PCI_ERR_NO_BUSCFG_OBJECT = 420;  // the host's "buscfg" holds null
 
-// Device/Port Type field of the PCI Express Capabilities register (bits 7:4).
+// PCI Express Capabilities, Device/Port Type (bits 7:4).
 constexpr std::uint8_t PORT_TYPE_ENDPOINT = 0;
 constexpr std::uint8_t PORT_TYPE_LEGACY_ENDPOINT = 1;
 constexpr std::uint8_t PORT_TYPE_ROOT_PORT = 4;
@@ -42,7 +42,7 @@ constexpr std::uint8_t PORT_TYPE_PCI_TO_PCIE = 8;
 constexpr std::uint8_t PORT_TYPE_RCIEP = 9;  // root complex integrated endpoint
 constexpr std::uint8_t PORT_TYPE_EVENT_COLLECTOR = 10;
 
-// Class codes: base class in bits 23:16, subclass in 15:8, programming interface in 7:0.
+// Class Code: base class in bits 23:16, sub-class in 15:8, programming interface in 7:0.
 constexpr std::uint32_t HOST_BRIDGE_CLASS = 0x060000;
 constexpr std::uint32_t PCI_BRIDGE_CLASS = 0x060400;
 constexpr std::uint32_t EVENT_COLLECTOR_CLASS = 0x080700;
