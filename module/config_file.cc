@@ -1,10 +1,10 @@
-// A line counts when it holds a keyword, "=" and a value; the first "=" separates. Keywords match
-// without regard to case. A value ends at the first character that its feature does not take. Lines
-// with an unknown keyword or without a value are reported, other lines are silently passed over;
-// nothing ends the parse before the file's end.
+// A line counts when it holds a keyword, "=" and a value; the first "=" separates them. Keywords
+// match without regard to case. A value ends at the first character that its feature does not take.
+// Lines with an unknown keyword or without a value are reported, other lines are silently passed
+// over; nothing ends the parse before the end of the file.
 //
-// Limit: a file that is cut short by somebody else while it is parsed takes the process with it, as
-// every mapped file does.
+// Limit: if another process truncates the file during the parse, reading the mapping raises SIGBUS
+// and the process ends, as with every mapped file.
 #include "module/config_file.h"
 
 #include <alloca.h>
@@ -39,10 +39,10 @@ struct file_guard {
     int fd;
 };
 
-// The whole file, read only. The host's helpers stop at a zero byte, so one must stand behind the
-// last byte. It does: the mapping is one page longer than the file, and an anonymous page lies over
-// its end, which stays zero, also when somebody appends to the file meanwhile and so fills the rest
-// of its last page.
+// Maps the whole file, read only. The host's functions stop at a zero byte, so one must stand
+// behind the last byte. The mapping is therefore one page longer than the file, with an anonymous
+// page over its end: that page stays zero even if another process appends to the file and so fills
+// the rest of its last page.
 struct map_guard {
     map_guard(int fd, std::size_t file_size) : size(file_size) {
         if (size == 0)
@@ -55,8 +55,8 @@ struct map_guard {
         void *behind = static_cast<char *>(room) + file_pages;
         mapped = mmap(behind, page, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED, -1, 0) !=
                  MAP_FAILED;
-        // Without memory for that page, it may be gone, and taken by another thread by now. Only
-        // the pages before it are surely still ours.
+        // After a failed MAP_FIXED the kernel may have unmapped the last page, and another thread
+        // may have taken it. Only the pages before it are surely ours: unmap those.
         room_size = mapped ? file_pages + page : file_pages;
     }
     ~map_guard() {
@@ -80,7 +80,7 @@ struct token_t {
     std::uint32_t length;
 };
 
-// The name in [begin, end).
+// Returns the name in [begin, end).
 token_t name_in(const char *begin, const char *end, name_char_t is_name_char) {
     token_t token = {nullptr, 0};
     if (begin < end)
@@ -88,14 +88,14 @@ token_t name_in(const char *begin, const char *end, name_char_t is_name_char) {
     return token;
 }
 
-// Next position to look for a line: behind the comments that follow `eol`. Behind the file's last
-// byte nothing is read, and find_eol() finds no line there.
+// Returns the next position to look for a line: behind the comments that follow `eol`. Behind the
+// file's last byte nothing is read, and find_eol() finds no line there.
 const char *line_after(const char *eol, const char *last) {
     return eol >= last ? last + 1 : skip_comment(eol + 1);
 }
 
-// Whether the stack has room for a copy of `length` characters: the copy, rounded up to a multiple
-// of 8, and 128 bytes.
+// Returns true when the stack has room for a copy of `length` characters and a zero byte, rounded
+// up to a multiple of 8, and 128 bytes more.
 bool room_for_copy(const char *floor, std::uint32_t length) {
     const std::size_t size = (std::size_t{length} + 1 + 7) / 8 * 8;
     return __stackavail(floor) > size + 128;
@@ -107,18 +107,18 @@ char *copy_token(void *room, token_t token) {
     return copy;
 }
 
-// What stands for a token without room. Each time it is written anew: parsers may write to what
-// they are given.
+// This text replaces a token without room. It is written anew for each token, because parsers may
+// write to the text that they are given.
 constexpr char NO_ROOM[] = "MAKE_TMP_STRING alloca() failed";
 
 char *renew_no_room(char *text) {
     return static_cast<char *>(std::memcpy(text, NO_ROOM, sizeof NO_ROOM));
 }
 
-// A copy of the token in the calling function's stack frame, or `no_room`. A macro, because memory
-// of alloca lives as long as the function that called it; with that function's variable
-// `copy_room`, because alloca must not stand in a list of arguments, and with its `floor` of the
-// stack.
+// Copies the token into the calling function's stack frame, or gives `no_room`. This is a macro,
+// because memory of alloca lives as long as the function that called it. It uses that function's
+// variables `copy_room`, because alloca must not stand in a list of arguments, and `floor`, the
+// lowest address of the stack.
 #define MAKE_TMP_STRING(token)                                                                     \
     (room_for_copy(floor, (token).length)                                                          \
          ? (copy_room = alloca(std::size_t{(token).length} + 1), copy_token(copy_room, token))     \
@@ -138,8 +138,8 @@ feature_t *row_of(const char *keyword) {
     return nullptr;
 }
 
-// The copies of all lines stay on the stack until the last line has been parsed: what a feature's
-// parser is given lives until then.
+// The copies of all lines stay on the stack until the last line has been parsed, because a value
+// that a parser was given must live until then.
 void parse_lines(const char *first, const char *last) {
     char no_room[sizeof NO_ROOM];
     const char *floor = stack_floor();
@@ -184,7 +184,8 @@ pci_err_t parse_feature_config(const char *file) {
         LOG_ERROR(0, "Unable to access file '%s' for parsing, %s", file, std::strerror(errno));
         return PCI_ERR_FILE_UNREADABLE;
     }
-    // Not blocking, so that a FIFO does not hang the start-up: it fails to map like an empty file.
+    // O_NONBLOCK keeps a FIFO without a writer from hanging the start-up: its size is 0, so it is
+    // passed over like an empty file.
     const file_guard source(open(file, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     struct stat status;
     if (source.fd < 0 || fstat(source.fd, &status) != 0)

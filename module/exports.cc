@@ -1,4 +1,4 @@
-// What the plug-in exports; everything else is an ordinary library.
+// The plug-in exports these two functions; everything else is an ordinary library.
 #include "module/startup.h"
 
 pci_err_t server_mod_init(const mod_init_args_t *args) {

@@ -1,4 +1,4 @@
-// The table: keywords are matched to rows in config_file.cc, and rows start in this order.
+// config_file.cc matches keywords to the rows of this table; start-up takes the rows in this order.
 #include "features/aspm/feature.h"
 #include "features/ecrc/control.h"
 #include "features/ecrc/parameters.h"
@@ -16,7 +16,7 @@ constexpr entry_list_t empty_list = {
 
 }  // namespace
 
-// In the order of feature_row.
+// The rows are in the order of feature_row.
 feature_t feature_list[num_features] = {
     {.name = "Fast back-to-back Transfers",
      .init = fb2b_init,

@@ -11,8 +11,9 @@ namespace enable_features {
 
 namespace {
 
-// Of the main thread when there is no memory map to read (no /proc): half of what the limit allows,
-// as the other half may be in use already, and no more than half of the usual limit.
+// Without a memory map to read (no /proc), the main thread's stack is unknown. Half of what
+// RLIMIT_STACK allows is assumed, because the other half may be in use already, and no more than
+// half of the usual limit.
 const char *assumed_floor() {
     constexpr rlim_t USUAL_LIMIT = 8 * 1024 * 1024;
     rlimit limit = {};
@@ -22,9 +23,9 @@ const char *assumed_floor() {
     return here - std::min(limit.rlim_cur, USUAL_LIMIT) / 2;
 }
 
-// Whether the stack reaches down to `floor`, and grows to there if it does not yet. It is the
-// kernel that writes there: it makes the stack grow as for any write, but where it cannot, it fails
-// the call and does not end the process.
+// Returns true when the stack reaches down to `floor`, after growing it to there if need be.
+// getrlimit() is called because it is the kernel that writes its result: that makes the stack grow
+// like any write, but where the stack cannot grow, the call fails and the process does not end.
 bool reaches(const char *floor) {
     constexpr std::uintptr_t ALIGNMENT = alignof(rlimit);
     const std::uintptr_t at =
@@ -33,9 +34,9 @@ bool reaches(const char *floor) {
 }
 
 // The main thread's stack grows while it is used, and a stack that cannot grow to its own limit
-// ends the process. Where the address space is limited it competes with everything else that is
-// allocated: there it gets a small share, and at once, so that nobody else can take it. Stacks of
-// other threads do not grow; the share does them no harm.
+// ends the process. A limited address space is shared with everything else that is allocated, so
+// the stack is grown to a small share of it at once, before another allocation can take it. Stacks
+// of other threads do not grow; the share does them no harm.
 const char *reachable_floor(const char *floor) {
     constexpr rlim_t SHARE = 16;
     rlimit space = {};
@@ -50,7 +51,7 @@ const char *reachable_floor(const char *floor) {
     return here - room;
 }
 
-// What the limit of the stack's own size allows.
+// Returns the lowest address that RLIMIT_STACK, or the thread's own size, allows.
 const char *lowest_address() {
     pthread_attr_t attributes;
     if (pthread_getattr_np(pthread_self(), &attributes) != 0)

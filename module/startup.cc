@@ -22,10 +22,10 @@ namespace {
 
 constexpr char version_text[] = "3_0";
 
-// Oldest access library and host server that the module works with.
+// The oldest access library and host server that the module works with.
 constexpr version_pair_t oldest = {.major = 3, .minor = 0};
 
-std::uint32_t version = BAD_VERSION;  // read and written atomically, without a lock
+std::uint32_t version = BAD_VERSION;  // packed; accessed atomically, without a lock
 
 constexpr std::uint32_t pack(version_pair_t pair) {
     return pair.major | static_cast<std::uint32_t>(pair.minor) << 16;
@@ -41,7 +41,7 @@ constexpr bool is_older(version_pair_t candidate, version_pair_t limit) {
                                           : candidate.minor < limit.minor;
 }
 
-// 0 when the access library and the server are new enough; says which is not.
+// Returns 0 when the access library and the server are new enough; logs which of them is not.
 pci_err_t check_versions(const mod_init_args_t &args, version_pair_t own) {
     if (is_older(args.lib_version, oldest)) {
         LOG_ERROR(0,
@@ -60,19 +60,19 @@ pci_err_t check_versions(const mod_init_args_t &args, version_pair_t own) {
     return PCI_OK;
 }
 
-// The scanner sorts its vector, so it gets one of the module's own: a program name, the arguments
-// and the closing null. Null when memory is short.
+// getopt_long() sorts its vector, so it gets one that the module owns: a program name, the
+// arguments and the closing null. Null when memory is short.
 heap_ptr<char *> scanner_vector(const mod_init_args_t &args) {
     static char program_name[] = "hoplar-enable_features";
     if (args.argc > INT_MAX - 2)
-        return nullptr;  // the scanner counts in int; GCOVR_EXCL_LINE: takes 16 GiB of arguments
+        return nullptr;  // getopt_long() counts in int; GCOVR_EXCL_LINE: takes 16 GiB of arguments
     heap_ptr<char *> vector(
         static_cast<char **>(std::calloc(std::size_t{args.argc} + 2, sizeof(char *))));
     if (vector == nullptr)
         return vector;
     vector.get()[0] = program_name;
     for (std::uint32_t i = 0; i < args.argc; i++)
-        vector.get()[i + 1] = const_cast<char *>(args.argv[i]);  // the scanner writes no text
+        vector.get()[i + 1] = const_cast<char *>(args.argv[i]);  // getopt_long() writes no text
     return vector;
 }
 
@@ -85,9 +85,9 @@ void scan_options(const mod_init_args_t &args) {
         return;
     }
     const int count = static_cast<int>(args.argc) + 1;
-    optind = 0;  // start anew, whatever the host has scanned
-    // "-": an argument that is no option is passed over, and does not end the scan where the
-    // environment holds POSIXLY_CORRECT.
+    optind = 0;  // reset getopt_long(), which the host may have used
+    // "-" makes getopt_long() return arguments that are no options, which are then ignored.
+    // Otherwise they would end the scan where the environment holds POSIXLY_CORRECT.
     int found = 0;
     while ((found = getopt_long(count, vector.get(), "-v", long_options, nullptr)) != -1) {
         if (found != 0)

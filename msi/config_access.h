@@ -1,5 +1,5 @@
-// Registers of a capability, through the host's hardware access. A function whose address has bits
-// that no address has is never accessed: PCI_ERR_INVALID.
+// Reads and writes registers of a capability through the host's hardware access. An address above
+// BDF_HIGHEST gives PCI_ERR_INVALID, without an access.
 #pragma once
 
 #include <cstdint>
@@ -9,13 +9,13 @@
 
 namespace enable_features {
 
-// Where a capability stands.
+// The position of a capability.
 struct cap_place_t {
     bdf_t bdf;
-    std::uint16_t offset;  // of its first byte in configuration space
+    std::uint16_t offset;  // offset of the first byte in configuration space
 };
 
-// Of a function without the capability.
+// The position that stands for a missing capability: every access to it fails.
 constexpr cap_place_t NO_PLACE = {.bdf = BDF_NONE, .offset = 0};
 
 // `offset` counts from the capability's first byte. `value` changes on success only.

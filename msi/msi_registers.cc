@@ -1,4 +1,4 @@
-// MSI. Restoring disables it first and writes Message Control last: a function never sends a
+// Restoring disables MSI first and writes Message Control last, so that a function never sends a
 // message with half of its address or data in place.
 #include "module/base/log.h"
 #include "msi/config_access.h"
@@ -10,8 +10,8 @@ namespace enable_features {
 
 namespace {
 
-// Which registers a capability has, and where, by its Message Control. Message Data is captured
-// together with the 16 bits after it.
+// The registers that a capability has, and their offsets, as its Message Control tells. Message
+// Data is captured together with the 16 bits after it.
 struct msi_layout_t {
     bool has_upper_address;
     bool has_mask;
@@ -42,7 +42,7 @@ pci_err_t save(const cap_place_t &cap, std::uint32_t offset, const char *name, R
     return result;
 }
 
-// False when the write failed.
+// Returns false when the write failed.
 template <typename Register>
 bool restore(const cap_place_t &cap, std::uint32_t offset, const char *name, Register value) {
     const pci_err_t result = write_cap_register(cap, offset, value);

@@ -1,5 +1,5 @@
-// MSI-X. The vector table is device memory: each 32-bit word of it is read and written by one
-// access of its own. Restoring disables MSI-X first and enables it last, by Message Control.
+// The MSI-X vector table is device memory: each 32-bit word of it is read and written by one access
+// of its own. Restoring disables MSI-X first and enables it last, by Message Control.
 #include <cstdlib>
 
 #include "module/base/guards.h"
@@ -20,7 +20,7 @@ constexpr std::uint16_t vectors_of(std::uint16_t ctrl) {
     return static_cast<std::uint16_t>(pci::get(ctrl, pci::MSIX_CONTROL_TABLE_SIZE) + 1);
 }
 
-// Null without the capability, and when its table is not mapped.
+// Returns null when the function has no MSI-X capability or its table is not mapped.
 volatile msix_vector_t *table_of(const event_capset_t *caps) {
     if (caps->msix == nullptr || caps->msix->table == nullptr)
         return nullptr;
@@ -28,14 +28,16 @@ volatile msix_vector_t *table_of(const event_capset_t *caps) {
         __atomic_load_n(&caps->msix->table->address, __ATOMIC_ACQUIRE));
 }
 
-// `table` is what table_of() has given: it is asked once, for the host may unmap the table.
+// The host may unmap the table meanwhile, so the caller reads table_of() once and passes `table`
+// on.
 cap_place_t place_of(const event_capset_t *caps, const volatile msix_vector_t *table) {
     if (table == nullptr)
         return NO_PLACE;
     return {.bdf = caps->device->bdf, .offset = caps->msix->head.offset};
 }
 
-// Gives the save area room for `count` entries. False without memory, and the area stays as it was.
+// Gives the save area room for `count` entries. Returns false without memory; the area stays as it
+// was.
 bool make_room(msix_registers_t *saved, std::uint16_t count) {
     const mutex_guard guard(lock);
     if (saved->vectors != nullptr && saved->num_vectors >= count)
@@ -55,7 +57,7 @@ bool make_room(msix_registers_t *saved, std::uint16_t count) {
     return true;
 }
 
-// The data word first, in both directions.
+// The data word is copied first, in both directions.
 void copy_vector(volatile msix_vector_t &to, const volatile msix_vector_t &from) {
     to.data = from.data;
     to.addr = from.addr;

@@ -1,4 +1,4 @@
-// A function's MSI or MSI-X registers, captured and written back.
+// Captures a function's MSI or MSI-X registers and writes them back.
 //
 // No lock is taken on a record: one record is used by one thread at a time. The MSI-X workers share
 // a lock around the growth of save areas.
@@ -12,9 +12,9 @@
 
 namespace enable_features {
 
-// Source, from the start of the capability: Message Address (+4), Message Upper Address (+8, 64-bit
-// address only, else 0), Message Data with the 16 bits after it (+8 or +12), Mask Bits (+12 or +16,
-// per-vector masking only, else 0), Message Control (+2).
+// The registers, at these offsets of the capability: Message Address (+4), Message Upper Address
+// (+8, 64-bit address only, else 0), Message Data with the 16 bits after it (+8 or +12), Mask Bits
+// (+12 or +16, Per-Vector Masking only, else 0), Message Control (+2).
 struct msi_registers_t {
     std::uint32_t addr;
     std::uint32_t addr_u;
@@ -31,17 +31,18 @@ struct msix_vector_t {
     std::uint32_t control;
 };
 
-// Source: Message Control (+2), and the vector table.
+// Message Control (+2) and the vector table.
 struct msix_registers_t {
     std::uint16_t ctrl;         // 0: no valid capture
     std::uint16_t num_vectors;  // entries that `vectors` has room for, 0 to 2048
     msix_vector_t *vectors;     // in table order; of malloc, null until the first capture. Grows
-                                // and never shrinks; who owns the record frees it.
+                                // and never shrinks; the owner of the record frees it.
 };
 
-// One capture, zero-filled by its owner before the first. A record serves one capability only.
-// Message Control tells a valid capture from none, so one that reads 0 cannot be restored: MSI that
-// is off, 32 bits, without masking and with one message; MSI-X that is off, with one vector.
+// One capture, zero-filled by its owner before the first. A record serves one capability only. ctrl
+// == 0 means "no capture", so a capability whose Message Control really reads 0 cannot be restored:
+// MSI that is disabled, with a 32-bit address, one message and no masking; MSI-X that is disabled,
+// with one vector.
 struct msi_save_t {
     union {
         msi_registers_t msi;
@@ -50,18 +51,18 @@ struct msi_save_t {
 };
 
 // In both operations a function without the capability, or whose vector table is not mapped, fails
-// every access with PCI_ERR_INVALID, like one whose address is above BDF_HIGHEST.
+// every access with PCI_ERR_INVALID, like a function whose address is above BDF_HIGHEST.
 //
-// Captures the registers of `capability`, CAPID_MSI or CAPID_MSIX. PCI_ERR_INVALID for any other;
-// else 0, and `ctrl` of the record tells whether the capture is valid: it is 0 when Message Control
-// could not be read, or the save area not grown. A register that cannot be read leaves its member
-// as it was.
+// Captures the registers of `capability`, CAPID_MSI or CAPID_MSIX. Returns PCI_ERR_INVALID for any
+// other ID, else 0. `ctrl` of the record tells whether the capture is valid: it is 0 when Message
+// Control could not be read, or the save area not grown. A register that cannot be read leaves its
+// member as it was.
 pci_err_t event_notification_reg_save(msi_save_t *record, event_notification_t *device,
                                       std::uint8_t capability);
 
-// Writes a capture back, with the capability disabled until all is in place. 0; PCI_ERR_INVALID for
-// an unknown capability; PCI_ERR_IO without a valid capture, and when a write fails: what would
-// have followed it is not written, and the capability stays disabled.
+// Writes a capture back, with the capability disabled until all is in place. Returns 0;
+// PCI_ERR_INVALID for an unknown capability; PCI_ERR_IO without a valid capture, and when a write
+// fails: the registers after it are then not written, and the capability stays disabled.
 pci_err_t event_notification_reg_restore(msi_save_t *record, event_notification_t *device,
                                          std::uint8_t capability);
 

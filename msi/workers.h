@@ -1,5 +1,5 @@
-// The workers behind event_notification_reg_save() and _restore(), one pair for each capability;
-// results as there. `caps` has the capability that the pair is for.
+// The workers behind event_notification_reg_save() and _restore(), a pair for each capability, with
+// the same results. `caps` is the function's capability set.
 #pragma once
 
 #include "msi/register_save.h"

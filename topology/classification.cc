@@ -21,7 +21,7 @@ bool is_endpoint_type(std::uint32_t type) {
            type == PORT_TYPE_RCIEP;
 }
 
-// Stores the function's type in `type` for every PCI Express function.
+// Stores the type in `type` for every PCI Express function, endpoint or not.
 bool is_endpoint(bdf_t bdf, std::uint32_t &type) {
     if (bdf == BDF_NONE || pci_device_get_type(bdf, &type) != DEV_TYPE_PCIE)
         return false;
@@ -34,7 +34,7 @@ bridge_rec *climb(bridge_rec *bridge) {
     return bridge;
 }
 
-// The topmost bridge above `bdf`, or `bdf` itself when it is a bridge on a root bus.
+// Returns the topmost bridge above `bdf`, or the bridge at `bdf` when it is on a root bus.
 bridge_rec *topmost_bridge(bdf_t bdf) {
     bridge_rec *parent = find_parent_bridge(nullptr, bdf);
     if (parent == nullptr || parent->class_code == HOST_BRIDGE_CLASS)

@@ -1,5 +1,5 @@
-// Endpoints and root ports in the host's view of the hierarchy. Nothing here keeps state or takes a
-// lock; every failure of the platform becomes the negative answer.
+// Tells endpoints and root ports apart in the host's view of the hierarchy. Nothing here keeps
+// state or takes a lock; every failure of the platform becomes the negative answer.
 #pragma once
 
 #include "platform/bridge.h"
@@ -7,21 +7,21 @@
 
 namespace enable_features {
 
-// Tells whether `bdf` is an endpoint: a PCI Express function of type endpoint, legacy endpoint or
-// RCiEP, which in ARI form must also carry the ARI capability. On true, and only then, stores the
-// type through `port_type`, which may be null.
+// Returns true when `bdf` is an endpoint: a PCI Express function of type endpoint, legacy endpoint
+// or RCiEP, which in ARI form must also carry the ARI capability. On true, and only then, stores
+// the type through `port_type`, which may be null.
 bool is_an_ep(bdf_t bdf, std::uint32_t *port_type);
 
-// The topmost bridge above `bridge` that stands below a host bridge, or below nothing; `bridge`
-// itself when it stands there. Never null; `bridge` must not be null. The port type is not looked
-// at.
+// Returns the topmost bridge above `bridge`: the one that stands below a host bridge, or below
+// nothing; `bridge` itself when it stands there. Never null; `bridge` must not be null. The port
+// type is not checked.
 bridge_rec *find_rp(bridge_rec *bridge);
 
-// The root port above `bdf`, or at it when it is one itself; null when the topmost bridge is no
-// PCI Express root port, or there is none.
+// Returns the root port above `bdf`, or at `bdf` when it is one itself; null when the topmost
+// bridge is no PCI Express root port, or when there is no such bridge.
 bridge_rec *find_root_port(bdf_t bdf);
 
-// True when no walk up the tree goes past `bridge`: nothing or a host bridge is above it.
+// Returns true when walks up the tree end at `bridge`: its parent is null or a host bridge.
 bool is_topmost(const bridge_rec *bridge);
 
 }  // namespace enable_features

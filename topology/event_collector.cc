@@ -9,7 +9,7 @@ namespace enable_features {
 
 namespace {
 
-// Null when the agent's records lead to none.
+// Returns the collector's association capability, null when the agent's records have none.
 rcec_cap_t *collector_capability(const event_agent_t *agent) {
     return agent->capset != nullptr ? agent->capset->rcec : nullptr;
 }

@@ -5,7 +5,7 @@
 
 namespace enable_features {
 
-// PCI_ERR_NOT_SUPPORTED; does nothing else.
+// Does nothing; returns PCI_ERR_NOT_SUPPORTED.
 pci_err_t aspm_init(feature_t *row);
 
 // Ignores the line.

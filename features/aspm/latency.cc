@@ -1,9 +1,9 @@
-// A state stays when what the endpoints accept is not below what the link needs: equal values keep
-// it. For the second state, L1, each further bridge of the chain may add a microsecond, since it
-// wakes its own link only after it has been woken.
+// A state stays enabled while the latency that the endpoints accept is not below the exit latency
+// of the link; equal values keep it. For L1, each further bridge of the chain may add a
+// microsecond, because it wakes its own link only after it has been woken.
 //
-// Only the chain of first children is followed: of a switch, what is behind its other ports does
-// not count.
+// Limit: only the chain of first children is followed; what is behind the other ports of a switch
+// does not count.
 #include "features/aspm/latency.h"
 
 #include <algorithm>
@@ -18,10 +18,10 @@ namespace enable_features {
 
 namespace {
 
-constexpr unsigned CODES = 8;  // of each 3-bit latency field
+constexpr unsigned CODES = 8;  // values of a 3-bit latency field
 
-// Nanoseconds of a latency code: L0s, then L1. The highest exit code stands for "more than that",
-// the highest acceptable code for "no limit".
+// Nanoseconds for each value of a latency field: those of L0s, then those of L1. The highest exit
+// value stands for "more than that", the highest acceptable value for "no limit".
 constexpr std::uint32_t exit_latency_table[2 * CODES] = {
     63,  127,  255,  511,  999,   1999,  4000,  4001,   //
     999, 1999, 3999, 7999, 15999, 31999, 64000, 64001,  //
@@ -34,7 +34,7 @@ constexpr std::uint32_t acceptable_latency_table[2 * CODES] = {
 constexpr unsigned NO_LIMIT_CODE = CODES - 1;
 constexpr std::uint32_t L1_NANOSECONDS_PER_BRIDGE = 1000;
 
-// What a state's latency is looked up by.
+// The fields that hold the latencies of one state.
 struct state_fields_t {
     std::uint32_t exit_latency;        // mask in Link Capabilities
     std::uint32_t acceptable_latency;  // mask in Device Capabilities
@@ -82,7 +82,7 @@ pci_err_t link_exit_latency(bridge_rec *bridge, pcie_cap_t *device_cap, std::uin
     return PCI_OK;
 }
 
-// What one function accepts; 0 when it cannot be asked.
+// Returns the latency that one function accepts; 0 when its register cannot be read.
 std::uint32_t accepted_by(bdf_t bdf, std::uint32_t state) {
     const int index = pci_device_find_capid(bdf, CAPID_PCIE);
     if (index < 0) {
@@ -105,7 +105,7 @@ void report_accepted(const bridge_rec *bridge, std::uint32_t state, std::uint32_
               "acceptable_ep_latency", BDF_ARGS(bridge->bdf), state, latency, BDF_ARGS(by));
 }
 
-// Of the functions on the bridge's bus.
+// Returns the largest latency that a function on the bridge's secondary bus accepts.
 std::uint32_t accepted_on_bus(const bridge_rec *bridge, std::uint32_t state) {
     const std::span<const bdf_t> functions = functions_below(bridge);
     if (functions.empty()) {
@@ -127,7 +127,7 @@ std::uint32_t accepted_on_bus(const bridge_rec *bridge, std::uint32_t state) {
     return largest;
 }
 
-// The level for a link both of whose ends support both states.
+// Returns the ASPM Control value for a link both of whose ends support both states.
 std::uint32_t level_of_both(bridge_rec *bridge, pcie_cap_t *device_cap) {
     std::uint32_t l0s_exit = 0;
     std::uint32_t l1_exit = 0;
@@ -143,7 +143,7 @@ std::uint32_t level_of_both(bridge_rec *bridge, pcie_cap_t *device_cap) {
     return l0s | l1;
 }
 
-// The level for a link whose ends have one state in common.
+// Returns the ASPM Control value for a link whose ends have one state in common.
 std::uint32_t level_of_one(bridge_rec *bridge, pcie_cap_t *device_cap, std::uint32_t state) {
     std::uint32_t exit = 0;
     if (calc_exit_latency(bridge, device_cap, state, &exit) != PCI_OK)
@@ -187,13 +187,13 @@ std::uint32_t acceptable_ep_latency(bridge_rec *bridge, std::uint32_t state) {
         return 0;
     if (port_type != PORT_TYPE_PCIE_TO_PCI)
         return acceptable_ep_latency(child, state);
-    // What is on a conventional bus knows nothing of links.
+    // Functions on a conventional bus have no link of their own, so they accept any latency.
     const std::uint32_t latency = acceptable_latency_table[table_index(state, NO_LIMIT_CODE)];
     report_accepted(bridge, state, latency, child->bdf);
     return latency;
 }
 
-// A level is the set of its states: what both ends have is the intersection.
+// An ASPM value is a set of states, so the intersection holds those that both ends support.
 std::uint32_t find_aspm_level(bridge_rec *bridge, std::uint32_t up_support, pcie_cap_t *device_cap,
                               std::uint32_t down_support) {
     const std::uint32_t level = level_of(bridge, device_cap, up_support & down_support);

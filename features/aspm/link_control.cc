@@ -1,5 +1,5 @@
-// Order of the writes: enabling begins at the upstream end, disabling at the downstream end, so
-// that the downstream end never asks for a state that the upstream end does not allow.
+// Enabling begins at the upstream end and disabling at the downstream end, so that the downstream
+// end never asks for a state that the upstream end does not allow.
 #include "features/aspm/link_control.h"
 
 #include "features/aspm/latency.h"
@@ -20,7 +20,7 @@ bool is_above_a_link(std::uint8_t port_type) {
            port_type == PORT_TYPE_PCI_TO_PCIE;
 }
 
-// ASPM Support of one end of a link.
+// Reads Link Capabilities, ASPM Support, of one end of a link.
 pci_err_t read_support(pcie_cap_t *cap, std::uint32_t &support) {
     std::uint32_t linkcap = 0;
     const pci_err_t result = call(cap, &pcie_cap_ops_t::read_linkcap, &linkcap);
@@ -29,7 +29,7 @@ pci_err_t read_support(pcie_cap_t *cap, std::uint32_t &support) {
     return result;
 }
 
-// What the bridge supports on the link below it, not ASPM_NONE.
+// Gets the states that the bridge supports on the link below it; never ASPM_NONE on success.
 pci_err_t upstream_support(const bridge_rec *bridge, std::uint32_t &support) {
     if (bridge->pcie_cap == nullptr || bridge->class_code == HOST_BRIDGE_CLASS)
         return PCI_ERR_NOT_SUPPORTED;
@@ -49,7 +49,7 @@ pci_err_t upstream_support(const bridge_rec *bridge, std::uint32_t &support) {
     return PCI_ERR_NOT_SUPPORTED;
 }
 
-// BDF_NONE when nothing is below the bridge.
+// Returns the downstream component, BDF_NONE when there is none.
 bdf_t downstream_device(const bridge_rec *bridge) {
     const std::span<const bdf_t> functions = functions_below(bridge);
     if (!functions.empty())
@@ -58,8 +58,8 @@ bdf_t downstream_device(const bridge_rec *bridge) {
     return child != nullptr ? child->bdf : BDF_NONE;
 }
 
-// What the device below the link supports, not ASPM_NONE, and its capability. `cap` may be set on
-// failure too.
+// Gets the states that the downstream component supports, never ASPM_NONE on success, and its
+// capability. `cap` may be set on failure too.
 pci_err_t downstream_support(const bridge_rec *bridge, heap_ptr<pcie_cap_t> &cap,
                              std::uint32_t &support) {
     const bdf_t device = downstream_device(bridge);
@@ -90,7 +90,7 @@ pci_err_t set_both_ends(pcie_cap_t *upstream, pcie_cap_t *downstream, std::uint3
     return result;
 }
 
-// A level of 0 is written too: what latencies forbid is switched off.
+// ASPM_NONE is written too, because states that the latencies forbid must be switched off.
 pci_err_t enable_link(bridge_rec *bridge) {
     std::uint32_t up_support = ASPM_NONE;
     std::uint32_t down_support = ASPM_NONE;
@@ -104,7 +104,7 @@ pci_err_t enable_link(bridge_rec *bridge) {
     return set_both_ends(bridge->pcie_cap, device.get(), level);
 }
 
-// The bridge goes to level 0 whatever is found below it.
+// The bridge's ASPM Control is set to ASPM_NONE even if the downstream component cannot be written.
 pci_err_t disable_link(bridge_rec *bridge) {
     std::uint32_t up_support = ASPM_NONE;
     const pci_err_t result = upstream_support(bridge, up_support);
@@ -122,7 +122,7 @@ void report_link(const char *operation, const bridge_rec *bridge, pci_err_t resu
              pci_strerror(result));
 }
 
-// `one` link, or with BDF_NONE what `all` does from the top of the tree.
+// Calls `one` for a single link, or `all` for the whole tree when `bdf` is BDF_NONE.
 pci_err_t apply_by_bdf(bdf_t bdf, pci_err_t (*one)(bridge_rec *bridge),
                        pci_err_t (*all)(bridge_rec *first)) {
     if (bdf == BDF_NONE)

@@ -40,7 +40,7 @@ void apply_wishes_of(bdf_t bdf) {
         set_ecrc_chk(entry);
 }
 
-// Depth first: a bridge's own functions, then each child's whole subtree.
+// Goes depth first: the functions on the bridge's secondary bus, then each child's whole subtree.
 void apply_below(bridge_rec *bridge, std::uint32_t value) {
     if (cached_param_get_sec_busnum(bridge, value) < 0) {
         LOG_ERROR(0, "%s(B%u:D%u:F%u, %u, %s), secondary bus number unavailable",

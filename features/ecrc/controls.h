@@ -1,5 +1,5 @@
-// The two controls of the Advanced Error Capabilities and Control register, which differ in their
-// operations, their place in an entry and their messages.
+// The two controls of Advanced Error Capabilities and Control, ECRC Generation Enable and ECRC
+// Check Enable. They differ in their operations, their place in an entry and their messages.
 #pragma once
 
 #include "features/ecrc/entry_list.h"
@@ -14,7 +14,7 @@ struct ecrc_control_t {
     std::uint8_t ecrc_entry::*capable;
     ecrc_setting ecrc_entry::*wish;
 
-    // Message formats.
+    // Formats of messages; the comments name their arguments.
     const char *restored;     // text of a result
     const char *not_capable;  // address, "enable" or "disable"
     const char *changed;      // address, "enable" or "disable", "d" or "d already"

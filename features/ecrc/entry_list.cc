@@ -30,7 +30,7 @@ struct release_entry {
     }
 };
 
-// Gets the entry's two capability objects; what was got stays in the entry also on failure.
+// Reads the entry's two capability objects. Objects read before a failure stay in the entry.
 pci_err_t read_capabilities(ecrc_entry &entry, bdf_t bdf) {
     heap_ptr<pcie_cap_t> pcie_cap;
     pci_err_t result = read_pcie_cap(bdf, pcie_cap);
@@ -48,8 +48,8 @@ pci_err_t read_capabilities(ecrc_entry &entry, bdf_t bdf) {
     return result;
 }
 
-// Finds out whether a control can be switched, by disabling it. A control of which something is
-// wished may stay disabled: the wish is applied at start-up.
+// Probes a control by disabling it. Re-enables it unless the configuration requests a setting,
+// which start-up applies.
 void probe(ecrc_entry &entry, bdf_t bdf, const ecrc_control_t &control, ecrc_setting wish) {
     const bdf_token token = pci::token_of(bdf);
     const pci_err_t result = call(entry.aer_cap, control.disable, token);

@@ -26,7 +26,8 @@ constexpr char PARSER[] = "param_parse_ecrc";  // the parser's name in messages
 
 enum class scope_t { every_function, bus, device, single };
 
-// For scopes `bus` and `device` the address gives the bus and the device to compare with.
+// The functions that a record selects. For scopes `bus` and `device`, `bdf` holds the bus, or the
+// bus and the device, to compare with.
 struct selection_t {
     scope_t scope;
     bdf_t bdf;
@@ -37,7 +38,7 @@ struct wishes_t {
     ecrc_setting chk;
 };
 
-// A record's text, as far as messages quote it.
+// The parts of a record that messages quote.
 struct record_t {
     const char *keyword;
     const char *param;      // the whole value
@@ -58,7 +59,7 @@ void report_bad_number(const record_t &record, const char *what) {
               what, record.functions);
 }
 
-// B.*, B.F
+// Reads the forms B.* and B.F.
 bool parse_two_parts(const record_t &record, unsigned bus, const char *second,
                      selection_t *selection) {
     if (*second == '*') {
@@ -74,7 +75,7 @@ bool parse_two_parts(const record_t &record, unsigned bus, const char *second,
     return true;
 }
 
-// B.D.*, B.D.F
+// Reads the forms B.D.* and B.D.F.
 bool parse_three_parts(const record_t &record, unsigned bus, const char *second, const char *third,
                        selection_t *selection) {
     unsigned device = 0;
@@ -96,7 +97,7 @@ bool parse_three_parts(const record_t &record, unsigned bus, const char *second,
     return true;
 }
 
-// Cuts `text`, a copy of the first field.
+// Reads the first field; cuts `text`, a copy of it.
 bool parse_functions(const record_t &record, char *text, selection_t *selection) {
     char *rest = nullptr;
     const char *bus_text = strtok_r(text, ".", &rest);
@@ -182,7 +183,7 @@ void record_set(const record_t &record, const selection_t &selection, wishes_t w
     report_record(record, status);
 }
 
-// Finds what the first field stands for. False when the record is to be dropped.
+// Reads the functions that the first field selects. False when the record is to be dropped.
 bool select_functions(const record_t &record, selection_t *selection) {
     *selection = {scope_t::every_function, BDF_NONE};
     if (strcasecmp(record.functions, "all") == 0)

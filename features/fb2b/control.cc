@@ -1,5 +1,5 @@
-// A mode is a row: what it does to each function and each child bridge, what it does to the bridge
-// itself, and whether a failure takes everything back.
+// Each mode is a row that says what is done to each function and each child bridge, what is done to
+// the bridge itself, and whether a failure takes everything back.
 #include "features/fb2b/control.h"
 
 #include "module/base/guards.h"
@@ -14,7 +14,7 @@ namespace enable_features {
 
 namespace {
 
-// An enable bit with the operations of its register.
+// An enable bit and the operations on its register.
 struct enable_bit_t {
     pci_err_t (*read)(bdf_t bdf, std::uint16_t *value);
     pci_err_t (*write)(bdf_token token, std::uint16_t value, std::uint16_t *after);
@@ -34,7 +34,7 @@ bool is_capable(bdf_t bdf) {
            (status & pci::STATUS_FAST_B2B_CAPABLE) != 0;
 }
 
-// Reads the register back: a bit that is not there does not stick.
+// Reads the register back, because a function without the bit ignores the write.
 bool turn_on(const enable_bit_t &bit, bdf_t bdf) {
     std::uint16_t value = 0;
     if (bit.read(bdf, &value) != PCI_OK)
@@ -44,7 +44,7 @@ bool turn_on(const enable_bit_t &bit, bdf_t bdf) {
     return bit.write(pci::token_of(bdf), wanted, &after) == PCI_OK && (after & bit.mask) != 0;
 }
 
-// Passes over what cannot be read.
+// Registers that cannot be read are passed over: there is nothing to switch off.
 bool turn_off(const enable_bit_t &bit, bdf_t bdf) {
     std::uint16_t value = 0;
     if (bit.read(bdf, &value) == PCI_OK) {
@@ -76,7 +76,7 @@ constexpr fb2b_mode_t modes[] = {
      .takes_back = false},
 };
 
-// Always false. May be called with devs_lock held for reading, which the disable takes once more.
+// Always returns false. The caller may hold devs_lock for reading, which the disable takes again.
 bool give_up(bridge_rec *bridge, const fb2b_mode_t &mode) {
     if (mode.takes_back)
         fast_back_to_back(bridge, FB2B_DISABLE);
@@ -106,7 +106,7 @@ bool run(bridge_rec *bridge, const fb2b_mode_t &mode) {
     return mode.on_bridge(bridge->bdf) || give_up(bridge, mode);
 }
 
-// The bus that messages name; 0 when a bridge's cannot be read.
+// Returns the bus that messages name; 0 when a bridge's Secondary Bus Number cannot be read.
 unsigned secondary_bus_of(const bridge_rec *bridge) {
     if (bridge->bridge_kind != BRIDGE_KIND_PCI_TO_PCI)
         return pci::bus_of(bridge->bdf);

@@ -1,11 +1,11 @@
-// Fast back-to-back transfers as a feature: switched off in this version.
+// Fast back-to-back transactions as a feature: switched off in this version.
 #pragma once
 
 #include "module/base/feature.h"
 
 namespace enable_features {
 
-// PCI_ERR_NOT_SUPPORTED; does nothing else.
+// Does nothing; returns PCI_ERR_NOT_SUPPORTED.
 pci_err_t fb2b_init(feature_t *row);
 
 // Ignores the line.

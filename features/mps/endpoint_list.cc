@@ -20,7 +20,7 @@ constexpr char BUILD[] = "ep_list_once_init";  // the build's name in messages
 
 bdf_index_t device_index;  // by device key
 
-// The caller holds the list's lock, or is the build, beside which nobody uses the list.
+// The caller holds the list's lock, or is the build, during which no other thread uses the list.
 mps_entry *find_device(bdf_t key) {
     return static_cast<mps_entry *>(find_indexed(device_index, key));
 }
@@ -31,7 +31,7 @@ void append_device(mps_entry *entry) {
     add_to_index(device_index, entry->bdf, entry);
 }
 
-// Makes the entry of the device of `bdf`, the function that gives rise to it.
+// Adds an entry for the device of `bdf`, the function through which the device was found.
 void add_mps_entry(bdf_t bdf) {
     auto *entry = static_cast<mps_entry *>(std::calloc(1, sizeof(mps_entry)));
     if (entry == nullptr) {
@@ -49,8 +49,8 @@ void add_mps_entry(bdf_t bdf) {
     LOG_DEBUG(3, "%s, new entry for B%u:D%u:F%u added", BUILD, BDF_ARGS(bdf));
 }
 
-// Function 0 always stands for its device. Another function does when function 0 did not come in
-// (it is no endpoint, or managed elsewhere), and only the first one.
+// Function 0 always stands for its device. Another function does only when function 0 did not get
+// an entry (it is no endpoint, or managed elsewhere), and then only the first one.
 bool stands_for_device(bdf_t bdf) {
     return pci::function_of(bdf) == 0 ||
            (pci_device_is_multi_func(bdf) && find_device(device_key(bdf)) == nullptr);

@@ -18,7 +18,7 @@ namespace enable_features {
 
 namespace {
 
-// "Fz" in these messages: every function of the device.
+// "Fz" in these messages stands for every function of the device.
 void report_set(const mps_entry *entry, std::uint32_t size) {
     LOG_INFO(1, "set MPS value %u for B%u:D%u:Fz, %s", size, pci::bus_of(entry->bdf),
              pci::device_of(entry->bdf), pci_strerror(PCI_OK));
@@ -46,7 +46,7 @@ void report_refused(const mps_entry *entry, std::uint32_t size) {
                 size, BDF_ARGS(entry->bdf), entry->rp->path_max);
 }
 
-// Programs a request; a failure is undone along the whole path, for a path with two sizes loses
+// Programs a request. A failure is undone along the whole path, because a path with two sizes loses
 // packets.
 pci_err_t set_or_restore(mps_entry *entry, std::uint32_t size) {
     const pci_err_t result = mps_set_ep_hierarchy(entry, size);
@@ -61,7 +61,7 @@ pci_err_t set_or_restore(mps_entry *entry, std::uint32_t size) {
     return result;
 }
 
-// First pass. The result is `last`, that of the attempt before, when nothing is programmed.
+// First pass. Returns `last`, the result of the attempt before, when nothing is programmed.
 pci_err_t apply_request(mps_entry *entry, pci_err_t last) {
     const std::uint32_t cur_mps = cur_mps_of(entry->rp);
     const mps_decision_t decision = decide_mps(entry->mps, entry->rp->path_max, cur_mps);
@@ -86,7 +86,7 @@ pci_err_t apply_request(mps_entry *entry, pci_err_t last) {
     return set_or_restore(entry, decision.size);
 }
 
-// Second pass; the result as in the first.
+// Second pass. Returns `last` when nothing is programmed.
 pci_err_t apply_hierarchy_size(mps_entry *entry, pci_err_t last) {
     const std::uint32_t size = cur_mps_of(entry->rp);
     if (entry->mps != 0 || !is_a_supported_mps(size))
@@ -106,8 +106,8 @@ pci_err_t for_each_path(const entry_list_t &list, pci_err_t last,
 
 }  // namespace
 
-// The root port is written first: a bridge accepts larger payloads before anything below it sends
-// them.
+// The root port is written first, so that a bridge accepts larger payloads before anything below it
+// sends them.
 pci_err_t mps_set_hierarchy(bridge_rec *bridge, std::uint32_t size) {
     LOG_DEBUG(3, "%s(upstream B%u:D%u:F%u, %u)", "mps_set_hierarchy", BDF_ARGS(bridge->bdf), size);
     if (!is_topmost(bridge))
@@ -158,8 +158,8 @@ pci_err_t mps_init(feature_t *row) {
     row->hooks.post_reset = post_reset_mps_enable;
     row->hooks.post_insertion = post_insertion_mps_enable;
     row->hooks.pre_removal = pre_removal_mps_disable;
-    // Before anything is programmed, so that no reset is missed: one that comes meanwhile finds
-    // what has been programmed by then.
+    // The hooks are registered before anything is programmed, so that no reset is missed: a reset
+    // that comes meanwhile finds what has been programmed by then.
     const pci_err_t registered = install_buscfg_hooks(&row->hooks);
     if (registered != PCI_OK)
         return registered;

@@ -1,9 +1,9 @@
-// After a bus reset the scope is a whole hierarchy when the bridge above the function has bridges
-// below it, which have lost their sizes too, or when it is the function itself; else it is the one
-// device.
+// A secondary bus reset returns everything below the upstream bridge to the default size. When that
+// bridge has bridges below it, or is itself the function that the host names, whole paths have lost
+// their size, so the scope is the hierarchy; else it is the one device.
 //
-// A hook returns silently for a device or a root port without an entry, and for an entry without a
-// path. Exception: a function-level reset of a device without an entry is logged as a warning.
+// A hook returns silently if the device or its root port has no entry, or if the path is unknown.
+// Exception: a function-level reset of a device without an entry is logged as a warning.
 #include "features/mps/hooks.h"
 
 #include "features/mps/hierarchy.h"
@@ -31,23 +31,23 @@ void report_no_hotplug(const char *hook, const bridge_rec *bridge, std::uint32_t
                 BDF_ARGS(bridge->bdf), event_value, status_text(status));
 }
 
-// A reset, as the host tells of it.
+// A reset, as the host reports it.
 struct reset_t {
     std::uint32_t type;  // RESET_TYPE_*
     bdf_t bdf;
     int status;
 };
 
-// What a reset may have returned to the default size.
+// The functions that a reset may have returned to the default size.
 struct target_t {
     enum { FUNCTION, DEVICE, HIERARCHY } scope;
-    const rp_entry *rp;  // has the hierarchy's size; null when nothing is known of the path
+    const rp_entry *rp;  // has the hierarchy's size; null when the path is unknown
     bdf_t device;        // the device's key; BDF_NONE for a hierarchy
 };
 
 struct reset_plan_t {
     enum { PASS_OVER, LEAVE_DEFAULT, PROGRAM } action;
-    std::uint32_t size;  // to be programmed
+    std::uint32_t size;  // bytes to program
 };
 
 // `entry` may be null.
@@ -81,7 +81,7 @@ target_t target_of_function_reset(const reset_t &reset) {
     return target_at(target_t::FUNCTION, entry);
 }
 
-// A hierarchy that was never programmed keeps the default.
+// A hierarchy that was never programmed keeps the default size.
 reset_plan_t plan_reset(const target_t &target) {
     if (target.rp == nullptr)
         return {.action = reset_plan_t::PASS_OVER, .size = 0};
@@ -115,7 +115,8 @@ void program_device(const reset_t &reset, bdf_t device, std::uint32_t size) {
               BDF_ARGS(device), size, pci_strerror(result));
 }
 
-// Every path from the root port down, in list order, whether or not it lay below the reset.
+// Programs every path from the root port down, in list order, even those that the reset did not
+// reach.
 void program_hierarchy(const rp_entry *rp, std::uint32_t size) {
     const mutex_guard guard(ep_list().lock);
     for (mps_entry *entry = first_mps_entry(ep_list()); entry != nullptr;

@@ -1,6 +1,6 @@
 // The endpoint is examined before the size, so that a value with both bad reports the endpoint. An
-// endpoint that is absent, or is none, is dropped without a message: one file may serve several
-// machines.
+// absent endpoint, or a function that is no endpoint, is dropped without a message, because one
+// file may serve several machines.
 #include "features/mps/parameters.h"
 
 #include <strings.h>
@@ -28,8 +28,8 @@ struct ep_result_t {
     bdf_t bdf;  // BDF_NONE, which is no endpoint, when the device is missing
 };
 
-// Reads the endpoint field, cutting it up. Empty parts do not count, and nothing is read behind the
-// third.
+// Reads the endpoint field, cutting it up. Empty parts do not count, and parts behind the third are
+// ignored.
 ep_result_t read_endpoint(char *field) {
     char *rest = nullptr;
     const char *bus_text = strtok_r(field, ".", &rest);
@@ -68,7 +68,7 @@ void report_bad_endpoint(ep_fault_t fault, const char *whole, const char *field)
                   fault == ep_fault_t::device ? "device" : "function", field);
 }
 
-// A payload size is what the low 32 bits of the number say.
+// The low 32 bits of the number are the payload size.
 bool read_size(const char *field, std::uint32_t *size) {
     if (strcasecmp(field, "max") == 0) {
         *size = MPS_MAX;
@@ -86,8 +86,8 @@ void report_no_memory(const char *whole) {
               pci_strerror(PCI_ERR_NO_MEMORY));
 }
 
-// Finds what the endpoint field stands for, cutting it up. False when the record is to be dropped.
-// The copy that the messages need is gone before the endpoint is looked for.
+// Finds the endpoint that the field names, cutting the field up. False when the record is to be
+// dropped. The copy that messages need is freed before the endpoint is looked up.
 bool find_endpoint(const char *whole, char *field, bdf_t *bdf) {
     *bdf = BDF_NONE;
     if (strcasecmp(field, "all") == 0)

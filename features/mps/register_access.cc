@@ -15,14 +15,14 @@ namespace {
 
 constexpr std::size_t FUNCTIONS_PER_ARI_DEVICE = pci::HIGHEST_ARI_FUNCTION + 1;
 
-// What a call of mps_write_mps() was asked for.
+// The arguments of mps_write_mps(), for the messages.
 struct write_request_t {
     pcie_cap_t *cap;
     bdf_t bdf;
     std::uint32_t size;
 };
 
-// How every message of mps_write_mps() begins, and its arguments.
+// Every message of mps_write_mps() begins with this text and has these arguments.
 #define WRITE_CALL "%s(%p, B%u:D%u:F%u, %u)"
 #define WRITE_ARGS(request)                                                                        \
     "mps_write_mps", static_cast<void *>((request).cap), BDF_ARGS((request).bdf), (request).size
@@ -60,7 +60,7 @@ pci_err_t change_devctl(pcie_cap_t *cap, const write_request_t &request) {
                   pci_strerror(result));
         return result;
     }
-    // The variable now holds what the register reads: a size that did not take shows here.
+    // `devctl` now holds what the register reads, so a size that did not take shows here.
     const std::uint32_t now = decode_mps(pci::get(devctl, pci::DEVCTL_MPS));
     if (now != request.size)
         return PCI_ERR_IO;
@@ -76,8 +76,8 @@ pci_err_t write_mps(const write_request_t &request) {
     return result == PCI_OK ? change_devctl(cap.get(), request) : result;
 }
 
-// Follows the device's next-function chain. A chain that comes back to a function it has been at,
-// or to where it began, would never end: it is left there.
+// Follows the device's chain of Next Function Numbers. A chain that comes back to a function
+// visited before would never end, so the walk ends there.
 pci_err_t write_ari_functions(bdf_t bdf, std::uint32_t size) {
     std::bitset<FUNCTIONS_PER_ARI_DEVICE> visited;
     pci_err_t result = PCI_OK;
@@ -92,7 +92,7 @@ pci_err_t write_ari_functions(bdf_t bdf, std::uint32_t size) {
     return result;
 }
 
-// An absent function is no error; one that cannot be asked is.
+// An absent function is no error; a function that cannot be read is.
 pci_err_t write_if_present(bdf_t bdf, std::uint32_t size) {
     std::uint16_t vendor = pci::VENDOR_ID_NONE;
     const pci_err_t result = pci_device_read_vid(bdf, &vendor);

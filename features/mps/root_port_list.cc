@@ -24,7 +24,8 @@ bdf_t bridge_function(std::uint32_t index) {
     return pci_device_find(index, ANY_VENDOR, ANY_DEVICE, PCI_BRIDGE_CLASS | ANY_INTERFACE);
 }
 
-// add_rp_entry() without the build, for the build itself, which must not wait for its own end.
+// Appends an entry without building the list first: the build calls this, and would wait for its
+// own end.
 pci_err_t append_rp_entry(bridge_rec *bridge, std::uint32_t path_max) {
     auto *entry = static_cast<rp_entry *>(std::calloc(1, sizeof(rp_entry)));
     if (entry == nullptr)
@@ -49,8 +50,8 @@ void add_root_port(bridge_rec *bridge) {
                   path_max, pci_strerror(result));
 }
 
-// Takes one bridge function into the list if it is a managed root port. `status` becomes the result
-// of asking for its type; without a type to ask for it is left.
+// Adds one bridge function to the list if it is a managed root port. `status` becomes the result of
+// reading its port type; it stays as it was when there is no register to read.
 void consider_bridge(bdf_t bdf, pci_err_t &status) {
     if (skip_unmanaged(BUILD, bdf))
         return;
@@ -63,7 +64,7 @@ void consider_bridge(bdf_t bdf, pci_err_t &status) {
         add_root_port(bridge);
 }
 
-// Only sizes that can be set count: 0 (not readable) and the reserved codes lower nothing.
+// Only sizes that can be programmed count: 0 (not readable) and the reserved values lower nothing.
 bool lowers(std::uint32_t size, std::uint32_t path_max) {
     return is_a_supported_mps(size) && size < path_max;
 }
@@ -102,7 +103,7 @@ void rp_list_init_once_init() {
 
     bdf_t bdf = bridge_function(0);
     LOG_DEBUG(2, "%s() start ...", BUILD);
-    pci_err_t status = PCI_ERR_NO_DEVICE;  // stays when no bridge could be asked for its type
+    pci_err_t status = PCI_ERR_NO_DEVICE;  // stays when no bridge's port type could be read
     for (std::uint32_t index = 1; bdf != BDF_NONE; index++) {
         consider_bridge(bdf, status);
         bdf = bridge_function(index);
@@ -110,7 +111,7 @@ void rp_list_init_once_init() {
     LOG_DEBUG(2, "%s() end, %s", BUILD, pci_strerror(status));
 }
 
-// Recursive, as deep as bridges stand above each other.
+// Recurses as deep as bridges stand above each other.
 void find_rp_mps(bridge_rec *bridge, std::uint32_t *path_max) {
     LOG_DEBUG(3, "%s(B%u:D%u:F%u, %p=%u)", "find_rp_mps", BDF_ARGS(bridge->bdf),
               static_cast<void *>(path_max), *path_max);

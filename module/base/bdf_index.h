@@ -1,7 +1,7 @@
-// Entries of a list by the address that they are for. A place keeps the first entry that was added
-// for its address, so that the index finds what a walk from the list's first entry finds; it is
-// there because lists of 65,536 functions are built by looking every function up. Guarded by the
-// list's lock.
+// An index of a list's entries by address. Without it, a list of 65,536 functions would take
+// quadratic time, because building the list looks every function up. A slot keeps the first entry
+// that was added for its address, so that the index finds the same entry as a walk from the list's
+// first entry. The list's lock guards the index.
 #pragma once
 
 #include <algorithm>

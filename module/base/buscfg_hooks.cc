@@ -14,7 +14,7 @@ buscfg_t **buscfg_pp = nullptr;
 
 namespace {
 
-pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;  // around the look-up of "buscfg" only
+pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;  // guards the look-up of "buscfg" only
 
 template <auto member>
 buscfg_hook_t hook_of(const buscfg_hooks_t &hooks) {
@@ -27,7 +27,7 @@ struct hook_kind_t {
     const char *message;
 };
 
-// In the host's kind order, which is not the order of the members.
+// The rows are in the order of the host's hook kinds, which is not the order of the members.
 constexpr hook_kind_t hook_kinds[] = {
     {BUSCFG_HOOK_PRE_INSERTION, hook_of<&buscfg_hooks_t::pre_insertion>,
      "%s(), add pre insertion hook, %s"},
@@ -45,8 +45,8 @@ constexpr hook_kind_t hook_kinds[] = {
      "%s(), add post reconfig hook, %s"},
 };
 
-// The host's variable, null when it has none. Once found it is never looked up again; read without
-// the lock first, and again under it.
+// Returns the host's variable, null when the host has none. The variable never moves, so it is
+// looked up until it is found, and read without the lock first, then again under it.
 buscfg_t **find_buscfg() {
     if (buscfg_t **found = __atomic_load_n(&buscfg_pp, __ATOMIC_ACQUIRE))
         return found;
@@ -85,7 +85,7 @@ pci_err_t install_buscfg_hooks(const buscfg_hooks_t *hooks) {
 
         const pci_err_t outcome = hand_over(block.get());
         if (outcome == PCI_OK)
-            static_cast<void>(block.release());  // the host's from now on
+            static_cast<void>(block.release());  // the host owns the block from now on
         LOG_DEBUG(2, row.message, "install_buscfg_hooks", pci_strerror(outcome));
         if (outcome != PCI_OK)
             return outcome;

@@ -8,7 +8,7 @@
 
 namespace enable_features {
 
-// What every entry begins with.
+// Every entry begins with this.
 struct list_entry_t {
     list_entry_t *next;   // null at the tail
     list_entry_t **prev;  // the link that points to this entry: the entry before's next, or the
@@ -19,7 +19,7 @@ struct entry_list_t {
     list_entry_t *first;  // null when empty
     list_entry_t *last;   // null when empty
     std::uint32_t count;
-    pthread_mutex_t lock;  // guards the three and the entries' links
+    pthread_mutex_t lock;  // guards the three above and the entries' links
 };
 
 // Appends `entry`; the caller holds the list's lock. The list owns the entry from then on.

@@ -1,4 +1,4 @@
-// Scope guards: what is taken here is given back on every path.
+// Scope guards, which give back on every path what they took.
 #pragma once
 
 #include <pthread.h>
@@ -30,7 +30,7 @@ struct free_memory {
     void operator()(void *memory) const { std::free(memory); }
 };
 
-// Memory of malloc and its kin: entries not yet listed, text copies, capability objects.
+// Owns memory of malloc and its kin: entries not yet listed, copies of text, capability objects.
 template <typename T>
 using heap_ptr = std::unique_ptr<T, free_memory>;
 

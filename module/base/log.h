@@ -1,5 +1,5 @@
-// Log output. Each message site looks at its handle once; without a handle nothing is done, not
-// even the message's arguments are computed. A message never changes what the code does next.
+// Each message site reads its handle once. Without a handle nothing is done: the message's
+// arguments are not computed either. A message never changes what the code does next.
 #pragma once
 
 #include "platform/bdf.h"
@@ -7,8 +7,8 @@
 
 namespace enable_features {
 
-// The level functions: hand one message to `handle` with the level's severity code. They filter
-// nothing: the handle does, by pci_verbosity and the message's own `verbosity`, 0 to 4.
+// Each hands one message to `handle` with the severity code of its level. They filter nothing: the
+// handle does, by pci_verbosity and by `verbosity`, the message's own number from 0 to 4.
 [[gnu::format(printf, 3, 4)]] void __pci_slog_error(log_handle_t *handle, int verbosity,
                                                     const char *format, ...);
 [[gnu::format(printf, 3, 4)]] void __pci_slog_warn(log_handle_t *handle, int verbosity,
@@ -20,7 +20,8 @@ namespace enable_features {
 
 }  // namespace enable_features
 
-// Message sites. Macros, because the arguments must not be computed when nobody listens.
+// The message sites are macros, because a function's arguments would be computed even without a
+// handle.
 #define LOG_TO(handle_variable, level_function, ...)                                               \
     do {                                                                                           \
         if (log_handle_t *log_handle = __atomic_load_n(&(handle_variable), __ATOMIC_ACQUIRE))      \
@@ -32,5 +33,5 @@ namespace enable_features {
 #define LOG_INFO(...) LOG_TO(pci_slog, __pci_slog_info, __VA_ARGS__)
 #define LOG_DEBUG(...) LOG_TO(pci_dbg, __pci_slog_debug, __VA_ARGS__)
 
-// The three arguments of "B%u:D%u:F%u".
+// Expands to the three arguments of "B%u:D%u:F%u".
 #define BDF_ARGS(bdf) ::pci::bus_of(bdf), ::pci::device_of(bdf), ::pci::function_of(bdf)

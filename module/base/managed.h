@@ -1,12 +1,12 @@
-// Which functions are this server instance's.
+// Tells which functions this server instance manages.
 #pragma once
 
 #include "platform/types.h"
 
 namespace enable_features {
 
-// True when another server instance manages `bdf` (IDs differ in their low 8 bits); says so in the
-// debug log, in the name of the module's function `caller`.
+// Returns true when another server instance manages `bdf`: their IDs differ in the low 8 bits. Says
+// so in the debug log, under the name of `caller`, a function of the module.
 bool skip_unmanaged(const char *caller, bdf_t bdf);
 
 }  // namespace enable_features

@@ -11,7 +11,8 @@ bool valid_param_val_char(char c) {
 
 namespace {
 
-// Automatic, except that newer C libraries also take 0b for binary: here that is an octal 0.
+// Base 0 lets strtoul choose. Newer C libraries then also take 0b for binary, which here is an
+// octal 0 with text behind it, so base 8 is given for that prefix.
 int base_of(const char *text) {
     if (*text == '+' || *text == '-')
         text++;

@@ -1,4 +1,5 @@
-// Pieces of parameter values. Characters are ASCII, whatever the process's locale is.
+// Parts of parameter values. Characters are classified as ASCII, because the process's locale must
+// not change what a file means.
 #pragma once
 
 #include "module/base/guards.h"
@@ -15,15 +16,17 @@ constexpr bool is_hex_digit(char c) {
     return is_digit(c) || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
 }
 
-// The characters of a value whose feature has no rule of its own: letters, digits, "+-.:".
+// Returns true for letters, digits and "+-.:", the characters of a value whose feature has no rule
+// of its own.
 bool valid_param_val_char(char c);
 
 // Reads the number at the start of `text`: decimal, hexadecimal behind 0x, octal behind 0, with
-// strtoul's rules for signs and overflow; what follows the digits is ignored. `*value` gets its low
-// 32 bits. False, `*value` untouched, when there is no digit or the number is above `highest`.
+// strtoul's rules for signs and overflow; what follows the digits is ignored. `*value` gets the low
+// 32 bits. Returns false, with `*value` untouched, when there is no digit or the number is above
+// `highest`.
 bool read_number(const char *text, unsigned long highest, unsigned *value);
 
-// Heap copy of a text, null when memory is short.
+// Copies a text to the heap; null when memory is short.
 heap_ptr<char> copy_text(const char *text);
 
 }  // namespace enable_features
