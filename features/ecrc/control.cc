@@ -12,7 +12,7 @@ namespace enable_features {
 namespace {
 
 pci_err_t apply(ecrc_entry *entry, const ecrc_control_t &control) {
-    const bool enable = entry->*control.wish == 1;
+    const bool enable = entry->*control.request == 1;
     const char *word = enable ? "enable" : "disable";
     if (entry->*control.capable == 0) {
         LOG_WARNING(1, control.not_capable, BDF_ARGS(entry->bdf), word);
@@ -28,7 +28,7 @@ pci_err_t apply(ecrc_entry *entry, const ecrc_control_t &control) {
     return result;
 }
 
-void apply_wishes_of(bdf_t bdf) {
+void apply_requests_of(bdf_t bdf) {
     ecrc_entry *entry = ecrc_find_entry(bdf);
     if (entry == nullptr) {
         LOG_INFO(2, "No ECRC record for B%u:D%u:F%u, skipping", BDF_ARGS(bdf));
@@ -50,7 +50,7 @@ void apply_below(bridge_rec *bridge, std::uint32_t value) {
     {
         const read_guard guard(bridge->devs_lock);
         for (std::uint32_t i = 0; i < bridge->num_devs; i++)
-            apply_wishes_of(bridge->devs[i]);
+            apply_requests_of(bridge->devs[i]);
     }
     for (bridge_rec *child = first_child(bridge); child != nullptr; child = next_sibling(child))
         apply_below(child, 0);

@@ -12,7 +12,7 @@ struct ecrc_control_t {
     operation_t enable;
     operation_t disable;
     std::uint8_t ecrc_entry::*capable;
-    ecrc_setting ecrc_entry::*wish;
+    ecrc_setting ecrc_entry::*request;
 
     // Formats of messages; the comments name their arguments.
     const char *restored;     // text of a result
@@ -25,7 +25,7 @@ inline constexpr ecrc_control_t ecrc_generation = {
     .enable = &aer_cap_ops_t::ecrc_gen_enable,
     .disable = &aer_cap_ops_t::ecrc_gen_disable,
     .capable = &ecrc_entry::gen_capable,
-    .wish = &ecrc_entry::gen,
+    .request = &ecrc_entry::gen,
     .restored = "Restore ECRC generation state to enabled for no-change setting, %s",
     .not_capable = "B%u:D%u:F%u is not capable of ECRC generation, ignoring %s",
     .changed = "B%u:D%u:F%u ECRC generation %s%s",
@@ -36,7 +36,7 @@ inline constexpr ecrc_control_t ecrc_checking = {
     .enable = &aer_cap_ops_t::ecrc_chk_enable,
     .disable = &aer_cap_ops_t::ecrc_chk_disable,
     .capable = &ecrc_entry::chk_capable,
-    .wish = &ecrc_entry::chk,
+    .request = &ecrc_entry::chk,
     .restored = "Restore ECRC checking state to enabled for no-change setting, %s",
     .not_capable = "B%u:D%u:F%u is not capable of ECRC checking, ignoring %s",
     .changed = "B%u:D%u:F%u ECRC checking %s%s",

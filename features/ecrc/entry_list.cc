@@ -50,11 +50,11 @@ pci_err_t read_capabilities(ecrc_entry &entry, bdf_t bdf) {
 
 // Probes a control by disabling it. Re-enables it unless the configuration requests a setting,
 // which start-up applies.
-void probe(ecrc_entry &entry, bdf_t bdf, const ecrc_control_t &control, ecrc_setting wish) {
+void probe(ecrc_entry &entry, bdf_t bdf, const ecrc_control_t &control, ecrc_setting request) {
     const bdf_token token = pci::token_of(bdf);
     const pci_err_t result = call(entry.aer_cap, control.disable, token);
     entry.*control.capable = result != PCI_ERR_NOT_SUPPORTED ? 1 : 0;
-    if (result != PCI_OK || wish != 0)
+    if (result != PCI_OK || request != 0)
         return;
     const pci_err_t restored = call(entry.aer_cap, control.enable, token);
     LOG_INFO(2, control.restored, pci_strerror(restored));

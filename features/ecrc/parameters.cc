@@ -33,7 +33,7 @@ struct selection_t {
     bdf_t bdf;
 };
 
-struct wishes_t {
+struct requests_t {
     ecrc_setting gen;
     ecrc_setting chk;
 };
@@ -138,13 +138,14 @@ bool parse_setting(const char *text, ecrc_setting *setting) {
     }
 }
 
-bool parse_wishes(const record_t &record, const char *gen, const char *chk, wishes_t *wishes) {
-    if (!parse_setting(gen, &wishes->gen) || !parse_setting(chk, &wishes->chk)) {
+bool parse_requests(const record_t &record, const char *gen, const char *chk,
+                    requests_t *requests) {
+    if (!parse_setting(gen, &requests->gen) || !parse_setting(chk, &requests->chk)) {
         LOG_ERROR(0, "%s, (param '%s') bad ECRC gen or check values '%s'/'%s', ignoring record",
                   PARSER, record.param, gen, chk);
         return false;
     }
-    if (wishes->gen == 0 && wishes->chk == 0) {
+    if (requests->gen == 0 && requests->chk == 0) {
         LOG_WARNING(2, "ignoring record which doesn't change anything");
         return false;
     }
@@ -159,14 +160,14 @@ bool is_selected(const selection_t &selection, bdf_t bdf) {
     return selection.scope == scope_t::bus || pci::device_of(bdf) == pci::device_of(selection.bdf);
 }
 
-void record_single(const record_t &record, bdf_t bdf, wishes_t wishes) {
+void record_single(const record_t &record, bdf_t bdf, requests_t requests) {
     if (skip_unmanaged(PARSER, bdf))
         return;
-    report_record(record, ecrc_add_or_update_entry(bdf, wishes.gen, wishes.chk));
+    report_record(record, ecrc_add_or_update_entry(bdf, requests.gen, requests.chk));
 }
 
 // A function that cannot switch ECRC does not end a set; any other failure does.
-void record_set(const record_t &record, const selection_t &selection, wishes_t wishes) {
+void record_set(const record_t &record, const selection_t &selection, requests_t requests) {
     pci_err_t status = PCI_OK;
     for (std::uint32_t i = 0; status == PCI_OK; i++) {
         const bdf_t bdf = pci_device_find(i, ANY_VENDOR, ANY_DEVICE, ANY_CLASS);
@@ -174,9 +175,9 @@ void record_set(const record_t &record, const selection_t &selection, wishes_t w
             break;
         if (skip_unmanaged(PARSER, bdf) || !is_selected(selection, bdf))
             continue;
-        const pci_err_t result = ecrc_add_or_update_entry(bdf, wishes.gen, wishes.chk);
+        const pci_err_t result = ecrc_add_or_update_entry(bdf, requests.gen, requests.chk);
         LOG_DEBUG(3, "Add/update ECRC entry for B%u:D%u:F%u, gen=%d, chk=%d, %s", BDF_ARGS(bdf),
-                  wishes.gen, wishes.chk, pci_strerror(result));
+                  requests.gen, requests.chk, pci_strerror(result));
         if (result != PCI_ERR_NOT_SUPPORTED)
             status = result;
     }
@@ -215,13 +216,13 @@ void param_parse_ecrc(const char *keyword, char *value, feature_t *) {
         return;
     }
     selection_t selection = {};
-    wishes_t wishes = {};
-    if (!select_functions(record, &selection) || !parse_wishes(record, gen, chk, &wishes))
+    requests_t requests = {};
+    if (!select_functions(record, &selection) || !parse_requests(record, gen, chk, &requests))
         return;
     if (selection.scope == scope_t::single)
-        record_single(record, selection.bdf, wishes);
+        record_single(record, selection.bdf, requests);
     else
-        record_set(record, selection, wishes);
+        record_set(record, selection, requests);
 }
 
 bool valid_ecrc_param_char(char c) {
