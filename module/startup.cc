@@ -27,15 +27,6 @@ constexpr version_pair_t oldest = {.major = 3, .minor = 0};
 
 std::uint32_t version = BAD_VERSION;  // packed; accessed atomically, without a lock
 
-constexpr std::uint32_t pack(version_pair_t pair) {
-    return pair.major | static_cast<std::uint32_t>(pair.minor) << 16;
-}
-
-constexpr version_pair_t unpack(std::uint32_t packed) {
-    return {.major = static_cast<std::uint16_t>(packed & 0xFFFF),
-            .minor = static_cast<std::uint16_t>(packed >> 16)};
-}
-
 constexpr bool is_older(version_pair_t candidate, version_pair_t limit) {
     return candidate.major != limit.major ? candidate.major < limit.major
                                           : candidate.minor < limit.minor;
@@ -118,14 +109,14 @@ std::uint32_t mod_version() {
     unsigned minor = 0;
     if (std::sscanf(version_text, "%u_%u", &major, &minor) != 2)
         return known;  // GCOVR_EXCL_LINE: the text is the one above
-    const std::uint32_t packed = pack(
+    const std::uint32_t packed = pack_version(
         {.major = static_cast<std::uint16_t>(major), .minor = static_cast<std::uint16_t>(minor)});
     __atomic_store_n(&version, packed, __ATOMIC_RELAXED);
     return packed;
 }
 
 pci_err_t start_module(const mod_init_args_t *args) {
-    const pci_err_t refused = check_versions(*args, unpack(mod_version()));
+    const pci_err_t refused = check_versions(*args, unpack_version(mod_version()));
     if (refused != PCI_OK) {
         LOG_ERROR(0, "Enable Features module init failed, %s", pci_strerror(refused));
         return refused;

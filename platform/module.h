@@ -13,6 +13,16 @@ struct version_pair_t {
     std::uint16_t minor;
 };
 
+// A version packed into one number: major in bits 15:0, minor in bits 31:16.
+constexpr std::uint32_t pack_version(version_pair_t version) {
+    return version.major | std::uint32_t{version.minor} << 16;
+}
+
+constexpr version_pair_t unpack_version(std::uint32_t packed) {
+    return {.major = static_cast<std::uint16_t>(packed & 0xFFFF),
+            .minor = static_cast<std::uint16_t>(packed >> 16)};
+}
+
 struct mod_init_args_t {
     version_pair_t server_version;
     version_pair_t lib_version;
@@ -34,8 +44,8 @@ extern "C" {
 // bridges one below the other: a thread with less than that may overflow its stack.
 HOPLAR_EXPORT pci_err_t server_mod_init(const mod_init_args_t *args);
 
-// Returns the module's version as a packed version_pair_t: major in bits 15:0, minor in bits 31:16.
-// May be called at any time, from any thread.
+// Returns the module's version as pack_version() packs it, BAD_VERSION (server.h) when it is not
+// known. May be called at any time, from any thread.
 HOPLAR_EXPORT std::uint32_t server_mod_version(void);
 
 }  // extern "C"

@@ -42,6 +42,16 @@ constexpr std::uint8_t PORT_TYPE_PCI_TO_PCIE = 8;
 constexpr std::uint8_t PORT_TYPE_RCIEP = 9;  // root complex integrated endpoint
 constexpr std::uint8_t PORT_TYPE_EVENT_COLLECTOR = 10;
 
+namespace pci {
+
+// Returns true for the types of port that stand above a link, whose secondary side is the link.
+constexpr bool is_above_link(unsigned port_type) {
+    return port_type == PORT_TYPE_ROOT_PORT || port_type == PORT_TYPE_SWITCH_DOWNSTREAM ||
+           port_type == PORT_TYPE_PCI_TO_PCIE;
+}
+
+}  // namespace pci
+
 // Class Code: base class in bits 23:16, sub-class in 15:8, programming interface in 7:0.
 constexpr std::uint32_t HOST_BRIDGE_CLASS = 0x060000;
 constexpr std::uint32_t PCI_BRIDGE_CLASS = 0x060400;

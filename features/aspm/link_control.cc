@@ -15,11 +15,6 @@ namespace enable_features {
 
 namespace {
 
-bool is_above_a_link(std::uint8_t port_type) {
-    return port_type == PORT_TYPE_ROOT_PORT || port_type == PORT_TYPE_SWITCH_DOWNSTREAM ||
-           port_type == PORT_TYPE_PCI_TO_PCIE;
-}
-
 // Reads Link Capabilities, ASPM Support, of one end of a link.
 pci_err_t read_support(pcie_cap_t *cap, std::uint32_t &support) {
     std::uint32_t linkcap = 0;
@@ -38,7 +33,7 @@ pci_err_t upstream_support(const bridge_rec *bridge, std::uint32_t &support) {
         LOG_DEBUG(2, "unable to determine port type");
         return PCI_ERR_NOT_SUPPORTED;
     }
-    if (!is_above_a_link(port_type)) {
+    if (!pci::is_above_link(port_type)) {
         LOG_DEBUG(2, "unsupported downstream port type %u", port_type);
         return PCI_ERR_NOT_SUPPORTED;
     }

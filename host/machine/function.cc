@@ -91,10 +91,7 @@ Function read_function(ConfigSpace &space, RoutingId id) {
 }
 
 bool forwards_ari(ConfigSpace &space, const Function &bridge) {
-    const bool downstream = bridge.port_type == PORT_TYPE_ROOT_PORT ||
-                            bridge.port_type == PORT_TYPE_SWITCH_DOWNSTREAM ||
-                            bridge.port_type == PORT_TYPE_PCI_TO_PCIE;
-    if (!downstream)
+    if (!bridge.port_type || !pci::is_above_link(*bridge.port_type))
         return false;
     const unsigned pcie = *bridge.cap(CAPID_PCIE);
     if (pcie + pci::DEVCTL2 + 2 > pci::CONFIG_SIZE)

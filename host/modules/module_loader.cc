@@ -39,11 +39,8 @@ std::optional<EntryPoints> find_entry_points(const Library &library) {
     return entry;
 }
 
-std::optional<version_pair_t> unpack_version(std::uint32_t packed) {
-    if (packed == bad_version)
-        return std::nullopt;
-    return version_pair_t{.major = static_cast<std::uint16_t>(packed & 0xFFFFU),
-                          .minor = static_cast<std::uint16_t>(packed >> 16U)};
+std::optional<version_pair_t> known_version(std::uint32_t packed) {
+    return packed == bad_version ? std::nullopt : std::optional(unpack_version(packed));
 }
 
 // The arguments have the module's name in front of them, as in a program's vector, and a null
@@ -112,7 +109,7 @@ private:
     }
 
     static void call(const ModuleEntry &spec, const EntryPoints &entry, ModuleResult &module) {
-        module.version = unpack_version(entry.version());
+        module.version = known_version(entry.version());
         log_info("module " + module.file + ", version " +
                  (module.version ? version_text(*module.version) : "unknown"));
         module.result = call_init(entry, spec);

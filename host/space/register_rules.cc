@@ -178,10 +178,7 @@ private:
         if (port_type_ == PORT_TYPE_RCIEP || port_type_ == PORT_TYPE_EVENT_COLLECTOR)
             return;  // no link
         std::uint32_t bits = LINKCTL_EVERY;
-        const bool above_link = port_type_ == PORT_TYPE_ROOT_PORT ||
-                                port_type_ == PORT_TYPE_SWITCH_DOWNSTREAM ||
-                                port_type_ == PORT_TYPE_PCI_TO_PCIE;
-        if (above_link)
+        if (pci::is_above_link(port_type_))
             bits |= pci::LINKCTL_LINK_DISABLE;
         // The Read Completion Boundary (RCB) of a root port is its own, and no setting.
         const bool is_root_port = port_type_ == PORT_TYPE_ROOT_PORT;
