@@ -118,19 +118,21 @@ std::string Libpci::device_name(unsigned vendor, unsigned device) {
 template <typename Call>
 int Libpci::access(RoutingId id, Call call) {
     const std::scoped_lock guard(lock_);
-    pci_dev *const device = find(id);
-    if (device == nullptr)
+    const Opened &opened = find(id);
+    if (opened.device == nullptr)
         return ENOMEM;
+    if (opened.identity != sysfs_.identity(id))
+        return ENODEV;
     volatile bool done = false;
     errno = 0;
-    enter([&] { done = call(device) != 0; });
+    enter([&] { done = call(opened.device) != 0; });
     if (done)
         return 0;
     return errno != 0 ? errno : EIO;
 }
 
-// Null without memory.
-pci_dev *Libpci::find(RoutingId id) {
+// Without a device when there is no memory.
+const Libpci::Opened &Libpci::find(RoutingId id) {
     Opened &opened = devices_[id];
     if (opened.device == nullptr) {
         opened.identity = sysfs_.identity(id);
@@ -141,7 +143,7 @@ pci_dev *Libpci::find(RoutingId id) {
                             number(pci::device_of(id)), number(pci::function_of(id)));
         });
     }
-    return opened.device;
+    return opened;
 }
 
 // Not in udev's database, which has the same names: where there is none, libpci 3.9 loses memory

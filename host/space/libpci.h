@@ -24,8 +24,8 @@ public:
     Libpci(const Libpci &) = delete;
     Libpci &operator=(const Libpci &) = delete;
 
-    // Both: 0 or an errno, which is EIO for an access that was cut short. Nothing is opened for
-    // writing before the first write.
+    // Both: 0 or an errno, which is EIO for an access that was cut short, and ENODEV when
+    // is_another() is true. Nothing is opened for writing before the first write.
     int read(RoutingId id, unsigned offset, std::uint8_t *bytes, unsigned count);
     int write(RoutingId id, unsigned offset, std::uint8_t *bytes, unsigned count);
 
@@ -49,7 +49,7 @@ private:
 
     template <typename Call>
     int access(RoutingId id, Call call);
-    pci_dev *find(RoutingId id);
+    const Opened &find(RoutingId id);
     std::string look_up(int what, int first, int second);
 
     const Sysfs &sysfs_;

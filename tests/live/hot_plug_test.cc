@@ -1,0 +1,100 @@
+// Functions that come and go in a machine of files: which hooks are told, in which order, and what
+// they find then.
+#include "host/watch/hot_plug.h"
+
+#include <cstdlib>
+#include <functional>
+
+#include "host/exports/hooks.h"
+#include "host/exports/serve.h"
+#include "host/space/live_space.h"
+#include "platform/buscfg.h"
+#include "tests/live/live_machine.h"
+
+namespace host::tests {
+
+static std::string told;
+
+// "3 01:00.0 2: 1.0=0 2.0-;": the hook's kind, bridge and bus, and the functions that are found on
+// other buses than 0 with their Device IDs, "-" for what cannot be read.
+template <std::uint32_t KIND>
+static void add_hook() {
+    auto *block = static_cast<buscfg_hook_reg_t *>(std::calloc(1, sizeof(buscfg_hook_reg_t)));
+    const insertion_hook_t hook = [](bridge_rec *bridge, std::uint32_t bus, int) {
+        told +=
+            std::to_string(KIND) + ' ' + bdf_text(bridge->bdf) + ' ' + std::to_string(bus) + ':';
+        const Machine &machine = served()->machine;
+        for (const Function *function : machine.functions()) {
+            const RoutingId id = function->id();
+            std::uint32_t device = 0;
+            if (pci::bus_of(id) == 0 || !machine.find(id))
+                continue;
+            const bool is_read = machine.space().read(id, 2, 2, device) == PCI_OK;
+            told += ' ' + bdf_text(id) + (is_read ? '=' + std::to_string(device) : "-");
+        }
+        told += '\n';
+    };
+    block->kind = KIND;
+    block->hook = reinterpret_cast<buscfg_hook_t>(hook);
+    EXPECT_EQ(buscfg->add_hook(block), PCI_OK);
+}
+
+using HotPlugs = LiveMachine;
+
+TEST_F(HotPlugs, AreToldBeforeAndAfterWhatHappens) {
+    constexpr RoutingId PORT = at(0, 1), SWITCH = at(1), CARD = at(2);
+    plug("0.1:4>1-3 0.2:4>5-5 1.0:5>2-3 2.0:0");
+    poke(SWITCH, pci::SUBORDINATE_BUS_NUMBER, "\2");
+    LiveSpace space(0, sysfs.folder());
+    Machine machine(space);
+    const Serving serving(machine);
+    add_hook<1>(), add_hook<2>(), add_hook<3>(), add_hook<4>();
+    HotPlug hot_plug(
+        machine, space,
+        {.inserted = [] { told += "inserted\n"; }, .outcome = [](const auto &) { return ""; }});
+    const auto card = [&](RoutingId id, std::uint32_t vendor_and_device) {
+        plug(id, config_bytes({.id = id, .dwords = {{pci::VENDOR_ID, vendor_and_device}}}, false));
+    };
+    const std::string gone = "3 01:00.0 2: 01:00.0=0 02:00.0-\n4 01:00.0 2: 01:00.0=0\n";
+    const std::string come = "1 01:00.0 2: 01:00.0=0\ninserted\n2 01:00.0 2: 01:00.0=0 02:00.0=";
+    // The function that an event is about and the bridges above it; none: events have been lost.
+    const std::tuple<std::function<void()>, std::vector<RoutingId>, std::string> rows[] = {
+        {[] {}, {CARD, SWITCH, PORT}, ""},
+        {[&] { unplug(CARD); }, {CARD, SWITCH, PORT}, gone},
+        {[&] { card(CARD, 0x0001'1234); }, {CARD, SWITCH, PORT}, come + "1\n"},
+        {[&] { card(CARD, 0x0002'1234); }, {CARD, SWITCH, PORT}, gone + come + "2\n"},
+        {[&] { card(CARD, 0xFFFF'FFFF); }, {CARD, SWITCH, PORT}, gone},
+        {[&] { poke(CARD, 0, "\x34\x12\3"); }, {CARD, SWITCH, PORT}, come + "65283\n"},
+        {[&] {
+             plug("2.1:0");
+             replace(at(2, 1), "physfn", "../0000:02:00.0");
+         },
+         {at(2, 1), SWITCH, PORT},
+         ""},
+        {[&] {
+             unplug(CARD), unplug(at(2, 1)), card(at(3), 0x0004'1234);
+             poke(SWITCH, pci::SECONDARY_BUS_NUMBER, "\3\3");
+         },
+         {at(3), SWITCH, PORT},
+         gone + "1 01:00.0 3: 01:00.0=0\ninserted\n2 01:00.0 3: 01:00.0=0 03:00.0=4\n"},
+        {[&] { unplug(SWITCH); }, {SWITCH, PORT}, "3 00:01.0 1: 01:00.0- 03:00.0-\n4 00:01.0 1:\n"},
+        {[&] { plug("64.0:0"); }, {at(64)}, "inserted\n2 40:00.0 64: 40:00.0=0\n"},
+        {[&] { unplug(at(64)), plug("65.0:0"); },
+         {},
+         "inserted\n2 41:00.0 65: 40:00.0- 41:00.0=0\n"
+         "3 40:00.0 64: 40:00.0- 41:00.0=0\n4 40:00.0 64: 41:00.0=0\n"}};
+    for (const auto &[happens, path, expected] : rows) {
+        told.clear();
+        happens();
+        if (path.empty())
+            hot_plug.take_all();
+        else
+            hot_plug.take(
+                {.added = true, .id = path[0], .bridges = {path.begin() + 1, path.end()}});
+        hot_plug.settle(HotPlug::Clock::now() + EventGroups::LONGEST);
+        EXPECT_EQ(told, expected);
+    }
+    forget_hooks();
+}
+
+}  // namespace host::tests
