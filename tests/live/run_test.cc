@@ -1,0 +1,204 @@
+// Whole runs of the program on a machine of files, each in a process of its own. The kernel's
+// events come through a pipe.
+#include "host/cli/run.h"
+
+#include <libudev.h>
+#include <sys/wait.h>
+
+#include <csignal>
+#include <functional>
+#include <iostream>
+#include <nlohmann/json.hpp>
+#include <thread>
+
+#include "host/space/dump.h"
+#include "host/watch/event_groups.h"
+#include "tests/live/live_machine.h"
+
+// "add /devices/pci0000:00/0000:00:01.0", with a third word when it is no news.
+struct udev_device {
+    std::string action, path, again;
+};
+
+namespace host::tests {
+
+constexpr RoutingId PORT = at(0, 1), CARD = at(1), OTHER_CARD = at(2);
+
+static int kernel[2], input[2];  // pipes; one of packets, each an event
+
+static uid_t user = 0;
+
+#define WRAP(type, name, parameters, value)                                                        \
+    extern "C" type __wrap_##name parameters {                                                     \
+        return value;                                                                              \
+    }
+WRAP(uid_t, geteuid, (), user)
+WRAP(int, udev_monitor_get_fd, (udev_monitor *), kernel[0])
+WRAP(const char *, udev_device_get_action, (udev_device * device), device->action.c_str())
+WRAP(const char *, udev_device_get_devpath, (udev_device * device), device->path.c_str())
+WRAP(const char *, udev_device_get_property_value, (udev_device * device, const char *),
+     device->again.empty() ? nullptr : "")
+WRAP(void, udev_device_unref, (udev_device * device), delete device)
+extern "C" udev_device *__wrap_udev_monitor_receive_device(udev_monitor *) {
+    char text[256] = "";
+    if (::read(kernel[0], text, sizeof text - 1) <= 0)
+        return nullptr;
+    auto device = std::make_unique<udev_device>();
+    std::istringstream(text) >> device->action >> device->path >> device->again;
+    errno = ENOBUFS;
+    return device->action == "lost" ? nullptr : device.release();
+}
+
+class Runs : public LiveMachine {
+protected:
+    Runs() {
+        EXPECT_EQ(pipe2(kernel, O_DIRECT | O_NONBLOCK) + pipe(input), 0);
+        write(folder / "features.cfg", "MPS=all:max\nECRC=all:+:+\n");
+        fs::current_path(folder);
+    }
+    ~Runs() override { fs::current_path("/"); }
+
+    void start(const std::string &arguments) {
+        const Words all =
+            words("hoplar --report json -m " MODULE ",--config=features.cfg " + arguments);
+        std::vector<const char *> argv;
+        for (const std::string &word : all)
+            argv.push_back(word.c_str());
+        if ((child = fork()) != 0)
+            return;
+        dup2(input[0], STDIN_FILENO);
+        if (!freopen("out", "w", stdout) || !freopen("messages", "w", stderr))
+            std::exit(-1);
+        try {
+            auto options = parse_options(static_cast<int>(argv.size()), argv.data(), std::cout);
+            options->source.sysfs = sysfs.folder();
+            std::exit(run(*options, std::cin, std::cout));
+        } catch (const std::exception &error) {
+            std::exit(refuse(error));
+        }
+    }
+    int finish(const std::string &arguments = "") {
+        if (!arguments.empty())
+            start(arguments);
+        int status = 0;
+        waitpid(child, &status, 0);
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    }
+    nlohmann::json report() { return nlohmann::json::parse(read("out"), nullptr, false); }
+    bool says(const std::string &line) { return read("messages").find(line) != std::string::npos; }
+
+    // What a dump says, without titles.
+    static std::string bytes(const fs::path &dump) {
+        std::istringstream in(read(dump));
+        std::string text;
+        for (std::string line; std::getline(in, line);)
+            text += line.find(": ") < 4 ? line + '\n' : "";
+        return text;
+    }
+
+    pid_t child = 0;
+};
+
+TEST_F(Runs, PlanAndWriteWhatADumpOfTheMachineGives) {
+    const std::string example = EXAMPLES "server.lspci";
+    const Dump dump = read_dump(example, 0);
+    for (const RoutingId id : dump.image->functions())
+        plug(id, dump.image->bytes(id));
+    EXPECT_EQ(finish("-o wanted -F " + example), EXIT_DONE);
+    const auto wanted = report()["functions"];
+    const auto is_as_before = [&](RoutingId id) {
+        const std::vector<std::uint8_t> bytes = dump.image->bytes(id);
+        return read(sysfs.file(id, "config")) == std::string(bytes.begin(), bytes.end());
+    };
+    for (const bool written : {false, true}) {
+        EXPECT_EQ(finish(written ? "--live --write -o live" : "--live -o live"), EXIT_DONE);
+        EXPECT_EQ(report()["functions"], wanted);
+        EXPECT_EQ(bytes("live"), bytes("wanted"));
+        EXPECT_EQ(std::ranges::all_of(dump.image->functions(), is_as_before), !written);
+    }
+}
+
+TEST_F(Runs, SayWhatIsInTheWay) {
+    write("flr", "flr 01:00.0\n");
+    write("remove", "remove 00:01.0\n");
+    const auto cut = [&](RoutingId id, unsigned size) {
+        fs::resize_file(sysfs.file(id, "config"), size);
+    };
+    const std::string write = "--live --write ", live = "--live ", flr = write + "-e flr",
+                      refused = "error: 01:00.0: cannot be reset (flr): ";
+    constexpr int NOT_ALL = EXIT_NOT_ALL_DONE, BAD = EXIT_BAD_INPUT;
+    const std::tuple<std::function<void()>, std::string, int, std::string> rows[] = {
+        {[&] { fs::create_symlink("..", sysfs.folder() / "devices/0001:00:00.0"); }, live, 0,
+         "warning: --live: 1 function of other domains left out, domain 0000 is served"},
+        {[&] { replace(CARD, "driver", "../nic"), poke(CARD, pci::COMMAND, "\4"); }, write, NOT_ALL,
+         "would get another payload size under traffic on 01:00.0 (nic): nothing"},
+        {[&] { replace(CARD, "reset", "/dev/full"); }, flr, NOT_ALL,
+         refused + "No space left on device; the kernel offers: bus\n"},
+        {[&] { replace(CARD, "reset_method", ""); }, flr, NOT_ALL,
+         refused + "No such file or directory; the kernel names no reset for it\n"},
+        {[] {}, write + "-e remove", BAD,
+         "remove 00:01.0: on live hardware functions come and go by"},
+        {[&] { forbid_writes(CARD); }, write, NOT_ALL,
+         "error: 01:00.0: write at 0x48: Operation not permitted (is the kernel locked down?)\n"},
+        {[&] { cut(CARD, 0x49); }, write, NOT_ALL, "01:00.0: read at 0x48: Input/output error\n"},
+        {[&] { cut(PORT, 64), cut(CARD, 64); }, live, BAD, "the kernel shows no more than headers"},
+        {[&] { unplug(PORT); }, live, BAD, "error: --live: no PCI functions on this machine"},
+        {[&] { user = 1000; }, live, BAD, "error: --live: only root can read"}};
+    for (const auto &[happens, arguments, status, line] : rows) {
+        plug("0.1:4>1-1=1");
+        plug("1.0:0>0-0=1");
+        happens();
+        EXPECT_EQ(finish(arguments), status) << line;
+        EXPECT_TRUE(says(line)) << read("messages") << line;
+    }
+    user = 0;
+}
+
+TEST_F(Runs, StayAndFollowWhatHappensUntilTheyAreToldToEnd) {
+    const auto await = [&](const std::function<bool()> &has_come) {
+        for (int tries = 0; !has_come(); ++tries) {
+            ASSERT_LT(tries, 6000) << read("messages");
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
+    };
+    // The server looks for events before it looks at a line.
+    using Events = std::vector<std::string>;
+    const auto tell = [&](const Events &events, const std::string &line, const char *answer) {
+        for (const std::string &event : events)
+            EXPECT_GT(::write(kernel[1], event.data(), event.size()), 0);
+        EXPECT_GT(::write(input[1], (line + '\n').data(), line.size() + 1), 0);
+        await([&] { return says(answer); });
+    };
+    const auto plug_card = [&](RoutingId id) {
+        plug(id, config_bytes({.id = id, .payload_cap = 1, .aer = GEN_CAP | CHK_CAP}, false));
+    };
+    plug("0.1:4>1-1=1 0.2:4>2-2");
+    plug_card(CARD), plug_card(OTHER_CARD);
+    start("--live --write --watch -e - --control control -v -v");
+    await([&] { return says("Enable Features module init, Success"); });
+    poke(CARD, DEVCTL_AT, {"\0", 1});
+    tell({}, "flr 01:00.0", "event standard input:1: flr 01:00.0");
+    await([&] { return read(sysfs.file(CARD, "config"))[DEVCTL_AT] == '\x20'; });
+
+    const std::string path = " /devices/pci0000:00/0000:00:02.0/0000:02:00.0";
+    unplug(OTHER_CARD);
+    tell({"remove" + path}, "", "removed below 00:02.0: 02:00.0\n");
+    plug_card(OTHER_CARD);
+    tell({"add" + path + " again", "change" + path, "add /devices/pci0000:00"}, "", "");
+    std::this_thread::sleep_for(2 * EventGroups::QUIET);
+    tell({}, "flr 02:00.0", "input:4: the function has been removed: flr 02:00.0");
+    tell({"add" + path}, "",
+         "inserted below 00:02.0: 02:00.0; modules changed ECRC on 1 function,");
+    EXPECT_EQ(read(sysfs.file(OTHER_CARD, "config")).substr(AER_CONTROL_AT, 2), "\xE0\x01");
+
+    unplug(CARD);
+    tell({"lost"}, "flr 01:00.0", "warning: the kernel dropped events: everything is looked at");
+    await([&] { return says("removed on bus 00: 01:00.0\n"); });
+    kill(child, SIGHUP);
+    await([&] { return says("warning: SIGHUP is ignored"); });
+    kill(child, SIGTERM);
+    EXPECT_EQ(finish(), EXIT_NOT_ALL_DONE) << read("messages");  // the last reset
+    EXPECT_EQ(report()["functions"][2]["mps"]["after"], nullptr);
+}
+
+}  // namespace host::tests
