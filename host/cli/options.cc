@@ -77,6 +77,8 @@ void declare(CLI::App &app, RawOptions &raw, Options &options) {
     app.add_flag("-v", raw.louder, "More messages; may repeat");
     app.add_flag("-q", raw.quiet, "Only messages of verbosity 0");
     app.add_flag("-d", options.debug, "Debug messages too");
+    app.add_flag("--list-files", options.list_files,
+                 "Print which files -c and -m make it read, and do nothing else");
     app.add_option("--usage", raw.usage, "Print the module's usage text")->type_name("MODULE");
     app.set_help_flag("-h,--help", "Print this help");
     app.set_version_flag("--version", "hoplar " + version_text(SERVER_VERSION),
@@ -158,7 +160,8 @@ void interpret(const RawOptions &raw, Options &options) {
         options.usage = command_line_module(*raw.usage);
         return;
     }
-    require_matching_options(raw, options);
+    if (!options.list_files)
+        require_matching_options(raw, options);
     require_file_names(raw);
     options.source.dump = raw.dump;
     options.control = raw.control;

@@ -33,6 +33,7 @@ struct Options {
     ManagedBuses managed = ManagedBuses(256, true);
     int verbosity = 1;
     bool debug = false;
+    bool list_files = false;           // nothing else is done then
     std::optional<ModuleEntry> usage;  // nothing else is done then
 };
 

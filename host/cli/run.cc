@@ -7,6 +7,7 @@
 #include "host/base/words.h"
 #include "host/cli/session.h"
 #include "host/cli/traffic.h"
+#include "host/cli/wanted_files.h"
 #include "host/modules/usage_text.h"
 
 namespace host {
@@ -19,6 +20,16 @@ int print_usage(const ModuleEntry &module, std::ostream &out) {
     if (out << module_usage(*file) << std::flush)
         return EXIT_DONE;
     log_error("standard output: the usage text cannot be written");
+    return EXIT_BAD_INPUT;
+}
+
+// One path a line: what a configuration names holds no line ends.
+int print_files(const Options &options, std::ostream &out) {
+    for (const std::filesystem::path &file : wanted_files(options))
+        out << file.string() << '\n';
+    if (out << std::flush)
+        return EXIT_DONE;
+    log_error("standard output: the files cannot be written");
     return EXIT_BAD_INPUT;
 }
 
@@ -36,6 +47,8 @@ int refuse(const std::exception &error) {
 
 int run(const Options &options, std::istream &in, std::ostream &out) {
     open_log(options.verbosity, options.debug);
+    if (options.list_files)
+        return print_files(options, out);
     if (options.usage)
         return print_usage(*options.usage, out);
     Session session(options, in);

@@ -9,10 +9,9 @@
 #include "host/cli/run.h"
 #include "host/cli/start_up.h"
 #include "host/cli/stay.h"
+#include "host/cli/wanted_files.h"
 #include "host/exports/payload_guard.h"
 #include "host/machine/open_machine.h"
-#include "host/modules/host_config.h"
-#include "host/modules/trusted_file.h"
 #include "host/report/report_dot.h"
 #include "host/report/report_json.h"
 #include "host/report/report_table.h"
@@ -37,27 +36,6 @@ void warn_about_short_spaces(const MachineSource &source, const Machine &machine
             source.name + ": " + functions_text(static_cast<std::size_t>(count)) +
             " without extended configuration space, ECRC cannot be set on them; a full dump: "
             "sudo lspci -xxxx > FILE");
-}
-
-void require_trust(const std::string &what, const std::filesystem::path &file) {
-    if (const auto reason = distrust(file))
-        throw InputError(what + file.string() + ": " + *reason);
-}
-
-// Those of the configuration, then those of the command line.
-std::vector<ModuleEntry> wanted_modules(const Options &options) {
-    HostConfig config;
-    if (options.config) {
-        require_trust("", *options.config);
-        config = read_host_config(*options.config);
-    }
-    for (const std::string &warning : config.warnings)
-        log_warning(warning);
-    config.modules.insert(config.modules.end(), options.modules.begin(), options.modules.end());
-    for (const ModuleEntry &module : config.modules)
-        if (const auto place = find_module(module))
-            require_trust("module ", *place);
-    return config.modules;
 }
 
 // As it is, or cold; what about it people should know before anything runs is said in warnings.

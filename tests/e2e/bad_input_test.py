@@ -300,6 +300,13 @@ class BadInputTest(HoplarTest):
                 f"error: module {again}: listed more than once, started only once"
                 for again in ("./same.so", PLUGIN))], status=1)
 
+    def test_files_that_a_start_reads_are_listed_and_nothing_is_loaded(self):
+        self.file("x.cfg", f"[runtime]\nHOPLAR_MODULE_LIST = {PLUGIN},v,--config=none,--config=/a/../b\n")
+        listed, messages = self.hoplar("--list-files", "-c", "x.cfg", "-m", "./none.so,--config=a")
+        self.assertEqual(listed.splitlines(), [self.file("x.cfg"), PLUGIN, self.file("none"), "/b",
+                                               self.file("a")])
+        self.assertEqual(messages, [])
+
     def test_module_that_misbehaves_is_named_and_the_rest_is_done(self):
         faulty, start = os.environ["FAULTY"], "has thrown an exception"
         for argument, message in (

@@ -1,0 +1,58 @@
+#include "host/cli/wanted_files.h"
+
+#include <string_view>
+
+#include "host/base/input.h"
+#include "host/base/log.h"
+#include "host/modules/host_config.h"
+#include "host/modules/trusted_file.h"
+
+namespace host {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::string_view CONFIG_ARGUMENT = "--config=";
+
+void require_trust(const std::string &what, const fs::path &file) {
+    if (const auto reason = distrust(file))
+        throw InputError(what + file.string() + ": " + *reason);
+}
+
+// Links stay as they are: what they lead to is for who copies the files.
+fs::path full_path(const fs::path &file) {
+    return fs::absolute(file).lexically_normal();
+}
+
+}  // namespace
+
+std::vector<ModuleEntry> wanted_modules(const Options &options) {
+    HostConfig config;
+    if (options.config) {
+        require_trust("", *options.config);
+        config = read_host_config(*options.config);
+    }
+    for (const std::string &warning : config.warnings)
+        log_warning(warning);
+    config.modules.insert(config.modules.end(), options.modules.begin(), options.modules.end());
+    for (const ModuleEntry &module : config.modules)
+        if (const auto place = find_module(module))
+            require_trust("module ", *place);
+    return config.modules;
+}
+
+std::vector<fs::path> wanted_files(const Options &options) {
+    std::vector<fs::path> files;
+    if (options.config)
+        files.push_back(full_path(*options.config));
+    for (const ModuleEntry &module : wanted_modules(options)) {
+        if (const auto place = find_module(module))
+            files.push_back(full_path(*place));
+        for (const std::string_view argument : module.args)
+            if (argument.starts_with(CONFIG_ARGUMENT) && argument.size() > CONFIG_ARGUMENT.size())
+                files.push_back(full_path(argument.substr(CONFIG_ARGUMENT.size())));
+    }
+    return files;
+}
+
+}  // namespace host

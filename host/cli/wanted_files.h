@@ -1,0 +1,21 @@
+// What the options and the host configuration name.
+#pragma once
+
+#include <filesystem>
+#include <vector>
+
+#include "host/cli/options.h"
+#include "host/modules/module_entry.h"
+
+namespace host {
+
+// The modules of the configuration, then those of the command line. Throws InputError for a
+// configuration that cannot be used, and for files that others than root can write to.
+std::vector<ModuleEntry> wanted_modules(const Options &options);
+
+// Absolute paths of what a start reads: the configuration, then each module, and behind it what its
+// arguments --config=FILE name, whether or not that exists. A module that is not found is left out.
+// Throws as wanted_modules().
+std::vector<std::filesystem::path> wanted_files(const Options &options);
+
+}  // namespace host
