@@ -1,0 +1,3 @@
+#!/bin/sh
+# In the initramfs of dracut, which reads this as part of its own script.
+[ ! -x /usr/lib/hoplar/initramfs-start ] || /usr/lib/hoplar/initramfs-start
