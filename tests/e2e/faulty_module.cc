@@ -1,4 +1,6 @@
 // A module that does what its first argument says.
+#include <unistd.h>
+
 #include <cstdlib>
 #include <stdexcept>
 #include <string_view>
@@ -33,5 +35,7 @@ pci_err_t server_mod_init(const mod_init_args_t *args) {
         throw 1;
     if (what == "exit")
         std::exit(0);
+    while (what == "hang")
+        pause();
     return what == "hook" ? register_hook() : PCI_ERR_NOT_SUPPORTED;
 }
