@@ -8,6 +8,7 @@ import re
 
 ROOT_PORT, DOWNSTREAM_PORT, INTEGRATED = 4, 6, 9
 ENDPOINTS, PORTS = (0, 1, INTEGRATED), range(ROOT_PORT, INTEGRATED)
+BRIDGES = range(ROOT_PORT + 1, ROOT_PORT + 4)  # switch ports, and PCI Express to PCI bridges
 HOST_BRIDGE, PCI_BRIDGE = 0x060000, 0x0604
 LARGEST, NO_LIMIT = 4096, 0xFFFFFFFF
 ECRC_BITS = (0x020, 0x040), (0x080, 0x100)  # capable, enabled: generation, checking

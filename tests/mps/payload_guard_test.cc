@@ -90,55 +90,47 @@ TEST_F(MpsGuard, CompletesHierarchiesOfOneSize) {
         "4.0:0>0-0=2 5.0:5>6-8=2 6.0:6>7-7=2 6.1:6>8-8=2 9.0:7>10-10=2 10.0:-";
     const auto whole = functions(switches);
     const auto one_bus_twice = functions(replaced(switches, "2.1:6>4-4", "2.1:6>5-8"));
-    const auto reset_bridge = [&] { machine->image.reset(at(9)); };
-    const auto flr = [] { call_reset_hooks(BUSCFG_HOOK_POST_RESET, RESET_TYPE_FLR, at(3), 0); };
-    const auto bus_reset = [&] {
-        call_reset_hooks(BUSCFG_HOOK_POST_RESET, RESET_TYPE_BUS, at(2, 3), 0);
+    const auto reset = [&](RoutingId id) { machine->image.reset(id); };
+    const auto hook = [](std::uint32_t type, RoutingId id) {
+        call_reset_hooks(BUSCFG_HOOK_POST_RESET, type, id, 0);
+    };
+    const auto set_to_256 = [&](RoutingId id) {
+        std::uint16_t devctl = 1 << 5;
+        module::call(machine->bridge(id)->pcie_cap, &pcie_cap_ops_t::write_devctl, 0U, &devctl);
     };
     const AccessFilter neither_there_nor_back = [](ImageAccess &access) {
         const bool is_back = writes_to(at(6, 0), DEVCTL_AT)(access) && access.value == 0;
         return writes_to(at(6, 1), DEVCTL_AT)(access) || is_back ? PCI_ERR_IO : PCI_OK;
     };
-    const auto other_size = [&] {
-        std::uint16_t devctl = 1 << 5;
-        module::call(machine->bridge(at(2))->pcie_cap, &pcie_cap_ops_t::write_devctl, 0U, &devctl);
-    };
+    const auto nothing = [] {};
+    const std::string low = "0000000000000";
     const struct {
-        std::string name, after;
-        std::string before = "0000000000000", request = "all:max";
-        bool complete = true;
-        unsigned unmanaged = 4;
-        std::vector<FunctionSpec> machine = {};
-        AccessFilter fault = {};
+        std::string name, after, before;
         std::function<void()> then = [] {};
+        AccessFilter fault = {};
+        std::string request = "all:max";
+        unsigned unmanaged = 4;
+        bool complete = true;
+        bool is_one_bus_twice = false;
     } rows[] = {
-        {"a function below has less", "2220222022220"},
+        {"a function below has less", "2220222022220", low},
         {"all below has as much", "2222222222220", "0000000200000"},
         {"as after an earlier start", "2220222022220", "2220002000000"},
-        {"nobody asks", "2000000000000", "2000000000000", "9.0.0:max"},
-        {"another size", "1110111011110", "0000000000000", "3.0.0:256"},
-        {.name = "no option", .after = "2220002000000", .complete = false},
-        {.name = "a bus is not managed", .after = "2222022200020", .unmanaged = 6},
-        {.name = "one bus twice", .after = "2220022000020", .machine = one_bus_twice},
-        {.name = "a write fails",
-         .after = "2220022000020",
-         .fault = fail(writes_to(at(6, 1), DEVCTL_AT), 1)},
-        {.name = "cannot be set back", .after = "2220222022020", .fault = neither_there_nor_back},
-        {.name = "programmed again",
-         .after = "2220222022220",
-         .then = [&] { reset_bridge(), bus_reset(); }},
-        {.name = "a bridge of the module's",
-         .after = "2200222022220",
-         .then = [&] { machine->image.reset(at(2, 0)), flr(); }},
-        {.name = "no longer of one size",
-         .after = "2210221022200",
-         .then = [&] { reset_bridge(), other_size(); }},
-        {.name = "the root port is lowered", .after = "0220222022200", .then = [&] {
-             reset_bridge(), machine->image.write(at(0, 1), DEVCTL_AT, 2, 0), flr();
-         }}};
+        {"again", "2220222022220", low, [&] { reset(at(9)), hook(RESET_TYPE_BUS, at(2, 3)); }},
+        {"not the module's", "2200222022220", low,
+         [&] { reset(at(2)), hook(RESET_TYPE_FLR, at(3)); }},
+        {"several sizes", "2210221022200", low, [&] { reset(at(9)), set_to_256(at(2)); }},
+        {"the root port is lowered", "0220222022200", low,
+         [&] { reset(at(9)), reset(at(0, 1)), hook(RESET_TYPE_FLR, at(3)); }},
+        {"fails", "2220022000020", low, nothing, fail(writes_to(at(6, 1), DEVCTL_AT), 1)},
+        {"cannot be set back", "2220222022020", low, nothing, neither_there_nor_back},
+        {"nobody asks", "2000000000000", "2000000000000", nothing, {}, "9.0.0:max"},
+        {"a bus is not managed", "2222022200020", low, nothing, {}, "all:max", 6},
+        {"no option", "2220002000000", low, nothing, {}, "all:max", 4, false},
+        {"one bus twice", "2220022000020", low, nothing, {}, "all:max", 4, true, true}};
     for (const auto &row : rows) {
         SCOPED_TRACE(row.name);
-        const auto &functions = row.machine.empty() ? whole : row.machine;
+        const auto &functions = row.is_one_bus_twice ? one_bus_twice : whole;
         ManagedBuses managed(256, true);
         managed[row.unmanaged] = false;
         serve(functions, managed, row.complete);
