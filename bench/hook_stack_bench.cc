@@ -1,7 +1,7 @@
-// How much stack the module takes on the deepest tree that bus numbers allow: 255 bridges, each
-// below the one before, and an endpoint at the end. Start-up, hooks and offered operations each run
-// on a thread of their own, whose stack is filled with a mark before: what has lost it was used.
-// The host's part, reading the registers and writing the messages, is included.
+// Measures the stack that the module takes on the deepest tree that bus numbers allow: 255 bridges,
+// each below the one before, and an endpoint at the end. Start-up, hooks and offered operations
+// each run on a thread of their own, whose stack is filled with a mark first: bytes that lost the
+// mark were used. The host's part, reading the registers and writing the messages, is included.
 #include <pthread.h>
 
 #include <algorithm>
@@ -38,7 +38,7 @@ constexpr std::uint32_t ETHERNET_CLASS = 0x020000;
 constexpr std::size_t STACK = std::size_t{1} << 20;
 constexpr unsigned char MARK = 0xA5;
 
-// Device 0 of a bus: a bridge to the next bus, on the last bus an endpoint.
+// Returns the bytes of device 0 of a bus: a bridge to the next bus; on the last bus an endpoint.
 std::vector<std::uint8_t> function_bytes(unsigned bus) {
     std::vector<std::uint8_t> bytes(AER_AT + 0x48);
     const auto put = [&](unsigned offset, unsigned width, std::uint32_t value) {
@@ -70,7 +70,7 @@ std::vector<std::uint8_t> function_bytes(unsigned bus) {
     return bytes;
 }
 
-// The bytes of stack that `work` takes.
+// Returns the bytes of stack that `work` takes.
 std::size_t stack_of(const std::function<void()> &work) {
     void *memory = std::aligned_alloc(4096, STACK);
     pthread_attr_t attributes;

@@ -1,7 +1,7 @@
-// How long a start-up takes on machines of 1,024 to 65,536 functions, beside a bare loop over the
-// same configuration image that makes the least register accesses which this programming needs: for
-// each function Device Capabilities and Device Control read, Device Control written, and the AER
-// control register read and written.
+// Measures the time of a start-up on machines of 1,024 to 65,536 functions, beside a bare loop over
+// the same configuration image that makes the fewest register accesses with which the same
+// programming can be done: for each function Device Capabilities and Device Control read, Device
+// Control written, and Advanced Error Capabilities and Control read and written.
 //
 // The machines fill whole buses: all 32 devices with all 8 functions. Bus 0 has a root port for
 // each further bus, so that each is a hierarchy of its own, and integrated endpoints in the other
@@ -138,7 +138,7 @@ void start_module(const std::string &config_argument) {
         std::abort();
 }
 
-// That both did their work: the last function has its payload size and both ECRC bits.
+// Aborts unless the work was done: the last function has its payload size and both ECRC bits.
 void check(ConfigImage &image) {
     const RoutingId last = image.functions().back();
     std::uint32_t devctl = 0;
@@ -197,7 +197,7 @@ Figures in_child(const std::function<Figures()> &measurement) {
     return figures;
 }
 
-// The fastest of some runs, and the accesses counted in one more.
+// Returns the fastest of some runs, with the accesses counted in one more.
 Figures best(unsigned functions, Work work, const std::string &config) {
     Figures found = in_child([&] { return measure(functions, work, true, config); });
     found.seconds = 1e9;

@@ -1,6 +1,6 @@
-// The least that a host server is: it exports what this module needs, which is not all that the
-// headers declare, for a machine without any function, loads the module named on its command line
-// with the arguments behind it, and prints what the module says.
+// A minimal host server. It exports only what this module needs, not all that the headers declare,
+// for a machine without any function, loads the module named on its command line with the arguments
+// behind it, and prints the module's messages.
 //
 //   g++ -std=c++20 -I PREFIX/include/hoplar tiny_host.cc -rdynamic -ldl -o tiny_host
 //   ./tiny_host PREFIX/lib/hoplar/hoplar-enable_features.so --config=features.cfg
@@ -20,7 +20,7 @@
 #include "pci_access.h"
 #include "server.h"
 
-// The log: one handle for everything, filtered by verbosity.
+// The log: one handle for all messages, filtered by verbosity.
 static int print_message(int severity, int verbosity, int message_verbosity, const char *format,
                          va_list args) {
     if (message_verbosity > verbosity)
@@ -35,7 +35,8 @@ log_handle_t *pci_slog = &handle;
 log_handle_t *pci_dbg = &handle;
 int pci_verbosity = 1;
 
-// The bus configuration object: this host never resets or inserts anything, so it only keeps quiet.
+// The bus configuration object: this host never resets or inserts a function, so it accepts hooks
+// and never calls them.
 static pci_err_t add_hook(buscfg_hook_reg_t *) {
     return PCI_OK;
 }
@@ -79,7 +80,7 @@ const char *pci_strerror(pci_err_t code) {
     return code == PCI_OK ? "Success" : std::strerror(static_cast<int>(code));
 }
 
-// This server and its records.
+// The server's identity and its records.
 const std::uint32_t bad_version = BAD_VERSION;
 std::uint32_t my_server_id(void) {
     return 1;

@@ -1,6 +1,6 @@
-// Machines with any bytes in their configuration space: read, set up, and everything that can
-// happen to each of their functions. An input is either the rows of a hostile machine, or "T" and
-// the text of a dump.
+// Reads machines with any bytes in their configuration space, starts the module on them, and plays
+// every event on each of their functions. An input is either the rows of a hostile machine, or "T"
+// and the text of a dump.
 #include <cstdio>
 #include <cstdlib>
 #include <sstream>
@@ -21,7 +21,8 @@ namespace {
 
 constexpr std::string_view FEATURES = "MPS=all:max\nECRC=all:+:+\n";
 
-// The payload size that a function is set to, as its code, and the largest that it supports.
+// Device Control, Max_Payload_Size, and Device Capabilities, Max_Payload_Size Supported, as coded
+// there.
 struct Payload {
     unsigned set;
     unsigned supported;
@@ -44,8 +45,8 @@ std::vector<Payload> payloads(const Machine &machine) {
     return all;
 }
 
-// No function is set to more than it supports, but where it was before. Where accesses or
-// allocations fail, what cannot be read does not count, and this does not hold.
+// No function may be set to more than it supports, unless it was before. Where accesses or
+// allocations fail this does not hold, because a register that cannot be read does not count.
 void check_payloads(const Machine &machine, const std::vector<Payload> &before) {
     const std::vector<Payload> now = payloads(machine);
     for (std::size_t i = 0; i < now.size(); ++i)

@@ -1,5 +1,4 @@
-// An events file: what is accepted as a whole is played, and so is each line that would be accepted
-// alone.
+// Plays an events file: the whole file when it is accepted, else each line that is accepted alone.
 #include <cstdlib>
 
 #include "fuzz/support.h"
@@ -16,7 +15,7 @@ using namespace host;
 
 namespace {
 
-// Made once: every run begins with everything there, and in reset state.
+// Made once; every run begins with every function present and in reset state.
 struct ServedMachine {
     ServedMachine() {
         for (bridge_rec *root = machine.bridges().top(); root; root = root->next_sibling)
@@ -42,7 +41,8 @@ void play_all(std::string_view text, const MachineSource &source, Machine &machi
         player->play(event);
 }
 
-// What the host answers for, whatever happens and whatever modules write.
+// The host guarantees this whatever happens and whatever modules write: no payload size above that
+// of the port above.
 void check_payload_sizes(Machine &machine) {
     const auto code = [&](bdf_t bdf) {
         const Function *function = machine.find(bdf);

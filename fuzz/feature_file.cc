@@ -1,5 +1,4 @@
-// A feature file through the whole parse into the two features that run, and their start, on a
-// small machine.
+// Parses a feature file and starts the features on a small machine.
 #include "fuzz/support.h"
 #include "host/exports/serve.h"
 
@@ -7,7 +6,7 @@ using namespace host;
 
 namespace {
 
-// Made once: every run begins with its registers reset.
+// Made once; every run begins with its registers reset.
 struct ServedMachine {
     MachineSource source = fuzz::source_of(fuzz::small_machine());
     Machine machine{*source.image};

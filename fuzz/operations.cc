@@ -1,5 +1,5 @@
-// The operations that no feature runs, on hostile machines: each for every function, for addresses
-// where there is none, and for all.
+// Runs the operations that no feature runs on hostile machines: for every function, for addresses
+// without a function, and for all.
 #include <cstdlib>
 
 #include "features/aspm/link_control.h"

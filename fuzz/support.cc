@@ -24,7 +24,7 @@ using tests::at;
 using tests::FunctionSpec;
 
 constexpr std::size_t ROW = 8;
-// What more functions would show, fewer do in less time.
+// More functions would show nothing new and take more time.
 constexpr std::size_t MOST_FUNCTIONS = 24;
 
 // Flags of a function's row.
@@ -97,7 +97,7 @@ FunctionSpec function_of(std::span<const std::uint8_t> row) {
     return spec;
 }
 
-// Low byte first.
+// The low byte comes first.
 std::uint32_t number_in(std::span<const std::uint8_t> bytes) {
     std::uint32_t value = 0;
     for (std::size_t i = bytes.size(); i-- > 0;)

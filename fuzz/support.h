@@ -1,4 +1,4 @@
-// What the fuzz targets share: a small machine, hostile machines, the module's start.
+// Shared by the fuzz targets: a small machine, hostile machines, the start of the module.
 #pragma once
 
 #include <cstdint>
@@ -15,10 +15,10 @@
 
 namespace host::fuzz {
 
-// Every message is formatted, and none is shown. To be called once, before anything else.
+// Opens a log that formats every message and shows none. Call once, before anything else.
 void open_silent_log();
 
-// A file that is in memory only.
+// A file in memory.
 class MemoryFile {
 public:
     MemoryFile();
@@ -34,7 +34,7 @@ private:
 // endpoint.
 std::vector<tests::FunctionSpec> small_machine();
 
-// A machine that nobody would build, and the faults that it is to have.
+// A machine that no vendor would build, and the faults that it is to have.
 struct HostileMachine {
     std::vector<tests::FunctionSpec> functions;
     AccessFilter faults;          // empty: none
@@ -51,17 +51,17 @@ struct HostileMachine {
 // What makes no sense is passed over.
 HostileMachine hostile_machine(std::span<const std::uint8_t> rows);
 
-// The configuration space of these functions, as what a machine is made from.
+// Makes a machine source from these functions.
 MachineSource source_of(const std::vector<tests::FunctionSpec> &functions);
 
-// Starts the module, as it was loaded, with a feature file of this text.
+// Starts the module, in the state of a fresh load, with a feature file of this text.
 void start_module_with(std::string_view features);
 
-// Plays the lines that can be played, each parsed when its turn comes.
+// Plays the lines that are valid, each parsed when its turn comes.
 void play_each(const std::vector<std::string> &lines, const MachineSource &source,
                Machine &machine);
 
-// What can happen to a function.
+// Returns every event that can happen to a function.
 std::vector<std::string> all_events_of(bdf_t bdf);
 
 }  // namespace host::fuzz

@@ -1,4 +1,4 @@
-// Addresses of PCI functions, as messages print them and people write them.
+// Addresses of PCI functions: how messages print them and how users write them.
 #pragma once
 
 #include <cstddef>
@@ -11,20 +11,20 @@
 
 namespace host {
 
-// Bits 15:0 of a bdf_t: what a configuration access is routed by.
+// Bits 15:0 of a bdf_t, by which a configuration access is routed.
 using RoutingId = std::uint16_t;
 constexpr std::size_t ROUTING_IDS = 0x10000;
 
-// "04:00.0", as lspci writes it: also an ARI function in device and function form.
+// Returns "04:00.0", as lspci writes it; an ARI function in device and function form too.
 std::string bdf_text(bdf_t bdf);
 
-// "0000"
+// Returns "0000".
 std::string domain_text(unsigned domain);
 
-// "0a"
+// Returns "0a".
 std::string bus_text(unsigned bus);
 
-// A function's address with its domain where that is not 0: as lspci does.
+// Returns a function's address, with its domain where that is not 0, as lspci does.
 std::string format_address(unsigned domain, RoutingId id);
 
 struct Address {
@@ -32,7 +32,7 @@ struct Address {
     RoutingId id;
 };
 
-// Reads "[domain:]bus:device.function", hexadecimal. Nothing for a text that is no address.
+// Reads "[domain:]bus:device.function", hexadecimal; nullopt for any other text.
 std::optional<Address> parse_address(std::string_view text);
 
 }  // namespace host

@@ -49,7 +49,8 @@ std::string read_whole(int descriptor) {
     }
 }
 
-// _exit(): what stands in this process' buffers and exit handlers is the parent's to write and do.
+// Ends with _exit(), because the buffers and exit handlers that the child inherited are the
+// parent's to flush and run.
 [[noreturn]] void be_child(const std::function<std::string()> &work, int result, int messages) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     dup2(messages, STDOUT_FILENO);

@@ -1,4 +1,4 @@
-// Work in a process of its own, which cannot leave anything behind in this one.
+// Runs work in a child process, so that whatever it leaves behind ends with the child.
 #pragma once
 
 #include <functional>
@@ -7,15 +7,17 @@
 
 namespace host {
 
-// The work did not return: "ended with status 2", "ended by signal 11 (Segmentation fault)".
+// The work did not return; what() is "ended with status 2" or "ended by signal 11 (Segmentation
+// fault)".
 class ChildError : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
 };
 
-// Does `work` in a child process and gives what it returned. What the child writes to standard
-// output and standard error, its messages among it, is discarded when the work returns; else it is
-// written to standard error before ChildError is thrown. No other thread may run.
+// Runs `work` in a child process and returns its result. What the child writes to standard output
+// and standard error, its log among it, is discarded when the work returns; otherwise it is written
+// to standard error before ChildError is thrown. No other thread may run, because fork() copies the
+// calling thread alone.
 std::string in_child_process(const std::function<std::string()> &work);
 
 }  // namespace host

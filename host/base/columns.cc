@@ -5,12 +5,12 @@
 namespace host {
 namespace {
 
-// Bytes 10xxxxxx go on with the character that an earlier byte began.
+// A byte 10xxxxxx continues the character that an earlier byte began.
 bool begins_character(char c) {
     return (static_cast<unsigned char>(c) & 0xC0U) != 0x80U;
 }
 
-// Position of the first byte behind `columns` characters.
+// Returns the position of the first byte behind `columns` characters.
 std::size_t end_of_columns(std::string_view text, std::size_t columns) {
     std::size_t seen = 0;
     for (std::size_t at = 0; at < text.size(); ++at)

@@ -1,4 +1,4 @@
-// Columns that UTF-8 text takes in a terminal, one for each character.
+// Counts the columns that UTF-8 text takes in a terminal: one for each character.
 #pragma once
 
 #include <cstddef>
@@ -9,7 +9,7 @@ namespace host {
 
 std::size_t display_width(std::string_view text);
 
-// The start of the text that takes no more than `columns`.
+// Returns the start of the text that takes no more than `columns`.
 std::string first_columns(std::string_view text, std::size_t columns);
 
 }  // namespace host

@@ -13,7 +13,8 @@ namespace host {
 namespace {
 
 constexpr std::string_view BYTE_ORDER_MARK = "\xEF\xBB\xBF";
-constexpr std::size_t LARGEST_TEXT = std::size_t{16} << 20U;  // ends what has no end (/dev/zero)
+constexpr std::size_t LARGEST_TEXT = std::size_t{16} << 20U;  // bounds the read of a file without
+                                                              // an end (/dev/zero)
 
 std::string safe_lines(const std::vector<std::string> &lines) {
     std::vector<std::string> shown;

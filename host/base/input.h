@@ -1,4 +1,4 @@
-// Input files, and complaints about what stands in them.
+// Reads input files and phrases complaints about their lines.
 #pragma once
 
 #include <cstddef>
@@ -11,24 +11,24 @@
 
 namespace host {
 
-// Input that cannot be used: nothing has been run, and the exit status is 2. `what()` is one or
-// more lines, each with the file and line it is about, as safe_text() shows it.
+// Input that cannot be used; thrown before anything has run, and the exit status is 2. what() is
+// one or more lines, each with the file and line it is about, as safe_text() shows it.
 class InputError : public std::runtime_error {
 public:
     explicit InputError(const std::string &line);
     explicit InputError(const std::vector<std::string> &lines);
 };
 
-// The whole of a file, or what is left of a stream: up to 16 MiB, without a UTF-8 byte order mark
-// at the start. Throws InputError, which names the file.
+// Read a whole file, or the rest of a stream: up to 16 MiB, without a UTF-8 byte order mark at the
+// start. Throw InputError, which names the file.
 std::string read_text_file(const std::filesystem::path &file);
 std::string read_text_stream(std::istream &in, const std::string &name);
 
-// "FILE:LINE: reason: text", the form of every complaint about a line.
+// Returns "FILE:LINE: reason: text", the form of every complaint about a line.
 std::string line_complaint(const std::string &file, std::size_t line, std::string_view reason,
                            std::string_view text);
 
-// The start of a text as safe_text() shows it, cut at a length that still shows what is meant.
+// Returns the start of a text as safe_text() shows it, at most `longest` columns of it.
 std::string excerpt(std::string_view text, std::size_t longest = 120);
 
 }  // namespace host

@@ -1,6 +1,6 @@
-// One lock orders the lines of all threads; each line leaves in one write, so that lines of several
-// processes on one terminal stay whole too. A message may hold text of a file: it goes through
-// safe_text(), so that it is one line, and no terminal obeys it.
+// One lock orders the lines of all threads. Each line leaves in one write, so that lines of several
+// processes on one terminal stay whole too. A message may quote a file, so it goes through
+// safe_text(): it stays one line, and no terminal obeys it.
 #include "host/base/log.h"
 
 #include <sys/stat.h>
@@ -69,7 +69,7 @@ std::string formatted(const char *format, va_list args) {
     return text;
 }
 
-// Whether standard error is the stream to systemd's journal that the environment names.
+// Returns true when standard error is the stream to systemd's journal that the environment names.
 bool leads_to_journal() {
     const char *const named = std::getenv("JOURNAL_STREAM");
     struct stat status {};
@@ -77,7 +77,7 @@ bool leads_to_journal() {
            named == std::to_string(status.st_dev) + ":" + std::to_string(status.st_ino);
 }
 
-// What cannot be written has nowhere else to go.
+// Drops what cannot be written: there is no other place to report it.
 void write_all(std::string_view text) {
     while (!text.empty()) {
         const ssize_t written = write(STDERR_FILENO, text.data(), text.size());
@@ -88,12 +88,12 @@ void write_all(std::string_view text) {
     }
 }
 
-// With the lock held.
+// The caller holds the lock.
 void count(int severity) {
     ++(log().counts.*level_of(severity).count);
 }
 
-// With the lock held.
+// The caller holds the lock.
 void show(int severity, std::string_view text) {
     const Level &level = level_of(severity);
     std::string line = log().to_journal ? level.priority : "";
@@ -103,7 +103,7 @@ void show(int severity, std::string_view text) {
     write_all(line);
 }
 
-// As show(), without allocating anything: what does not fit is cut, what is not safe is "?".
+// Shows a message without allocating memory: long text is cut, and unsafe bytes become "?".
 void show_without_memory(int severity, const char *format, va_list args) {
     std::array<char, 512> text{};
     std::vsnprintf(text.data(), text.size(), format, args);
@@ -120,7 +120,7 @@ void show_without_memory(int severity, const char *format, va_list args) {
     write_all("\n");
 }
 
-// With the lock held.
+// The caller holds the lock.
 void deliver(const LogMessage &message, bool shown) {
     if (log().observer)
         log().observer(message);

@@ -1,4 +1,4 @@
-// The log handles pci_slog and pci_dbg: lines on standard error, counted by severity.
+// The log behind pci_slog and pci_dbg: lines on standard error, counted by severity.
 #pragma once
 
 #include <cstdint>
@@ -20,18 +20,19 @@ struct LogCounts {
 };
 
 // Opens pci_slog, and pci_dbg when `debug` is set; messages above `verbosity` are not shown. Where
-// standard error leads to systemd's journal, lines have a priority in front.
+// standard error leads to systemd's journal, each line begins with its priority.
 void open_log(int verbosity, bool debug);
 
-// Every message that reaches a handle, before filtering, also goes to `observer` (tests); empty:
-// none. Called under the log's own lock.
+// Sends every message that reaches a handle, before filtering, to `observer` too; an empty function
+// removes it. The tests use this. The observer is called under the log's own lock.
 void observe_log(std::function<void(const LogMessage &)> observer);
 
-// What has reached a handle or came from the host itself so far, shown or not.
+// Returns how many messages have reached a handle or came from the host itself so far, shown or
+// not.
 LogCounts log_counts();
 
-// The host's own lines, in the same form and the same counts. What it is doing is shown with
-// verbosity 1, the default, and above.
+// Log lines of the host itself, in the same form and the same counts. log_info() needs verbosity 1,
+// the default, or more.
 void log_error(const std::string &text);
 void log_warning(const std::string &text);
 void log_info(const std::string &text);

@@ -12,7 +12,7 @@ namespace host {
 namespace {
 
 std::atomic<bool> has_thrown = false;
-std::atomic<int> status_wanted = 0;  // 0: nobody watches
+std::atomic<int> status_wanted = 0;  // 0: no ExitWatch
 std::atomic<const std::string *> file_that_starts = nullptr;
 
 std::string exception_text() {

@@ -1,19 +1,18 @@
-// What a module's code does to its host beyond what it returns.
+// Catches what a module's code does to its host beyond returning a result: exceptions and exit().
 #pragma once
 
 #include <string>
 
 namespace host {
 
-// Where an exception of a module's code has been caught: logs "module FILE: PLACE has thrown an
-// exception: TEXT".
+// Logs "module FILE: PLACE has thrown an exception: TEXT". Call in the handler of the exception.
 void log_exception(const std::string &file, const std::string &place);
 
-// Whether that has happened.
+// Returns true when log_exception() has been called.
 bool any_exception();
 
-// While this lives, a module that calls exit() is reported, by name if it is being started, and the
-// process ends with `status` whatever the module wants: what is still to be written will not be.
+// Reports a module that calls exit(), by name if it is being started, and ends the process with
+// `status` whatever status the module gave, because the report and the output will not be written.
 // One at a time. _exit(), quick_exit() and signals cannot be noticed.
 class ExitWatch {
 public:
@@ -23,7 +22,7 @@ public:
     ExitWatch &operator=(const ExitWatch &) = delete;
 };
 
-// While this lives, that module is being started. Nothing else may start one meanwhile.
+// Names the module that is being started, for ExitWatch. One at a time.
 class ModuleStart {
 public:
     explicit ModuleStart(const std::string &file);

@@ -15,7 +15,7 @@
 namespace host {
 namespace {
 
-constexpr unsigned MOST_LINKS = 40;  // as the kernel
+constexpr unsigned MOST_LINKS = 40;  // the kernel's limit
 
 [[noreturn]] void fail(int error) {
     throw std::system_error(error, std::generic_category());
@@ -32,7 +32,7 @@ struct stat status_of(const Descriptor &descriptor) {
     return status;
 }
 
-// Links there lead to an open file or a folder, whatever their text says.
+// Links in /proc are magic: they lead to an open file or a folder, whatever their text says.
 bool is_in_proc(const Descriptor &folder) {
     struct statfs status {};
     return fstatfs(folder.number(), &status) == 0 && status.f_type == PROC_SUPER_MAGIC;
@@ -82,7 +82,7 @@ private:
             name.clear();
             return;
         }
-        // To open a folder as one has it mounted where an automount waits for that.
+        // O_DIRECTORY is tried first, because only that makes an automount mount its folder.
         Descriptor next = open_path(place_.folder, name, O_NOFOLLOW | O_DIRECTORY);
         if (!next)
             next = open_path(place_.folder, name, O_NOFOLLOW);

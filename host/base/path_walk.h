@@ -1,5 +1,5 @@
-// Paths resolved component by component, each through the descriptor of its folder, so that what
-// was looked at is what is used, whoever renames or replaces something meanwhile.
+// Resolves paths component by component, each through the descriptor of its folder, so that the
+// file that was checked is the file that is used, even if a name changes its meaning meanwhile.
 #pragma once
 
 #include <sys/stat.h>
@@ -17,10 +17,11 @@ struct Place {
     std::string name;            // in the folder; empty if the path ends in a folder's own name
     Descriptor file;             // O_PATH; empty if there is no such file
     struct stat status {};       // of the file
-    bool is_descriptor = false;  // /proc/PID/fd/N: the file that the descriptor is open on
+    bool is_descriptor = false;  // true for /proc/PID/fd/N: a magic link, which must be opened and
+                                 // not resolved by its text
 };
 
-// One component of a path, a link among them, before it is followed.
+// One component of a path, before it is followed if it is a link.
 struct Step {
     const Descriptor &folder;
     const struct stat &folder_status;
@@ -28,11 +29,11 @@ struct Step {
     const struct stat &status;
 };
 
-// Follows links. `look` is called for each component that exists and may throw. Throws
+// Follows links. Calls `look` for each component that exists; it may throw. Throws
 // std::system_error if a component other than the last does not exist or cannot be searched.
 Place walk_path(const std::filesystem::path &path, const std::function<void(const Step &)> &look);
 
-// The file that a descriptor stands for under a name, for calls that take no descriptor.
+// Returns a name for the file of a descriptor, for calls that take no descriptor.
 std::string descriptor_path(const Descriptor &descriptor);
 
 }  // namespace host

@@ -6,8 +6,8 @@
 namespace host {
 namespace {
 
-// UTF-8 of two to four bytes: its first byte is one of `lead` but for the bits of `lead_bits`,
-// which hold the highest bits of a character between `lowest` and `highest`.
+// A form of two to four bytes. Its first byte is `lead` outside of `lead_bits`, which hold the
+// highest bits of a character between `lowest` and `highest`.
 struct Utf8Form {
     std::size_t length;
     unsigned char lead;
@@ -16,7 +16,7 @@ struct Utf8Form {
     std::uint32_t highest;
 };
 
-// The lowest ones leave out longer forms of shorter characters, and U+0080 to U+009F.
+// `lowest` excludes longer forms of shorter characters, and U+0080 to U+009F.
 constexpr Utf8Form UTF8_FORMS[] = {
     {.length = 2, .lead = 0xC0, .lead_bits = 0x1F, .lowest = 0xA0, .highest = 0x7FF},
     {.length = 3, .lead = 0xE0, .lead_bits = 0x0F, .lowest = 0x800, .highest = 0xFFFD},

@@ -1,4 +1,4 @@
-// Text taken apart into pieces and numbers, and put together.
+// Takes text apart into words and numbers, and puts it together.
 #pragma once
 
 #include <cstddef>
@@ -10,20 +10,20 @@
 
 namespace host {
 
-// Blanks, tabs and carriage returns taken off both ends; the words between them.
+// Remove blanks, tabs and carriage returns at both ends; return the words between them.
 std::string_view trim(std::string_view text);
 std::vector<std::string_view> words(std::string_view text);
 
-// The pieces between separators, empty ones among them.
+// Returns the pieces between separators, including empty ones.
 std::vector<std::string_view> split(std::string_view text, char separator);
 std::string join(const std::vector<std::string> &pieces, std::string_view separator);
 
-// A whole text as a number: hexadecimal digits alone, or decimal or "0x" and hexadecimal. Nothing
-// for any other text and for numbers above 32 bits.
+// Read a whole text as a number: hexadecimal digits alone, or decimal, or "0x" and hexadecimal.
+// nullopt for any other text and for numbers above 32 bits.
 std::optional<std::uint32_t> parse_hex(std::string_view text);
 std::optional<std::uint32_t> parse_number(std::string_view text);
 
-// "1 function", "2 functions"
+// Returns "1 function", "2 functions".
 std::string functions_text(std::size_t count);
 
 }  // namespace host

@@ -1,4 +1,4 @@
-// Inside the bridge tree: a record with its locks, and what the tree is to become.
+// The inside of the bridge tree: a record with its locks, and the plan of a tree.
 #pragma once
 
 #include <algorithm>
@@ -36,12 +36,13 @@ private:
     pthread_rwlock_t &lock_;
 };
 
-// A record with what it holds while everything is there; the record's own lists show what of that
-// is there now.
+// A record with everything that is below it; the record's own lists show the part that is attached
+// now.
 struct BridgeTree::Node : bridge_rec {
     Node() : bridge_rec{} {
         pthread_mutex_init(&children_lock, nullptr);
-        // A thread that reads may read again while a writer waits: what a writer preference denies.
+        // Readers are preferred, because a thread that holds the lock for reading may take it again
+        // while a writer waits.
         pthread_rwlockattr_t attributes;
         pthread_rwlockattr_init(&attributes);
         pthread_rwlockattr_setkind_np(&attributes, PTHREAD_RWLOCK_PREFER_READER_NP);
@@ -55,7 +56,8 @@ struct BridgeTree::Node : bridge_rec {
     Node(const Node &) = delete;
     Node &operator=(const Node &) = delete;
 
-    // In place, where there is room: arrays that were named stay, and never shrink.
+    // Stores in place where there is room, because arrays that modules have seen stay and never
+    // shrink.
     void set_devs(std::span<const bdf_t> functions) {
         const WriteGuard guard(devs_lock);
         if (functions.size() > room) {
@@ -85,7 +87,8 @@ struct BridgeTree::Node : bridge_rec {
         __atomic_store_n(&devs, nullptr, __ATOMIC_RELEASE);
     }
 
-    // From the last to the first: whoever walks the list meanwhile misses none that stays.
+    // Links from the last to the first, so that a walk meanwhile misses none of the children that
+    // stay.
     void show_children() {
         const MutexGuard guard(children_lock);
         Node *next = nullptr;
@@ -113,7 +116,7 @@ struct BridgeTree::Node : bridge_rec {
         }
     }
 
-    // Modules read links and lists without the locks too: each is one atomic word.
+    // Modules read links and lists without the locks too, so each is stored as one atomic word.
     static void store_link(bridge_rec *&link, bridge_rec *value) {
         __atomic_store_n(&link, value, __ATOMIC_RELEASE);
     }
@@ -123,20 +126,21 @@ struct BridgeTree::Node : bridge_rec {
 
     std::atomic<int> secondary = -1;
     std::vector<Node *> all_children;              // ascending
-    std::vector<std::unique_ptr<bdf_t[]>> arrays;  // those that devs has named, the last one of now
+    std::vector<std::unique_ptr<bdf_t[]>> arrays;  // those that devs has named; the last one is
+                                                   // current
     std::size_t room = 0;                          // of the last array
     std::uint32_t all_devs = 0;                    // functions in the last array
     pcie_cap_t capability{};
-    std::atomic<bool> attached = false;  // whether lookups find it
+    std::atomic<bool> attached = false;  // look-ups find it
 };
 
-// What the tree is to become, before anybody sees it.
+// The tree that is to be shown, before modules see it.
 struct BridgeTree::Plan {
     struct Entry {
         Node *node;
         int secondary = -1;
         std::vector<Node *> children{};  // ascending
-        std::vector<bdf_t> devs{};       // ascending, rivals behind the others
+        std::vector<bdf_t> devs{};       // ascending, conflicting bridges behind the others
     };
 
     Entry &add(Node &node) {

@@ -1,5 +1,4 @@
-// Decides from functions and bus layout what the tree is to become. Nothing here can be seen by
-// modules yet.
+// Plans the tree from functions and bus layout. Modules see nothing of it yet.
 #include <algorithm>
 
 #include "host/machine/bridge_node.h"
@@ -24,7 +23,8 @@ void BridgeTree::plan_root_buses(Plan &plan, std::span<const Function *const> fu
     }
 }
 
-// Ascending: a bridge's parent is there before it, as its bus number is lower.
+// Bridges are planned in ascending order: a bridge's bus number is higher than its parent's, so its
+// parent is there before it.
 void BridgeTree::plan_bridges(Plan &plan, std::span<const Function *const> functions,
                               const BusLayout &layout) {
     for (const Function *function : functions) {
@@ -55,18 +55,17 @@ void BridgeTree::plan_bridges(Plan &plan, std::span<const Function *const> funct
     }
 }
 
-// A bus that is nobody's secondary bus counts to the bridge whose range it is in: whatever is there
-// is below that bridge, and limits what its hierarchy can be set to.
+// A bus that is no bridge's secondary bus counts to the bridge whose range it is in, because what
+// is there limits the payload size of that bridge's hierarchy.
 void BridgeTree::plan_devs(Plan &plan, std::span<const Function *const> functions) {
     for (const Function *function : functions)
         if (function->answers)
             plan.entry(plan.holder[pci::bus_of(function->bdf)]).devs.push_back(function->bdf);
 }
 
-// Of two bridges with one secondary bus only one can be the record above it, and which of them
-// leads there nobody can tell. The other counts as one more function on that bus: whichever it is,
-// no payload size above what both support is chosen for what is there. The size is written to the
-// one that has the bus only, and then no further down than the other one is set to.
+// Two bridges claim one secondary bus; only one can own it. The other is added to that bus's
+// functions, so that its MPSS still lowers the path maximum. Limit: MPS is written to the owner
+// only, and then to nothing below that the other bridge's own setting would not allow.
 void BridgeTree::plan_rivals(Plan &plan, std::span<const Function *const> functions) {
     for (const Function *function : functions) {
         if (!function->answers || function->secondary == 0)
@@ -82,7 +81,7 @@ void BridgeTree::plan_rivals(Plan &plan, std::span<const Function *const> functi
     }
 }
 
-// Records never change what is fixed in them: a bridge of another kind at the same place gets a
+// A record's fixed members never change, so a bridge of another kind at the same address gets a
 // record of its own.
 BridgeTree::Node &BridgeTree::node_for(const bridge_rec &record, const pci_cap_t *capability) {
     const auto is_same = [&](const std::unique_ptr<Node> &node) {

@@ -76,7 +76,7 @@ std::vector<bdf_t> BridgeTree::ports_above(bdf_t bdf) const {
     return ports;
 }
 
-// What is below a bridge does not lead to the bridge's own bus.
+// Returns true when `bdf` is below the bridge: such a bridge cannot lead to the other's own bus.
 bool BridgeTree::is_below(bdf_t bdf, const bridge_rec &bridge) const {
     const bridge_rec *record = above(bdf);
     while (record && record != &bridge)
@@ -84,7 +84,7 @@ bool BridgeTree::is_below(bdf_t bdf, const bridge_rec &bridge) const {
     return record != nullptr;
 }
 
-// From the top down: who walks the tree meanwhile finds nothing below a record that is gone.
+// Goes from the top down, so that a walk meanwhile finds nothing below a record that is gone.
 void BridgeTree::detach(bridge_rec &bridge) {
     Node *node = node_of(bridge);
     if (!node)
@@ -95,7 +95,7 @@ void BridgeTree::detach(bridge_rec &bridge) {
         detach(*child);
 }
 
-// From the bottom up: what comes into sight is complete.
+// Goes from the bottom up, so that every record is complete when it comes into sight.
 void BridgeTree::attach(bridge_rec &bridge) {
     Node *node = node_of(bridge);
     if (!node)
@@ -122,7 +122,8 @@ void BridgeTree::set_operations(const pcie_cap_ops_t &operations) {
             node->capability.ops = operations_;
 }
 
-// What is gone leaves first. Then children before their parents: what comes into sight is complete.
+// Records that are gone leave first. Then children are shown before their parents, so that every
+// record is complete when it comes into sight.
 void BridgeTree::show(const Plan &plan) {
     for (const auto &same_id : nodes_)
         for (const auto &node : same_id)
@@ -154,8 +155,8 @@ void BridgeTree::show(const Plan &plan) {
     rivals_ = plan.rivals;
 }
 
-// Null for a record that is not of this tree. A host bridge record may have the address of a
-// bridge.
+// Returns null for a record that is not of this tree. A host bridge record may have the same
+// address as a bridge.
 BridgeTree::Node *BridgeTree::node_of(const bridge_rec &bridge) const {
     if (bridge.bdf > BDF_HIGHEST)
         return nullptr;

@@ -22,10 +22,10 @@ struct BusLayout;
 // siblings of each other in ascending bus order.
 class BridgeTree {
 public:
-    // A bridge that got no bus because another has the one that is its secondary bus too.
+    // A bridge whose secondary bus number conflicts with that of another bridge, which got the bus.
     struct Rival {
         bdf_t bdf;
-        const bridge_rec *holder;  // the other: whatever is on that bus is below it
+        const bridge_rec *holder;  // the other bridge: functions on that bus count as below it
     };
 
     BridgeTree(std::span<const Function *const> functions, const BusLayout &layout);
@@ -37,31 +37,32 @@ public:
     bridge_rec *by_bdf(bdf_t bdf) const;  // either form; null when it is no bridge or removed
     bridge_rec *by_secondary(unsigned bus) const;  // null for a root bus
     bridge_rec *above(bdf_t bdf) const;            // the record whose secondary side holds bdf
-    // Of a root bus's record that bus; -1 when it has none.
+    // Returns the secondary bus, or the bus of a root bus's record; -1 when the bridge has none.
     int secondary_bus(const bridge_rec &bridge) const;
 
-    // Buses whose functions are below the bridge, also while they are removed.
+    // Returns the buses whose functions are below the bridge, even while they are removed.
     std::bitset<256> buses_below(const bridge_rec &bridge) const;
 
-    // Each stands in its holder's list of devices too.
+    // Returns the conflicting bridges; each is in its holder's list of functions too.
     std::vector<Rival> rivals() const;
 
-    // The ports that packets of a function may come to first: the nearest bridge above it that has
-    // a PCI Express capability, and likewise from each bridge that claims the same bus, since
-    // registers do not tell which of them leads there. None for functions of root buses.
+    // Returns the ports that packets of a function may reach first: the nearest bridge above it
+    // that has a PCI Express capability, and likewise above each bridge that claims the same bus,
+    // because registers do not tell which of them leads there. Empty for functions of root buses.
     std::vector<bdf_t> ports_above(bdf_t bdf) const;
 
-    // Takes every record below the bridge out of the tree or back in, with the lists of devices.
-    // Takes the records' own locks, one at a time. Calls must not overlap.
+    // Take every record below the bridge out of the tree or back in, with the lists of functions.
+    // They take the records' own locks, one at a time. Calls must not overlap.
     void detach(bridge_rec &bridge);
     void attach(bridge_rec &bridge);
 
-    // What the tree shows from now on; `functions` is ascending. Records of bridges that are there
-    // no more leave the tree and come back when such a bridge does; none is ever freed. Takes the
-    // records' own locks, one at a time. Calls must not overlap, nor detach() and attach().
+    // Sets what the tree shows from now on; `functions` is ascending. Records of bridges that are
+    // gone leave the tree and come back with such a bridge; none is ever freed. Takes the records'
+    // own locks, one at a time. Calls must not overlap, nor detach() and attach().
     void update(std::span<const Function *const> functions, const BusLayout &layout);
 
-    // The operations of the records' PCI Express capabilities; before modules see the tree.
+    // Sets the operations of the records' PCI Express capabilities; call before modules see the
+    // tree.
     void set_operations(const pcie_cap_ops_t &operations);
 
 private:
@@ -79,7 +80,7 @@ private:
     bool is_below(bdf_t bdf, const bridge_rec &bridge) const;
     Node *node_of(const bridge_rec &bridge) const;
 
-    // Records by routing ID: of bridges their own, of host bridge records the first of their bus.
+    // Records by routing ID: a bridge's own, a host bridge record's is the first of its bus.
     std::vector<std::vector<std::unique_ptr<Node>>> nodes_;
     const pcie_cap_ops_t *operations_ = nullptr;
     mutable std::mutex rivals_lock_;

@@ -1,10 +1,10 @@
-// Bridges are taken in ascending order. As a placed bridge's secondary bus comes after its own, its
-// parent has been placed before it, and no loop can arise. A bridge gets the buses of its range
-// that nobody but its parent has, up to the first that somebody else has, so that ranges cannot
-// overlap. One whose very secondary bus is somebody else's gets none.
+// Bridges are placed in ascending order. The secondary bus of a placed bridge comes after its own
+// bus, so its parent has been placed before it, and no loop can arise. A bridge gets the buses of
+// its range that only its parent has, up to the first that another bridge has, so that ranges
+// cannot overlap. A bridge whose very secondary bus belongs to another bridge gets no bus.
 //
-// A bridge that is placed in spite of wrong numbers does less harm than one that is not: what is
-// physically below it then counts when its hierarchy's payload size is chosen.
+// Placing a bridge in spite of wrong numbers does less harm than leaving it out: what is physically
+// below it then counts when its hierarchy's payload size is chosen.
 #include "host/machine/bus_layout.h"
 
 #include "host/base/address.h"
@@ -17,8 +17,8 @@ unsigned own_bus(const Function &bridge) {
     return pci::bus_of(bridge.bdf);
 }
 
-// `bus` of the bridge's range does not belong to the bridge above. One of the two may be null:
-// without a holder there is a bridge above, which did not get the bus itself.
+// Phrases that `bus` of the bridge's range does not belong to the upstream bridge. One of the two
+// may be null: without a holder there is an upstream bridge, which did not get the bus itself.
 std::string foreign_bus(unsigned bus, const Function *parent, const Function *holder) {
     if (!holder || (parent && (bus < parent->secondary || bus > parent->subordinate)))
         return "bus " + bus_text(bus) + " is none of those of the bridge above, " +
@@ -26,7 +26,7 @@ std::string foreign_bus(unsigned bus, const Function *parent, const Function *ho
     return "bus " + bus_text(bus) + " belongs to the bridge " + bdf_text(holder->bdf) + " already";
 }
 
-// What keeps the bridge from being placed at all; empty when nothing does.
+// Returns why the bridge cannot be placed at all; empty when it can.
 std::string obstacle_of(const BusLayout &layout, const Function &bridge) {
     if (bridge.secondary == 0)
         return "the secondary bus is 0";
@@ -40,7 +40,7 @@ std::string obstacle_of(const BusLayout &layout, const Function &bridge) {
                                       : std::string();
 }
 
-// Gives the bridge its buses. What is wrong with the numbers; empty when they are sound.
+// Gives the bridge its buses. Returns what is wrong with the numbers; empty when they are sound.
 std::string place(BusLayout &layout, const Function &bridge) {
     const Function *parent = layout.holder[own_bus(bridge)];
     std::string fault;
@@ -72,7 +72,7 @@ BusLayout lay_out_buses(std::span<const Function *const> functions,
         if (!function.answers || !function.is_bridge())
             continue;
         if (function.secondary == 0 && function.subordinate == 0)
-            continue;  // not configured: nothing below it, and nothing wrong
+            continue;  // not configured: nothing is below it, and nothing is wrong
         const char *consequence = "nothing is taken to be below this bridge, and payload sizes of "
                                   "paths are not written to it";
         std::string fault = obstacle_of(layout, function);

@@ -1,4 +1,4 @@
-// Which bridge leads to which bus, decided from the bridges' bus numbers alone.
+// Decides from the bridges' bus numbers alone which bridge leads to which bus.
 #pragma once
 
 #include <array>
@@ -12,18 +12,19 @@ namespace host {
 
 constexpr unsigned BUSES = 256;
 
-// Null: no bridge. The ranges of the bridges in it are nested in each other or apart.
+// A null entry means that no bridge leads to the bus. The ranges of the bridges are nested in each
+// other or apart.
 struct BusLayout {
-    // The bridge whose secondary bus it is. A bridge that stands nowhere here leads to no bus.
+    // The bridge whose secondary bus it is. A bridge that is not in this array leads to no bus.
     std::array<const Function *, BUSES> by_secondary{};
-    // The deepest bridge from whose secondary to subordinate bus it lies. It has no secondary bus
-    // of its own where the functions of another bus reach over: virtual functions of SR-IOV
-    // devices.
+    // The deepest bridge whose range, secondary to subordinate bus, holds the bus. Such a bus is no
+    // bridge's secondary bus when the functions of another bus reach over to it: virtual functions
+    // of SR-IOV devices.
     std::array<const Function *, BUSES> holder{};
 };
 
-// `functions` is ascending. Bridges with impossible numbers are left out; `warnings`, unless null,
-// receives a line for each.
+// Lays out the buses of `functions`, which is ascending. Bridges with impossible numbers are left
+// out; `warnings`, unless null, receives a line for each.
 BusLayout lay_out_buses(std::span<const Function *const> functions,
                         std::vector<std::string> *warnings);
 

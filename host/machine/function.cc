@@ -11,8 +11,8 @@ class FunctionReader {
 public:
     FunctionReader(ConfigSpace &space, RoutingId id) : space_(space), id_(id) {}
 
-    // A function that goes, or gives way to another one, while it is read counts as absent: what
-    // was read belongs to nobody.
+    // A function that goes, or is replaced by another one, while it is read counts as absent,
+    // because the registers read may belong to two functions.
     Function read() {
         Function function = read_registers();
         if (!function.answers || dword(pci::IDS) == ids_of(function))

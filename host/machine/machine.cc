@@ -83,7 +83,7 @@ void Machine::remove(bridge_rec &bridge) {
     const std::scoped_lock guard(change_lock_);
     set_reachable(bridge, false);
     bridges_->detach(bridge);
-    ++generation_;  // last: a list that was made meanwhile is made again
+    ++generation_;  // last, so that a list made meanwhile is made again
 }
 
 void Machine::insert(bridge_rec &bridge) {
@@ -116,7 +116,7 @@ std::vector<std::unique_ptr<Function>> Machine::read(std::span<const RoutingId> 
     return fresh;
 }
 
-// Bridges that are there, with other bus numbers than when they were read.
+// Present bridges whose bus numbers differ from those last read.
 std::vector<RoutingId> Machine::renumbered() const {
     std::vector<RoutingId> found;
     for (const Function *function : functions()) {
@@ -131,9 +131,10 @@ std::vector<RoutingId> Machine::renumbered() const {
     return found;
 }
 
-// Modules do not see virtual functions, also those that have a vendor in their own registers: a
-// payload size that is written there does not take, and would be taken back along its whole path.
-// They have the layout of devices; what has another one is none, whatever a capability says.
+// Virtual functions are hidden from modules, even those with a vendor in their own registers:
+// Max_Payload_Size is reserved in them, so a write would fail and the module would take the size
+// back along the whole path. Virtual functions have Header Layout 0; a function with another layout
+// is none, whatever an SR-IOV capability says.
 void Machine::tell_virtual(std::span<const std::unique_ptr<Function>> fresh) {
     const auto all = find_virtual_functions(space_, present_with(fresh));
     for (const auto &function : fresh) {
@@ -152,8 +153,8 @@ void Machine::tell_virtual(std::span<const std::unique_ptr<Function>> fresh) {
     }
 }
 
-// What functions that are being added cannot tell of themselves: whether they are reached in ARI
-// form, which is the bridge's and function 0's affair, and whether their device has more functions.
+// Fills in what new functions cannot tell of themselves: whether they are addressed in ARI form,
+// which depends on the bridge and on function 0, and whether their device has more functions.
 void Machine::choose_forms(std::span<const std::unique_ptr<Function>> fresh) {
     const std::vector<const Function *> present = present_with(fresh);
     const BusLayout layout = lay_out_buses(present, nullptr);
@@ -178,7 +179,7 @@ void Machine::choose_forms(std::span<const std::unique_ptr<Function>> fresh) {
     }
 }
 
-// A function that comes back as it was gets its old record again, so that a machine does not grow
+// A function that comes back unchanged gets its old record again, so that a machine does not grow
 // with every insertion.
 void Machine::publish(std::vector<std::unique_ptr<Function>> fresh) {
     std::unordered_multimap<bdf_t, const Function *> old;
@@ -197,7 +198,7 @@ void Machine::publish(std::vector<std::unique_ptr<Function>> fresh) {
     }
 }
 
-// What is reachable, with these functions in their places, ascending.
+// Returns what is reachable, with `fresh` in place of what was there, ascending.
 std::vector<const Function *>
 Machine::present_with(std::span<const std::unique_ptr<Function>> fresh) const {
     std::vector<const Function *> by_id(ROUTING_IDS);
@@ -209,7 +210,7 @@ Machine::present_with(std::span<const std::unique_ptr<Function>> fresh) const {
     return by_id;
 }
 
-// A bridge that is wrong stays so, whatever else comes and goes.
+// Each line is given once: a bridge with wrong numbers stays wrong, whatever else comes and goes.
 void Machine::give_warnings(const std::vector<std::string> &lines) {
     for (const std::string &line : lines)
         if (warned_of_.insert(line).second)
@@ -221,7 +222,7 @@ void Machine::set_reachable(const bridge_rec &bridge, bool reachable) {
         reachable_[function->id()] = reachable && function->answers;
 }
 
-// A host bridge's record always is.
+// The record of a host bridge is never removed.
 bool Machine::is_there(const bridge_rec &bridge) const {
     return bridge.parent == nullptr || find(bridge.bdf) != nullptr;
 }

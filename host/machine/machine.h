@@ -1,4 +1,5 @@
-// A machine as the server sees it: its functions with the facts that never change, and its bridges.
+// A machine as the server sees it: its functions, with the facts that never change, and its
+// bridges.
 #pragma once
 
 #include <atomic>
@@ -19,7 +20,7 @@ namespace host {
 
 class Machine {
 public:
-    // Takes a line about bus numbers of a bridge that are wrong.
+    // Takes a line about wrong bus numbers of a bridge.
     using Warn = std::function<void(const std::string &line)>;
 
     // Reads every function of `space`, which must outlive the machine. `warn` is called now and in
@@ -31,37 +32,40 @@ public:
 
     ConfigSpace &space() const;
 
-    // Every function, ascending by routing ID, also those that do not answer or have been removed.
-    // Records live as long as the machine.
+    // Returns every function, ascending by routing ID, including those that do not answer or have
+    // been removed. Records live as long as the machine.
     std::vector<const Function *> functions() const;
 
-    // The function with that routing ID, one of functions(), or null.
+    // Returns the function with that routing ID, one of functions(), or null.
     const Function *known(RoutingId id) const;
 
-    // The function at `bdf` (either form) when it answers and is there now, else null. Constant
-    // time; any thread.
+    // Returns the function at `bdf` (either form) when it answers and has not been removed, else
+    // null. Takes constant time; safe on any thread.
     const Function *find(bdf_t bdf) const;
 
-    // Whether a function can be reached now. Changes with remove() and insert().
+    // Returns true when a function answers and has not been removed. remove(), insert() and
+    // update() change it.
     bool reachable(const Function &function) const;
 
-    // Counts changes of what is reachable, so that lists made from it can be kept until then.
+    // Counts the changes of what is reachable, so that lists made from it can be kept until the
+    // next one.
     std::uint64_t generation() const;
 
     BridgeTree &bridges();
     const BridgeTree &bridges() const;
 
-    // Takes everything below the bridge out of the tree, or brings it back as it first was. The
-    // registers are the caller's affair. No effect below a bridge that is itself removed: all of it
-    // comes back with the bridge.
+    // Remove everything below the bridge from the tree, or bring it back as it was. The caller
+    // changes the registers. No effect below a bridge that is itself removed: all of it comes back
+    // with that bridge.
     void remove(bridge_rec &bridge);
     void insert(bridge_rec &bridge);
 
-    // Takes functions out that have gone, and reads those that have come, which may be others than
-    // before, and bridges whose bus numbers have changed; then brings the bridges up to date.
+    // Removes the functions that are gone, reads those that have come, which may differ from what
+    // was there before, and re-reads bridges whose bus numbers have changed; then updates the
+    // bridge tree.
     void update(std::span<const RoutingId> gone, std::span<const RoutingId> come);
 
-    // Every function below the bridge, bridges too, also removed ones.
+    // Returns every function below the bridge, bridges and removed functions included.
     std::vector<const Function *> below(const bridge_rec &bridge) const;
 
 private:

@@ -1,4 +1,4 @@
-// Machines from configuration space, and the functions in them by their names.
+// Makes machines from configuration space, and finds functions in them by address.
 #pragma once
 
 #include <memory>
@@ -8,12 +8,12 @@
 
 namespace host {
 
-// The machine that a configuration space shows; what is odd about it, now or after an update, is
-// said in warnings.
+// Reads the machine that a configuration space shows. Wrong bus numbers are logged as warnings, now
+// or after an update.
 std::unique_ptr<Machine> open_machine(ConfigSpace &space);
 
-// The function that `address` names ("[domain:]bus:device.function", of the domain served) and that
-// answers. Throws InputError with the reason alone when there is none.
+// Returns the function that `address` names ("[domain:]bus:device.function", of the domain served)
+// and that answers. Throws InputError with the reason alone when there is none.
 const Function &named_function(const Machine &machine, unsigned domain, std::string_view address);
 
 }  // namespace host

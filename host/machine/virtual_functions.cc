@@ -6,7 +6,7 @@
 namespace host {
 namespace {
 
-// Registers of one SR-IOV capability; what cannot be read counts as 0.
+// The registers of one SR-IOV capability; a register that cannot be read counts as 0.
 class Sriov {
 public:
     Sriov(ConfigSpace &space, RoutingId id, unsigned offset)
@@ -17,7 +17,7 @@ public:
         return space_.read(id_, offset_ + reg, pci::width_of(reg), value) == PCI_OK ? value : 0;
     }
 
-    // All of them: the capability has no more than NumVFs once VF Enable is set.
+    // Returns the number of enabled virtual functions: NumVFs once VF Enable is set.
     unsigned enabled() const {
         const auto control = static_cast<std::uint16_t>(read(pci::SRIOV_CONTROL));
         return (control & pci::SRIOV_CONTROL_VF_ENABLE) != 0 ? read(pci::SRIOV_NUM_VFS) : 0;

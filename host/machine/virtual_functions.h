@@ -1,6 +1,6 @@
-// The virtual functions of SR-IOV devices. The standard reserves their payload size and ECRC
-// controls: what their physical function is set to rules them too. Vendor and device read as all
-// ones in them; the physical function's registers tell both.
+// Finds the virtual functions of SR-IOV devices. The standard reserves their payload size and ECRC
+// controls: the physical function's settings apply to them too. Their Vendor ID and Device ID read
+// as all ones, so both are derived from the physical function's registers.
 #pragma once
 
 #include <map>
@@ -16,8 +16,8 @@ struct VirtualFunction {
     std::uint16_t device;
 };
 
-// By their routing IDs: those that the SR-IOV capabilities of the functions that answer have
-// enabled, whether or not there is anything at these addresses. `functions` is ascending.
+// Returns, by routing ID, the virtual functions that the SR-IOV capabilities of answering functions
+// have enabled, whether or not a function answers at these addresses. `functions` is ascending.
 std::map<RoutingId, VirtualFunction>
 find_virtual_functions(ConfigSpace &space, std::span<const Function *const> functions);
 

@@ -23,7 +23,7 @@ public:
         text_ = trim(text);
         if (text_.starts_with('['))
             return take_section();
-        // What lines of other sections look like is not known here.
+        // The form of lines in unknown sections is not known, so they are not checked.
         if (section_ != Section::UNKNOWN)
             take_key();
     }
@@ -36,8 +36,8 @@ public:
 
 private:
     void take_section() {
-        // The lines below a header that cannot be read are looked at as well: all that is wrong is
-        // reported at once.
+        // The lines below a malformed header are checked too, so that all faults are reported at
+        // once.
         section_ = Section::RUNTIME;
         if (!text_.ends_with(']') || trim(text_.substr(1, text_.size() - 2)).empty())
             return reject("a section is written as [name]");

@@ -20,11 +20,11 @@ struct HostConfig {
     std::vector<std::string> warnings;  // unknown sections and keys, passed over
 };
 
-// A module's directory is that of `file`. Throws InputError for a file that cannot be read and for
-// malformed lines, all of them in one error.
+// Reads a configuration file; modules are looked for beside it. Throws InputError for a file that
+// cannot be read and for malformed lines, all of them in one error.
 HostConfig read_host_config(const std::filesystem::path &file);
 
-// The same for text that came from `file`.
+// Parses text that came from `file`.
 HostConfig parse_host_config(const std::string &text, const std::filesystem::path &file);
 
 }  // namespace host

@@ -13,7 +13,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Folder of the running executable; empty when the system does not tell.
+// Returns the folder of the running executable; empty when it cannot be read.
 fs::path executable_folder() {
     std::error_code ignored;
     return fs::read_symlink("/proc/self/exe", ignored).parent_path();
@@ -24,7 +24,8 @@ bool is_there(const fs::path &place) {
     return fs::exists(place, ignored);
 }
 
-// Option scanners write what they do not know to standard error as it is.
+// Modules that scan their options print unknown ones to standard error as they are, so unsafe text
+// is refused.
 std::string safe_argument(std::string_view argument) {
     if (safe_text(argument) != argument)
         throw InputError("an argument holds control characters or is not UTF-8");
@@ -47,7 +48,8 @@ ModuleEntry parse_module_entry(std::string_view text, std::optional<fs::path> be
 std::vector<fs::path> module_places(const ModuleEntry &spec) {
     if (spec.file.find('/') != std::string::npos)
         return {spec.file};
-    // Never a bare name: the system's loader would look for that in places of its own.
+    // A bare name is never passed on, because the dynamic loader would search for it in its own
+    // directories.
     std::vector<fs::path> places;
     if (const fs::path folder = executable_folder(); !folder.empty())
         for (const char *const relative : {"../lib/hoplar", "../../module"})

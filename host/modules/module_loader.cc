@@ -57,7 +57,7 @@ pci_err_t call_init(const EntryPoints &entry, const ModuleEntry &spec) {
     return entry.init(&args);
 }
 
-// The loader's own text, which mostly names the file.
+// Returns the dynamic loader's message, preceded by the file unless it names that already.
 std::string load_error(const std::string &file) {
     const std::string reason = dlerror();
     return "module " + (reason.starts_with(file) ? reason : file + ": " + reason);
@@ -92,7 +92,8 @@ public:
             log_error("module " + module.file + ": listed more than once, started only once");
             return module;
         }
-        // It may have left hooks and threads behind, whatever it returns: it is never unloaded.
+        // A module may leave hooks and threads behind even if its start fails, so it is never
+        // unloaded.
         static_cast<void>(library.release());
         start(spec, *entry, module);
         return module;

@@ -10,7 +10,7 @@
 
 namespace host {
 
-// Versions that modules are told: of the server and of its PCI access library.
+// The versions that modules are told: of the server and of its PCI access library.
 constexpr version_pair_t SERVER_VERSION{.major = 3, .minor = 0};
 constexpr version_pair_t LIBRARY_VERSION{.major = 3, .minor = 0};
 
@@ -22,11 +22,12 @@ struct ModuleResult {
     bool runs() const { return result == PCI_OK; }
 };
 
-// One after the other, on the calling thread. A module that cannot be loaded or refuses to start is
-// logged as an error and does not stop the others. Modules stay loaded until the process ends.
+// Loads and starts one module after the other, on the calling thread. A module that cannot be
+// loaded or refuses to start is logged as an error and does not stop the others. Modules stay
+// loaded until the process ends.
 std::vector<ModuleResult> load_modules(const std::vector<ModuleEntry> &specs);
 
-// "3.0"
+// Returns "3.0".
 std::string version_text(version_pair_t version);
 
 }  // namespace host

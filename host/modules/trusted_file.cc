@@ -16,13 +16,13 @@ bool is_trusted(uid_t user) {
     return user == 0 || (sudo_user != nullptr && parse_number(sudo_user) == user);
 }
 
-// With an access control list, the permissions of the group are the most that the list gives to
-// anybody in it.
+// With an access control list, the group's permissions are the most that the list gives to any user
+// or group in it.
 bool has_access_list(const Descriptor &file) {
     return getxattr(descriptor_path(file).c_str(), "system.posix_acl_access", nullptr, 0) > 0;
 }
 
-// A link has no permissions of its own, and a device holds nothing that was written to it.
+// A link has no permissions of its own, and a device does not keep what is written to it.
 bool others_write(const Descriptor &file, const struct stat &status) {
     if (S_ISLNK(status.st_mode) || S_ISCHR(status.st_mode) || S_ISBLK(status.st_mode))
         return false;
@@ -61,7 +61,7 @@ void check_step(const Step &step) {
         check_owner(step.status, name_of(step.folder) + '/' + step.name);
 }
 
-// What none of the steps can say: that this is the end of the path.
+// The last component's folder and file are held to stricter rules, which no single step can apply.
 void check_end(const Place &place) {
     struct stat folder {};
     if (!place.file || place.is_descriptor || fstat(place.folder.number(), &folder) != 0)
@@ -80,7 +80,8 @@ std::optional<std::string> distrust(const std::filesystem::path &file) {
     } catch (const Distrust &found) {
         return found.reason + ", and root does not use it";
     } catch (const std::system_error &error) {
-        // What is not there needs no trust, unless it is the working directory that is not.
+        // A file that does not exist needs no trust; a relative path whose working directory is
+        // gone ends here too.
         if (!std::filesystem::exists(file))
             return std::nullopt;
         return error.code().message() + ", and root does not use what it cannot look at";

@@ -1,4 +1,4 @@
-// Whether root can rely on a file: what it says is done, or run, with all of root's power.
+// Tells whether root can rely on a file whose content it obeys or runs.
 #pragma once
 
 #include <filesystem>
@@ -7,13 +7,13 @@
 
 namespace host {
 
-// Why root, when it is the one who runs this, does not use a file; nothing if it does, if somebody
-// else runs this, and for a file that cannot be found.
+// Returns why this process, running as root, must not use a file; nullopt if it may, if the process
+// does not run as root, and for a file that cannot be found.
 //
-// The file and every folder and link on the way to it belong to root or to the user for whom sudo
-// runs this, and only they can write to them. Folders on the way may be as /tmp, where everybody
-// can put files and nobody can rename those of others (sticky), but not the one that the file lies
-// in. Files that the process has open already (/dev/fd/N) are taken as they were handed over.
+// The file and every folder and link on the way to it must belong to root or to the user who called
+// sudo, and only they may write to them. Folders on the way may be sticky like /tmp, where every
+// user can add files but not rename those of others, except the folder that holds the file. Files
+// that the process has open already (/dev/fd/N) are accepted as they were handed over.
 std::optional<std::string> distrust(const std::filesystem::path &file);
 
 }  // namespace host

@@ -48,7 +48,7 @@ bool is_named(Elf *elf, std::size_t names, Elf_Scn *section, std::string_view na
     return text != nullptr && text == name;
 }
 
-// Null when there is none.
+// Returns null when there is no such section.
 Elf_Scn *find_section(Elf *elf, std::string_view name) {
     std::size_t names = 0;
     if (elf_getshdrstrndx(elf, &names) != 0)

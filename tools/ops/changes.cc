@@ -15,7 +15,7 @@ namespace {
 // A field of a 16-bit register.
 struct Field {
     const char *name;  // of the register
-    // Nothing when the function has no such register.
+    // Nullopt when the function has no such register.
     std::optional<unsigned> (*offset)(const host::Function &function);
     std::uint16_t mask;
     std::array<const char *, 4> texts;  // by value
@@ -46,7 +46,7 @@ const std::array FIELDS = {
           {"FastB2B-", "FastB2B+"}},
 };
 
-// 0 for what cannot be read.
+// Returns 0 for a register that cannot be read.
 unsigned read_field(const host::Machine &machine, const host::Function &function,
                     const Field &field) {
     const auto offset = field.offset(function);

@@ -1,4 +1,4 @@
-// What an operation has changed, in lspci's words.
+// Shows which fields an operation has changed, in lspci's words.
 #pragma once
 
 #include <iosfwd>
@@ -13,7 +13,7 @@ using FieldValues = std::vector<unsigned>;
 
 FieldValues read_fields(const host::Machine &machine);
 
-// A line for each field that differs, or one that says that none does.
+// Writes a line for each field that differs, or one line that says that nothing changed.
 void write_changes(const host::Machine &machine, const FieldValues &before, std::ostream &out);
 
 }  // namespace ops

@@ -27,8 +27,9 @@ void refuse_bound(const Request &request, const Options &options,
                                " is bound, and would lose interrupts (--force: all the same)");
 }
 
-// The output is written whatever came of the operation: a failed one shows what it left behind.
-// What writes to this machine is not ended half way: what is disturbed would stay so.
+// The output is written even if the operation fails, so that it shows what the operation left
+// behind. Signals are blocked while this machine is written to: an operation that ended half way
+// would leave registers disturbed.
 int run(const Options &options) {
     host::open_log(options.verbosity, options.debug);
     const host::MachineSource source = host::open_source(options.source, std::cin);
@@ -56,8 +57,9 @@ int run(const Options &options) {
 }  // namespace ops
 
 int main(int argc, char **argv) {
-    std::signal(SIGXFSZ, SIG_IGN);     // what is too large for a limit fails to be written
-    std::ios::sync_with_stdio(false);  // else a failing read of std::cin counts as its end
+    std::signal(SIGXFSZ, SIG_IGN);     // a write beyond a size limit then fails instead of ending
+                                       // the process
+    std::ios::sync_with_stdio(false);  // otherwise a failing read of std::cin counts as its end
     host::open_log(0, false);
     try {
         const auto options = ops::parse_options(argc, argv, std::cout);

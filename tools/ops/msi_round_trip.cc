@@ -17,20 +17,20 @@ namespace {
 
 using enable_features::msix_vector_t;
 
-// One register of a capability, by its distance from the capability's start. Disturbing it never
-// sets `enable`: a live function would write its messages to wherever a disturbed address leads.
+// One register of a capability, by its offset in it. Disturbing it never sets `enable`, because a
+// live function would write its messages to wherever a disturbed address leads.
 struct Register {
     unsigned offset;
     unsigned width;
     std::uint32_t enable = 0;
 };
 
-// Registers of one capability of one function.
+// The registers of one capability of one function.
 class Registers {
 public:
     Registers(bdf_t bdf, const pci_cap_t &cap) : bdf_(bdf), start_(cap.offset) {}
 
-    // All ones for what cannot be read.
+    // Returns all ones for a register that cannot be read.
     std::uint32_t read(Register which) const {
         std::uint32_t value = 0;
         std::uint16_t half = 0;
@@ -55,7 +55,7 @@ private:
     unsigned start_;
 };
 
-// Everything that a capture should bring back.
+// The state that a capture should bring back.
 struct State {
     std::vector<std::uint32_t> registers;
     std::vector<std::uint32_t> vectors;  // words of the vector table
@@ -85,7 +85,7 @@ public:
         return now;
     }
 
-    // Message Control comes first: what is enabled goes off before its addresses change.
+    // Message Control comes first, so that the capability is disabled before its addresses change.
     void disturb() const {
         for (const Register which : layout_)
             registers_.write(which, ~registers_.read(which) & ~which.enable);
@@ -123,7 +123,7 @@ Subject msix_subject(bdf_t bdf, const msix_cap_t &cap) {
             {words, vectors * WORDS}};
 }
 
-// Owns the save area that the record may come to point to.
+// Frees the save area that the record may come to own.
 struct MsixRecord : enable_features::msi_save_t {
     MsixRecord() : msi_save_t{} {}
     ~MsixRecord() { std::free(msix.vectors); }
@@ -140,8 +140,8 @@ void write_counts(std::ostream &out, const State &before, const State &disturbed
     out << " disturbed, ";
 }
 
-// Without a valid capture nothing is disturbed, and the code is that of the restore, which refuses
-// it.
+// Without a valid capture nothing is disturbed, and the result is that of the restore, which
+// refuses it.
 pci_err_t round_trip(const Subject &subject, enable_features::msi_save_t &record,
                      event_notification_t *device, std::uint8_t capability, std::ostream &out) {
     const State before = subject.state();

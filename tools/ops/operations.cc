@@ -24,7 +24,7 @@ using host::Machine;
 
 constexpr std::string_view ALL = "all";
 
-// An operation that sets registers; what it has changed is written.
+// Runs an operation that sets registers and writes the changes.
 template <typename Result>
 pci_err_t set(Machine &machine, bdf_t bdf, std::ostream &out, Result (*operation)(bdf_t bdf)) {
     const FieldValues before = read_fields(machine);
@@ -53,7 +53,7 @@ void test_all(Machine &machine, bridge_rec *first, std::ostream &out) {
     }
 }
 
-// One bus that is not capable is an error; of all, most are not.
+// A single bus that is not capable is an error; among all buses, most are not.
 pci_err_t test_fb2b(Machine &machine, bdf_t bdf, std::ostream &out) {
     if (bdf == BDF_NONE) {
         test_all(machine, machine.bridges().top(), out);

@@ -16,11 +16,11 @@ struct Request {
     bool disturbs_driver;
 };
 
-// What the words ask for on a machine. Throws host::InputError, which names the word.
+// Parses the words of the command line. Throws host::InputError, which names the bad word.
 Request parse_request(const std::vector<std::string> &words, const host::Machine &machine,
                       unsigned domain);
 
-// A line for each operation, for the help text.
+// Returns a line for each operation, for the help text.
 std::string operations_help();
 
 }  // namespace ops

@@ -20,8 +20,8 @@ struct Options {
     std::vector<std::string> operation;  // its words: "aspm", "enable", "all"
 };
 
-// Empty when there is nothing left to do: --help and --version have been written to `out`. Throws
-// host::InputError for options that cannot be used.
+// Returns nullopt when --help or --version has been written to `out`, so that nothing is left to
+// do. Throws host::InputError for options that cannot be used.
 std::optional<Options> parse_options(int argc, const char *const *argv, std::ostream &out);
 
 }  // namespace ops
