@@ -13,7 +13,8 @@ bool takes_class(std::uint32_t wanted, const Function &function) {
     if (wanted == ANY_CLASS)
         return true;
     const bool any_interface = (wanted & ANY_INTERFACE) == ANY_INTERFACE;
-    return (function.class_code ^ wanted) <= (any_interface ? ANY_INTERFACE : 0);
+    const std::uint32_t compared = any_interface ? ~ANY_INTERFACE : ~0U;
+    return (function.class_code & compared) == (wanted & compared);
 }
 
 std::uint64_t key_of(const FunctionFilter &filter) {

@@ -98,13 +98,12 @@ void Machine::insert(bridge_rec &bridge) {
 std::vector<const Function *> Machine::below(const bridge_rec &bridge) const {
     const auto buses = bridges_->buses_below(bridge);
     std::vector<const Function *> found;
-    for (std::size_t id = 0; id < ROUTING_IDS; ++id) {
-        if (!buses[pci::bus_of(static_cast<bdf_t>(id))]) {
-            id |= 0xFF;  // on to the next bus
+    for (unsigned bus = 0; bus < BUSES; ++bus) {
+        if (!buses[bus])
             continue;
-        }
-        if (const Function *function = known_[id])
-            found.push_back(function);
+        for (unsigned number = 0; number <= pci::HIGHEST_ARI_FUNCTION; ++number)
+            if (const Function *function = known_[pci::routing_id_of(pci::ari_bdf(bus, number))])
+                found.push_back(function);
     }
     return found;
 }
