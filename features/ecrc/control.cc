@@ -15,16 +15,15 @@ pci_err_t apply(ecrc_entry *entry, const ecrc_control_t &control) {
     const bool enable = entry->*control.request == 1;
     const char *word = enable ? "enable" : "disable";
     if (entry->*control.capable == 0) {
-        LOG_WARNING(1, control.not_capable, BDF_ARGS(entry->bdf), word);
+        control.report_not_capable(entry->bdf, word);
         return PCI_ERR_NOT_SUPPORTED;
     }
     const pci_err_t result =
         call(entry->aer_cap, enable ? control.enable : control.disable, pci::token_of(entry->bdf));
     if (result == PCI_OK || result == PCI_ERR_ALREADY)
-        LOG_INFO(2, control.changed, BDF_ARGS(entry->bdf), word,
-                 result == PCI_OK ? "d" : "d already");
+        control.report_changed(entry->bdf, word, result == PCI_ERR_ALREADY);
     else
-        LOG_ERROR(1, control.failed, BDF_ARGS(entry->bdf), word, pci_strerror(result));
+        control.report_failed(entry->bdf, word, result);
     return result;
 }
 

@@ -3,6 +3,8 @@
 #pragma once
 
 #include "features/ecrc/entry_list.h"
+#include "module/base/log.h"
+#include "platform/pci_access.h"
 
 namespace enable_features {
 
@@ -14,11 +16,12 @@ struct ecrc_control_t {
     std::uint8_t ecrc_entry::*capable;
     ecrc_setting ecrc_entry::*request;
 
-    // Formats of messages; the comments name their arguments.
-    const char *restored;     // text of a result
-    const char *not_capable;  // address, "enable" or "disable"
-    const char *changed;      // address, "enable" or "disable", "d" or "d already"
-    const char *failed;       // address, "enable" or "disable", text of a result
+    // Log one message each. `word` is "enable" or "disable". Every format stands in a call, so that
+    // the compiler checks its arguments.
+    void (*report_restored)(pci_err_t result);
+    void (*report_not_capable)(bdf_t bdf, const char *word);
+    void (*report_changed)(bdf_t bdf, const char *word, bool already);
+    void (*report_failed)(bdf_t bdf, const char *word, pci_err_t result);
 };
 
 inline constexpr ecrc_control_t ecrc_generation = {
@@ -26,10 +29,26 @@ inline constexpr ecrc_control_t ecrc_generation = {
     .disable = &aer_cap_ops_t::ecrc_gen_disable,
     .capable = &ecrc_entry::gen_capable,
     .request = &ecrc_entry::gen,
-    .restored = "Restore ECRC generation state to enabled for no-change setting, %s",
-    .not_capable = "B%u:D%u:F%u is not capable of ECRC generation, ignoring %s",
-    .changed = "B%u:D%u:F%u ECRC generation %s%s",
-    .failed = "B%u:D%u:F%u ECRC generation %s failed, %s",
+    .report_restored =
+        [](pci_err_t result) {
+            LOG_INFO(2, "Restore ECRC generation state to enabled for no-change setting, %s",
+                     pci_strerror(result));
+        },
+    .report_not_capable =
+        [](bdf_t bdf, const char *word) {
+            LOG_WARNING(1, "B%u:D%u:F%u is not capable of ECRC generation, ignoring %s",
+                        BDF_ARGS(bdf), word);
+        },
+    .report_changed =
+        [](bdf_t bdf, const char *word, bool already) {
+            LOG_INFO(2, "B%u:D%u:F%u ECRC generation %s%s", BDF_ARGS(bdf), word,
+                     already ? "d already" : "d");
+        },
+    .report_failed =
+        [](bdf_t bdf, const char *word, pci_err_t result) {
+            LOG_ERROR(1, "B%u:D%u:F%u ECRC generation %s failed, %s", BDF_ARGS(bdf), word,
+                      pci_strerror(result));
+        },
 };
 
 inline constexpr ecrc_control_t ecrc_checking = {
@@ -37,10 +56,26 @@ inline constexpr ecrc_control_t ecrc_checking = {
     .disable = &aer_cap_ops_t::ecrc_chk_disable,
     .capable = &ecrc_entry::chk_capable,
     .request = &ecrc_entry::chk,
-    .restored = "Restore ECRC checking state to enabled for no-change setting, %s",
-    .not_capable = "B%u:D%u:F%u is not capable of ECRC checking, ignoring %s",
-    .changed = "B%u:D%u:F%u ECRC checking %s%s",
-    .failed = "B%u:D%u:F%u ECRC checking %s failed, %s",
+    .report_restored =
+        [](pci_err_t result) {
+            LOG_INFO(2, "Restore ECRC checking state to enabled for no-change setting, %s",
+                     pci_strerror(result));
+        },
+    .report_not_capable =
+        [](bdf_t bdf, const char *word) {
+            LOG_WARNING(1, "B%u:D%u:F%u is not capable of ECRC checking, ignoring %s",
+                        BDF_ARGS(bdf), word);
+        },
+    .report_changed =
+        [](bdf_t bdf, const char *word, bool already) {
+            LOG_INFO(2, "B%u:D%u:F%u ECRC checking %s%s", BDF_ARGS(bdf), word,
+                     already ? "d already" : "d");
+        },
+    .report_failed =
+        [](bdf_t bdf, const char *word, pci_err_t result) {
+            LOG_ERROR(1, "B%u:D%u:F%u ECRC checking %s failed, %s", BDF_ARGS(bdf), word,
+                      pci_strerror(result));
+        },
 };
 
 }  // namespace enable_features

@@ -57,7 +57,7 @@ void probe(ecrc_entry &entry, bdf_t bdf, const ecrc_control_t &control, ecrc_set
     if (result != PCI_OK || request != 0)
         return;
     const pci_err_t restored = call(entry.aer_cap, control.enable, token);
-    LOG_INFO(2, control.restored, pci_strerror(restored));
+    control.report_restored(restored);
 }
 
 void update(ecrc_entry &entry, ecrc_setting gen, ecrc_setting chk) {

@@ -24,25 +24,32 @@ buscfg_hook_t hook_of(const buscfg_hooks_t &hooks) {
 struct hook_kind_t {
     std::uint32_t kind;
     buscfg_hook_t (*hook)(const buscfg_hooks_t &hooks);
-    const char *message;
+    void (*report)(pci_err_t outcome);
 };
+
+// A function that logs a registration. The format stands in the call, so that the compiler checks
+// its arguments.
+#define REPORT(format)                                                                             \
+    [](pci_err_t outcome) { LOG_DEBUG(2, format, "install_buscfg_hooks", pci_strerror(outcome)); }
 
 // The rows are in the order of the host's hook kinds, which is not the order of the members.
 constexpr hook_kind_t hook_kinds[] = {
     {BUSCFG_HOOK_PRE_INSERTION, hook_of<&buscfg_hooks_t::pre_insertion>,
-     "%s(), add pre insertion hook, %s"},
+     REPORT("%s(), add pre insertion hook, %s")},
     {BUSCFG_HOOK_POST_INSERTION, hook_of<&buscfg_hooks_t::post_insertion>,
-     "%s(), add post insertion hook, %s"},
+     REPORT("%s(), add post insertion hook, %s")},
     {BUSCFG_HOOK_PRE_REMOVAL, hook_of<&buscfg_hooks_t::pre_removal>,
-     "%s(), add pre removal hook, %s"},
+     REPORT("%s(), add pre removal hook, %s")},
     {BUSCFG_HOOK_POST_REMOVAL, hook_of<&buscfg_hooks_t::post_removal>,
-     "%s(), add post removal hook, %s"},
-    {BUSCFG_HOOK_PRE_RESET, hook_of<&buscfg_hooks_t::pre_reset>, "%s(), add pre reset hook, %s"},
-    {BUSCFG_HOOK_POST_RESET, hook_of<&buscfg_hooks_t::post_reset>, "%s(), add post reset hook, %s"},
+     REPORT("%s(), add post removal hook, %s")},
+    {BUSCFG_HOOK_PRE_RESET, hook_of<&buscfg_hooks_t::pre_reset>,
+     REPORT("%s(), add pre reset hook, %s")},
+    {BUSCFG_HOOK_POST_RESET, hook_of<&buscfg_hooks_t::post_reset>,
+     REPORT("%s(), add post reset hook, %s")},
     {BUSCFG_HOOK_PRE_RECONFIG, hook_of<&buscfg_hooks_t::pre_reconfig>,
-     "%s(), add pre reconfig hook, %s"},
+     REPORT("%s(), add pre reconfig hook, %s")},
     {BUSCFG_HOOK_POST_RECONFIG, hook_of<&buscfg_hooks_t::post_reconfig>,
-     "%s(), add post reconfig hook, %s"},
+     REPORT("%s(), add post reconfig hook, %s")},
 };
 
 // Returns the host's variable, null when the host has none. The variable never moves, so it is
@@ -86,7 +93,7 @@ pci_err_t install_buscfg_hooks(const buscfg_hooks_t *hooks) {
         const pci_err_t outcome = hand_over(block.get());
         if (outcome == PCI_OK)
             static_cast<void>(block.release());  // the host owns the block from now on
-        LOG_DEBUG(2, row.message, "install_buscfg_hooks", pci_strerror(outcome));
+        row.report(outcome);
         if (outcome != PCI_OK)
             return outcome;
     }
