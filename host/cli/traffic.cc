@@ -35,7 +35,7 @@ Traffic traffic_below(const Report &report, LiveSpace &live) {
     Traffic traffic;
     for (std::size_t i = 0; i < report.functions.size(); ++i) {
         const Function &function = report.functions[i].function;
-        const auto root_port = root_port_of(report, i);
+        const auto root_port = root_port_of(report.functions, i);
         if (const std::string driver = busy_driver(live, function); root_port && !driver.empty())
             traffic[report.functions[*root_port].function.id()].push_back(bdf_text(function.bdf) +
                                                                           " (" + driver + ")");
@@ -47,7 +47,7 @@ Traffic traffic_below(const Report &report, LiveSpace &live) {
 std::set<RoutingId> payloads_changed(const Report &report) {
     std::set<RoutingId> changed;
     for (std::size_t i = 0; i < report.functions.size(); ++i)
-        if (const auto root_port = root_port_of(report, i);
+        if (const auto root_port = root_port_of(report.functions, i);
             root_port && report.functions[i].before.mps != report.functions[i].after.mps)
             changed.insert(report.functions[*root_port].function.id());
     return changed;

@@ -34,8 +34,10 @@ std::optional<PayloadState> read_payload(const Function &function) {
     PayloadState state;
     if (const auto devcap = read(pci::DEVCAP, 4))
         state.supported = pci::size_bytes(pci::get(*devcap, pci::DEVCAP_MPSS));
-    if (const auto devctl = read(pci::DEVCTL, 2))
+    if (const auto devctl = read(pci::DEVCTL, 2)) {
         state.current = pci::size_bytes(pci::get(*devctl, pci::DEVCTL_MPS));
+        state.read_request = pci::size_bytes(pci::get(*devctl, pci::DEVCTL_MRRS));
+    }
     return state.supported || state.current ? std::optional(state) : std::nullopt;
 }
 
@@ -56,6 +58,8 @@ FeatureState read_feature_state(const Machine &machine, const Function &function
                                           pci::AER_CONTROL_ECRC_GEN_ENABLE),
                       .chk = ecrc_control(*aer_ctl, pci::AER_CONTROL_ECRC_CHK_CAPABLE,
                                           pci::AER_CONTROL_ECRC_CHK_ENABLE)};
+    else
+        state.ecrc_unknown = function.port_type && !read_register(function, 0, pci::CONFIG_SIZE, 4);
     return state;
 }
 

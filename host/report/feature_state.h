@@ -9,10 +9,14 @@ namespace host {
 
 // Bytes. A reserved code n is shown as what it would be, 128 << n. Empty: cannot be read.
 struct PayloadState {
-    std::optional<unsigned> supported;  // Device Capabilities
-    std::optional<unsigned> current;    // Device Control
+    std::optional<unsigned> supported;     // Device Capabilities
+    std::optional<unsigned> current;       // Device Control
+    std::optional<unsigned> read_request;  // Max_Read_Request_Size of Device Control
 
-    bool operator==(const PayloadState &) const = default;
+    // What modules set.
+    bool operator==(const PayloadState &other) const {
+        return supported == other.supported && current == other.current;
+    }
 };
 
 struct EcrcControl {
@@ -33,6 +37,7 @@ struct FeatureState {
     bool reachable = false;           // answers and has not been removed
     std::optional<PayloadState> mps;  // empty without either register
     std::optional<EcrcState> ecrc;    // empty without Advanced Error Reporting
+    bool ecrc_unknown = false;        // of a PCI Express function that has only 256 bytes here
 
     bool operator==(const FeatureState &) const = default;
 };

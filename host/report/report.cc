@@ -34,57 +34,7 @@ std::string name_in_title(const std::string &title) {
         trim(std::string_view(title).substr(std::min(title.find(' '), title.size()))));
 }
 
-// Reserved codes tell nothing.
-bool is_usable(unsigned payload) {
-    constexpr unsigned LARGEST = 4096;
-    return payload <= LARGEST;
-}
-
-void lower_path_max(HierarchyReport &hierarchy, const Report &report, std::size_t index) {
-    const FeatureState &state = report.functions[index].before;
-    const auto supported = state.mps ? state.mps->supported : std::nullopt;
-    if (!supported || !is_usable(*supported))
-        return;
-    if (hierarchy.path_max && *hierarchy.path_max <= *supported)
-        return;
-    hierarchy.path_max = supported;
-    hierarchy.limited_by = index;
-}
-
-// Functions come in ascending order: a root port before what is below it. Last come the bridges
-// that may lead into a hierarchy without being part of it.
-std::vector<HierarchyReport> find_hierarchies(const Report &report, Machine &machine,
-                                              const Positions &positions) {
-    std::vector<HierarchyReport> found;
-    std::vector<std::size_t> place(report.functions.size());  // of a root port, in `found`
-    for (std::size_t i = 0; i < report.functions.size(); ++i) {
-        const auto root_port = root_port_of(report, i);
-        if (!root_port)
-            continue;
-        if (*root_port == i) {
-            place[i] = found.size();
-            found.push_back({.root_port = i, .path_max = {}, .limited_by = {}, .current = {}});
-        }
-        lower_path_max(found[place[*root_port]], report, i);
-    }
-    for (const BridgeTree::Rival &rival : machine.bridges().rivals())
-        if (const auto root_port =
-                root_port_of(report, positions[rival.holder->bdf & BDF_ROUTING_ID]))
-            lower_path_max(found[place[*root_port]], report, positions[rival.bdf & BDF_ROUTING_ID]);
-    return found;
-}
-
 }  // namespace
-
-std::optional<std::size_t> root_port_of(const Report &report, std::size_t function) {
-    std::size_t index = function;
-    while (report.functions[index].bridge)
-        index = *report.functions[index].bridge;
-    const Function &top = report.functions[index].function;
-    if (!top.is_bridge() || top.port_type != PORT_TYPE_ROOT_PORT)
-        return std::nullopt;
-    return index;
-}
 
 Report begin_report(Machine &machine, unsigned domain) {
     Report report;
@@ -102,7 +52,7 @@ Report begin_report(Machine &machine, unsigned domain) {
              .before = state,
              .after = state});
     }
-    report.hierarchies = find_hierarchies(report, machine, positions);
+    report.hierarchies = find_hierarchies(report.functions, machine);
     return report;
 }
 
@@ -149,6 +99,8 @@ void end_report(Report &report, const Machine &machine, std::vector<ModuleResult
     for (HierarchyReport &hierarchy : report.hierarchies)
         if (const auto &mps = report.functions[hierarchy.root_port].after.mps)
             hierarchy.current = mps->current;
+    report.found = find_findings(report.functions, report.hierarchies, &FunctionReport::before);
+    report.findings = find_findings(report.functions, report.hierarchies, &FunctionReport::after);
     report.modules = std::move(modules);
     report.messages = log_counts();
 }

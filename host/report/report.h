@@ -3,53 +3,28 @@
 #pragma once
 
 #include <map>
-#include <optional>
 #include <span>
 #include <string>
 #include <vector>
 
 #include "host/base/log.h"
 #include "host/modules/module_loader.h"
-#include "host/report/feature_state.h"
+#include "host/report/finding.h"
+#include "host/report/function_report.h"
+#include "host/report/hierarchy_report.h"
 
 namespace host {
-
-struct FunctionReport {
-    Function function;
-    std::string address;                // as lspci writes it
-    std::string name;                   // lspci's text behind the address
-    std::string physical;               // address of a virtual function's physical one
-    std::optional<std::size_t> bridge;  // index of the bridge above, empty on a root bus
-    bool managed = true;                // by this server instance
-    FeatureState before;
-    FeatureState after;
-    bool removed = false;    // gone, and by an event
-    bool completed = false;  // the host has set its payload size (--complete)
-
-    bool gone() const { return before.reachable && !after.reachable; }
-    bool changed() const { return before != after; }
-};
-
-// All that is below one root port, which can only have one payload size.
-struct HierarchyReport {
-    std::size_t root_port;                  // index of the function
-    std::optional<unsigned> path_max;       // bytes: the largest size that all of it supports
-    std::optional<std::size_t> limited_by;  // index of the first function, from the root port down,
-                                            // that supports no more
-    std::optional<unsigned> current;        // bytes: what the root port is set to at the end
-};
 
 struct Report {
     std::vector<FunctionReport> functions;     // ascending by routing ID
     std::vector<HierarchyReport> hierarchies;  // ascending by root port
+    std::vector<Finding> found;                // before the modules were loaded
+    std::vector<Finding> findings;             // at the end
     // Hierarchies that are not written, by root port, with the reason for people.
     std::map<RoutingId, std::string> left_alone;
     std::vector<ModuleResult> modules;
     LogCounts messages;
 };
-
-// The index of the root port that a function is or is below; nothing for others.
-std::optional<std::size_t> root_port_of(const Report &report, std::size_t function);
 
 // Describes the machine that is served and its state before anything has happened. `domain` is the
 // one that its functions belong to.

@@ -232,7 +232,10 @@ using Indices = std::vector<std::size_t>;
 class Graph {
 public:
     explicit Graph(const Report &report)
-        : report_(report), node_(report.functions.size()), devices_(report.functions.size()) {
+        : report_(report), node_(report.functions.size()), devices_(report.functions.size()),
+          limits_(report.functions.size()) {
+        for (const HierarchyReport &hierarchy : report.hierarchies)
+            mark_limits(hierarchy);
         for (std::size_t i = 0; i < report.functions.size(); ++i)
             sort_in(i);
     }
@@ -249,6 +252,15 @@ public:
 
 private:
     const FunctionReport &row(std::size_t index) const { return report_.functions[index]; }
+
+    // A root port that supports no more itself rules alone.
+    void mark_limits(const HierarchyReport &hierarchy) {
+        for (const std::size_t limiter : hierarchy.limiters) {
+            limits_[limiter] = true;
+            if (limiter == hierarchy.root_port)
+                return;
+        }
+    }
 
     // Into a device of its hierarchy, or to the others.
     void sort_in(std::size_t index) {
@@ -271,19 +283,18 @@ private:
         const std::string &address = row(hierarchy.root_port).address;
         out << filled(HIERARCHY_BEGIN, {address, address, limit_text(report_, hierarchy)});
         for (const Indices &device : reversed(devices_[hierarchy.root_port])) {
-            write_device(out, device, hierarchy);
+            write_device(out, device);
             if (const auto &bridge = row(device.front()).bridge)
                 write_link(out, *bridge, device);
         }
         out << CLUSTER_END;
     }
 
-    void write_device(std::ostream &out, const Indices &device,
-                      const HierarchyReport &hierarchy) const {
+    void write_device(std::ostream &out, const Indices &device) const {
         out << filled(NODE_BEGIN, {row(device.front()).address});
         std::string previous_name;
         for (const std::size_t index : device) {
-            out << function_box(row(index), index, hierarchy.limited_by == index, previous_name);
+            out << function_box(row(index), index, limits_[index], previous_name);
             previous_name = shown_name(row(index));
         }
         out << NODE_END;
@@ -359,6 +370,7 @@ private:
     Indices node_;                               // of each function in a hierarchy
     std::vector<std::vector<Indices>> devices_;  // by root port
     Indices others_;                             // in no hierarchy
+    std::vector<bool> limits_;  // of each function, whether it limits its hierarchy
 };
 
 }  // namespace

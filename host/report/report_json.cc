@@ -28,12 +28,10 @@ Json class_json(const Function &function) {
 Json mps_json(const FunctionReport &row) {
     if (!row.before.mps)
         return nullptr;
-    Json mps = {{"supported", value_or_null(row.before.mps->supported)},
-                {"before", value_or_null(row.before.mps->current)},
-                {"after", row.after.mps ? value_or_null(row.after.mps->current) : Json(nullptr)}};
-    if (row.completed)
-        mps["completed"] = true;
-    return mps;
+    return {{"supported", value_or_null(row.before.mps->supported)},
+            {"before", value_or_null(row.before.mps->current)},
+            {"after", row.after.mps ? value_or_null(row.after.mps->current) : Json(nullptr)},
+            {"completed", row.completed}};
 }
 
 Json control_json(const FunctionReport &row, EcrcControl EcrcState::*control) {
@@ -63,13 +61,26 @@ Json function_json(const FunctionReport &row) {
 
 Json hierarchy_json(const Report &report, const HierarchyReport &hierarchy) {
     const auto address = [&](std::size_t index) { return report.functions[index].address; };
+    Json limiters = Json::array();
+    for (const std::size_t limiter : hierarchy.limiters)
+        limiters.push_back(address(limiter));
     const std::string reason = left_alone_text(report, hierarchy);
-    return {
-        {"root_port", address(hierarchy.root_port)},
-        {"path_max", value_or_null(hierarchy.path_max)},
-        {"limited_by", hierarchy.limited_by ? Json(address(*hierarchy.limited_by)) : Json(nullptr)},
-        {"current", value_or_null(hierarchy.current)},
-        {"left_alone", reason.empty() ? Json(nullptr) : Json(reason)}};
+    return {{"root_port", address(hierarchy.root_port)},
+            {"path_max", value_or_null(hierarchy.path_max)},
+            {"limiters", std::move(limiters)},
+            {"possible", value_or_null(hierarchy.possible)},
+            {"current", value_or_null(hierarchy.current)},
+            {"left_alone", reason.empty() ? Json(nullptr) : Json(reason)}};
+}
+
+Json findings_json(const Report &report, const std::vector<Finding> &findings) {
+    Json json = Json::array();
+    for (const Finding &finding : findings)
+        json.push_back({{"code", finding.code},
+                        {"severity", severity_text(finding.severity)},
+                        {"function", report.functions[finding.function].address},
+                        {"text", finding.text}});
+    return json;
 }
 
 Json module_json(const ModuleResult &module) {
@@ -88,8 +99,12 @@ Json report_json(const Report &report) {
     Json modules = Json::array();
     for (const ModuleResult &module : report.modules)
         modules.push_back(module_json(module));
-    return {{"functions", std::move(functions)},
+    return {{"format", 2},
+            {"functions", std::move(functions)},
             {"hierarchies", std::move(hierarchies)},
+            {"findings",
+             {{"before", findings_json(report, report.found)},
+              {"after", findings_json(report, report.findings)}}},
             {"modules", std::move(modules)},
             {"messages",
              {{"error", report.messages.error},

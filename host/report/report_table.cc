@@ -129,6 +129,11 @@ void write_line(std::ostream &out, const std::string &text, bool changed, TableS
         out << shown << '\n';
 }
 
+// The headings of hierarchies tell what limits them.
+bool stands_in_heading(const Finding &finding) {
+    return finding.code == std::string_view("payload-limited");
+}
+
 bool environment_wants_no_color() {
     const char *const no_color = std::getenv("NO_COLOR");
     return no_color != nullptr && *no_color != '\0';
@@ -152,7 +157,13 @@ void write_table(std::ostream &out, const Report &report, TableStyle style) {
     const Widths widths = column_widths(lines);
     for (const Line &line : lines)
         write_line(out, line_text(line, widths), line.changed, style);
-    out << '\n' << summary_text(report) << '\n';
+    out << '\n';
+    for (const Finding &finding : report.findings)
+        if (!stands_in_heading(finding))
+            write_line(out, std::string(severity_text(finding.severity)) + ": " + finding.text,
+                       finding.severity == Severity::ERROR,
+                       {.emphasis = style.emphasis, .width = 0});
+    out << summary_text(report) << '\n';
 }
 
 }  // namespace host

@@ -32,13 +32,33 @@ const char *pcie_type(std::uint8_t port_type) {
     }
 }
 
+// "07:00.0", "07:00.0 (and 08:00.0)", "07:00.0 (and 5 more)": one function for each device.
+std::string limiters_text(const Report &report, const HierarchyReport &hierarchy) {
+    std::vector<std::string> devices;
+    bdf_t last = BDF_NONE;
+    for (const std::size_t limiter : hierarchy.limiters) {
+        const bdf_t device = pci::function_0_of(report.functions[limiter].function.bdf);
+        if (device != last)
+            devices.push_back(report.functions[limiter].address);
+        last = device;
+    }
+    if (devices.size() == 1)
+        return devices[0];
+    return devices[0] + " (and " +
+           (devices.size() == 2 ? devices[1] : std::to_string(devices.size() - 1) + " more") + ")";
+}
+
 std::string supported_text(const Report &report, const HierarchyReport &hierarchy) {
     if (!hierarchy.path_max)
         return "no payload size known";
     const std::string size = std::to_string(*hierarchy.path_max);
-    if (hierarchy.limited_by == hierarchy.root_port)
+    if (hierarchy.limiters[0] == hierarchy.root_port)
         return "payload up to " + size;
-    return "limited to " + size + " by " + report.functions[*hierarchy.limited_by].address;
+    std::string text = "limited to " + size + " by " + limiters_text(report, hierarchy);
+    if (hierarchy.possible && *hierarchy.possible > *hierarchy.path_max)
+        text += "; " + std::to_string(*hierarchy.possible) +
+                " without: " + gain_text(*hierarchy.path_max, *hierarchy.possible);
+    return text;
 }
 
 }  // namespace
@@ -78,6 +98,8 @@ std::string payload_text(const FunctionReport &row) {
 }
 
 std::string ecrc_text(const FunctionReport &row, EcrcControl EcrcState::*control) {
+    if (row.after.ecrc_unknown)
+        return "?";
     if (!row.before.ecrc || !row.after.ecrc || !((*row.after.ecrc).*control).capable)
         return NOTHING_TEXT;
     const bool before = ((*row.before.ecrc).*control).enabled;

@@ -1,0 +1,36 @@
+// What the reports say of one function.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "host/report/feature_state.h"
+
+namespace host {
+
+struct FunctionReport {
+    Function function;
+    std::string address;                // as lspci writes it
+    std::string name;                   // lspci's text behind the address
+    std::string physical;               // address of a virtual function's physical one
+    std::optional<std::size_t> bridge;  // index of the bridge above, empty on a root bus
+    bool managed = true;                // by this server instance
+    FeatureState before;
+    FeatureState after;
+    bool removed = false;    // gone, and by an event
+    bool completed = false;  // the host has set its payload size (--complete)
+
+    bool gone() const { return before.reachable && !after.reachable; }
+    bool changed() const { return before != after; }
+};
+
+// The index of the root port that a function is or is below; nothing for others.
+std::optional<std::size_t> root_port_of(const std::vector<FunctionReport> &functions,
+                                        std::size_t function);
+
+// The index of the nearest bridge above with a PCI Express capability; nothing on a root bus.
+std::optional<std::size_t> port_above(const std::vector<FunctionReport> &functions,
+                                      std::size_t function);
+
+}  // namespace host

@@ -1,0 +1,91 @@
+#include "host/report/hierarchy_report.h"
+
+#include <algorithm>
+
+namespace host {
+namespace {
+
+using Functions = std::vector<FunctionReport>;
+
+std::size_t index_of(const Functions &functions, bdf_t bdf) {
+    const auto id = [](const FunctionReport &row) { return row.function.id(); };
+    const auto found = std::ranges::lower_bound(functions, pci::routing_id_of(bdf), {}, id);
+    return static_cast<std::size_t>(found - functions.begin());
+}
+
+// Reserved codes tell nothing.
+std::optional<unsigned> supported(const FunctionReport &row) {
+    constexpr unsigned LARGEST = 4096;
+    const auto size = row.before.mps ? row.before.mps->supported : std::nullopt;
+    return size && *size <= LARGEST ? size : std::nullopt;
+}
+
+// Whether a function, or a bridge above it, is one of some.
+bool is_or_is_below(const Functions &functions, std::size_t index, const std::vector<bool> &some) {
+    for (std::optional<std::size_t> each = index; each; each = functions[*each].bridge)
+        if (some[*each])
+            return true;
+    return false;
+}
+
+template <typename IsCounted>
+std::optional<unsigned> smallest(const Functions &functions, const HierarchyReport &hierarchy,
+                                 IsCounted &&is_counted) {
+    std::optional<unsigned> size;
+    for (const std::size_t member : hierarchy.members)
+        if (const auto own = supported(functions[member]); own && is_counted(member))
+            size = std::min(size.value_or(*own), *own);
+    return size;
+}
+
+void find_limits(HierarchyReport &hierarchy, const Functions &functions) {
+    hierarchy.path_max = smallest(functions, hierarchy, [](std::size_t) { return true; });
+    if (!hierarchy.path_max)
+        return;
+    std::ranges::copy_if(
+        hierarchy.members, std::back_inserter(hierarchy.limiters),
+        [&](std::size_t member) { return supported(functions[member]) == hierarchy.path_max; });
+    std::vector<bool> is_limiter(functions.size());
+    for (const std::size_t limiter : hierarchy.limiters)
+        is_limiter[limiter] = true;
+    if (!is_limiter[hierarchy.root_port])
+        hierarchy.possible = smallest(functions, hierarchy, [&](std::size_t member) {
+            return !is_or_is_below(functions, member, is_limiter);
+        });
+}
+
+}  // namespace
+
+// Root ports come before what is below them, and last of all members the bridges that may lead into
+// the hierarchy without being part of it.
+std::vector<HierarchyReport> find_hierarchies(const Functions &functions, const Machine &machine) {
+    std::vector<HierarchyReport> found;
+    std::vector<std::size_t> place(functions.size());  // of a root port, in `found`
+    const auto add = [&](std::size_t member, std::size_t beside) {
+        const auto root_port = root_port_of(functions, beside);
+        if (!root_port)
+            return;
+        if (*root_port == member) {
+            place[member] = found.size();
+            HierarchyReport hierarchy;
+            hierarchy.root_port = member;
+            found.push_back(std::move(hierarchy));
+        }
+        found[place[*root_port]].members.push_back(member);
+    };
+    for (std::size_t i = 0; i < functions.size(); ++i)
+        add(i, i);
+    for (const BridgeTree::Rival &rival : machine.bridges().rivals())
+        add(index_of(functions, rival.bdf), index_of(functions, rival.holder->bdf));
+    for (HierarchyReport &hierarchy : found)
+        find_limits(hierarchy, functions);
+    return found;
+}
+
+double payload_gain(unsigned from, unsigned to) {
+    constexpr double OVERHEAD = 24;
+    const auto share = [](double payload) { return payload / (payload + OVERHEAD); };
+    return (share(to) / share(from) - 1) * 100;
+}
+
+}  // namespace host
