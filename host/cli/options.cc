@@ -27,7 +27,8 @@ constexpr const char *FOOTER =
     "threw, a payload size above the port's could not be lowered, with --watch also when no\n"
     "module is listed, with --write also when --busy refused, an access failed, or an event that\n"
     "was not answered on the control socket; 2 bad options or unreadable input, or a result that\n"
-    "could not be written.\n";
+    "could not be written; with --check 3 something would change, 4 nothing would and a finding\n"
+    "is an error.\n";
 
 // The options as they are written, before their values are looked at.
 struct RawOptions {
@@ -68,6 +69,8 @@ void declare(CLI::App &app, RawOptions &raw, Options &options) {
                    "With --write, where a payload size would change under a driver at work: refuse "
                    "to write anything (default), skip the hierarchy, or write")
         ->type_name("WHAT");
+    app.add_flag("--check", options.check,
+                 "The exit status tells whether anything would change; nothing is written");
     app.add_flag("--complete", options.complete,
                  "Set bridges that modules pass over to their hierarchy's payload size");
     app.add_flag("--cold", options.cold, "Every function starts in reset state, as after power-on");
@@ -147,6 +150,7 @@ void require_matching_options(const RawOptions &raw, const Options &options) {
     require(raw.dump != STANDARD_INPUT || raw.events != STANDARD_INPUT,
             "--dump - and --events -: standard input can be one of them only");
     require(raw.live || !options.source.write, "--write: only with --live");
+    require(!options.source.write || !options.check, "--check: not with --write");
     require(options.source.write || !raw.busy, "--busy: only with --live --write");
     require(options.source.write || !options.watch, "--watch: only with --live --write");
     require(options.watch || !raw.control, "--control: only with --watch");

@@ -25,6 +25,7 @@ struct Options {
     std::optional<std::string> events;  // a file, or "-": standard input
     std::optional<std::filesystem::path> output;
     ReportForm report = ReportForm::TABLE;
+    bool check = false;  // the exit status tells what would change, and what is wrong
     bool cold = false;
     Busy busy = Busy::REFUSE;  // with --write
     bool complete = false;

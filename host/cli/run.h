@@ -13,6 +13,8 @@ constexpr int EXIT_NOT_ALL_DONE = 1;  // a module could not be loaded or refused
                                       // there to stay for; on live hardware, also an access that
                                       // failed, or an event that nobody was answered about
 constexpr int EXIT_BAD_INPUT = 2;     // bad options or input, or a result that was not written
+constexpr int EXIT_WOULD_CHANGE = 3;  // with --check only, as the next
+constexpr int EXIT_FINDING = 4;       // nothing would change, and a finding is an error
 
 // Logs what an exception says about a run, and gives the exit status. The log is open.
 int refuse(const std::exception &error);

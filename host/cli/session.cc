@@ -115,7 +115,16 @@ int Session::finish(std::ostream &out) {
     const bool reported = write_report(out);
     if (!saved || !reported)
         return EXIT_BAD_INPUT;
-    return all_done_ ? EXIT_DONE : EXIT_NOT_ALL_DONE;
+    if (!all_done_)
+        return EXIT_NOT_ALL_DONE;
+    return options_.check ? check() : EXIT_DONE;
+}
+
+int Session::check() const {
+    if (std::ranges::any_of(report_.functions, &FunctionReport::changed))
+        return EXIT_WOULD_CHANGE;
+    const bool is_wrong = std::ranges::count(report_.findings, Severity::ERROR, &Finding::severity);
+    return is_wrong ? EXIT_FINDING : EXIT_DONE;
 }
 
 // False when it could not be written.

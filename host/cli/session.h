@@ -38,6 +38,7 @@ public:
     int finish(std::ostream &out);
 
 private:
+    int check() const;
     bool save();
     bool write_report(std::ostream &out) const;
 

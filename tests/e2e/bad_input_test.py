@@ -54,6 +54,8 @@ REFUSED = (
     (["-F", "-", "-e", "-"], "", ["--dump - and --events -: standard input can be one of them only"]),
     (["-F", "-"], "", ["standard input: the file is empty"]),
     (["-F", EXAMPLE, "--report", "xml"], "", ['--report: "xml" is none of table, json, dot, none']),
+    (["--live", "--write", "--check"], "", ["--check: not with --write"]),
+    (["-F", EXAMPLE, "--busy", "skip"], "", ["--busy: only with --live --write"]),
     (["-F", EXAMPLE, "--domain", "5"], "", [f"{EXAMPLE}: no function of domain 0005 "]),
     (["-F", EXAMPLE, "--manage", "0-100"], "", ['--manage: "0-100": ']),
     (["-F", EXAMPLE, "-c", "/dev/zero"], "", ["/dev/zero: is larger than 16 MiB"]),

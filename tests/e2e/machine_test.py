@@ -10,7 +10,7 @@ import random
 import re
 import unittest
 
-from expectation import BRIDGES, PORTS, ROOT_PORT, Machine, read_dump
+from expectation import BRIDGES, LARGEST, PORTS, ROOT_PORT, Machine, read_dump
 from hoplar import PLUGIN, SHOWN_SETTINGS, HoplarTest, lspci
 
 DUMP = os.environ["MACHINE"]
@@ -57,11 +57,26 @@ def hierarchies(domain, machine):
     for root in machine:
         if root.type == ROOT_PORT and root.is_bridge and not machine.path(root):
             limit, elements = machine.limit(root), (root, *machine.below(root))
-            first = next((f.address for f in elements if f.supported == limit), None)
+            limiters = [f for f in elements if f.express and f.supported == limit]
+            rest = [f.supported for f in elements if f.express and f.supported <= LARGEST
+                    and not {f, *machine.path(f, end=None)} & {*limiters}]
             yield {"root_port": address_text(domain, root.address),
-                   "path_max": limit if first else None,
-                   "limited_by": first and address_text(domain, first), "current": root.mps,
-                   "left_alone": None}
+                   "path_max": limit if limiters else None,
+                   "limiters": [address_text(domain, f.address) for f in limiters],
+                   "possible": min(rest, default=None), "current": root.mps, "left_alone": None}
+
+
+def packets_lost(domain, machine):
+    """Functions that packets are sent to, or by, that are larger than the other end takes."""
+    rulers = [f for f in machine if f.mps and f.port and f.port.mps
+              and not (f.bus in machine.ari_buses and f.address != machine.key(f))]
+    def reads(f):
+        return 0 if f.type in PORTS or not f.express else 128 << (f.register(f.express + 8, 2) >> 12 & 7)
+    for f in rulers:
+        below = [g for g in machine.below(f) if g.answers and not g.gone] if f.is_bridge else []
+        if f.mps > f.port.mps or f.mps < f.port.mps and max(map(reads, [f, *below])) > f.mps:
+            if f.mps > f.port.mps or below or not f.is_bridge:
+                yield address_text(domain, f.address)
 
 
 def function_row(domain, machine, f, mps, ecrc):
@@ -69,7 +84,8 @@ def function_row(domain, machine, f, mps, ecrc):
     controls = {name: {"capable": old is not None, "before": bool(old),
                        "after": None if f.gone else bool(new)}
                 for name, old, new in zip(("gen", "chk"), ecrc, f.ecrc)}
-    payload = {"supported": f.supported, "before": mps, "after": None if f.gone else f.mps}
+    payload = {"supported": f.supported, "before": mps, "after": None if f.gone else f.mps,
+               "completed": False}
     return {"bdf": address_text(domain, f.address), "ari": f.answers and f.bus in machine.ari_buses,
             "class": f"{f.class_code:06x}" if f.answers or f.physical else None,
             "port_type": f.type,
@@ -90,7 +106,8 @@ class MachineTest(HoplarTest):
                 getattr(machine, event.replace("-", "_"))(machine.functions[address])
             report = self.start(DUMP, lines, "--domain", f"{domain:x}", *options, "-o", self.output,
                                 events=[f"{event} %02x:%02x.%x" % at for event, at in events])
-            self.assertEqual(list(report), ["functions", "hierarchies", "modules", "messages"])
+            self.assertEqual(list(report), ["format", "functions", "hierarchies", "findings", "modules",
+                                            "messages"])
             self.assertEqual(report["hierarchies"], list(hierarchies(domain, machine)))
             self.assertEqual(len(report["functions"]), len(before))
             for f, row in zip(machine, report["functions"]):
@@ -98,6 +115,9 @@ class MachineTest(HoplarTest):
             if not events:
                 self.compare_output({domain: {f.address: f.bytes() for f in machine}})
                 self.compare_lspci(domain, base, machine)
+                errors = {f["function"] for f in report["findings"]["after"]
+                          if f["severity"] == "error" and f["code"] != "payload-unsupported"}
+                self.assertEqual(errors, {*packets_lost(domain, machine)})
 
     def check_completion(self, domain, lines, *options, events):
         """With --complete bridges have more than without, which is marked; nothing else differs."""
@@ -106,9 +126,10 @@ class MachineTest(HoplarTest):
                 for more in ((), ("--complete",))]
         for f, *rows in zip(Machine(DOMAINS[domain]), *(run["functions"] for run in runs)):
             alone, completed = (row["mps"] or {} for row in rows)
-            if completed.pop("completed", False):
+            self.assertFalse(alone.get("completed"))
+            if completed.get("completed"):
                 self.assertTrue(f.type in BRIDGES and alone["after"] < completed["after"])
-                alone["after"] = completed["after"]
+                alone.update(after=completed["after"], completed=True)
             self.assertEqual(*rows)
 
     def compare_lspci(self, domain, base, machine):
@@ -149,6 +170,18 @@ class MachineTest(HoplarTest):
             for lines in itertools.chain(ecrc_forms(machine), payload_requests(machine)):
                 self.check(domain, lines)
             self.check(domain, EVERYTHING, "--manage", "00-04", managed=range(5))
+
+    def test_check_tells_whether_anything_is_left_to_do_or_lost(self):
+        for domain, functions in DOMAINS.items():
+            machine = Machine(functions)
+            before = [(f.mps, f.ecrc[:]) for f in machine]
+            machine.set_up(EVERYTHING)
+            changes = before != [(f.mps, f.ecrc) for f in machine]
+            done = 4 if [*packets_lost(domain, machine)] else 0
+            module = f"{PLUGIN},--config={self.file('features.cfg', chr(10).join(EVERYTHING))}"
+            options = ["-q", "--domain", f"{domain:x}", "-m", module, "--check"]
+            self.hoplar("-F", DUMP, *options, "-o", self.output, status=3 if changes else done)
+            self.hoplar("-F", self.output, *options, status=done)
 
     def test_nothing_is_left_of_firmware_settings_when_cold(self):
         for domain in DOMAINS:
