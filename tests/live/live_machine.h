@@ -12,7 +12,7 @@
 #include <map>
 #include <sstream>
 
-#include "host/space/sysfs.h"
+#include "host/space/live_space.h"
 #include "tests/support/test_machine.h"
 
 namespace host::tests {
@@ -21,7 +21,16 @@ namespace fs = std::filesystem;
 
 class LiveMachine : public ::testing::Test {
 protected:
-    LiveMachine() { fs::create_directories(sysfs.folder() / "devices"); }
+    // Throws before any test writes if libpci would write to the machine that this runs on: there
+    // is hardly a function ff:1f.7.
+    LiveMachine() {
+        fs::create_directories(sysfs.folder() / "devices");
+        constexpr RoutingId LAST = at(255, 31, 7);
+        plug("255.31.7:0");
+        if (!LiveSpace(0, sysfs.folder()).answers(LAST))
+            throw std::logic_error("libpci does not read the test's folder");
+        unplug(LAST);
+    }
     ~LiveMachine() override { fs::remove_all(folder); }
 
     static void write(const fs::path &file, std::string_view text) { std::ofstream(file) << text; }
