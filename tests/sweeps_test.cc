@@ -28,12 +28,9 @@ struct Sweeps : ModuleTest {
                             "ECRC=1.x.0:+:+\nECRC=1.0.x:+:+\nECRC=1.2.3.4:+:+\n";
         const Machine machine_of_dump(*saved.image);
         for (const Function *function : machine_of_dump.functions()) {
-            const bdf_t bdf = function->bdf, is_ari = bdf & BDF_ARI_FLAG;
-            const std::string device = is_ari ? "" : std::to_string(bdf >> 3 & 31) + '.';
-            const std::string place = std::to_string(bdf >> 8 & 0xFF) + '.' + device +
-                                      std::to_string(bdf & (is_ari ? 0xFF : 7));
-            lines += "MPS=" + place + ":max\nECRC=" + place + ":+:+\n";
-            functions.push_back(bdf);
+            const std::string name = feature_file_name(function->bdf);
+            lines += "MPS=" + name + ":max\nECRC=" + name + ":+:+\n";
+            functions.push_back(function->bdf);
         }
         arguments[0] = "--config=" + file(lines);
         arguments[1] = "--config=/nowhere";

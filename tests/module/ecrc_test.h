@@ -19,10 +19,7 @@ protected:
         std::string text;
         for (const auto *link = feature.list.first; link; link = link->next) {
             const auto *entry = static_cast<const module::ecrc_entry *>(link);
-            text += std::to_string(pci::bus_of(entry->bdf)) + '.';
-            if (!pci::is_ari(entry->bdf))
-                text += std::to_string(pci::device_of(entry->bdf)) + '.';
-            text += std::to_string(pci::function_of(entry->bdf));
+            text += feature_file_name(entry->bdf);
             for (const auto setting : {entry->gen, entry->chk})
                 text += setting > 0 ? ":+" : setting < 0 ? ":-" : ":=";
             text += ' ';
@@ -30,13 +27,7 @@ protected:
         return text;
     }
 
-    // Whether somebody holds the list's lock.
-    static bool list_locked() {
-        if (pthread_mutex_trylock(&feature.list.lock) != 0)
-            return true;
-        pthread_mutex_unlock(&feature.list.lock);
-        return false;
-    }
+    static bool list_locked() { return is_locked(feature.list.lock); }
 };
 
 }  // namespace host::tests

@@ -1,9 +1,8 @@
 // What events do to a machine that was saved: what hooks are told and find, what a reset leaves.
 #include "host/watch/event_player.h"
 
-#include <cstdlib>
-
 #include "host/base/address.h"
+#include "module/base/buscfg_hooks.h"
 #include "platform/buscfg.h"
 #include "platform/pci_access.h"
 #include "tests/support/module_test.h"
@@ -24,18 +23,12 @@ static void note(std::uint32_t kind, bdf_t bdf, std::uint32_t value, int status)
 }
 
 template <std::uint32_t KIND>
-static void add_hook() {
-    auto *block = static_cast<buscfg_hook_reg_t *>(std::calloc(1, sizeof(buscfg_hook_reg_t)));
-    const insertion_hook_t of_bridge = [](bridge_rec *bridge, std::uint32_t value, int status) {
-        note(KIND, bridge->bdf, value, status);
-    };
-    const reset_hook_t of_reset = [](std::uint32_t type, bdf_t bdf, int status) {
-        note(KIND, bdf, type, status);
-    };
-    block->kind = KIND;
-    block->hook = KIND < BUSCFG_HOOK_PRE_RESET ? reinterpret_cast<buscfg_hook_t>(of_bridge)
-                                               : reinterpret_cast<buscfg_hook_t>(of_reset);
-    EXPECT_EQ(buscfg->add_hook(block), PCI_OK);
+static void of_bridge(bridge_rec *bridge, std::uint32_t value, int status) {
+    note(KIND, bridge->bdf, value, status);
+}
+template <std::uint32_t KIND>
+static void of_reset(std::uint32_t type, bdf_t bdf, int status) {
+    note(KIND, bdf, type, status);
 }
 
 using Events = ModuleTest;
@@ -46,7 +39,9 @@ TEST_F(Events, AreToldToHooksAroundWhatTheyDo) {
         source.image->add(function.id, "", config_bytes(function, false));
     Machine whole(*source.image);
     host::serve(&whole);
-    add_hook<1>(), add_hook<2>(), add_hook<3>(), add_hook<4>(), add_hook<5>(), add_hook<6>();
+    const module::buscfg_hooks_t hooks = {of_reset<5>,  of_reset<6>,  nullptr,      nullptr,
+                                          of_bridge<1>, of_bridge<2>, of_bridge<3>, of_bridge<4>};
+    EXPECT_EQ(module::install_buscfg_hooks(&hooks), PCI_OK);
     buscfg_hook_reg_t of_no_kind = {{}, 9, [] {}, {}}, without_hook = {{}, 1, nullptr, {}};
     EXPECT_EQ(buscfg->add_hook(&of_no_kind), PCI_ERR_INVALID);
     EXPECT_EQ(buscfg->add_hook(&without_hook), PCI_ERR_INVALID);

@@ -38,10 +38,6 @@ inline const std::vector<FunctionSpec> TREE = {
     {.id = at(64, 1), .port = 4, .secondary = 65, .payload_cap = 4, .payload_set = 5},
     {.id = at(65), .payload_cap = 5, .payload_set = 7}};
 
-inline bool is_locked(pthread_mutex_t &mutex) {
-    return pthread_mutex_trylock(&mutex) != 0 || pthread_mutex_unlock(&mutex) != 0;
-}
-
 class MpsTest : public ModuleTest {
 protected:
     static inline module::feature_t &feature = module::feature_list[module::ROW_MPS];

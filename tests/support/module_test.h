@@ -13,6 +13,7 @@
 #include "host/base/log.h"
 #include "host/exports/serve.h"
 #include "module/base/feature.h"
+#include "platform/bdf.h"
 #include "tests/support/test_machine.h"
 
 namespace host::tests {
@@ -28,15 +29,26 @@ std::string expand(std::string text);
 
 // A function as messages name it.
 inline std::string printed(bdf_t bdf) {
-    const bool ari = (bdf & BDF_ARI_FLAG) != 0;
-    return 'B' + std::to_string(bdf >> 8 & 0xFF) + ":D" + std::to_string(ari ? 0 : bdf >> 3 & 31) +
-           ":F" + std::to_string(bdf & (ari ? 0xFF : 7));
+    return 'B' + std::to_string(pci::bus_of(bdf)) + ":D" + std::to_string(pci::device_of(bdf)) +
+           ":F" + std::to_string(pci::function_of(bdf));
+}
+
+// A function as the feature file names it: "1.0.0", in ARI form "2.17".
+inline std::string feature_file_name(bdf_t bdf) {
+    const std::string device = std::to_string(pci::device_of(bdf)) + '.';
+    return std::to_string(pci::bus_of(bdf)) + '.' + (pci::is_ari(bdf) ? "" : device) +
+           std::to_string(pci::function_of(bdf));
 }
 
 inline std::string replaced(std::string text, const std::string &mark, const std::string &value) {
     for (std::size_t at = 0; (at = text.find(mark, at)) != std::string::npos; at += value.size())
         text.replace(at, mark.size(), value);
     return text;
+}
+
+// True while any thread holds it.
+inline bool is_locked(pthread_mutex_t &mutex) {
+    return pthread_mutex_trylock(&mutex) != 0 || pthread_mutex_unlock(&mutex) != 0;
 }
 
 class ModuleTest : public ::testing::Test {
