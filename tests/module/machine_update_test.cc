@@ -93,6 +93,25 @@ TEST_F(MachineUpdate, IsDueWhenASlotIsQuietOrHasNotBeenForLong) {
     EXPECT_FALSE(groups.due());
 }
 
+// The device enables one at 01:02.0 and at 01:03.0, where a bridge is instead.
+TEST_F(MachineUpdate, LeavesVirtualFunctionsOut) {
+    serve({{.id = at(0, 1), .port = 4, .secondary = 1, .subordinate = 2},
+           {.id = at(1),
+            .dwords = {{0x100, 1U << 16 | EXT_CAPID_SRIOV},
+                       {0x108, 1},
+                       {0x110, 2},
+                       {0x114, 8U << 16 | 16},
+                       {0x118, 0xABCDU << 16}}},
+           {.id = at(1, 2)},
+           {.id = at(1, 3), .port = 5, .secondary = 2}});
+    EXPECT_EQ(tree(), "00:00( 00:01.0 00:01( 01:00.0 01:03.0 01:03( )))");
+    std::uint16_t vendor = 0;
+    EXPECT_EQ(pci_device_read_vid(at(1, 2), &vendor), 19U);
+    const Function &known = *machine->machine->known(at(1, 2));
+    EXPECT_EQ(std::tie(known.physical, known.vendor, known.device),
+              (std::tuple{std::optional(at(1)), 0x1234, 0xABCD}));
+}
+
 using MachineUpdateThreads = MachineUpdate;
 
 TEST_F(MachineUpdateThreads, FindWhatStaysAllTheTime) {
