@@ -1,34 +1,22 @@
-// What is drawn, from left to right: root port, links, devices. The functions of one device share a
-// node, as they share a link: devices of many functions stay small.
-//
-// Text of others stands only in labels that `dot` reads as XML: what XML does not allow is escaped.
-// Besides, `dot` replaces "\N" and the like even there.
+// The picture shows, from left to right, root port, links and devices. The functions of one device
+// share a node, as they share a link, so that devices of many functions stay small.
 #include "host/report/report_dot.h"
 
 #include <algorithm>
-#include <initializer_list>
 #include <map>
 #include <ostream>
-#include <string_view>
+#include <vector>
 
-#include "host/base/columns.h"
-#include "host/base/safe_text.h"
 #include "host/base/words.h"
+#include "host/report/dot_boxes.h"
+#include "host/report/dot_form.h"
 #include "host/report/report_text.h"
 
 namespace host {
 namespace {
 
-constexpr std::size_t LONGEST_NAME = 46;  // characters that fit into a box
-
-// One strong colour, for what has changed; the rest is calm.
-constexpr const char *CHANGED_COLOR = "#b45309";
-constexpr const char *CHANGED_FILL = "#fdeccf";
-constexpr const char *LINE_COLOR = "#9aa7b5";
-constexpr const char *NO_FILL = "transparent";
-
-// The pieces of the text. Each % stands for a value.
-constexpr const char *GRAPH_BEGIN = R"(digraph hoplar {
+// The forms of the graph, in the order in which they are written.
+constexpr DotForm<1> GRAPH_BEGIN(R"(digraph hoplar {
   rankdir=LR; ranksep=0.2; nodesep=0.12; ordering=out; pad=0.2; bgcolor=white;
   fontname="sans-serif"; fontsize=11; fontcolor="#1f2933";
   node [shape=plain, fontname="sans-serif", fontsize=10, fontcolor="#1f2933"];
@@ -44,40 +32,26 @@ constexpr const char *GRAPH_BEGIN = R"(digraph hoplar {
     <TR><TD ALIGN='LEFT'
       >thick: changed; dotted: inside a switch; 128 | 256: the ends of a link differ</TD></TR>
     </TABLE></FONT>>;
-)";
+)");
 constexpr const char *GRAPH_END = "}\n";
 
-// Around all hierarchies, because a label takes no place between them.
-constexpr const char *MACHINE_BEGIN = R"(  subgraph "cluster machine" {
+// A cluster around all hierarchies, because a label takes no place between them.
+constexpr DotForm<1> MACHINE_BEGIN(R"(  subgraph "cluster machine" {
   peripheries=0; labelloc=b; labeljust=l; label=<%>;
   machine [style=invis, shape=point, width=0];
-)";
-// Unlike clusters, what edges lead to is drawn in their order.
-constexpr const char *PLACE_IN_ORDER = "  machine -> \"%\" [style=invis, weight=0];\n";
-constexpr const char *HIERARCHY_BEGIN = R"(  subgraph "cluster %" {
+)");
+// Clusters are drawn in any order, but nodes are drawn in the order of the edges that lead to them.
+constexpr DotForm<1> PLACE_IN_ORDER("  machine -> \"%\" [style=invis, weight=0];\n");
+constexpr DotForm<3> HIERARCHY_BEGIN(R"(  subgraph "cluster %" {
     label=<<B>Root port %</B>: %>; labelloc=t;
     peripheries=1; style="rounded,filled"; color="#d3dae1"; fillcolor="#f8fafb";
-)";
+)");
 constexpr const char *CLUSTER_END = "  }\n";
 
-constexpr const char *NODE_BEGIN = R"(    "%" [label=<
+constexpr DotForm<1> NODE_BEGIN(R"(    "%" [label=<
       <TABLE BORDER='0' CELLBORDER='1' CELLSPACING='0' CELLPADDING='0' BGCOLOR='#ffffff'>
-)";
+)");
 constexpr const char *NODE_END = "      </TABLE>>];\n";
-
-constexpr const char *FUNCTION_BOX =
-    R"(      <TR><TD PORT='f%' BORDER='%' COLOR='%'>
-        <TABLE BORDER='0' CELLSPACING='2' CELLPADDING='1'>
-        <TR><TD COLSPAN='3' ALIGN='LEFT' BGCOLOR='%'><B>%</B> %</TD></TR>
-        %<TR>%%%</TR>
-        </TABLE></TD></TR>
-)";
-constexpr const char *NAME_LINE =
-    "<TR><TD COLSPAN='3' ALIGN='LEFT'><FONT POINT-SIZE='9' COLOR='#52606d'>% </FONT></TD></TR>";
-constexpr const char *PAYLOAD_CELL = "<TD WIDTH='108' ALIGN='LEFT' BGCOLOR='%'>% of %</TD>";
-constexpr const char *NO_PAYLOAD_CELL = "<TD WIDTH='108' ALIGN='LEFT'>%</TD>";
-constexpr const char *BADGE =
-    "<TD WIDTH='66' BORDER='%' COLOR='%' BGCOLOR='%'><FONT COLOR='%'>% %</FONT></TD>";
 
 constexpr const char *OTHERS_BEGIN = R"(<FONT POINT-SIZE='10'>
     <TABLE BORDER='1' COLOR='#d3dae1' BGCOLOR='#f8fafb' STYLE='ROUNDED'
@@ -85,133 +59,21 @@ constexpr const char *OTHERS_BEGIN = R"(<FONT POINT-SIZE='10'>
     <TR><TD COLSPAN='5' ALIGN='LEFT'
       ><FONT POINT-SIZE='11'><B>In no root port's hierarchy</B></FONT></TD></TR>
 )";
-constexpr const char *OTHERS_ROW = R"(    <TR>
+constexpr DotForm<5> OTHERS_ROW(R"(    <TR>
       <TD ALIGN='LEFT' BGCOLOR='#eef1f4'>%</TD><TD ALIGN='LEFT' BALIGN='LEFT'>%</TD>
       %%%
     </TR>
-)";
+)");
 constexpr const char *OTHERS_END = "    </TABLE></FONT>";
 
-constexpr const char *LINK = "    \"%\":f%:e -> \"%\":f%:w [%];\n";
+constexpr DotForm<5> LINK("    \"%\":f%:e -> \"%\":f%:w [%];\n");
 // The empty line below the text keeps the link from crossing it.
-constexpr const char *LINK_LABEL = "label=< % <BR/><FONT POINT-SIZE='6'> </FONT>>";
-constexpr const char *CHANGED_LINK = ", fontcolor=\"%\", color=\"%\", penwidth=2.5";
+constexpr DotForm<1> LINK_LABEL("label=< % <BR/><FONT POINT-SIZE='6'> </FONT>>");
+constexpr DotForm<2> CHANGED_LINK(", fontcolor=\"%\", color=\"%\", penwidth=2.5");
+constexpr DotForm<2> TWO_ENDS("% | %");
 constexpr const char *INSIDE_SWITCH = "style=dotted, color=\"#52606d\"";
 
-std::string filled(std::string_view form, std::initializer_list<std::string> values) {
-    std::string text;
-    const std::string *value = values.begin();
-    for (const char c : form)
-        if (c == '%')
-            text += *value++;
-        else
-            text += c;
-    return text;
-}
-
-std::string escaped(std::string_view text) {
-    // An invisible space keeps "\N" from being replaced.
-    static const std::map<char, const char *> ESCAPES = {
-        {'&', "&amp;"},  {'<', "&lt;"},   {'>', "&gt;"},
-        {'"', "&quot;"}, {'\'', "&#39;"}, {'\\', "&#92;&#8203;"},
-    };
-    std::string safe;
-    for (const char c : text)
-        if (const auto escape = ESCAPES.find(c); escape != ESCAPES.end())
-            safe += escape->second;
-        else
-            safe += c;
-    return safe;
-}
-
-std::string bold_if(bool bold, const std::string &text) {
-    return bold ? filled("<B>%</B>", {text}) : text;
-}
-
-std::string shown_name(const FunctionReport &row) {
-    std::string name = safe_text(row.name);
-    // lspci's text begins with the class, which would leave too little room for the device.
-    if (const std::size_t class_end = name.find(": "); class_end != std::string::npos)
-        name.erase(0, class_end + 2);
-    if (display_width(name) > LONGEST_NAME)
-        name = first_columns(name, LONGEST_NAME - 1) + "…";
-    return escaped(name);
-}
-
-std::string type_and_state(const FunctionReport &row) {
-    std::string text = type_text(row.function);
-    if (!row.physical.empty())
-        text += " of " + row.physical;
-    if (!row.managed)
-        text += ", not managed";
-    if (row.gone())
-        text += ", " + gone_text(row);
-    return text;
-}
-
-const char *type_fill(const Function &function) {
-    if (function.port_type == PORT_TYPE_ROOT_PORT)
-        return "#d5e1ee";
-    if (function.port_type == PORT_TYPE_SWITCH_UPSTREAM ||
-        function.port_type == PORT_TYPE_SWITCH_DOWNSTREAM)
-        return "#dbe8e6";
-    return function.is_bridge() ? "#ebe6dc" : "#eef1f4";
-}
-
-bool payload_changed(const FunctionReport &row) {
-    return row.before.mps && row.after.mps && row.before.mps->current != row.after.mps->current;
-}
-
-std::string payload_cell(const FunctionReport &row, bool limits) {
-    if (!row.after.mps)
-        return filled(NO_PAYLOAD_CELL, {row.gone() ? NOTHING_TEXT : "no payload size"});
-    const bool changed = payload_changed(row);
-    const std::string supported = size_text(row.after.mps->supported);
-    return filled(PAYLOAD_CELL,
-                  {changed ? CHANGED_FILL : NO_FILL, bold_if(changed, payload_text(row)),
-                   limits ? bold_if(true, std::string("◂").append(supported)) : supported});
-}
-
-struct BadgeStyle {
-    std::string_view text;  // what ecrc_text() gives
-    const char *width;
-    const char *border;
-    const char *fill;
-    const char *ink;
-    bool bold;
-};
-
-// The last one is for whatever has no such control.
-constexpr BadgeStyle BADGE_STYLES[] = {
-    {"on", "1", "#7fb494", "#dcefe2", "#1f2933", false},
-    {"off", "1", "#c9d1d9", NO_FILL, "#52606d", false},
-    {"off→on", "2", CHANGED_COLOR, "#bfe3cb", "#1f2933", true},
-    {"on→off", "2", CHANGED_COLOR, NO_FILL, "#1f2933", true},
-    {NOTHING_TEXT, "0", NO_FILL, NO_FILL, "#7b8794", false},
-};
-
-std::string badge(const FunctionReport &row, const char *name, EcrcControl EcrcState::*control) {
-    const std::string text = ecrc_text(row, control);
-    const BadgeStyle &style =
-        *std::find_if(std::begin(BADGE_STYLES), std::end(BADGE_STYLES) - 1,
-                      [&](const BadgeStyle &candidate) { return candidate.text == text; });
-    return filled(
-        BADGE, {style.width, style.border, style.fill, style.ink, name, bold_if(style.bold, text)});
-}
-
-// `previous_name` is what the function before it in its device shows; the same is not shown again.
-std::string function_box(const FunctionReport &row, std::size_t index, bool limits,
-                         const std::string &previous_name) {
-    const std::string name = shown_name(row);
-    return filled(FUNCTION_BOX,
-                  {std::to_string(index), row.changed() ? "2" : "1",
-                   row.changed() ? CHANGED_COLOR : LINE_COLOR, type_fill(row.function), row.address,
-                   type_and_state(row), name == previous_name ? "" : filled(NAME_LINE, {name}),
-                   payload_cell(row, limits), badge(row, "gen", &EcrcState::gen),
-                   badge(row, "chk", &EcrcState::chk)});
-}
-
-// Functions of one device follow each other, and have the same bridge above.
+// Functions of one device follow each other and have the same upstream bridge.
 bool same_device(const FunctionReport &left, const FunctionReport &right) {
     if (left.bridge != right.bridge)
         return false;
@@ -220,7 +82,7 @@ bool same_device(const FunctionReport &left, const FunctionReport &right) {
     return pci::function_0_of(left.function.id()) == pci::function_0_of(right.function.id());
 }
 
-// What std::views::reverse() does, which clang 14 cannot compile.
+// Does the work of std::views::reverse(), which clang 14 cannot compile.
 template <typename Item>
 std::vector<Item> reversed(std::vector<Item> items) {
     std::ranges::reverse(items);
@@ -240,20 +102,20 @@ public:
             sort_in(i);
     }
 
-    // In descending order: what comes first is drawn lowest.
+    // Writes in descending order, because `dot` draws the first node lowest.
     void write(std::ostream &out) const {
-        out << filled(GRAPH_BEGIN, {summary_text(report_)}) << filled(MACHINE_BEGIN, {others()});
+        out << GRAPH_BEGIN.filled(summary_text(report_)) << MACHINE_BEGIN.filled(others());
         for (const HierarchyReport &hierarchy : reversed(report_.hierarchies))
             write_hierarchy(out, hierarchy);
         for (const HierarchyReport &hierarchy : reversed(report_.hierarchies))
-            out << filled(PLACE_IN_ORDER, {row(hierarchy.root_port).address});
+            out << PLACE_IN_ORDER.filled(row(hierarchy.root_port).address);
         out << CLUSTER_END << GRAPH_END;
     }
 
 private:
     const FunctionReport &row(std::size_t index) const { return report_.functions[index]; }
 
-    // A root port that supports no more itself rules alone.
+    // A root port that supports no more itself is the only one marked.
     void mark_limits(const HierarchyReport &hierarchy) {
         for (const std::size_t limiter : hierarchy.limiters) {
             limits_[limiter] = true;
@@ -262,7 +124,7 @@ private:
         }
     }
 
-    // Into a device of its hierarchy, or to the others.
+    // Adds a function to a device of its hierarchy, or to the others.
     void sort_in(std::size_t index) {
         std::size_t top = index;
         while (row(top).bridge)
@@ -281,7 +143,7 @@ private:
 
     void write_hierarchy(std::ostream &out, const HierarchyReport &hierarchy) const {
         const std::string &address = row(hierarchy.root_port).address;
-        out << filled(HIERARCHY_BEGIN, {address, address, limit_text(report_, hierarchy)});
+        out << HIERARCHY_BEGIN.filled(address, address, limit_text(report_, hierarchy));
         for (const Indices &device : reversed(devices_[hierarchy.root_port])) {
             write_device(out, device);
             if (const auto &bridge = row(device.front()).bridge)
@@ -291,7 +153,7 @@ private:
     }
 
     void write_device(std::ostream &out, const Indices &device) const {
-        out << filled(NODE_BEGIN, {row(device.front()).address});
+        out << NODE_BEGIN.filled(row(device.front()).address);
         std::string previous_name;
         for (const std::size_t index : device) {
             out << function_box(row(index), index, limits_[index], previous_name);
@@ -302,8 +164,8 @@ private:
 
     void write_link(std::ostream &out, std::size_t bridge, const Indices &device) const {
         const std::size_t first = device.front();
-        out << filled(LINK, {row(node_[bridge]).address, std::to_string(bridge), row(first).address,
-                             std::to_string(first), link_attributes(bridge, device)});
+        out << LINK.filled(row(node_[bridge]).address, std::to_string(bridge), row(first).address,
+                           std::to_string(first), link_attributes(bridge, device));
     }
 
     std::string link_attributes(std::size_t bridge, const Indices &device) const {
@@ -313,10 +175,10 @@ private:
             below.function.port_type == PORT_TYPE_SWITCH_DOWNSTREAM)
             return INSIDE_SWITCH;
         if (!above.before.mps || !below.before.mps)
-            return "style=dashed, " + filled(LINK_LABEL, {"PCI"});
-        std::string attributes = filled(LINK_LABEL, {link_text(bridge, device)});
+            return "style=dashed, " + LINK_LABEL.filled("PCI");
+        std::string attributes = LINK_LABEL.filled(link_text(bridge, device));
         if (changes(bridge, device))
-            attributes += filled(CHANGED_LINK, {CHANGED_COLOR, CHANGED_COLOR});
+            attributes += CHANGED_LINK.filled(CHANGED_COLOR, CHANGED_COLOR);
         return attributes;
     }
 
@@ -325,7 +187,7 @@ private:
         return has_changed(bridge) || std::ranges::any_of(device, has_changed);
     }
 
-    // What the ends of a link are set to: once where they agree.
+    // Returns the payload sizes of the ends of a link, once where they agree.
     std::string link_text(std::size_t bridge, const Indices &device) const {
         std::vector<std::string> texts;
         for (const std::size_t index : device)
@@ -333,10 +195,10 @@ private:
                 texts.push_back(text);
         const std::string above = payload_text(row(bridge));
         const std::string below = join(texts, ", ");
-        return above == below ? above : filled("% | %", {above, below});
+        return above == below ? above : TWO_ENDS.filled(above, below);
     }
 
-    // A row for those that are alike.
+    // Returns the table of functions in no hierarchy, a row for those that are alike.
     std::string others() const {
         if (others_.empty())
             return "";
@@ -348,11 +210,11 @@ private:
                 .push_back(index);
         std::string text = OTHERS_BEGIN;
         for (const auto &[cells, functions] : alike)
-            text += filled(OTHERS_ROW, {cells[0], which(functions), cells[1], cells[2], cells[3]});
+            text += OTHERS_ROW.filled(cells[0], which(functions), cells[1], cells[2], cells[3]);
         return text + OTHERS_END;
     }
 
-    // Addresses, or address and name of a single function.
+    // Returns the addresses, or address and name of a single function.
     std::string which(const Indices &functions) const {
         constexpr std::size_t ADDRESSES_A_LINE = 6;
         if (functions.size() == 1)
@@ -370,7 +232,7 @@ private:
     Indices node_;                               // of each function in a hierarchy
     std::vector<std::vector<Indices>> devices_;  // by root port
     Indices others_;                             // in no hierarchy
-    std::vector<bool> limits_;  // of each function, whether it limits its hierarchy
+    std::vector<bool> limits_;                   // by function: true where it limits its hierarchy
 };
 
 }  // namespace
