@@ -42,13 +42,13 @@ struct HostileMachine {
 };
 
 // From rows of 8 bytes, of which the first is the kind:
-//   F  bus, device and function, port type (above 15: conventional), secondary bus, subordinate
-//   bus,
-//      Max_Payload_Size Supported, flags (see support.cc); further rows are about this function
+//   F  bus, device and function, port type (above 15: conventional), secondary bus,
+//      subordinate bus, Max_Payload_Size Supported, flags (see support.cc); further rows are
+//      about this function
 //   D  -, two bytes of offset (low first, counted in dwords), value (low first, 4 bytes)
 //   X  n, -, error code (0: all ones are read), -...: from its n-th on, accesses to it fail
 //   A  n: the n-th allocation of the module fails
-// What makes no sense is passed over.
+// Rows that make no sense are passed over.
 HostileMachine hostile_machine(std::span<const std::uint8_t> rows);
 
 // Makes a machine source from these functions.

@@ -82,8 +82,7 @@ void scan_options(const mod_init_args_t &args) {
     int found = 0;
     while ((found = getopt_long(count, vector.get(), "-v", long_options, nullptr)) != -1) {
         if (found != 0)
-            continue;  // -v, arguments that are no options, and what the scanner has reported
-                       // itself
+            continue;  // -v, an argument that is no option, or one that getopt_long() reported
         const pci_err_t result = parse_feature_config(optarg);
         LOG_DEBUG(3, "parse_feature_config(), %s", pci_strerror(result));
     }

@@ -44,7 +44,7 @@ constexpr std::uint32_t ARI_NO_FUNCTION = 256;
 
 extern "C" {
 
-// The marker of an unknown version, BAD_VERSION.
+// The value of an unknown packed version, BAD_VERSION.
 HOPLAR_EXPORT extern const std::uint32_t bad_version;
 
 // Return the ID of this server instance, and of the instance that manages a function, even if no

@@ -1,4 +1,4 @@
-// A value has three fields, parted by ":".
+// A value has three fields, separated by ":".
 //   functions   all   every function      B    every function on bus B
 //               B.*   those of device 0 on bus B, ARI functions among them
 //               B.F   ARI function F      B.D.*   those of device D      B.D.F   one function

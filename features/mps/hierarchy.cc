@@ -3,8 +3,8 @@
 //    along its own path; when that fails, path and device go back to the default. Later entries of
 //    a hierarchy that has its size lose their requests.
 // 2. Entries without a request, those that lost theirs among them, get their hierarchy's size. A
-//    hierarchy for which nobody asked anything is not touched.
-// An entry whose path is not known is passed over in both, silently.
+//    hierarchy without any request is not changed.
+// Both passes skip an entry whose path is not known, without a message.
 #include "features/mps/hierarchy.h"
 
 #include "features/mps/hooks.h"

@@ -8,7 +8,7 @@
 namespace host {
 namespace {
 
-// Hexadecimal digits, no more of them than the field is wide.
+// Reads hexadecimal digits, `most` of them at most.
 std::optional<std::uint32_t> field(std::string_view digits, std::size_t most, std::uint32_t high) {
     if (digits.size() > most)
         return std::nullopt;

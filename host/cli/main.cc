@@ -11,8 +11,8 @@
 
 namespace {
 
-// A file that is opened while one of the standard descriptors is closed would get its number, and
-// what is meant for that one. This way they fail as if they were closed.
+// If descriptor 0, 1 or 2 is closed, the next open() would get its number and receive our output.
+// Occupy it with /dev/null, opened in the wrong direction, so that I/O on it still fails.
 void keep_standard_descriptors() {
     for (const int descriptor : {0, 1, 2})
         if (fcntl(descriptor, F_GETFD) < 0)
@@ -23,8 +23,9 @@ void keep_standard_descriptors() {
 
 int main(int argc, char **argv) {
     keep_standard_descriptors();
-    std::ios::sync_with_stdio(false);  // else a failing read of std::cin counts as its end
-    std::signal(SIGXFSZ, SIG_IGN);     // what is too large for a limit fails to be written
+    std::ios::sync_with_stdio(false);  // otherwise a failing read of std::cin counts as its end
+    std::signal(SIGXFSZ, SIG_IGN);     // a write beyond a size limit then fails instead of ending
+                                       // the process
     host::open_log(0, false);
     try {
         const auto options = host::parse_options(argc, argv, std::cout);

@@ -30,7 +30,7 @@ constexpr const char *FOOTER =
     "could not be written; with --check 3 something would change, 4 nothing would and a finding\n"
     "is an error.\n";
 
-// The options as they are written, before their values are looked at.
+// The options as they are written, before their values are parsed.
 struct RawOptions {
     std::optional<std::string> dump, config, events, output, usage, control;
     bool live = false;
@@ -124,7 +124,7 @@ auto parse_word(const char *option, const std::string &text, const Words &words)
                      join(known, ", "));
 }
 
-// An empty text is no file, and a message about it would name none.
+// An empty text is no file, and a message about it could name none, so it is refused here.
 void require_file_names(const RawOptions &raw) {
     const std::pair<const char *, const std::optional<std::string> &> files[] = {
         {"--dump", raw.dump},
@@ -158,7 +158,7 @@ void require_matching_options(const RawOptions &raw, const Options &options) {
             "--cold: not with --write, which takes this machine as it is");
 }
 
-// What the values mean.
+// Parses the values.
 void interpret(const RawOptions &raw, Options &options) {
     if (raw.usage) {
         options.usage = command_line_module(*raw.usage);

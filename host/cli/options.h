@@ -15,7 +15,7 @@ namespace host {
 
 enum class ReportForm { TABLE, JSON, DOT, NONE };
 
-// What becomes of hierarchies with traffic whose payload size would change.
+// Decides on hierarchies with traffic whose payload size would change.
 enum class Busy { REFUSE, SKIP, WRITE };
 
 struct Options {
@@ -38,14 +38,14 @@ struct Options {
     std::optional<ModuleEntry> usage;  // nothing else is done then
 };
 
-// Empty when there is nothing left to do: --help and --version have been written to `out`. Throws
-// InputError for options that cannot be used.
+// Returns nullopt when --help or --version has been written to `out`, so that nothing is left to
+// do. Throws InputError for options that cannot be used.
 std::optional<Options> parse_options(int argc, const char *const *argv, std::ostream &out);
 
-// The value of --domain, hexadecimal. Throws InputError, which names the text.
+// Parses the value of --domain, hexadecimal. Throws InputError, which names the text.
 unsigned parse_domain(const std::string &text);
 
-// Buses as "00-7f,ff", hexadecimal. Throws InputError, which names the text.
+// Parses buses as "00-7f,ff", hexadecimal. Throws InputError, which names the text.
 ManagedBuses parse_bus_ranges(const std::string &text);
 
 }  // namespace host

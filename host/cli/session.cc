@@ -23,8 +23,8 @@
 namespace host {
 namespace {
 
-// PCI Express functions have 4096 bytes. lspci -xxx saves 256 of them, and Advanced Error Reporting
-// is behind these.
+// PCI Express functions have 4096 bytes of configuration space, but lspci -xxx saves only 256 of
+// them, without Advanced Error Reporting.
 void warn_about_short_spaces(const MachineSource &source, const Machine &machine) {
     const auto is_short = [&](const Function *function) {
         return function->port_type &&
@@ -38,7 +38,8 @@ void warn_about_short_spaces(const MachineSource &source, const Machine &machine
             "sudo lspci -xxxx > FILE");
 }
 
-// As it is, or cold; what about it people should know before anything runs is said in warnings.
+// Opens the machine as it is, or with --cold in reset state, and logs as warnings what users should
+// know before anything runs.
 std::unique_ptr<Machine> wanted_machine(const Options &options, const MachineSource &source) {
     if (options.cold)
         for (const RoutingId id : source.image->functions())
@@ -49,7 +50,7 @@ std::unique_ptr<Machine> wanted_machine(const Options &options, const MachineSou
     return machine;
 }
 
-// What is to be played after start-up. Standard input of a server that stays comes later.
+// Reads the events to play after start-up. A server that stays reads standard input later.
 std::vector<BusEvent> wanted_events(const Options &options, std::istream &in,
                                     const EventPlayer &player) {
     if (!options.events || (options.watch && *options.events == STANDARD_INPUT))
@@ -78,7 +79,7 @@ std::optional<OutputFile> wanted_output(const Options &options) {
 
 }  // namespace
 
-// Kernel events are awaited before the machine is read, so that none is missed.
+// The service is opened before the machine is read, so that no kernel event is missed.
 Session::Session(const Options &options, std::istream &in)
     : options_(options), modules_(wanted_modules(options)),
       source_(open_source(options.source, in)), output_(wanted_output(options)),
@@ -91,8 +92,8 @@ Session::Session(const Options &options, std::istream &in)
     report_.left_alone = left_alone_;
 }
 
-// Payload sizes that differ along a path lose packets: what writes to this machine is not ended
-// half way.
+// Signals are blocked while this machine is written to, because a run that ends half way leaves
+// payload sizes that differ along a path, which loses packets.
 void Session::start() {
     if (source_.is_written())
         block_signals();
@@ -127,7 +128,7 @@ int Session::check() const {
     return is_wrong ? EXIT_FINDING : EXIT_DONE;
 }
 
-// False when it could not be written.
+// Returns false when the dump cannot be written.
 bool Session::save() {
     try {
         if (output_)

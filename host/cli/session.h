@@ -1,4 +1,4 @@
-// A run on a machine, from the options to the report.
+// One run on a machine, from the options to the report.
 #pragma once
 
 #include <iosfwd>
@@ -20,12 +20,12 @@
 
 namespace host {
 
-// The machine is the one served as long as this lives; one at a time. `options` must outlive it.
+// Serves its machine as long as it lives; one session at a time. `options` must outlive it.
 class Session {
 public:
-    // Reads and checks all input; no module runs and nothing is written yet. `in` is what events or
-    // a dump come from with "-". Throws InputError, DumpError, LiveError, and
-    // TrafficError for a machine that must not be written now.
+    // Reads and checks all input; no module runs and nothing is written yet. `in` is the source of
+    // events or a dump given as "-". Throws InputError, DumpError, LiveError, and TrafficError for
+    // a machine that must not be written now.
     Session(const Options &options, std::istream &in);
 
     // Starts the modules, and plays the events.
@@ -34,7 +34,7 @@ public:
     // With --watch: serves until the server is told to end.
     void stay();
 
-    // Writes the dump and the report, the latter to `out`. The exit status.
+    // Writes the dump and the report, the latter to `out`. Returns the exit status.
     int finish(std::ostream &out);
 
 private:

@@ -1,4 +1,4 @@
-// Starting modules on the machine that is served.
+// Starts modules on the machine that is served.
 #pragma once
 
 #include <vector>
@@ -7,8 +7,9 @@
 
 namespace host {
 
-// Loads and starts them, then brings payload sizes back below those of the ports above. What was
-// found out of bounds is said in warnings, and what --complete would set in a message.
+// Loads and starts the modules, then lowers payload sizes that exceed those of the ports above.
+// Logs as warnings the sizes that were found out of bounds, and as a message what --complete would
+// set.
 std::vector<ModuleResult> start_up(const std::vector<ModuleEntry> &modules);
 
 }  // namespace host

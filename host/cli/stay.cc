@@ -56,7 +56,7 @@ constexpr std::array<Question, 3> QUESTIONS{{
     {.word = "help", .answer = [](const Stay &, std::time_t) { return std::string(HELP); }},
 }};
 
-// Empty for a line that is an event, or nothing. Throws InputError.
+// Returns nullopt for a line that is an event or empty. Throws InputError.
 std::optional<std::string> answer(const LineServer::Line &line, const Stay &stay,
                                   std::time_t started) {
     const auto said = words(std::string_view(line.text).substr(0, line.text.find('#')));

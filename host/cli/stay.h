@@ -1,4 +1,4 @@
-// A run that stays after start-up.
+// The part of a run that stays after start-up.
 #pragma once
 
 #include <ctime>
@@ -9,7 +9,7 @@
 
 namespace host {
 
-// What a server that stays works on.
+// The objects that a server that stays works on.
 struct Stay {
     const MachineSource &source;
     unsigned domain;
@@ -19,13 +19,13 @@ struct Stay {
     Report &report;  // is kept up to date
 };
 
-// Serves until the server is told to end. What failed at start-up is said when it has ended, which
-// the end of the service may be long after. False when an event that nobody was answered about
-// could not be brought about, and when there is no module to tell of events.
+// Serves until the server is told to end. Failed accesses of start-up are logged before that,
+// because the end may be long after. Returns false when an event from a source
+// without answers failed, and when no module runs.
 bool stay(Service &service, const Stay &stay);
 
-// Does what a line says that has come to a server that stays: an event, or of a client, which gets
-// an answer, also a question. `started` is when start-up was done.
+// Executes one line that has come to a server that stays: an event or, from a client, which gets an
+// answer, a question. `started` is when start-up was done.
 LineServer::Outcome execute(const LineServer::Line &line, const Stay &stay, std::time_t started);
 
 }  // namespace host

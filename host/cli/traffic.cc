@@ -18,8 +18,8 @@
 namespace host {
 namespace {
 
-// The driver of a function that may have traffic; empty: it has none. Ports and bridges have the
-// kernel's own driver, which has no payload to send.
+// Returns the driver of a function that may have traffic; empty when it has none. Ports and bridges
+// are left out: they have the kernel's own driver, which has no payload to send.
 std::string busy_driver(LiveSpace &live, const Function &function) {
     std::uint32_t command = 0;
     if (function.is_bridge() || live.read(function.id(), pci::COMMAND, 2, command) != PCI_OK ||
@@ -43,7 +43,7 @@ Traffic traffic_below(const Report &report, LiveSpace &live) {
     return traffic;
 }
 
-// Root ports of the hierarchies in which a payload size has changed.
+// Returns the root ports of the hierarchies in which a payload size has changed.
 std::set<RoutingId> payloads_changed(const Report &report) {
     std::set<RoutingId> changed;
     for (std::size_t i = 0; i < report.functions.size(); ++i)
@@ -53,7 +53,7 @@ std::set<RoutingId> payloads_changed(const Report &report) {
     return changed;
 }
 
-// What start-up would do to this machine, on a snapshot of it.
+// Plans on a snapshot what start-up would do to this machine.
 Report planned(const Options &options, const std::vector<ModuleEntry> &modules, LiveSpace &live) {
     const std::unique_ptr<ConfigImage> snapshot = live.snapshot();
     const std::unique_ptr<Machine> machine = open_machine(*snapshot);
@@ -64,7 +64,7 @@ Report planned(const Options &options, const std::vector<ModuleEntry> &modules, 
     return report;
 }
 
-// The first few tell enough: a drive may have hundreds of virtual functions.
+// Names only the first few, because a drive may have hundreds of virtual functions.
 std::string traffic_text(std::vector<std::string> functions) {
     constexpr std::size_t MOST = 8;
     if (functions.size() > MOST) {
@@ -75,7 +75,7 @@ std::string traffic_text(std::vector<std::string> functions) {
     return "traffic on " + join(functions, ", ");
 }
 
-// For the pipe from the child: a line for each hierarchy, its root port's routing ID in front.
+// Writes a line for each hierarchy to the pipe from the child, its root port's routing ID in front.
 std::string conflicts(const Options &options, const std::vector<ModuleEntry> &modules,
                       LiveSpace &live) {
     const Report report = planned(options, modules, live);

@@ -1,4 +1,4 @@
-// What a run does about hierarchies in which drivers are at work.
+// Protects hierarchies in which drivers are at work from a change of their payload size.
 #pragma once
 
 #include <map>
@@ -13,8 +13,8 @@
 
 namespace host {
 
-// No order of writes is safe for a payload size under traffic: nothing has been written, and the
-// exit status is EXIT_NOT_ALL_DONE. `what()` is a line for each hierarchy.
+// No order of writes is safe for a payload size under traffic, so nothing has been written, and the
+// exit status is EXIT_NOT_ALL_DONE. what() is a line for each hierarchy.
 class TrafficError : public InputError {
 public:
     using InputError::InputError;
@@ -23,14 +23,15 @@ public:
 // Hierarchies by their root port, with the reason: "traffic on 02:00.0 (nvme)".
 using LeftAlone = std::map<RoutingId, std::string>;
 
-// With --write: those in which start-up would change a payload size while a function, bridges
-// aside, has a driver bound and Bus Master Enable set. The payload sizes come from a plan, which is
-// made in a child process on a snapshot. Empty with --busy write, and while nothing is busy. Says
-// so in warnings, or, with --busy refuse, throws TrafficError. No other thread may run.
+// With --write, returns the hierarchies in which start-up would change a payload size while a
+// function, bridges aside, has a driver bound and Bus Master Enable set. The changes come from a
+// plan, which is made in a child process on a snapshot. Empty with --busy write, and while no
+// driver is at work. Logs warnings or, with --busy refuse, throws TrafficError. No other thread may
+// run.
 LeftAlone leave_busy_alone(const Options &options, const std::vector<ModuleEntry> &modules,
                            const MachineSource &source, const Machine &machine);
 
-// Without the buses below these root ports.
+// Returns the managed buses without those below these root ports.
 ManagedBuses managed_buses(const Options &options, const LeftAlone &left_alone,
                            const Machine &machine);
 

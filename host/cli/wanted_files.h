@@ -1,4 +1,4 @@
-// What the options and the host configuration name.
+// Finds the modules and files that the options and the host configuration name.
 #pragma once
 
 #include <filesystem>

@@ -1,4 +1,4 @@
-// Operations of AER extended capability objects: the two ECRC switches.
+// The operations of AER extended capability objects: the two ECRC switches.
 #include <mutex>
 
 #include "host/exports/capability_objects.h"
@@ -17,8 +17,8 @@ struct Switch {
 constexpr Switch GENERATION = {pci::AER_CONTROL_ECRC_GEN_CAPABLE, pci::AER_CONTROL_ECRC_GEN_ENABLE};
 constexpr Switch CHECKING = {pci::AER_CONTROL_ECRC_CHK_CAPABLE, pci::AER_CONTROL_ECRC_CHK_ENABLE};
 
-// Both switches share a register, and threads may turn them at the same time: reading, changing and
-// writing it is one step.
+// Both switches share a register and threads may use them at the same time, so each read, change
+// and write is one step.
 std::mutex switch_lock;
 
 pci_err_t turn(const aer_cap_t *cap, bdf_token token, Switch which, bool on) {

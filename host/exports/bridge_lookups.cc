@@ -1,5 +1,4 @@
-// Bridge lookups on the tree of the machine served. They search nothing, so `start` does not
-// matter.
+// Bridge look-ups in the tree of the machine served. They take constant time and ignore `start`.
 #include "host/exports/serve.h"
 #include "platform/bridge.h"
 

@@ -1,4 +1,4 @@
-// Capabilities by index: positions are those that were read with the machine.
+// Capabilities by index, at the positions that were read with the machine.
 #include <algorithm>
 #include <cstdlib>
 #include <new>
@@ -12,7 +12,7 @@ namespace host {
 
 namespace {
 
-// A zeroed object whose holder releases it with free(); null without memory.
+// Allocates a zeroed object, which its owner releases with free(); null without memory.
 template <typename Object>
 Object *allocate() {
     void *memory = std::calloc(1, sizeof(Object));
@@ -27,7 +27,7 @@ pci_err_t hand_over(pci_cap_t *head, bdf_t bdf, CapPosition position, pci_cap_t 
     return PCI_OK;
 }
 
-// An object of a type that has an operations table.
+// Makes an object of a type that has an operations table.
 template <typename Object, typename Operations>
 pci_err_t new_object(bdf_t bdf, CapPosition position, const Operations &operations,
                      pci_cap_t **object) {

@@ -1,4 +1,4 @@
-// Making capability objects, and what their operations have in common.
+// Makes capability objects, and checks their calls.
 #pragma once
 
 #include "host/machine/machine.h"
@@ -11,14 +11,14 @@ const pcie_cap_ops_t &pcie_operations();
 const aer_cap_ops_t &aer_operations();
 const rcec_cap_ops_t &rcec_operations();
 
-// New object for a capability or an extended capability of the function at `bdf`, by its ID.
-// Allocated with malloc; PCI_ERR_NO_MEMORY. `object` is set on success only.
+// Make a new object for a capability or an extended capability of the function at `bdf`, by its ID.
+// It is allocated with malloc; PCI_ERR_NO_MEMORY. `object` is set on success only.
 pci_err_t new_capability(bdf_t bdf, CapPosition position, pci_cap_t **object);
 pci_err_t new_ext_capability(bdf_t bdf, CapPosition position, pci_cap_t **object);
 
-// How every operation of an object begins. PCI_ERR_INVALID for a call that was not announced in the
-// object's first word; PCI_ERR_NO_DEVICE when no function is there any more; PCI_ERR_NOT_SUPPORTED
-// when another one has come to its address, which has no such capability at that place.
+// Begins every operation of an object. Returns PCI_ERR_INVALID for a call that was not announced in
+// the object's first word; PCI_ERR_NO_DEVICE when the function is gone; PCI_ERR_NOT_SUPPORTED when
+// another function with no such capability at that place has come to its address.
 pci_err_t enter(const pci_cap_t &head, const Function *&function);
 
 }  // namespace host

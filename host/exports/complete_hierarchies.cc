@@ -13,8 +13,8 @@
 namespace host {
 namespace {
 
-// Sets bridges to one size. What has been set is set back when this ends, unless it is kept; not
-// above a bridge that could not be set back, which would then exceed its port.
+// Sets bridges to one size. Unless they are kept, the destructor sets them back from the bottom up,
+// and stops at a bridge that cannot be set back, because it would then exceed a lowered port.
 class Raise {
 public:
     Raise(const Machine &machine, unsigned code) : machine_(machine), code_(code) {}
@@ -59,7 +59,7 @@ private:
     std::vector<std::pair<const Function *, unsigned>> set_;
 };
 
-// Why not all could be set; empty when they were.
+// Returns why not all could be set; empty when they were.
 std::string set_all(const Machine &machine, const Branch &branch, unsigned code) {
     Raise raise(machine, code);
     for (const Function *bridge : branch.bridges)
@@ -94,7 +94,7 @@ void complete(Served &now, const Hierarchy &hierarchy, const Branch &branch,
     }
 }
 
-// "3 below 17:00.0, of 256 bytes"; empty when nothing is left to be done.
+// Returns "3 below 17:00.0, of 256 bytes"; empty when nothing is left to be set.
 std::string count_text(const Machine &machine, const Hierarchy &hierarchy,
                        const GivenSizes &given) {
     std::size_t count = 0;

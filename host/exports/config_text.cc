@@ -1,6 +1,6 @@
-// Text helpers. For files written elsewhere, a carriage return before a line's end counts as a
-// blank, and a line to examine begins behind a UTF-8 byte order mark: the helpers cannot tell a
-// text's first line from the others.
+// The functions for configuration text. For files written on other systems, a carriage return
+// before a line's end counts as a blank, and a byte order mark at the start of any line is skipped,
+// because the functions cannot tell a text's first line from the others.
 #include "platform/config_text.h"
 
 #include <cstring>
@@ -23,14 +23,15 @@ const char *skip_blanks(const char *p) {
     return p;
 }
 
-// Whether nothing but the line's end stands at `p`.
+// Returns true when only the line's end stands at `p`.
 bool at_line_end(const char *p) {
     while (*p == '\r')
         ++p;
     return *p == '\n' || *p == '\0';
 }
 
-// Letters of the file's encoding, not of the process's locale.
+// Characters are classified as ASCII, because the process's locale must not change what a file
+// means.
 bool is_default_name_char(char c) {
     return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_' ||
            c == '-' || c == '.';

@@ -19,7 +19,7 @@ struct FreeMemory {
 
 using CapPointer = std::unique_ptr<pci_cap_t, FreeMemory>;
 
-// Null when the function has no such capability, or it cannot be read.
+// Returns null when the function has no such capability, or it cannot be read.
 CapPointer capability(const Function &function, std::uint8_t id) {
     pci_cap_t *object = nullptr;
     if (const auto offset = function.cap(id))
@@ -34,7 +34,8 @@ CapPointer ext_capability(const Function &function, std::uint16_t id) {
     return CapPointer(object);
 }
 
-// Null without memory: modules ask through a C interface, which no exception may cross.
+// Returns null without memory, because modules call through a C interface, which no exception may
+// cross.
 FunctionRecords *records_of(const Function &function) try {
     return &served()->event_records.find(function);
 } catch (const std::bad_alloc &) {
@@ -43,7 +44,7 @@ FunctionRecords *records_of(const Function &function) try {
 
 }  // namespace
 
-// Event agent and event notification of one function share the capability set.
+// The event agent and the event notification of one function share its capability set.
 class FunctionRecords {
 public:
     explicit FunctionRecords(const Function &function)
@@ -57,7 +58,7 @@ public:
     FunctionRecords(const FunctionRecords &) = delete;
     FunctionRecords &operator=(const FunctionRecords &) = delete;
 
-    // The vector table of a function that has been away is mapped no longer.
+    // Maps the vector table again if removing the function has unmapped it.
     void map_again() const {
         const msix_table_t *same = nullptr;
         if (msix_)

@@ -1,5 +1,5 @@
-// The host's records of functions that report events. What modules look up of them is declared in
-// platform/server.h.
+// The host's records of functions that report events. platform/server.h declares the look-ups that
+// modules use.
 #pragma once
 
 #include <memory>
@@ -13,9 +13,9 @@ namespace host {
 
 class FunctionRecords;
 
-// Records are made when they are first asked for and kept as long as the machine is served, also
-// when another function, with records of its own, has come to the same place; a function that comes
-// back as it was finds its own again. Any thread.
+// A record is made when it is first asked for and kept as long as the machine is served, even when
+// another function, with a record of its own, has come to the same address. A function that comes
+// back unchanged finds its own record again. Safe on any thread.
 class EventRecords {
 public:
     EventRecords();
@@ -31,9 +31,9 @@ private:
     std::unordered_map<const Function *, std::unique_ptr<FunctionRecords>> by_function_;
 };
 
-// Event-notification record of the function at `bdf`, with its MSI and MSI-X capabilities; null
-// when there is no such function, or no memory. Belongs to the host, as long as its machine is
-// served.
+// Returns the event-notification record of the function at `bdf`, with its MSI and MSI-X
+// capabilities; null when there is no such function, or no memory. The host owns it as long as its
+// machine is served.
 event_notification_t *find_event_notification(bdf_t bdf);
 
 }  // namespace host

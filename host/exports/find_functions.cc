@@ -30,7 +30,7 @@ std::vector<bdf_t> find_all(const Machine &machine, const FunctionFilter &filter
     return found;
 }
 
-// Allocates nothing.
+// Searches without allocating memory.
 bdf_t find_anew(std::uint32_t index, const Machine &machine, const FunctionFilter &filter) {
     for (bdf_t id = 0; id <= BDF_ROUTING_ID; ++id) {
         const Function *function = machine.find(id);
@@ -57,8 +57,8 @@ bdf_t FoundFunctions::find(std::uint32_t index, const Machine &machine,
     return index < entry->second.size() ? entry->second[index] : BDF_NONE;
 }
 
-// Under the lock. What was found before the machine's last change is dropped; and everything, when
-// there are ever new filters.
+// The caller holds the lock. Drops results that are older than the machine's last change, and all
+// of them when there are too many filters.
 void FoundFunctions::drop_outdated(const Machine &machine) {
     constexpr std::size_t MOST_FILTERS = 256;
     const std::uint64_t generation = machine.generation();
@@ -79,7 +79,7 @@ bdf_t pci_device_find(std::uint32_t index, std::uint16_t vendor, std::uint16_t d
     try {
         return served->found_functions.find(index, served->machine, filter);
     } catch (const std::bad_alloc &) {
-        // Slower, and needs no memory: no exception may cross the C interface.
+        // This is slower but needs no memory: no exception may cross the C interface.
         return host::find_anew(index, served->machine, filter);
     }
 }

@@ -1,6 +1,6 @@
-// What pci_device_find() has found. Callers count its index up until nothing is left, with the same
-// filter each time: a filter's result is kept until something is inserted or removed, so that such
-// a loop takes linear time.
+// Keeps the results of pci_device_find(). Callers count its index up until nothing is left, with
+// the same filter each time, so a filter's result is kept until a function is inserted or removed:
+// such a loop then takes linear time.
 #pragma once
 
 #include <cstdint>
@@ -23,8 +23,8 @@ struct FunctionFilter {
 
 class FoundFunctions {
 public:
-    // The function of `machine` with that index among those that the filter takes, ascending;
-    // BDF_NONE beyond the last. Any thread. Throws std::bad_alloc.
+    // Returns the function of `machine` with that index among those that the filter takes,
+    // ascending; BDF_NONE beyond the last. Safe on any thread. Throws std::bad_alloc.
     bdf_t find(std::uint32_t index, const Machine &machine, const FunctionFilter &filter);
 
 private:

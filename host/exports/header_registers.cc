@@ -1,4 +1,4 @@
-// Registers of the configuration header, read and written as they stand.
+// Reads and writes registers of the configuration header.
 #include "host/exports/register_access.h"
 #include "platform/pci_access.h"
 #include "platform/pci_regs.h"
@@ -19,7 +19,7 @@ pci_err_t require_bridge(bdf_t bdf) {
 
 }  // namespace
 
-// All ones is what a function that does not answer gives, and read_register() refuses it.
+// read_register() refuses all ones, which is what a function that does not answer reads as.
 pci_err_t pci_device_read_vid(bdf_t bdf, std::uint16_t *vendor) {
     return read_register(bdf, pci::VENDOR_ID, *vendor);
 }
@@ -42,7 +42,7 @@ pci_err_t pci_device_read_bridge_ctrl(bdf_t bdf, std::uint16_t *value) {
     return error ? error : read_register(bdf, pci::BRIDGE_CONTROL, *value);
 }
 
-// A handle that is not of its form names BDF_NONE, at which an access is PCI_ERR_INVALID.
+// bdf_of() gives BDF_NONE for a malformed handle, and an access to BDF_NONE is PCI_ERR_INVALID.
 pci_err_t pci_device_write_cmd(bdf_token token, std::uint16_t value, std::uint16_t *after) {
     return write_register(pci::bdf_of(token), pci::COMMAND, value, *after);
 }

@@ -23,7 +23,7 @@ struct Registrations {
     std::array<std::vector<buscfg_hook_reg_t *>, KINDS> by_kind;
 };
 
-// Never destroyed: the blocks are kept for the life of the process, and hooks may run to its end.
+// Never destroyed, because hooks may run until the process ends.
 Registrations &registrations() {
     static Registrations &all = *new Registrations;
     return all;
@@ -43,7 +43,7 @@ pci_err_t add_hook(buscfg_hook_reg_t *block) {
     return PCI_OK;
 }
 
-// A copy, so that hooks run without the lock: they may take their time, and register others.
+// Returns a copy, so that hooks run without the lock: they may take long, and register others.
 std::vector<buscfg_hook_reg_t *> hooks_of(std::uint32_t kind) {
     Registrations &all = registrations();
     const std::scoped_lock guard(all.lock);
@@ -58,7 +58,7 @@ bool is_insertion_or_removal(std::uint32_t kind) {
     return kind >= BUSCFG_HOOK_PRE_INSERTION && kind <= BUSCFG_HOOK_POST_REMOVAL;
 }
 
-// The other hooks are called whatever one of them does.
+// An exception is caught here, so that the other hooks are still called.
 template <typename Hook, typename... Arguments>
 void call(const buscfg_hook_reg_t &block, Arguments... arguments) {
     try {

@@ -1,4 +1,4 @@
-// pci_hw: raw configuration accesses of the machine served.
+// pci_hw: configuration accesses to the machine served.
 #include <cstring>
 
 #include "host/exports/register_access.h"

@@ -1,4 +1,4 @@
-// Who this server is, and what it manages.
+// The identity of this server, and the functions that it manages.
 #include "host/exports/register_access.h"
 #include "host/exports/serve.h"
 #include "platform/pci_regs.h"
@@ -21,7 +21,7 @@ std::uint32_t hoplar_get_id(bdf_t bdf) {
     return bdf <= BDF_HIGHEST && host::manages(pci::bus_of(bdf)) ? OWN_ID : OTHER_ID;
 }
 
-// Only a greater number counts: a chain that loops comes to its end.
+// Only a greater number counts, so that a chain that loops comes to its end.
 std::uint32_t enum_next_ari_func(bdf_t bdf, std::uint32_t) {
     const host::Function *function = nullptr;
     if (host::find_function(bdf, function) != PCI_OK)

@@ -10,7 +10,7 @@
 namespace host {
 namespace {
 
-// The root port that a function is or is below; null when there is none.
+// Returns the root port that a function is or is below; null when there is none.
 const Function *root_port_of(const Machine &machine, RoutingId id) {
     const bridge_rec *record = topmost_bridge(machine, id);
     const Function *top = record ? machine.find(record->bdf) : nullptr;
@@ -46,7 +46,7 @@ std::vector<Hierarchy> hierarchies_of_one_size(const Machine &machine, const Giv
 
 namespace {
 
-// What is left to be done in one hierarchy.
+// Finds the bridges that are left to be set in one hierarchy.
 class Search {
 public:
     Search(const Machine &machine, const Hierarchy &hierarchy, const GivenSizes &given)
@@ -67,8 +67,9 @@ public:
     }
 
 private:
-    // Ascending, so that a port comes before what is below it. Conventional functions have no
-    // payload size; virtual ones have that of their physical function.
+    // Returns functions in ascending order, so that a port comes before what is below it.
+    // Conventional functions have no payload size; virtual ones have that of their physical
+    // function.
     std::vector<const Function *> below(const Function &bridge) const {
         const bridge_rec *record = machine_.bridges().by_bdf(bridge.bdf);
         auto found = record ? machine_.below(*record) : std::vector<const Function *>();
@@ -111,7 +112,8 @@ private:
         return support_obstacle(bridge);
     }
 
-    // Whether its bus is a bridge's secondary bus, and its own secondary bus no other bridge's.
+    // Returns true when bus numbers tell its place: its bus is a bridge's secondary bus, and its
+    // own secondary bus is no other bridge's.
     bool has_certain_place(const Function &bridge) const {
         const BridgeTree &bridges = machine_.bridges();
         const bridge_rec *record = bridges.by_bdf(bridge.bdf);
@@ -126,7 +128,7 @@ private:
         return bdf_text(function.bdf) + " supports " + bytes_text(function.mpss);
     }
 
-    // One that has gone is in nobody's way.
+    // A function that is gone hinders nothing.
     std::string other_obstacle(const Function &function) const {
         std::uint16_t devctl = 0;
         const pci_err_t error = read_devctl(function, devctl);

@@ -1,11 +1,11 @@
-// Which bridges modules have passed over, and whether they can be set: read, never written. What
-// --complete is for, and when, is in complete_hierarchies.h.
+// Finds the bridges that modules have passed over, and tells whether they can be set. Registers are
+// read and never written; complete_hierarchies.h says what --complete does and when.
 //
 // A module gives a function a size by writing it to Device Control, whether or not it takes, and by
-// reading it there and leaving it: a register that holds the wanted size already is not written, as
-// after an earlier start of the server. The last size counts, as long as the function is there. A
-// hierarchy has been given one size when its root port and every other function of it that was
-// given one were last given the same, and the root port is set to that still.
+// reading it there and leaving it, because a register that holds the size already, as after an
+// earlier start of the server, is not written. The last size counts, as long as the function is
+// there. A hierarchy has been given one size when its root port and every other function of it that
+// was given one were last given the same, and the root port is set to that still.
 //
 // In such a hierarchy, the bridges that no module has given a size and that are set to less are
 // left to be set to the hierarchy's. All this must hold of such a bridge:
@@ -25,7 +25,7 @@
 
 namespace host {
 
-// The last payload size, as a code, that a module has given each function.
+// The last payload size that a module has given each function, coded as in Device Control.
 using GivenSizes = std::map<RoutingId, unsigned>;
 
 struct Hierarchy {
@@ -33,14 +33,14 @@ struct Hierarchy {
     unsigned code;
 };
 
-// Hierarchies of one size, among the ones that `ids` are in; ascending.
+// Returns the hierarchies with one size among those of `ids`; ascending.
 std::vector<Hierarchy> hierarchies_of_one_size(const Machine &machine, const GivenSizes &given,
                                                const std::set<RoutingId> &ids);
 
 // Bridges below each other, a port before what is below it: all of them can be set, or none.
 struct Branch {
     std::vector<const Function *> bridges;
-    std::string obstacle;  // what stands in the way; empty when nothing does
+    std::string obstacle;  // why they cannot be set; empty when they can
 };
 
 std::vector<Branch> incomplete_branches(const Machine &machine, const Hierarchy &hierarchy,

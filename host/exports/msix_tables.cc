@@ -12,20 +12,21 @@ namespace {
 
 using Table = MsixTables::Table;
 
-// The table in the function's own memory; null when it cannot be mapped.
+// Maps the table in the function's own memory; null when it cannot be mapped.
 volatile void *device_table(const Function &function, std::uint32_t place, std::size_t count) {
     return served()->machine.space().memory(function.id(), pci::get(place, pci::MSIX_TABLE_BIR),
                                             place & pci::MSIX_TABLE_OFFSET,
                                             count * sizeof(MsixTables::Vector));
 }
 
-// With the lock held; modules read the word without it.
+// The caller holds the lock; modules read the word without it.
 void set_address(Table &table, volatile void *address) {
     __atomic_store_n(&table.record.address, address, __ATOMIC_RELEASE);
 }
 
-// With the lock held. A table of the host's own has room for as many entries as a function can
-// have: capabilities that overlap may let the number in Message Control change later.
+// The caller holds the lock. A table of the host's own has room for the most entries that a
+// function can have, because an overlapping capability may change the number in Message Control
+// later.
 pci_err_t set_up(Table &table, const Function &function, std::uint32_t place, std::size_t count) {
     if (table.record.address)
         return PCI_OK;
@@ -50,7 +51,8 @@ void MsixTables::forget(RoutingId id) {
 pci_err_t MsixTables::find(const Function &function, std::uint32_t place, std::size_t count,
                            const msix_table_t *&table) {
     const std::scoped_lock guard(lock_);
-    // Removed since it was found: nobody would unmap its table again.
+    // A function removed since it was found must not be mapped: its removal, which unmaps the
+    // table, is over.
     if (!served()->machine.reachable(function))
         return PCI_ERR_NO_DEVICE;
     Table &own = by_function_[&function];
@@ -71,7 +73,7 @@ pci_err_t find_msix_table(bdf_t bdf, unsigned offset, const msix_table_t *&table
     if (const pci_err_t error = read_register(bdf, offset + pci::MSIX_TABLE, place))
         return error;
     const std::size_t count = (control & pci::MSIX_CONTROL_TABLE_SIZE) + 1u;
-    // Modules ask through a C interface, which no exception may cross.
+    // Modules call through a C interface, which no exception may cross.
     try {
         return served()->msix_tables.find(*function, place, count, table);
     } catch (const std::bad_alloc &) {

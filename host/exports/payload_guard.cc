@@ -21,10 +21,10 @@ public:
     Repair(const Machine &machine, Ids written)
         : machine_(machine), concerned_(std::move(written)), candidates_(candidates()) {}
 
-    // Ascending, so that ports come before what is below them; but a bridge that claims another
-    // one's bus may come after what it bounds, which takes another round. So does a second try of
-    // what has failed. More rounds than there are sizes come only from registers that change by
-    // themselves.
+    // Functions are checked in ascending order, so that ports come before what is below them. A
+    // bridge that claims another one's bus may come after the functions that it bounds, which takes
+    // another round, and so does a second try of what has failed. Only registers that change by
+    // themselves take more rounds than there are sizes.
     void run() {
         constexpr unsigned MOST_ROUNDS = 8;
         for (unsigned round = 0; round < MOST_ROUNDS; ++round) {
@@ -34,11 +34,11 @@ public:
         }
     }
 
-    // Why functions are still not in bounds.
+    // Returns why functions are still not in bounds.
     const std::map<RoutingId, std::string> &failures() const { return failures_; }
 
 private:
-    // Without a port among them, those that were written alone.
+    // Without a port among the written functions, only they are candidates.
     std::vector<const Function *> candidates() const {
         std::vector<const Function *> written;
         for (const RoutingId id : concerned_)
@@ -47,7 +47,7 @@ private:
         return std::ranges::any_of(written, &Function::is_bridge) ? machine_.functions() : written;
     }
 
-    // Whether any has been lowered.
+    // Returns true when any function has been lowered.
     bool check_all() {
         bool any_lowered = false;
         for (const Function *function : candidates_)
@@ -68,7 +68,7 @@ private:
         return bound && bring_in(function, *bound, was_written);
     }
 
-    // One that has gone, or has no such register, stands above nothing.
+    // A function that is gone, or has no such register, stands above nothing.
     bool bring_in(const Function &function, const Bound &bound, bool was_written) {
         std::uint16_t devctl = 0;
         pci_err_t error = read_devctl(function, devctl);
@@ -83,7 +83,7 @@ private:
         return lower(function, devctl, bound);
     }
 
-    // Where a port reads nothing, what is below it gets the size that everything supports.
+    // Where the port cannot be read, the function gets the size that every function supports.
     bool lower(const Function &function, std::uint16_t devctl, const Bound &bound) {
         const std::string excess = excess_text(function, payload_code(devctl), bound);
         const unsigned code = std::min<unsigned>(bound.code, function.mpss);

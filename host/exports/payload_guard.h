@@ -1,8 +1,8 @@
-// Max_Payload_Size along paths. A port treats packets with more payload than it is set to as
-// malformed, which is a fatal error: no function may stand above the port above it through what
-// modules write. A write that would bring it there is refused. What a refusal cannot prevent, a
-// port that is lowered while something below it keeps its size, is repaired as soon as the module
-// that wrote has returned.
+// Keeps Max_Payload_Size in bounds along paths. A port treats packets with more payload than it is
+// set to as malformed, which is a fatal error, so no write of a module may bring a function above
+// the port above it. A write that would do so is refused. A refusal cannot prevent that a port is
+// lowered while a function below it keeps its size: that is repaired as soon as the module that
+// wrote has returned.
 #pragma once
 
 #include <cstdint>
@@ -13,23 +13,23 @@
 
 namespace host {
 
-// What is kept about a machine.
+// The writes of modules to a machine.
 struct PayloadWrites {
     std::mutex lock;
-    std::set<RoutingId> written;  // Device Control, by modules, since the last repair
-    std::mutex one_repair;        // guards what follows
-    std::set<RoutingId> failed;   // not in bounds when a repair ended
+    std::set<RoutingId> written;  // modules wrote Device Control since the last repair
+    std::mutex one_repair;        // guards `failed`
+    std::set<RoutingId> failed;   // above their port when a repair ended
 };
 
-// Before Device Control is written with `devctl`. PCI_ERR_INVALID, with a warning, for a payload
-// size above what the function supports or what the port above it is set to now, or the error that
-// the port's register gives; a size that the function has already is never refused.
+// Checks a write of `devctl` to Device Control. Returns PCI_ERR_INVALID, with a warning, for a
+// payload size above what the function supports or what the port above it is set to now, or the
+// error of reading that port's register. A size that the function has already is never refused.
 pci_err_t admit_payload(const Function &function, std::uint16_t devctl);
 
-// After start-up and after hooks: hierarchies are completed, where that is asked for. Then each
-// function that stands above its port, and of which or of whose port a payload size has been
-// written since the last call, is lowered to the port's size, from the root port down. False when
-// any could not be lowered, now or earlier, which an error tells.
+// Call after start-up and after hooks. Completes hierarchies, where --complete asks for that. Then
+// each function that stands above its port is lowered to the port's size, from the root port down,
+// if its payload size or its port's has been written since the last call. Returns false when any
+// could not be lowered, now or earlier, which is logged as an error.
 bool keep_payloads_in_bounds();
 
 }  // namespace host

@@ -16,14 +16,14 @@ std::string excess(const Function &function, unsigned code, const Bound &port) {
     return excess_text(function, code, port) + ": larger packets of this function are lost";
 }
 
-// Some port above the function is set to more.
+// Describes a function below some port that is set to more.
 std::string shortfall(const Function &function, unsigned code, const Bound &port) {
     return bdf_text(function.bdf) + ": payload size of " + bytes_text(code) + ", below " +
            bdf_text(port.port) + ", which is set to " + bytes_text(port.code) +
            ": larger packets to this function are lost";
 }
 
-// The nearest port above a function that is set to more than `code`.
+// Returns the nearest port above a function that is set to more than `code`.
 std::optional<Bound> larger_port(const Machine &machine, const Function &function, unsigned code) {
     for (auto port = lowest_bound(machine, function); port && !port->error;) {
         if (port->code > code)
@@ -39,7 +39,7 @@ struct Setting {
     Bound port;  // the one above
 };
 
-// Nothing where there is no port above, or one of the two cannot be read.
+// Returns nullopt where there is no port above, or one of the two cannot be read.
 std::optional<Setting> setting_of(const Machine &machine, const Function &function) {
     std::uint16_t devctl = 0;
     const auto port = lowest_bound(machine, function);
@@ -48,7 +48,7 @@ std::optional<Setting> setting_of(const Machine &machine, const Function &functi
     return Setting{.code = payload_code(devctl), .port = *port};
 }
 
-// Empty when nothing is lost.
+// Returns an empty text when no packet can be lost.
 std::string mismatch(const Machine &machine, const Function &function, const Setting &setting) {
     if (setting.code > setting.port.code)
         return excess(function, setting.code, setting.port);
@@ -56,7 +56,7 @@ std::string mismatch(const Machine &machine, const Function &function, const Set
     return larger ? shortfall(function, setting.code, *larger) : "";
 }
 
-// Every function that is in a hierarchy with one of these, and has a payload size.
+// Returns every function with a payload size in a hierarchy with one of `ids`.
 std::set<const Function *> related(const Machine &machine, std::span<const RoutingId> ids) {
     std::set<const bridge_rec *> tops;
     for (const RoutingId id : ids)

@@ -11,15 +11,16 @@
 
 namespace host {
 
-// What was found when functions were looked at last, by function.
+// The mismatches that were found by the last check, by function.
 using PayloadMismatches = std::map<RoutingId, std::string>;
 
-// After start-up: a warning for each function that stands above its port, as it was found.
+// Call after start-up. Logs a warning for each function that stands above its port, as it was
+// found.
 void warn_about_payloads_found();
 
-// After functions have come: an error for each function of their hierarchies that differs in
-// another way than when it was looked at last; those that have come, in any way. The kernel may
-// have lowered a port above others for their sake.
+// Call after an insertion. Logs an error for each function of the new functions' hierarchies whose
+// mismatch differs from the last check, and for each new function with any. The kernel may have
+// lowered a port above others for the sake of new functions.
 void report_payload_mismatches(std::span<const RoutingId> come);
 
 }  // namespace host

@@ -1,4 +1,4 @@
-// Operations of PCI Express capability objects.
+// The operations of PCI Express capability objects.
 #include "host/exports/capability_objects.h"
 #include "host/exports/complete_hierarchies.h"
 #include "host/exports/payload_guard.h"
@@ -9,7 +9,7 @@ namespace host {
 
 namespace {
 
-// As enter(), for registers that only functions with a link have.
+// Begins like enter(), for registers that only functions with a link have.
 pci_err_t enter_link(const pcie_cap_t *cap) {
     const Function *function = nullptr;
     if (const pci_err_t error = enter(cap->head, function))
@@ -19,7 +19,8 @@ pci_err_t enter_link(const pcie_cap_t *cap) {
     return PCI_OK;
 }
 
-// The capability stands in the conventional 256 bytes; what is behind them belongs to others.
+// The capability must lie in the first 256 bytes, because the bytes behind belong to extended
+// capabilities.
 bool has_register(const pcie_cap_t *cap, unsigned offset, std::size_t size) {
     return cap->head.offset + offset + size <= pci::CONFIG_SIZE;
 }

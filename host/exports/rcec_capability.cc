@@ -1,4 +1,5 @@
-// Operation of root complex event collector objects: which functions a collector serves.
+// The operation of root complex event collector objects, which tells the functions that a collector
+// serves.
 #include "host/exports/capability_objects.h"
 #include "host/exports/register_access.h"
 #include "platform/pci_regs.h"
@@ -7,7 +8,7 @@ namespace host {
 
 namespace {
 
-// The bitmap of the collector's own bus; an ARI function counts as device 0.
+// Looks into Association Bitmap for the collector's own bus; an ARI function counts as device 0.
 bool in_bitmap(const pci_cap_t &head, bdf_t bdf) {
     std::uint32_t bitmap = 0;
     if (read_register(head.bdf, head.offset + pci::RCEC_BITMAP, bitmap) != PCI_OK)
@@ -15,7 +16,8 @@ bool in_bitmap(const pci_cap_t &head, bdf_t bdf) {
     return (bitmap >> pci::device_of(bdf) & 1) != 0;
 }
 
-// The range of further buses; a collector without any has its first above its last.
+// Looks into RCEC Associated Bus Numbers; a collector without any has RCEC Next Bus above RCEC Last
+// Bus.
 bool in_bus_range(const pci_cap_t &head, bdf_t bdf) {
     std::uint32_t header = 0;
     std::uint32_t buses = 0;

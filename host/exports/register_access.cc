@@ -11,7 +11,7 @@ bool is_all_ones(std::uint32_t value, unsigned width) {
     return value == 0xFFFF'FFFFu >> (32 - 8 * width);
 }
 
-// Whether the function stopped answering: its vendor reads all ones too.
+// Returns true when the function does not answer any more: its Vendor ID reads all ones too.
 bool has_gone(ConfigSpace &space, RoutingId id) {
     std::uint32_t vendor = 0;
     return space.read(id, pci::VENDOR_ID, 2, vendor) == PCI_OK && vendor == pci::VENDOR_ID_NONE;

@@ -1,4 +1,4 @@
-// Which machine the exports answer for, and what they keep about it.
+// The machine that the exports answer for, and what they keep about it.
 #pragma once
 
 #include <vector>
@@ -13,10 +13,10 @@
 
 namespace host {
 
-// Buses that this server instance manages.
+// The buses that this server instance manages.
 using ManagedBuses = std::vector<bool>;  // 256 of them
 
-// Everything that exports give out and keep goes with the machine that it is about.
+// Everything that exports return or keep belongs to the machine that it is about, and goes with it.
 struct Served {
     Machine &machine;
     const ManagedBuses managed;
@@ -29,12 +29,12 @@ struct Served {
     PayloadMismatches payload_mismatches{};
 };
 
-// Makes `machine`, which must outlive its use, the one that every export answers for; null: no
-// functions. With `complete`, see complete_hierarchies.h. Event records and vector tables of the
-// machine served before become invalid. Not thread-safe against calls of exports.
+// Makes `machine` the one that all exports use; null: none. It must outlive its use. With
+// `complete`, see complete_hierarchies.h. Records and vector tables of the previous machine become
+// invalid. Not thread-safe against calls of exports.
 void serve(Machine *machine, ManagedBuses managed = ManagedBuses(256, true), bool complete = false);
 
-// The exports answer for a machine as long as this lives.
+// Serves a machine as long as this object lives.
 class Serving {
 public:
     explicit Serving(Machine &machine, const ManagedBuses &managed = ManagedBuses(256, true),
@@ -46,10 +46,10 @@ public:
     Serving &operator=(const Serving &) = delete;
 };
 
-// The machine served with what is kept about it, null when there is none.
+// Returns the machine served, with what is kept about it; null when there is none.
 Served *served();
 
-// Whether this instance manages a bus; without a machine, every bus.
+// Returns true when this instance manages the bus; without a machine, for every bus.
 bool manages(unsigned bus);
 
 }  // namespace host

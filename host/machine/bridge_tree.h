@@ -18,8 +18,8 @@ struct Function;
 struct BusLayout;
 
 // Built by Machine from the bridges' bus numbers, and again when bridges or functions come or go.
-// Lookups take constant time, from any thread. Root buses hang below host bridge records, which are
-// siblings of each other in ascending bus order.
+// Look-ups take constant time, from any thread. Root buses hang below host bridge records, which
+// are siblings of each other in ascending bus order.
 class BridgeTree {
 public:
     // A bridge whose secondary bus number conflicts with that of another bridge, which got the bus.

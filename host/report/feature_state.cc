@@ -12,7 +12,7 @@ EcrcControl ecrc_control(std::uint32_t value, std::uint32_t capable, std::uint32
             .enabled = (value & capable) != 0 && (value & enable) != 0};
 }
 
-// Nothing also for all ones of a function that does not answer any more.
+// Returns nullopt for all ones too, which a function that does not answer any more reads as.
 std::optional<std::uint32_t> read_register(const Function &function,
                                            std::optional<std::uint16_t> base, unsigned offset,
                                            unsigned width) {
@@ -22,8 +22,8 @@ std::optional<std::uint32_t> read_register(const Function &function,
     return value;
 }
 
-// The modules' programming reads the two registers one by one as well: a capability may be cut off
-// between them, by the end of the dump or of the conventional 256 bytes, where it belongs.
+// The two registers are read one by one, as modules read them: a capability may be cut off between
+// them by the end of the dump or of the first 256 bytes.
 std::optional<PayloadState> read_payload(const Function &function) {
     const auto read = [&](unsigned offset, unsigned width) {
         const auto base = function.cap(CAPID_PCIE);

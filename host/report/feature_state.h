@@ -1,4 +1,4 @@
-// What one function's features are set to: payload size and ECRC, read from its registers.
+// The state of one function's features, payload size and ECRC, read from its registers.
 #pragma once
 
 #include <optional>
@@ -7,7 +7,7 @@
 
 namespace host {
 
-// Bytes. A reserved code n is shown as what it would be, 128 << n. Empty: cannot be read.
+// Sizes in bytes; a reserved code n is shown as 128 << n. Nullopt: cannot be read.
 struct PayloadState {
     std::optional<unsigned> supported;     // Device Capabilities
     std::optional<unsigned> current;       // Device Control
@@ -42,7 +42,8 @@ struct FeatureState {
     bool operator==(const FeatureState &) const = default;
 };
 
-// Registers that cannot be read count as absent. The machine must be the one that is served.
+// Reads the state; a register that cannot be read counts as absent. The machine must be the one
+// that is served.
 FeatureState read_feature_state(const Machine &machine, const Function &function);
 
 }  // namespace host

@@ -10,7 +10,7 @@
 namespace host {
 namespace {
 
-// Where each function stands in the report, by routing ID.
+// The index of each function in the report, by routing ID.
 using Positions = std::vector<std::size_t>;
 
 Positions positions_of(std::span<const Function *const> functions) {
@@ -28,7 +28,7 @@ std::optional<std::size_t> bridge_above(Machine &machine, const Function &functi
     return positions[above->bdf & BDF_ROUTING_ID];
 }
 
-// Behind the address, which is the first word.
+// Returns the text behind the address, which is the first word.
 std::string name_in_title(const std::string &title) {
     return std::string(
         trim(std::string_view(title).substr(std::min(title.find(' '), title.size()))));

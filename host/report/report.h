@@ -1,5 +1,5 @@
-// What the reports say, as plain data: every function with its place in the tree and its state
-// before the modules were loaded and at the end.
+// The content of the reports, as plain data: every function with its place in the tree and its
+// state before the modules were loaded and at the end.
 #pragma once
 
 #include <map>
@@ -20,24 +20,24 @@ struct Report {
     std::vector<HierarchyReport> hierarchies;  // ascending by root port
     std::vector<Finding> found;                // before the modules were loaded
     std::vector<Finding> findings;             // at the end
-    // Hierarchies that are not written, by root port, with the reason for people.
+    // Hierarchies that are not written, by root port, with the reason as users read it.
     std::map<RoutingId, std::string> left_alone;
     std::vector<ModuleResult> modules;
     LogCounts messages;
 };
 
-// Describes the machine that is served and its state before anything has happened. `domain` is the
-// one that its functions belong to.
+// Describes the machine that is served and its state before anything has happened. Its functions
+// belong to `domain`.
 Report begin_report(Machine &machine, unsigned domain);
 
-// Brings the functions up to date. One that has come meanwhile has no state before: what it came
-// with counts as that.
+// Updates the functions. For a function that has come meanwhile, the state that it came with is the
+// state before.
 void refresh_report(Report &report, Machine &machine, unsigned domain);
 
-// Reads the state that the functions have now.
+// Reads the present state of the functions.
 void read_states(Report &report, const Machine &machine);
 
-// Among some functions, those whose settings are no longer what the report's `after` has.
+// The number of functions whose settings differ from the report's `after`.
 struct ChangeCounts {
     std::size_t ecrc = 0;
     std::size_t mps = 0;

@@ -1,4 +1,4 @@
-// The report as a picture: the hierarchies as a graph for Graphviz.
+// Draws the report: the hierarchies as a graph for Graphviz.
 #pragma once
 
 #include <iosfwd>

@@ -11,7 +11,7 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-// The value, or null.
+// Returns the value, or null.
 template <typename Value>
 Json value_or_null(const std::optional<Value> &value) {
     return value ? Json(*value) : Json(nullptr);
@@ -113,8 +113,8 @@ Json report_json(const Report &report) {
               {"debug", report.messages.debug}}}};
 }
 
-// Only ASCII, so that no terminal obeys what names hold. File names may be no UTF-8: such bytes are
-// replaced, not an error.
+// Only ASCII is written, so that no terminal obeys what names hold. Bytes of file names that are no
+// UTF-8 are replaced instead of being an error.
 std::string text_of(const Json &json, int indent) {
     return json.dump(indent, ' ', true, Json::error_handler_t::replace);
 }

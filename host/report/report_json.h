@@ -1,4 +1,4 @@
-// The report for programs: one JSON object.
+// Writes the report for programs: one JSON object.
 #pragma once
 
 #include <iosfwd>
@@ -13,7 +13,7 @@ namespace host {
 // been removed. hoplar(8) describes the fields.
 void write_json(std::ostream &out, const Report &report);
 
-// The same as one line, without its end.
+// Returns the same as one line, without its end.
 std::string json_line(const Report &report);
 
 }  // namespace host

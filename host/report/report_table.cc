@@ -54,8 +54,8 @@ std::string name_cell(const FunctionReport &row) {
     return whose + (row.managed ? "" : "(not managed) ") + safe_text(row.name);
 }
 
-// The functions depth first, with the branches that lead to each, under their hierarchies'
-// headings.
+// Lists the functions depth first, with the branches that lead to each, below the headings of their
+// hierarchies.
 class Tree {
 public:
     explicit Tree(const Report &report)
@@ -77,7 +77,7 @@ public:
 private:
     std::size_t roots() const { return report_.functions.size(); }
 
-    // `branch` leads to the function itself, `trunk` stands in front of all that is below it.
+    // `branch` leads to the function itself; `trunk` precedes everything below it.
     void add(std::size_t index, const std::string &branch, const std::string &trunk) {
         const FunctionReport &row = report_.functions[index];
         if (!headings_[index].empty())

@@ -1,4 +1,4 @@
-// The report for people: one line a function, in tree form.
+// Writes the report for users: one line for each function, in tree form.
 #pragma once
 
 #include <cstddef>
@@ -13,12 +13,12 @@ struct TableStyle {
     std::size_t width = 0;  // columns of the terminal, which cut the names; 0: whole names
 };
 
-// What suits standard output: a terminal's width, and emphasis unless NO_COLOR is set.
+// Returns the style for standard output: a terminal's width, and emphasis unless NO_COLOR is set.
 TableStyle standard_output_style();
 
-// Columns: "*" for a changed function, address with the buses behind a bridge in brackets, port
-// type, payload size as "before→after (supported)", ECRC generation and checking, name. The last
-// line sums up.
+// Writes the columns: "*" for a changed function, address with the buses behind a bridge in
+// brackets, port type, payload size as "before→after (supported)", ECRC generation and checking,
+// name. The last line sums up.
 void write_table(std::ostream &out, const Report &report, TableStyle style);
 
 }  // namespace host

@@ -1,4 +1,4 @@
-// The words that the reports for people have in common, in UTF-8.
+// The texts that the reports for users have in common, in UTF-8.
 #pragma once
 
 #include <string>
@@ -7,34 +7,35 @@
 
 namespace host {
 
-// Where there is no such register, or it cannot be read.
+// Stands for a register that is absent or cannot be read.
 constexpr const char *NOTHING_TEXT = "-";
 
-// "root port", "endpoint", "virtual function", "no answer", ...
+// Returns "root port", "endpoint", "virtual function", "no answer", ...
 const char *type_text(const Function &function);
 
-// "removed" by an event, or "no answer" of a function that was there and is not; empty of others.
+// Returns "removed" for a function that an event removed, "no answer" for one that was there and
+// does not answer; empty for others.
 std::string gone_text(const FunctionReport &row);
 
-// "256"
+// Returns "256".
 std::string size_text(std::optional<unsigned> size);
 
-// What a function is set to, with an arrow where that has changed: "128→256", "off→on", and
+// Return a function's setting, with an arrow where it has changed: "128→256", "off→on", and
 // "128⇒256" where the host has set it.
 std::string payload_text(const FunctionReport &row);
 std::string ecrc_text(const FunctionReport &row, EcrcControl EcrcState::*control);
 
-// What rules the payload size of a root port and of all that is below it: "limited to 256 by
-// 07:00.0", and why it is left alone if it is.
+// Returns what limits the payload size of a hierarchy, "limited to 256 by 07:00.0", and why it is
+// left alone if it is.
 std::string limit_text(const Report &report, const HierarchyReport &hierarchy);
 
-// Why a hierarchy is not written: "traffic on 02:00.0 (nvme)"; empty for others.
+// Returns why a hierarchy is not written, "traffic on 02:00.0 (nvme)"; empty for others.
 std::string left_alone_text(const Report &report, const HierarchyReport &hierarchy);
 
-// "ECRC on 1 function, the payload size on 0 functions"
+// Returns "ECRC on 1 function, the payload size on 0 functions".
 std::string changes_text(ChangeCounts counts);
 
-// "47 functions, 34 changed", and how many are special in other ways.
+// Returns "47 functions, 34 changed", and how many are special in other ways.
 std::string summary_text(const Report &report);
 
 }  // namespace host

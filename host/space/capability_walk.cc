@@ -8,11 +8,11 @@ namespace host {
 
 namespace {
 
-// The low two bits of a pointer are reserved; hardware and software pass over them.
+// The low two bits of a pointer are reserved and ignored.
 constexpr unsigned POINTER_BITS = 0xFC;
 constexpr unsigned EXT_POINTER_BITS = 0xFFC;
 
-// First pointer of the conventional list; 0 for a function without one.
+// Returns the first pointer of the list; 0 for a function without one.
 unsigned list_start(const ReadDword &read) {
     const auto status = read_word(read, pci::STATUS);
     const auto type = read_word(read, pci::HEADER_TYPE);
@@ -43,7 +43,7 @@ std::vector<CapPosition> walk_capabilities(const ReadDword &read) {
         if (!header)
             break;
         const auto id = static_cast<std::uint16_t>(pci::get(*header, pci::CAP_HEADER_ID));
-        if (id == 0xFF)  // nothing answers here
+        if (id == 0xFF)  // all ones: no function answers here
             break;
         found.push_back({id, static_cast<std::uint16_t>(offset)});
         offset = pci::get(*header, pci::CAP_HEADER_NEXT_POINTER) & POINTER_BITS;

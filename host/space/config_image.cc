@@ -27,14 +27,15 @@ struct WriteMasks {
     std::uint32_t w1c = 0;
 };
 
-// A register's mask as an access at `offset` sees it, which may begin before or inside it.
+// Shifts a register's mask to the bits of an access at `offset`, which may begin before or inside
+// the register.
 std::uint32_t moved(std::uint32_t mask, unsigned register_offset, unsigned offset) {
     if (register_offset >= offset)
         return mask << 8 * (register_offset - offset);
     return mask >> 8 * (offset - register_offset);
 }
 
-// What the rules say of the bytes of one access; bits above its width mean nothing.
+// Returns the masks of the bytes of one access; bits above its width have no meaning.
 WriteMasks masks_of(const std::vector<RegisterRule> &rules, unsigned offset, unsigned width) {
     const auto ends_before = [](const RegisterRule &rule, unsigned first) {
         return rule.offset + 4u <= first;

@@ -1,6 +1,5 @@
-// Configuration space of a whole machine in memory. Writes obey per-register masks as hardware
-// does: next = ((old & ~rw) | (in & rw)) & ~(in & w1c), byte by byte; what no rule names is read
-// only.
+// The configuration space of a whole machine in memory. Writes obey masks per register as hardware
+// does: next = ((old & ~rw) | (in & rw)) & ~(in & w1c). Bytes without a rule are read only.
 #pragma once
 
 #include <functional>
@@ -12,7 +11,7 @@
 
 namespace host {
 
-// One access, as a filter sees it: before it happens, and free to change its outcome.
+// An access as a filter sees it, before it happens; the filter may change its outcome.
 struct ImageAccess {
     RoutingId id;
     unsigned offset;
@@ -21,18 +20,18 @@ struct ImageAccess {
     std::uint32_t value;  // write: the value to be written; read: the value about to be returned
 };
 
-// Called under the image's lock for every access to bytes that are there of a present function, and
-// must not use the image itself. Returns 0 to let the access
-// go on with `value` as the filter left it, or the error code that the access ends with.
+// Called under the image's lock for every access to a present function's bytes, so it must not use
+// the image itself. Returns 0 to let the access go on with `value` as the filter left it, or the
+// error code that the access ends with.
 using AccessFilter = std::function<pci_err_t(ImageAccess &)>;
 
 class ConfigImage : public ConfigSpace {
 public:
     ConfigImage();
 
-    // Adds a function with its bytes (64, 256 or 4096; shorter is allowed), whose writable
-    // registers are found from its own header and capabilities. Throws std::invalid_argument for a
-    // routing ID that is there already and for more than 4096 bytes.
+    // Adds a function with its bytes (64, 256 or 4096; shorter is allowed). Its writable registers
+    // are derived from its own header and capabilities. Throws std::invalid_argument for a routing
+    // ID that is already taken and for more than 4096 bytes.
     void add(RoutingId id, std::string title, std::vector<std::uint8_t> bytes);
 
     std::vector<RoutingId> functions() const override;
@@ -40,19 +39,20 @@ public:
     pci_err_t read(RoutingId id, unsigned offset, unsigned width, std::uint32_t &value) override;
     pci_err_t write(RoutingId id, unsigned offset, unsigned width, std::uint32_t value) override;
 
-    // Of a function that was never added, what follows tells nothing and changes nothing.
+    // For a function that was never added, the functions below return nothing and change nothing.
     //
-    // A function that is not present answers nothing (PCI_ERR_NO_DEVICE) and keeps its bytes.
+    // A function that is not present fails every access with PCI_ERR_NO_DEVICE and keeps its bytes.
     void set_present(RoutingId id, bool present);
     bool present(RoutingId id) const;
 
     // Returns the function's modelled registers to their reset values, as after power-on.
     void reset(RoutingId id);
 
-    // The bytes as they stand now, for the dump writer.
+    // Returns the bytes as they are now, for the dump writer.
     std::vector<std::uint8_t> bytes(RoutingId id) const;
 
-    // The one way to observe accesses and to inject faults; an empty function removes it.
+    // Sets the one filter, which observes accesses and injects faults; an empty function removes
+    // it.
     void set_filter(AccessFilter filter);
 
 private:
@@ -63,7 +63,7 @@ private:
         bool present = true;
     };
 
-    // Both called with the lock held.
+    // The caller holds the lock.
     Entry *find(RoutingId id) const;
     pci_err_t check(const Entry *entry, unsigned offset, unsigned width) const;
 

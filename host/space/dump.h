@@ -1,5 +1,5 @@
-// lspci's dump text (-x, -xxx, -xxxx): a title line a function, hex lines below it, a blank line
-// between functions.
+// lspci's dump text (-x, -xxx, -xxxx): for each function a title line with hex lines below it, and
+// a blank line between functions.
 #pragma once
 
 #include <filesystem>
@@ -14,7 +14,7 @@ namespace host {
 
 class OutputFile;
 
-// `what()` is "FILE:LINE: reason" with the text that is wrong, or "FILE: reason".
+// what() is "FILE:LINE: reason" with the text that is wrong, or "FILE: reason".
 class DumpError : public std::runtime_error {
     using std::runtime_error::runtime_error;
 };
@@ -28,7 +28,7 @@ struct Dump {
                                     // points to a capability list (lspci -x)
 };
 
-// Reads the functions of `domain`, from lines of up to 4096 bytes and 4 GiB altogether. Throws
+// Read the functions of `domain`, from lines of up to 4096 bytes and 4 GiB altogether. Throw
 // DumpError.
 Dump read_dump(const std::filesystem::path &file, unsigned domain);
 Dump read_dump(std::istream &stream, const std::string &name, unsigned domain);

@@ -1,8 +1,9 @@
-// Line by line: a title begins a function, a blank line ends it, lines that begin with a
-// hexadecimal offset and ": " carry its bytes. Everything else is what lspci -v prints in between.
+// A title line begins a function, a blank line ends it, and lines that begin with a hexadecimal
+// offset and ": " carry its bytes. All other lines are what lspci -v prints in between.
 //
-// lspci writes whole lines of 16 bytes and leaves none out. Anything else has been cut or edited,
-// and is refused: a function with bytes in the wrong place would be programmed in the wrong place.
+// lspci writes whole lines of 16 bytes and leaves none out. A dump that differs has been cut or
+// edited and is refused, because a function with bytes in the wrong place would be programmed in
+// the wrong place.
 #include <algorithm>
 #include <array>
 #include <cerrno>
@@ -36,7 +37,7 @@ std::size_t count_hex(std::string_view text) {
                                     text.begin());
 }
 
-// Up to 8 hexadecimal digits.
+// Reads up to 8 hexadecimal digits.
 unsigned hex_value(std::string_view digits) {
     unsigned value = 0;
     for (const char c : digits)
@@ -54,7 +55,7 @@ struct Title {
     RoutingId id() const { return pci::routing_id_of(pci::plain_bdf(bus, device, function)); }
 };
 
-// "[dddd:]bb:dd.f" and then a blank or nothing. The numbers may be too large for an address.
+// Reads "[dddd:]bb:dd.f" and then a blank or nothing. The numbers may be too large for an address.
 std::optional<Title> parse_title(std::string_view line) {
     Title title;
     const std::size_t digits = count_hex(line);
@@ -119,8 +120,8 @@ public:
     }
 
 private:
-    // Without a limit, what is no text (/dev/zero) would be one line that takes all memory, and
-    // what has no end would be read for ever.
+    // Both limits bound the memory and the time that an input without line ends (/dev/zero) or
+    // without an end would take.
     bool next_line(std::istream &stream, std::string &line) {
         line.resize(LONGEST_LINE + 1);
         stream.getline(line.data(), static_cast<std::streamsize>(line.size()));

@@ -18,7 +18,7 @@ char lower_case(char c) {
     return static_cast<char>(c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c);
 }
 
-// The title as it was read; one that does not begin with the function's address gets it.
+// Writes the title as it was read; a title that does not begin with the function's address gets it.
 void append_title(std::string &text, const std::string &title, RoutingId id) {
     const std::string address = bdf_text(id);
     std::string first_word = title.substr(0, title.find(' '));
@@ -46,7 +46,7 @@ void append_function(std::string &text, const ConfigImage &image, RoutingId id) 
 }
 
 void write_functions(const Sink &sink, const ConfigImage &image) {
-    constexpr std::size_t ENOUGH = 1 << 20;  // for one write
+    constexpr std::size_t ENOUGH = 1 << 20;  // bytes for one write
     std::string text;
     for (const RoutingId id : image.functions()) {
         append_function(text, image, id);

@@ -1,5 +1,5 @@
-// libpci ends the process through its error callback when it cannot go on. Here that callback jumps
-// back to where the library was entered; only C frames lie between.
+// libpci's error callback must not return, and by default ends the process. Here it jumps back to
+// the call into the library; only C frames lie between.
 #include "host/space/libpci.h"
 
 #include <array>
@@ -18,11 +18,11 @@ extern "C" {
 namespace host {
 namespace {
 
-// Where the error callback goes back to, and why. Under the library's lock.
+// The place where the error callback jumps to, and its reason. Guarded by the library's lock.
 std::jmp_buf *way_out = nullptr;
 std::array<char, 256> reason;
 
-// As libpci declares it: the standard's [[noreturn]] is no part of the type.
+// libpci declares the callback with GCC's attribute, and C++'s [[noreturn]] is no part of the type.
 __attribute__((noreturn, format(printf, 1, 2))) void give_up(char *format, ...) {
     va_list args;
     va_start(args, format);
@@ -31,10 +31,11 @@ __attribute__((noreturn, format(printf, 1, 2))) void give_up(char *format, ...) 
     std::longjmp(*way_out, 1);  // NOLINT(cert-err52-cpp): an exception cannot pass C frames
 }
 
-// What it warns of comes back as the result of the access as well.
+// Warnings are dropped, because the result of the access tells the same.
 [[gnu::format(printf, 1, 2)]] void ignore(char *, ...) {}
 
-// Runs calls of the library; false when it gave up. Nothing with a destructor may live in `calls`.
+// Runs calls of the library; returns false when it gave up. No object with a destructor may live in
+// `calls`, because longjmp() would skip it.
 template <typename Calls>
 bool enter(Calls calls) {
     std::jmp_buf here;
@@ -62,7 +63,7 @@ Libpci::Libpci(const Sysfs &sysfs) : sysfs_(sysfs) {
     access_->warning = ignore;
     access_->debug = ignore;
     access_->method = PCI_ACCESS_SYS_BUS_PCI;
-    // Not `writeable`: then it would open for writing also what is only read.
+    // `writeable` stays 0: otherwise libpci would open files for writing that are only read.
     std::string parameter = "sysfs.path";
     std::string folder = sysfs.folder();
     if (!enter([&] {
@@ -113,8 +114,8 @@ std::string Libpci::device_name(unsigned vendor, unsigned device) {
                    static_cast<int>(device));
 }
 
-// libpci says that an access failed, and leaves the reason in errno; that something was cut short
-// is no error to the system.
+// libpci reports failure by its result and leaves the reason in errno; an access that is cut
+// short leaves errno 0.
 template <typename Call>
 int Libpci::access(RoutingId id, Call call) {
     const std::scoped_lock guard(lock_);
@@ -131,7 +132,7 @@ int Libpci::access(RoutingId id, Call call) {
     return errno != 0 ? errno : EIO;
 }
 
-// Without a device when there is no memory.
+// The result has no device when there is no memory.
 const Libpci::Opened &Libpci::find(RoutingId id) {
     Opened &opened = devices_[id];
     if (opened.device == nullptr) {
@@ -146,8 +147,8 @@ const Libpci::Opened &Libpci::find(RoutingId id) {
     return opened;
 }
 
-// Not in udev's database, which has the same names: where there is none, libpci 3.9 loses memory
-// with every look-up.
+// Looks only in pci.ids, not in udev's database with the same names: where that database is
+// missing, libpci 3.9 leaks memory with every look-up.
 std::string Libpci::look_up(int what, int first, int second) {
     const std::scoped_lock guard(lock_);
     std::array<char, 256> text{};

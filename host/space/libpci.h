@@ -1,4 +1,4 @@
-// Access to configuration space through libpci.
+// Accesses configuration space through libpci.
 #pragma once
 
 #include <cstdint>
@@ -14,8 +14,8 @@ struct pci_dev;
 
 namespace host {
 
-// Calls libpci, which knows no threads, one call at a time. What it keeps open of a function stays
-// open until forget().
+// Calls libpci one call at a time, because it is not thread-safe. What it opens for a function
+// stays open until forget().
 class Libpci {
 public:
     // `sysfs` must outlive it. Throws LiveError when libpci finds no configuration space.
@@ -24,17 +24,18 @@ public:
     Libpci(const Libpci &) = delete;
     Libpci &operator=(const Libpci &) = delete;
 
-    // Both: 0 or an errno, which is EIO for an access that was cut short, and ENODEV when
+    // Return 0 or an errno, which is EIO for an access that was cut short, and ENODEV when
     // is_another() is true. Nothing is opened for writing before the first write.
     int read(RoutingId id, unsigned offset, std::uint8_t *bytes, unsigned count);
     int write(RoutingId id, unsigned offset, std::uint8_t *bytes, unsigned count);
 
     void forget(RoutingId id);
 
-    // Whether the kernel has made the function anew since the first access to it, forget() aside.
+    // Returns true when the kernel has made the function anew since the first access after
+    // forget().
     bool is_another(RoutingId id);
 
-    // Names of the database, or numbers.
+    // Return names of the PCI ID database, or numbers.
     std::string class_name(unsigned class_code);
     std::string device_name(unsigned vendor, unsigned device);
 

@@ -1,4 +1,4 @@
-// The functions that the kernel has now, whatever was there before.
+// The functions that the kernel has now, whatever it had before.
 #pragma once
 
 #include <vector>
@@ -11,24 +11,25 @@ class LiveFunctions {
 public:
     virtual ~LiveFunctions() = default;
 
-    // Ascending.
+    // Returns them in ascending order.
     virtual std::vector<RoutingId> functions() const = 0;
 
     virtual bool has(RoutingId id) const = 0;
 
-    // Whether it is a virtual function of an SR-IOV device.
+    // Returns true for a virtual function of an SR-IOV device.
     virtual bool is_virtual(RoutingId id) const = 0;
 
-    // The bridges above a function, the nearest first, as the kernel knows them.
+    // Returns the bridges above a function, the nearest first, as the kernel knows them.
     virtual std::vector<RoutingId> bridges_above(RoutingId id) const = 0;
 
-    // Whether there is a function that answers.
+    // Returns true when the function exists and answers.
     virtual bool answers(RoutingId id) = 0;
 
-    // Whether the function is no longer the one that the first access since forget() went to.
+    // Returns true when another function is there than at the first access since forget(), or the
+    // kernel has made it anew.
     virtual bool is_another(RoutingId id) const = 0;
 
-    // Drops what is kept open for a function: another one may come to the same place.
+    // Drops what is kept open for a function, because another one may come to the same address.
     virtual void forget(RoutingId id) = 0;
 
 protected:

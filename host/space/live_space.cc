@@ -28,10 +28,11 @@ std::string failure_text(RoutingId id, const char *what, unsigned offset, int er
 
 }  // namespace
 
-// Part of a function's memory.
+// A mapped part of a function's memory.
 class LiveSpace::Mapping {
 public:
-    // The kernel maps whole pages. Without an address, `error()` has the reason.
+    // The kernel maps whole pages, so the mapping begins at a page boundary. Without an address,
+    // error() has the reason.
     Mapping(const std::filesystem::path &resource, std::size_t offset, std::size_t size) {
         const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
         const std::size_t into_page = offset % page;
@@ -95,7 +96,7 @@ std::vector<RoutingId> LiveSpace::functions() const {
     return sysfs_.functions();
 }
 
-// As lspci writes it.
+// Writes the title as lspci does.
 std::string LiveSpace::title(RoutingId id) const {
     std::string address = domain_ == 0 ? bdf_text(id) : kernel_address(domain_, id);
     std::array<std::uint8_t, pci::HEADER_SIZE> header{};
@@ -136,10 +137,10 @@ pci_err_t LiveSpace::write(RoutingId id, unsigned offset, unsigned width, std::u
     return error == 0 ? PCI_OK : failed(id, "write", offset, error);
 }
 
-// What is kept open of a function that has gone gives ENODEV, also when another one has come to its
-// place. What is opened while the function is away gives ENOENT, even if it is back when it is
-// looked for here. Spaces of functions end at 256 or 4096 bytes; asking beyond is no failure of the
-// machine. What fails once for some reason often fails everywhere: each reason is said once.
+// A stale descriptor gives ENODEV, even if another device took the address. A descriptor opened
+// while the function is away gives ENOENT, even if the function is back by now. Access beyond
+// config_size is the caller's error and is not counted. Each errno is logged once: one cause
+// usually hits every function.
 pci_err_t LiveSpace::failed(RoutingId id, const char *what, unsigned offset, int error) {
     if (error == ENODEV || error == ENOENT || !sysfs_.has(id))
         return PCI_ERR_NO_DEVICE;
@@ -156,8 +157,8 @@ bool LiveSpace::is_new(const char *what, int error) {
     return said_.emplace(what, error).second;
 }
 
-// An errno of 0 stands for a function that does not decode memory accesses. The kernel keeps memory
-// that a driver has claimed to that driver: mapping it is an invalid argument then.
+// An errno of 0 stands for a function with Memory Space Enable clear. The kernel reserves memory
+// that a driver has claimed, and mapping it gives EINVAL.
 volatile void *LiveSpace::no_memory(RoutingId id, unsigned bar, int error) {
     if (!is_new("memory", error))
         return nullptr;
@@ -171,7 +172,7 @@ volatile void *LiveSpace::no_memory(RoutingId id, unsigned bar, int error) {
 volatile void *LiveSpace::memory(RoutingId id, unsigned bar, std::size_t offset, std::size_t size) {
     std::uint32_t command = 0;
     if (read(id, pci::COMMAND, 2, command) != PCI_OK)
-        return nullptr;  // has been said
+        return nullptr;  // read() has logged it
     if (!(command & pci::COMMAND_MEMORY_SPACE))
         return no_memory(id, bar, 0);
     const std::filesystem::path resource = sysfs_.file(id, "resource" + std::to_string(bar));

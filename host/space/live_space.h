@@ -1,4 +1,4 @@
-// Configuration space of the machine that this runs on, through libpci.
+// The configuration space of the machine that this process runs on, through libpci.
 #pragma once
 
 #include <atomic>
@@ -22,8 +22,9 @@ class Libpci;
 
 class LiveSpace final : public ConfigSpace, public LiveFunctions {
 public:
-    // Functions of one domain. Opens nothing for writing before the first write. Throws LiveError
-    // without root, when the operating system gives headers alone, and on a machine without PCI.
+    // Serves the functions of one domain. Opens nothing for writing before the first write. Throws
+    // LiveError without root, when the operating system shows headers alone, and on a machine
+    // without PCI.
     explicit LiveSpace(unsigned domain, const std::filesystem::path &folder = PCI_BUS);
     ~LiveSpace() override;
     LiveSpace(const LiveSpace &) = delete;
@@ -31,14 +32,14 @@ public:
 
     std::vector<RoutingId> functions() const override;
     std::string title(RoutingId id) const override;
-    // PCI_ERR_NO_DEVICE for a function that has gone, PCI_ERR_IO for any other failure of the
-    // operating system, whose reason is said in an error the first time.
+    // PCI_ERR_NO_DEVICE for a function that is gone, PCI_ERR_IO for any other failure of the
+    // operating system; each reason is logged as an error once.
     pci_err_t read(RoutingId id, unsigned offset, unsigned width, std::uint32_t &value) override;
     pci_err_t write(RoutingId id, unsigned offset, unsigned width, std::uint32_t value) override;
 
     bool has_memory() const override { return true; }
-    // Valid until forget(). Null also while the function does not decode memory accesses. Each
-    // reason is said in an error the first time.
+    // Valid until forget(). Null also while Command, Memory Space Enable, is clear. Each reason is
+    // logged as an error once.
     volatile void *memory(RoutingId id, unsigned bar, std::size_t offset,
                           std::size_t size) override;
 
@@ -49,10 +50,11 @@ public:
     bool is_another(RoutingId id) const override;
     void forget(RoutingId id) override;
 
-    // All that can be read now: of a function that does not give more, the header.
+    // Copies all configuration space that can be read now; of a function that does not give more,
+    // the header.
     std::unique_ptr<ConfigImage> snapshot() const;
 
-    // Accesses that ended with PCI_ERR_IO so far.
+    // Returns how many accesses ended with PCI_ERR_IO so far.
     std::uint64_t failures() const;
 
     const Sysfs &sysfs() const;
@@ -70,7 +72,7 @@ private:
     std::unique_ptr<Libpci> libpci_;
     std::atomic<std::uint64_t> failures_ = 0;
     std::mutex said_lock_;
-    // What was tried, and the errno: those whose first failure has been reported.
+    // The failures that have been reported: what was tried, and the errno.
     std::set<std::pair<std::string, int>> said_;
     std::mutex mappings_lock_;
     std::multimap<RoutingId, std::unique_ptr<Mapping>> mappings_;

@@ -14,7 +14,7 @@ void warn_about_other_domains(const std::string &source, std::size_t count, unsi
                     domain_text(domain) + " is served (choose with --domain)");
 }
 
-// What a dump lacks is said in warnings.
+// Warns of what a dump lacks.
 void warn_about_dump(const std::string &name, const Dump &dump) {
     warn_about_other_domains(name, dump.other_domains, dump.domain);
     if (dump.header_only != 0)

@@ -1,4 +1,4 @@
-// Where a machine comes from: a dump, a snapshot of this machine, or this machine itself.
+// Opens the source of a machine: a dump, a snapshot of this machine, or this machine itself.
 #pragma once
 
 #include <filesystem>
@@ -13,14 +13,15 @@
 
 namespace host {
 
-// What stands for standard input in the place of a file; a file of that name is "./-".
+// Stands for standard input in place of a file; a file of that name is "./-".
 constexpr const char *STANDARD_INPUT = "-";
 
 struct SourceOptions {
-    std::optional<std::filesystem::path> dump;  // or STANDARD_INPUT; none: this machine
-    bool write = false;                         // to this machine; else to a snapshot of it
+    std::optional<std::filesystem::path> dump;  // or STANDARD_INPUT; nullopt: this machine
+    bool write = false;                         // write to this machine, otherwise to a snapshot of
+                                                // it
     unsigned domain = 0;
-    std::filesystem::path sysfs = PCI_BUS;  // what the kernel shows of this machine
+    std::filesystem::path sysfs = PCI_BUS;  // the kernel's files about this machine
 };
 
 struct MachineSource {
@@ -31,19 +32,20 @@ struct MachineSource {
     bool is_written() const { return image == nullptr; }
     ConfigSpace &space() const;
 
-    // Configuration space as it is now, as a dump. Throws DumpError.
+    // Writes configuration space as it is now as a dump. Throws DumpError.
     void write_dump_to(OutputFile &file) const;
 };
 
-// Reads `in` where the options say so. What a dump lacks, or what is left out, is said in warnings.
-// Throws DumpError, LiveError.
+// Opens the source; reads a dump from `in` where the options say so. Logs as warnings what a dump
+// lacks and what is left out. Throws DumpError, LiveError.
 MachineSource open_source(const SourceOptions &options, std::istream &in);
 
-// "12 accesses to configuration space failed": of live hardware, so far. Empty when none did.
+// Returns "12 accesses to configuration space failed", for live hardware so far; empty when none
+// did.
 std::string failures_text(const MachineSource &source);
 
-// Says so in an error; false when any has failed. Each has been handled, and need not have made
-// anything else fail: the exit status tells of them all.
+// Logs that text as an error; returns false when any access has failed. Each failure has been
+// handled and need not show elsewhere, so the exit status tells of them all.
 bool report_failures(const MachineSource &source);
 
 }  // namespace host

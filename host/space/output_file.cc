@@ -15,11 +15,12 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr mode_t PERMISSIONS = 0777;  // a set-user-ID bit was for the former owner
+constexpr mode_t PERMISSIONS = 0777;  // a set-user-ID bit was meant for the former owner
 constexpr mode_t NEW_FILE = 0666;
 constexpr mode_t PRIVATE_FILE = 0600;
 
-// The rule of the kernel's fs.protected_symlinks, fs.protected_regular and fs.protected_fifos.
+// Applies the rule of the kernel's fs.protected_symlinks, fs.protected_regular and
+// fs.protected_fifos.
 void refuse_planted(const Step &step) {
     const struct stat &folder = step.folder_status;
     const bool is_shared = (folder.st_mode & S_ISVTX) && (folder.st_mode & (S_IWOTH | S_IWGRP));
@@ -30,8 +31,8 @@ void refuse_planted(const Step &step) {
         throw DumpError(step.name + " belongs to another user, in a folder that others write to");
 }
 
-// No signal ends the process while a file has a name that is not its own. (A thread that a module
-// started may still take one.)
+// Signals are blocked so that none ends the process while a file has a temporary name. Limit: a
+// thread that a module started may still take one.
 class SignalsBlocked {
 public:
     SignalsBlocked() {
@@ -57,7 +58,7 @@ std::string unforeseeable_name() {
     return ".hoplar." + std::to_string(source()) + '.' + std::to_string(source()) + ".tmp";
 }
 
-// A name that nobody can foresee, given back unless its file is moved to another one.
+// A name that others cannot predict, removed unless its file is renamed.
 class TemporaryName {
 public:
     explicit TemporaryName(const Place &place) : place_(place) {}
@@ -100,7 +101,7 @@ bool is_open_as(int descriptor, const Place &place) {
     return fstat(descriptor, &status) == 0 && is_same_file(status, place.status);
 }
 
-// A copy of the descriptor that this process has the file open as; empty if there is none.
+// Returns a copy of the descriptor that this process has the file open as; empty if there is none.
 Descriptor copy_of_open(const Place &place) {
     const auto copy = [&](int descriptor) {
         return Descriptor(is_open_as(descriptor, place) ? fcntl(descriptor, F_DUPFD_CLOEXEC, 0)
@@ -133,7 +134,8 @@ OutputFile::OutputFile(const fs::path &file) : asked_for_(file) {
         throw DumpError(file.string() + ": is a directory");
     if (place_.file)
         open_ = copy_of_open(place_);
-    // The folder alone decides whether a file can be replaced; that is no leave to do so.
+    // The folder's permissions alone decide whether a file can be replaced, but a file that the
+    // user may not write must not be replaced either.
     if (place_.file && !open_ &&
         faccessat(AT_FDCWD, descriptor_path(place_.file).c_str(), W_OK, AT_EACCESS) != 0)
         fail(errno);
@@ -167,14 +169,15 @@ void OutputFile::open_unnamed() {
         openat(place_.folder.number(), ".", O_TMPFILE | O_WRONLY | O_CLOEXEC, first_mode(place_)));
     if (unnamed_)
         return prepare(unnamed_);
-    // A file with a name is created when it is written: until then nothing may be left behind.
+    // The file with a name is created when it is written, so that nothing is left behind until
+    // then; here it is only tried.
     if (errno != EOPNOTSUPP && errno != EISDIR && errno != EINVAL)
         fail(errno);
     if (!TemporaryName(place_).create(first_mode(place_)))
         fail(errno);
 }
 
-// The owner and group of the file that it replaces.
+// Gives the new file the owner and group of the file that it replaces.
 void OutputFile::prepare(const Descriptor &file) const {
     struct stat status {};
     if (!file || fstat(file.number(), &status) != 0)
@@ -185,8 +188,8 @@ void OutputFile::prepare(const Descriptor &file) const {
         fail(errno, "its owner and group cannot be kept: ");
 }
 
-// What replaces a file is for nobody else to read until it is complete. A file system that has no
-// permissions gives away none.
+// The new file is private until it is complete, then gets the permissions of the old one. EPERM
+// comes from file systems without permissions, which is no fault.
 void OutputFile::fill(const Descriptor &file,
                       const std::function<void(const Sink &)> &content) const {
     pour(file, content);
@@ -212,7 +215,8 @@ void OutputFile::pour(const Descriptor &file,
     });
 }
 
-// A name that is taken can only be replaced by another name.
+// linkat() cannot replace a name that is taken, so the file is linked under a temporary name and
+// renamed.
 void OutputFile::name_unnamed() const {
     if (!place_.file && link_file(unnamed_, place_.folder, place_.name))
         return;

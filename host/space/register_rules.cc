@@ -1,9 +1,9 @@
-// A register without a rule here keeps its value whatever is written: bus numbers and ARI
-// forwarding among them, which belong to the server and outlive every reset.
+// A register without a rule here keeps its value whatever is written. Bus numbers and ARI
+// Forwarding Enable are among these: they belong to the server and outlive every reset.
 //
-// Every reset counts as power-on, the worst case: all that a rule names gets its default, sticky
-// bits such as the ECRC enables too. Device Control has the defaults of the PCI Express standard,
-// also where a function may have a field fixed at zero: a dump does not tell.
+// Every reset counts as power-on, the worst case: all fields with a rule get their default, sticky
+// ones such as the ECRC enables too. Device Control gets the defaults of the PCI Express standard,
+// even where a function may have a field fixed at zero, because a dump does not tell.
 #include "host/space/register_rules.h"
 
 #include <algorithm>
@@ -82,11 +82,11 @@ private:
     struct Bits {
         std::uint32_t rw = 0;
         std::uint32_t w1c = 0;
-        std::uint32_t kept = 0;      // what a reset leaves alone
-        std::uint32_t defaults = 0;  // what it sets; it clears the rest
+        std::uint32_t kept = 0;      // bits that a reset leaves alone
+        std::uint32_t defaults = 0;  // bits that a reset sets; it clears the others
     };
 
-    // `start` is that of the register's capability, 0 for a register of the header.
+    // `start` is the capability's offset, or 0 for a register of the header.
     template <typename Register>
     void add(unsigned start, Register which, Bits bits) {
         const unsigned offset = start + which;
@@ -101,7 +101,8 @@ private:
                           .reset_value = bits.defaults});
     }
 
-    // Of a capability in the conventional 256 bytes: what is behind them belongs to others.
+    // The capability must lie in the first 256 bytes, because the bytes behind belong to extended
+    // capabilities.
     template <typename Register>
     void add_conventional(unsigned start, Register which, Bits bits) {
         if (start + which + pci::width_of(which) <= pci::CONFIG_SIZE)
@@ -163,7 +164,7 @@ private:
     void add_pcie() {
         if (!pcie_)
             return;
-        // Any payload size code sticks, as it does in hardware that does not check it.
+        // Any value of Max_Payload_Size sticks, as it does in hardware that does not check it.
         std::uint32_t control = DEVCTL_EVERY;
         if (word(*pcie_ + pci::DEVCAP) & pci::DEVCAP_EXT_TAG)
             control |= pci::DEVCTL_EXT_TAG;
@@ -180,7 +181,7 @@ private:
         std::uint32_t bits = LINKCTL_EVERY;
         if (pci::is_above_link(port_type_))
             bits |= pci::LINKCTL_LINK_DISABLE;
-        // The Read Completion Boundary (RCB) of a root port is its own, and no setting.
+        // Read Completion Boundary (RCB) is read only in a root port, so a reset keeps it.
         const bool is_root_port = port_type_ == PORT_TYPE_ROOT_PORT;
         add_conventional(*pcie_, pci::LINKCTL,
                          {.rw = bits, .kept = is_root_port ? pci::LINKCTL_RCB : 0U});
@@ -199,7 +200,7 @@ private:
         add(*cap, pci::AER_CONTROL, {.rw = bits});
     }
 
-    // 0 where there are no bytes; add() then finds that the register is not there.
+    // Returns 0 where there are no bytes; add() then finds that the register is not there.
     std::uint16_t word(unsigned offset) const { return read_word(read_, offset).value_or(0); }
 
     std::optional<std::uint32_t> dword(unsigned offset) const {

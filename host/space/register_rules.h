@@ -1,4 +1,4 @@
-// Which bits of a function's registers can be written, found from its own header and capabilities.
+// Derives the writable bits of a function's registers from its own header and capabilities.
 #pragma once
 
 #include <cstdint>
@@ -17,8 +17,8 @@ struct RegisterRule {
     std::uint32_t reset_value;
 };
 
-// The rules of the function with these bytes, ascending by offset. Registers that are not wholly
-// among the bytes have none.
+// Returns the rules of the function with these bytes, ascending by offset. A register that is not
+// wholly among the bytes has none.
 std::vector<RegisterRule> register_rules(std::span<const std::uint8_t> bytes);
 
 }  // namespace host

@@ -18,7 +18,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// One write, as the kernel wants it. 0 or an errno.
+// Writes in one write(), as the kernel requires. Returns 0 or an errno.
 int write_file(const fs::path &file, const std::string &text) {
     const int fd = open(file.c_str(), O_WRONLY | O_CLOEXEC);
     if (fd < 0)
@@ -36,7 +36,7 @@ std::string read_line(const fs::path &file) {
     return line;
 }
 
-// "0x8086"; 0 for anything else.
+// Reads "0x8086"; returns 0 for any other text.
 std::uint16_t read_number(const fs::path &file) {
     return static_cast<std::uint16_t>(std::strtoul(read_line(file).c_str(), nullptr, 16));
 }
@@ -90,14 +90,14 @@ bool Sysfs::has(RoutingId id) const {
     return fs::exists(directory(id), none);
 }
 
-// The kernel counts inode numbers up.
+// The kernel gives each new entry another inode number, so the inode tells entries apart.
 std::uint64_t Sysfs::identity(RoutingId id) const {
     struct stat status {};
     return stat(directory(id).c_str(), &status) == 0 ? status.st_ino : 0;
 }
 
-// The link leads to ".../pci0000:00/0000:00:02.0/0000:04:00.0". Above a whole domain there may be a
-// function of another one.
+// The link leads to ".../pci0000:00/0000:00:02.0/0000:04:00.0". Functions of other domains are left
+// out: a whole domain may lie below a function of another one.
 std::vector<RoutingId> Sysfs::bridges_above(RoutingId id) const {
     std::vector<RoutingId> above;
     std::error_code none;
@@ -142,7 +142,8 @@ int Sysfs::reset(RoutingId id, const std::string &method) const {
     if (const int error = write_file(file(id, "reset_method"), method))
         return error;
     const int error = write_file(file(id, "reset"), "1");
-    // A line also when there was none: without any text nothing would be written.
+    // A line end is written even when there were no methods, because an empty write would not reach
+    // the kernel.
     write_file(file(id, "reset_method"), former + '\n');
     return error;
 }

@@ -1,4 +1,4 @@
-// What the kernel's file tree tells about PCI functions, and the resets that it does.
+// Reads what the kernel's file tree tells about PCI functions, and resets functions through it.
 #pragma once
 
 #include <cstdint>
@@ -13,8 +13,8 @@ namespace host {
 
 constexpr const char *PCI_BUS = "/sys/bus/pci";
 
-// The functions of one domain below PCI_BUS, or below a folder that is made like it. What cannot be
-// read counts as not there.
+// The functions of one domain below PCI_BUS, or below a folder that is made like it. A file that
+// cannot be read counts as missing.
 class Sysfs {
 public:
     explicit Sysfs(unsigned domain, std::filesystem::path folder = PCI_BUS);
@@ -22,41 +22,43 @@ public:
     unsigned domain() const { return domain_; }
     const std::filesystem::path &folder() const { return folder_; }
 
-    // Ascending; empty on a machine without PCI.
+    // Returns them in ascending order; empty on a machine without PCI.
     std::vector<RoutingId> functions() const;
 
-    std::size_t other_domains() const;  // functions that this machine has in others
+    std::size_t other_domains() const;  // number of functions in other domains
 
     bool has(RoutingId id) const;
 
-    // Differs whenever the kernel has made the function anew; 0 when there is none.
+    // Returns a number that differs whenever the kernel has made the function anew; 0 when there is
+    // none.
     std::uint64_t identity(RoutingId id) const;
 
-    // The bridges above a function, the nearest first, as the kernel knows them.
+    // Returns the bridges above a function, the nearest first, as the kernel knows them.
     std::vector<RoutingId> bridges_above(RoutingId id) const;
 
-    // The name of the driver that is bound to a function; empty: none.
+    // Returns the name of the driver that is bound to a function; empty: none.
     std::string driver(RoutingId id) const;
 
-    // Whether it is a virtual function of an SR-IOV device.
+    // Returns true for a virtual function of an SR-IOV device.
     bool is_virtual(RoutingId id) const;
 
-    // What the kernel knows the function as: a virtual one's registers do not tell. 0 when there is
-    // none.
+    // Return the IDs that the kernel knows the function by, because a virtual function's own
+    // registers hold none. 0 when there is no such function.
     std::uint16_t vendor(RoutingId id) const;
     std::uint16_t device(RoutingId id) const;
 
-    // Bytes of its configuration space: 256 or 4096, 0 when there is no such function.
+    // Returns the bytes of its configuration space: 256 or 4096, 0 when there is no such function.
     std::size_t config_size(RoutingId id) const;
 
-    // Resets that the kernel has for the function, as it writes them: "flr pm bus". Empty: none.
+    // Returns the resets that the kernel has for the function, as it writes them: "flr pm bus".
+    // Empty: none.
     std::string reset_methods(RoutingId id) const;
 
-    // Resets by the kernel, with the method that is named: "flr", "bus". The function's former
-    // methods are set again. 0 or an errno.
+    // Lets the kernel reset the function with the given method, "flr" or "bus", then restores the
+    // function's former methods. Returns 0 or an errno.
     int reset(RoutingId id, const std::string &method) const;
 
-    // "/sys/bus/pci/devices/0000:04:00.0/NAME"
+    // Returns "/sys/bus/pci/devices/0000:04:00.0/NAME".
     std::filesystem::path file(RoutingId id, const std::string &name) const;
 
 private:
@@ -67,7 +69,7 @@ private:
     std::filesystem::path folder_;
 };
 
-// A function's address in the kernel's form "0000:04:00.0"; nothing for any other text.
+// A function's address in the kernel's form "0000:04:00.0"; nullopt for any other text.
 struct KernelAddress {
     unsigned domain;
     RoutingId id;

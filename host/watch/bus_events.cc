@@ -77,7 +77,8 @@ private:
     }
 
     std::uint32_t secondary_bus(const bridge_rec &bridge) const {
-        // 0 leaves it to the host's record, which has none either.
+        // A bridge without a bus gets 0, which makes hooks use the host's record: it has none
+        // either.
         return static_cast<std::uint32_t>(std::max(machine_.bridges().secondary_bus(bridge), 0));
     }
 
@@ -107,7 +108,7 @@ private:
         return bridge;
     }
 
-    // The standard has it for endpoints alone.
+    // The standard defines function-level reset for endpoints alone.
     static bool is_port(const Function &function) {
         return function.port_type && *function.port_type >= PORT_TYPE_ROOT_PORT &&
                *function.port_type <= PORT_TYPE_PCI_TO_PCIE;

@@ -1,9 +1,9 @@
-// The events file: what happens to the machine after start-up.
+// The events file describes what happens to the machine after start-up.
 //
 //   insert BDF [VALUE [STATUS]]    functions below the bridge come (back)
 //   remove BDF [VALUE [STATUS]]    functions below the bridge vanish
 //   flr BDF [STATUS]               function-level reset
-//   bus-reset BDF [STATUS]         reset of all below the bridge above the function
+//   bus-reset BDF [STATUS]         secondary bus reset of the function's upstream bridge
 //
 // "#" begins a comment. Functions are written as lspci writes them; VALUE and STATUS are decimal,
 // or hexadecimal with "0x". VALUE defaults to the bridge's secondary bus number, STATUS to 0.
@@ -22,13 +22,13 @@ enum class EventKind { INSERT, REMOVE, FLR, BUS_RESET };
 struct BusEvent {
     EventKind kind;
     bdf_t bdf;            // the function that is named, as it is enumerated
-    bridge_rec *bridge;   // below which things happen; null for a function-level reset
+    bridge_rec *bridge;   // the bridge above what changes; null for a function-level reset
     std::uint32_t value;  // for insertion and removal hooks
     int status;           // for all hooks, an error code
     std::string origin;   // "FILE:LINE: text"
 };
 
-// Whether a line may begin with it.
+// Returns true for a word that begins an event's line.
 bool is_event_word(std::string_view word);
 
 // Reads the text of `file`, whose lines are counted from `first_line` on, and checks every line on

@@ -43,9 +43,9 @@ Descriptor new_socket() {
     return Descriptor(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
 }
 
-// Servers that start or end at the same time come one after the other, so that none takes away what
-// another one has just made. Others may have locked the folder: none, with errno, when it takes
-// long.
+// Locks the folder, so that of servers that start or end at the same time none removes the socket
+// that another one has just made. Other programs may hold the lock: after a second the result is
+// empty, with errno set.
 Descriptor lock_folder_of(const std::filesystem::path &path) {
     const std::filesystem::path folder = path.parent_path();
     Descriptor locked(
@@ -60,7 +60,7 @@ Descriptor lock_folder_of(const std::filesystem::path &path) {
     return {};
 }
 
-// With the lock held. A socket that refuses is left over from a server that was killed.
+// The caller holds the lock. A socket that refuses connections is left over from a killed server.
 void remove_left_over(const std::filesystem::path &path, const sockaddr_un &address) {
     struct stat there {};
     if (lstat(path.c_str(), &there) != 0)
@@ -92,8 +92,9 @@ ControlSocket::ControlSocket(std::filesystem::path path) : path_(std::move(path)
     listening_ = std::move(listening);
 }
 
-// Before the socket is closed: while it listens, no other server takes the path. Somebody may have
-// removed it, and another server may have made its own there.
+// The name is removed before the socket is closed, because no other server takes it while this one
+// listens. Another user may have removed it, and another server may have made its own there, so it
+// is compared first.
 ControlSocket::~ControlSocket() {
     const Descriptor locked = lock_folder_of(path_);
     struct stat there {};

@@ -1,4 +1,4 @@
-// The Unix socket at which a server that stays takes connections.
+// The Unix socket at which a server that stays accepts connections.
 #pragma once
 
 #include <sys/stat.h>
@@ -11,8 +11,8 @@ namespace host {
 
 class ControlSocket {
 public:
-    // Listens at `path`, which only its owner may open. What a server that was killed left there is
-    // replaced. Throws InputError.
+    // Listens at `path`, which only its owner may open. Replaces a socket that a killed server left
+    // there. Throws InputError.
     explicit ControlSocket(std::filesystem::path path);
     ~ControlSocket();
     ControlSocket(const ControlSocket &) = delete;
@@ -20,7 +20,8 @@ public:
 
     int descriptor() const { return listening_.number(); }  // becomes readable
 
-    // The next connection that waits; none, with errno, when none does or it cannot be taken.
+    // Returns the next waiting connection; empty, with errno, when none waits or it cannot be
+    // accepted.
     Descriptor accept() const;
 
 private:

@@ -1,4 +1,4 @@
-// Kernel events of one place, gathered until it is time to look there.
+// Gathers kernel events below one bridge until the functions there should be compared.
 #pragma once
 
 #include <chrono>
@@ -11,9 +11,9 @@
 
 namespace host {
 
-// Events come in bursts: a device has functions, a switch has ports. Those below one bridge are a
-// group, under the highest bridge that is named. A group is due when nothing more has come for
-// QUIET, and LONGEST after its first event where it never becomes quiet.
+// Events come in bursts: a device has functions, a switch has ports. Events below one bridge form a
+// group, under the highest bridge among them. A group is due when no event has come for QUIET, or
+// LONGEST after its first event.
 class EventGroups {
 public:
     using Clock = std::chrono::steady_clock;
@@ -25,13 +25,13 @@ public:
         std::set<RoutingId> named;
     };
 
-    // An event below the bridge, about `id` unless events were lost.
+    // Adds an event below the bridge, about `id` unless events were lost.
     void add(bridge_rec *bridge, std::optional<RoutingId> id, Clock::time_point now);
 
-    // When the first group is due; empty when nothing waits.
+    // Returns when the first group is due; nullopt when none waits.
     std::optional<Clock::time_point> due() const;
 
-    // Hands out a group that is due; empty when none is.
+    // Removes and returns a group that is due; nullopt when none is.
     std::optional<Group> take(Clock::time_point now);
 
 private:

@@ -13,7 +13,7 @@
 namespace host {
 namespace {
 
-// On an image, everything can happen.
+// On an image every event can be applied.
 class ImagePlayer final : public EventPlayer {
 public:
     ImagePlayer(Machine &machine, ConfigImage &image) : EventPlayer(machine), image_(image) {}
@@ -24,7 +24,8 @@ private:
     pci_err_t apply(const BusEvent &event) override {
         switch (event.kind) {
         case EventKind::INSERT:
-            // Registers first: whoever finds a function in the tree finds it in reset state.
+            // Registers are reset first, so that a thread that finds the function in the tree finds
+            // it in reset state.
             for (const Function *const function : machine_.below(*event.bridge)) {
                 image_.reset(function->id());
                 image_.set_present(function->id(), true);
@@ -50,7 +51,7 @@ private:
     ConfigImage &image_;
 };
 
-// On hardware, the kernel resets; what comes and goes is not ours to say.
+// On hardware the kernel does the resets; insertions and removals cannot be commanded.
 class LivePlayer final : public EventPlayer {
 public:
     LivePlayer(Machine &machine, LiveSpace &space) : EventPlayer(machine), space_(space) {}

@@ -11,7 +11,7 @@
 namespace host {
 namespace {
 
-// What hooks are told; 0 leaves it to the host's record.
+// Returns the value that hooks get; 0 makes them use the host's record.
 std::uint32_t bus_value(Machine &machine, const bridge_rec &bridge) {
     return static_cast<std::uint32_t>(std::max(machine.bridges().secondary_bus(bridge), 0));
 }
@@ -51,7 +51,7 @@ void HotPlug::settle(Clock::time_point now) {
         bring_in(group->bridge, group->named);
 }
 
-// The nearest bridge above the function that the machine has; null on a new root bus.
+// Returns the nearest bridge above the function that the machine has; null on a new root bus.
 bridge_rec *HotPlug::known_bridge(const KernelEvent &event) const {
     for (const RoutingId id : event.bridges)
         if (bridge_rec *const bridge = machine_.bridges().by_bdf(id))
@@ -59,7 +59,7 @@ bridge_rec *HotPlug::known_bridge(const KernelEvent &event) const {
     return machine_.bridges().above(event.bridges.empty() ? event.id : event.bridges.back());
 }
 
-// As the kernel has it, whose bridges may lead elsewhere than their bus numbers say.
+// Follows the kernel's path, because a bridge may lead elsewhere than its bus numbers say.
 bool HotPlug::is_below(RoutingId id, const bridge_rec *bridge) const {
     const std::vector<RoutingId> path = functions_.bridges_above(id);
     const RoutingId top = path.empty() ? id : path.back();
@@ -70,7 +70,7 @@ bool HotPlug::is_below(RoutingId id, const bridge_rec *bridge) const {
     return std::ranges::find(path, static_cast<RoutingId>(bridge->bdf)) != path.end();
 }
 
-// Also functions whose place another one has, or the same after power was off.
+// Includes functions that were replaced or power-cycled at the same address.
 std::vector<RoutingId> HotPlug::gone_below(const bridge_rec &bridge,
                                            const std::set<RoutingId> &named) const {
     std::set<RoutingId> candidates = named;
@@ -83,7 +83,7 @@ std::vector<RoutingId> HotPlug::gone_below(const bridge_rec &bridge,
     return gone;
 }
 
-// Without those that do not answer, and without virtual functions, which modules do not see.
+// Excludes functions that do not answer, and virtual functions, which modules do not see.
 std::vector<RoutingId> HotPlug::come_below(const bridge_rec *bridge) const {
     std::vector<RoutingId> come;
     for (const RoutingId id : functions_.functions()) {
@@ -128,13 +128,13 @@ void HotPlug::insert(bridge_rec *bridge, const std::vector<RoutingId> &come) {
     report_payload_mismatches(come);
 }
 
-// After the hooks, because it tells what they have done: the module's own warning says only that it
-// supports no hot-plug.
+// Called after the hooks, because it tells what they have changed: the module's own warning says
+// only that it supports no hot-plug.
 void HotPlug::report_inserted(const std::string &place, const std::vector<RoutingId> &come) const {
     log_info("inserted " + place + ": " + list_text(come) + "; " + observer_.outcome(come));
 }
 
-// Before they come there is no bridge that hooks could be told of.
+// There is no hook before this insertion, because no bridge exists yet that hooks could be given.
 void HotPlug::insert_root_buses(const std::vector<RoutingId> &come) {
     if (come.empty())
         return;

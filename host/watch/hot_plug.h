@@ -1,4 +1,4 @@
-// Keeps a served machine in step with what the kernel adds and removes.
+// Keeps a served machine in step with the functions that the kernel adds and removes.
 #pragma once
 
 #include <functional>
@@ -12,16 +12,17 @@
 namespace host {
 
 // Events are gathered below the highest bridge that is known. When a group of them is due, the
-// machine is compared with what the kernel has: functions that have gone leave it and functions
-// that have come enter it, with the hooks around both. What an event says is not relied on, so that
-// one too many does nothing. All on the calling thread.
+// machine is compared with the kernel's functions: those that are gone leave it and those that have
+// come enter it, with the hooks around both. The content of an event is not relied on, so an event
+// too many does nothing. All work is done on the calling thread.
 class HotPlug {
 public:
     using Clock = EventGroups::Clock;
 
     struct Observer {
-        std::function<void()> inserted;  // functions have entered the machine, hooks come next
-        // What hooks have done to these functions since, for the message about their insertion.
+        std::function<void()> inserted;  // functions have entered the machine; the hooks come next
+        // Describes what hooks have changed on these functions since, for the message about the
+        // insertion.
         std::function<std::string(const std::vector<RoutingId> &come)> outcome;
     };
 
@@ -29,18 +30,18 @@ public:
 
     void take(const KernelEvent &event);
 
-    // Events were lost: everything is compared.
+    // Compares everything, because events were lost.
     void take_all();
 
-    // When settle() has something to do; empty when nothing waits.
+    // Returns when settle() has work to do; nullopt when nothing waits.
     std::optional<Clock::time_point> due() const { return groups_.due(); }
 
-    // Brings in what is due.
+    // Compares the groups that are due, and applies the differences.
     void settle(Clock::time_point now);
 
 private:
     bridge_rec *known_bridge(const KernelEvent &event) const;
-    // A null bridge: on root buses that the machine does not have.
+    // A null bridge stands for root buses that the machine does not have.
     bool is_below(RoutingId id, const bridge_rec *bridge) const;
     std::vector<RoutingId> gone_below(const bridge_rec &bridge,
                                       const std::set<RoutingId> &named) const;

@@ -1,5 +1,5 @@
-// The kernel's own events, not those that udevd sends on: they come early in the boot too, and
-// nothing of udevd's is needed.
+// Events come from the kernel and not from udevd, because the kernel sends them early in the boot
+// too and they need no daemon.
 #include "host/watch/kernel_events.h"
 
 #include <libudev.h>
@@ -20,14 +20,14 @@ struct ReleaseDevice {
 };
 using Device = std::unique_ptr<udev_device, ReleaseDevice>;
 
-// Programs may have the kernel announce functions again that have been there all the time, as udev
-// does at boot: such events say so.
+// Synthetic uevents (udevadm trigger) announce devices that were there before; they carry
+// SYNTH_UUID. Skip them.
 bool is_announced_again(udev_device *device) {
     return udev_device_get_property_value(device, "SYNTH_UUID") != nullptr;
 }
 
-// "/devices/pci0000:00/0000:00:02.0/0000:04:00.0": the last is the function. Above a whole domain
-// there may be a function of another one.
+// In "/devices/pci0000:00/0000:00:02.0/0000:04:00.0" the last part is the function. Functions of
+// other domains are left out: a whole domain may lie below a function of another one.
 std::optional<KernelEvent> event_of(udev_device *device, unsigned domain) {
     const char *const action = udev_device_get_action(device);
     const char *const path = udev_device_get_devpath(device);
@@ -65,7 +65,8 @@ KernelEvents::KernelEvents(unsigned domain) : domain_(domain), context_(udev_new
     if (!monitor_ ||
         udev_monitor_filter_add_match_subsystem_devtype(monitor_.get(), "pci", nullptr) < 0)
         throw LiveError("--watch: the kernel's events cannot be received");
-    // Without the right to exceed the system's limit, the buffer is what the system gives.
+    // Without the privilege to exceed the system's limit, the buffer has the size that the system
+    // allows.
     udev_monitor_set_receive_buffer_size(monitor_.get(), RECEIVE_BUFFER);
     if (udev_monitor_enable_receiving(monitor_.get()) < 0)
         throw LiveError("--watch: the kernel's events cannot be received");

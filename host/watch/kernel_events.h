@@ -1,4 +1,4 @@
-// Functions that the kernel adds and removes.
+// Events about the functions that the kernel adds and removes.
 #pragma once
 
 #include <memory>
@@ -13,22 +13,23 @@ struct udev_monitor;
 namespace host {
 
 struct KernelEvent {
-    bool added;  // else removed
+    bool added;  // otherwise removed
     RoutingId id;
     std::vector<RoutingId> bridges;  // above the function, the nearest first
 };
 
-// The kernel's events about the functions of one domain, from now on. Throws LiveError.
+// Receives the kernel's events about the functions of one domain, from now on. Throws LiveError.
 class KernelEvents {
 public:
     explicit KernelEvents(unsigned domain);
 
     int descriptor() const;  // becomes readable
 
-    // The next event that waits; empty when none does. Others are passed over.
+    // Returns the next waiting event; nullopt when none waits. Events of other kinds are passed
+    // over.
     std::optional<KernelEvent> next();
 
-    // Whether the kernel had to drop events since the last call.
+    // Returns true when the kernel had to drop events since the last call.
     bool lost();
 
 private:

@@ -20,7 +20,7 @@ bool is_ready(const std::vector<pollfd> &descriptors, int descriptor) {
     });
 }
 
-// Also what came while lines of others were executed.
+// Sees input that came while lines of other clients were executed, too.
 bool has_input(int descriptor) {
     pollfd input{.fd = descriptor, .events = POLLIN, .revents = 0};
     return poll(&input, 1, 0) > 0;
@@ -83,14 +83,14 @@ void LineServer::accept_waiting() {
     client.idle_since = now_();
 }
 
-// The socket stays readable: without a pause, the server would try again all the time.
+// The socket stays readable, so without a pause the server would try again all the time.
 void LineServer::wait_for_resources(int error) {
     accept_at_ = now_() + std::chrono::seconds(1);
     if (!std::exchange(is_short_, true))
         log_error("control: connections have to wait: " + std::generic_category().message(error));
 }
 
-// False when those who wait have to go on waiting.
+// Returns false when the waiting connection has to wait on.
 bool LineServer::make_room() {
     const auto is_connection = [](const auto &each) { return bool(each.second.connection); };
     if (std::ranges::count_if(clients_, is_connection) < MOST_CONNECTIONS)
@@ -109,7 +109,7 @@ bool LineServer::make_room() {
     return true;
 }
 
-// Null when none is idle. A client that does not read its answer is idle too.
+// Returns null when no client is idle. A client that does not read its answer counts as idle.
 LineServer::Client *LineServer::longest_idle() {
     Client *longest = nullptr;
     for (auto &[descriptor, client] : clients_) {

@@ -1,4 +1,5 @@
-// Lines that are sent to a server, and the answers to them. Knows nothing of machines.
+// Receives lines from connections and a stream, and sends the answers. It knows nothing of
+// machines.
 #pragma once
 
 #include <poll.h>
@@ -15,52 +16,52 @@
 
 namespace host {
 
-// Clients are served a line each in turn. While one does not read its answer, nothing more is read
-// of it: what it makes the server hold is an answer and two lines.
+// Clients are served a line each in turn. While a client does not read its answer, nothing more is
+// read from it, so that it makes the server hold no more than an answer and two lines.
 //
-// A connection may be idle for as long as nobody needs its place. When all places are taken and
-// another connection waits, the one that has been idle for longest is told so and gives way.
+// A connection may be idle until its place is needed. When all places are taken and another
+// connection waits, the one that has been idle for longest gets a message and is closed.
 class LineServer {
 public:
     using Clock = std::chrono::steady_clock;
 
     static constexpr int MOST_CONNECTIONS = 16;
-    static constexpr std::chrono::seconds IDLE_LIMIT{5};  // before that, the other one waits
+    static constexpr std::chrono::seconds IDLE_LIMIT{5};  // until then the waiting connection waits
 
-    // What has come of a line: what to answer, a line too once it is made safe, and whether its
-    // event failed.
+    // The result of a line: its answer, which safe_text() makes one line, and whether its event
+    // failed.
     struct Outcome {
         std::string answer;
         bool failed;
     };
-    // A line, and where it comes from: lines are counted for each connection.
+    // A line and its source; lines are counted for each connection.
     struct Line {
         std::string text;
         std::string source;
         std::size_t number;
         bool is_answered;
     };
-    // Does what a line says.
+    // Executes a line.
     using Execute = std::function<Outcome(const Line &line)>;
 
-    // Lines come from connections to the socket; null: none. Each is answered. Tests have a clock
-    // of their own.
+    // Serves connections to the socket, if it is not null; each line is answered. The tests give a
+    // clock of their own.
     LineServer(const ControlSocket *socket, Execute execute,
                std::function<Clock::time_point()> now = Clock::now);
 
-    // Lines also come from a stream, which is not closed, and has no answers.
+    // Reads lines from a stream too. The stream is not closed and gets no answers.
     void read_stream(int descriptor);
 
-    // Adds what serve() has to wait for.
+    // Adds the descriptors that serve() waits for.
     void wait_for(std::vector<pollfd> &descriptors) const;
 
-    // When serve() has something to do though nothing has come; empty when it has not.
+    // Returns when serve() has work to do even without input; nullopt when it has none.
     std::optional<Clock::time_point> due() const;
 
-    // Takes what has come: a line of each client at most.
+    // Handles the input: a line of each client at most.
     void serve(const std::vector<pollfd> &ready);
 
-    // False when a line failed whose origin has no answers.
+    // Returns false when a line from a source without answers failed.
     bool all_done() const { return all_done_; }
 
 private:
@@ -72,11 +73,11 @@ private:
         void send_line(const std::string &text);
         void send_rest();
 
-        Descriptor connection;  // none: a stream
+        Descriptor connection;  // empty: a stream
         LineBuffer lines;
-        std::size_t taken = 0;  // lines so far
-        std::string unsent;     // of the answer
-        bool has_left = false;  // and does not hear answers
+        std::size_t taken = 0;  // number of lines so far
+        std::string unsent;     // rest of the answer
+        bool has_left = false;  // the client has closed and reads no answers
         Clock::time_point idle_since;
     };
 
@@ -92,8 +93,8 @@ private:
     Execute execute_;
     std::function<Clock::time_point()> now_;
     std::map<int, Client> clients_;
-    std::optional<Clock::time_point> accept_at_;  // those who wait are left alone until then
-    bool is_short_ = false;                       // of descriptors or memory, which has been said
+    std::optional<Clock::time_point> accept_at_;  // no connection is accepted until then
+    bool is_short_ = false;                       // of descriptors or memory; it has been logged
     bool all_done_ = true;
 };
 

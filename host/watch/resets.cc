@@ -14,7 +14,8 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// False when the function stays away, or nobody wants to wait for it any longer.
+// Returns false when the function does not come back in time, is gone, or the server is told to
+// end.
 bool wait_for(LiveSpace &space, RoutingId id, Clock::time_point latest) {
     constexpr std::chrono::milliseconds STEP{10};
     while (!space.answers(id)) {
@@ -41,7 +42,7 @@ pci_err_t reset(LiveSpace &space, RoutingId id, const char *method) {
               (is_there ? "; " + offer_text(space.sysfs().reset_methods(id)) : ""));
     if (!is_there)
         return PCI_ERR_NO_DEVICE;
-    // What the kernel says of a method that the function does not have.
+    // The kernel gives one of these for a method that the function does not have.
     return error == EINVAL || error == ENOTTY || error == ENOENT ? PCI_ERR_NOT_SUPPORTED
                                                                  : PCI_ERR_IO;
 }

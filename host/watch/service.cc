@@ -43,7 +43,7 @@ public:
     }
 
 private:
-    // When it is no longer what the service manager has been told.
+    // Sends the status when it differs from the one last sent.
     void show_status(const std::string &state = std::string()) {
         const std::string status = status_();
         if (status == shown_status_)
@@ -60,7 +60,7 @@ private:
         return all;
     }
 
-    // Milliseconds until something is due, rounded up; forever when nothing is.
+    // Returns the milliseconds until the next work is due, rounded up; -1, for ever, when none is.
     int timeout() const {
         const auto now = HotPlug::Clock::now();
         auto left = std::chrono::milliseconds::max();
@@ -91,7 +91,8 @@ private:
             told_to_end_ = true;
     }
 
-    // What happened before a line is known before it is executed.
+    // Kernel events that came before a line are taken first, so that the line sees the machine as
+    // it was then.
     LineServer::Execute executed() {
         return [this](const LineServer::Line &line) {
             if (told_to_end_ || termination_pending())

@@ -1,4 +1,4 @@
-// The loop of a server that stays: kernel events, lines of input, signals.
+// Runs the loop of a server that stays: kernel events, lines of input, signals.
 #pragma once
 
 #include <filesystem>
@@ -11,29 +11,29 @@
 
 namespace host {
 
-// From its making on, kernel events and the signals of block_signals() wait for serve_until_told().
-// Throws LiveError.
+// From its construction on, kernel events and the signals of block_signals() are queued for
+// serve_until_told(). Throws LiveError.
 class Service {
 public:
     explicit Service(unsigned domain);
     Service(const Service &) = delete;
     Service &operator=(const Service &) = delete;
 
-    // Lines also come from connections to a ControlSocket. Throws InputError.
+    // Accepts lines from connections to a ControlSocket too. Throws InputError.
     void listen(const std::filesystem::path &path);
 
-    // Lines also come from standard input.
+    // Reads lines from standard input too.
     void read_standard_input();
 
     struct Actions {
         LineServer::Execute execute;
         HotPlug::Observer hot_plug;
-        // What the service manager is to show, a line.
+        // Returns the status line for the service manager.
         std::function<std::string()> status;
     };
 
-    // Until SIGTERM or SIGINT. Tells the service manager when it begins and when it ends. False
-    // when an event of standard input, which has no answers, failed.
+    // Serves until SIGTERM or SIGINT. Tells the service manager when it begins and when it ends.
+    // Returns false when an event of standard input, which has no answers, failed.
     bool serve_until_told(Machine &machine, LiveFunctions &functions, const Actions &actions);
 
 private:

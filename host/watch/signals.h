@@ -1,5 +1,5 @@
-// Signals of a server that writes to hardware: SIGTERM, SIGINT and SIGHUP do not end it half way.
-// SIGQUIT and signals that cannot be blocked do.
+// SIGTERM, SIGINT and SIGHUP must not end a server half way through its writes to hardware. SIGQUIT
+// and signals that cannot be blocked still do.
 #pragma once
 
 #include <csignal>
