@@ -51,7 +51,7 @@ class Search {
 public:
     Search(const Machine &machine, const Hierarchy &hierarchy, const GivenSizes &given)
         : machine_(machine), hierarchy_(hierarchy), given_(given),
-          rivals_(machine.bridges().rivals()) {}
+          conflicts_(machine.bridges().conflicts()) {}
 
     std::vector<Branch> find() const {
         std::vector<Branch> found;
@@ -119,7 +119,8 @@ private:
         const bridge_rec *record = bridges.by_bdf(bridge.bdf);
         return bridges.by_secondary(pci::bus_of(bridge.bdf)) && record &&
                bridges.by_secondary(bridge.secondary) == record &&
-               std::ranges::find(rivals_, record, &BridgeTree::Rival::holder) == rivals_.end();
+               std::ranges::find(conflicts_, record, &BridgeTree::BusConflict::holder) ==
+                   conflicts_.end();
     }
 
     std::string support_obstacle(const Function &function) const {
@@ -144,7 +145,7 @@ private:
     const Machine &machine_;
     const Hierarchy &hierarchy_;
     const GivenSizes &given_;
-    const std::vector<BridgeTree::Rival> rivals_;
+    const std::vector<BridgeTree::BusConflict> conflicts_;
 };
 
 }  // namespace

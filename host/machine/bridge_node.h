@@ -155,7 +155,7 @@ struct BridgeTree::Plan {
     std::vector<Node *> by_id = std::vector<Node *>(ROUTING_IDS);
     std::array<Node *, BUSES> by_secondary{};
     std::array<Node *, BUSES> holder{};
-    std::vector<Rival> rivals;
+    std::vector<BusConflict> conflicts;
 };
 
 }  // namespace host

@@ -66,7 +66,7 @@ void BridgeTree::plan_devs(Plan &plan, std::span<const Function *const> function
 // Two bridges claim one secondary bus; only one can own it. The other is added to that bus's
 // functions, so that its MPSS still lowers the path maximum. Limit: MPS is written to the owner
 // only, and then to nothing below that the other bridge's own setting would not allow.
-void BridgeTree::plan_rivals(Plan &plan, std::span<const Function *const> functions) {
+void BridgeTree::plan_conflicts(Plan &plan, std::span<const Function *const> functions) {
     for (const Function *function : functions) {
         if (!function->answers || function->secondary == 0)
             continue;
@@ -77,7 +77,7 @@ void BridgeTree::plan_rivals(Plan &plan, std::span<const Function *const> functi
             holder == plan.by_id[function->id()])
             continue;
         plan.entry(holder).devs.push_back(function->bdf);
-        plan.rivals.push_back({function->bdf, holder});
+        plan.conflicts.push_back({function->bdf, holder});
     }
 }
 

@@ -47,13 +47,13 @@ std::bitset<256> BridgeTree::buses_below(const bridge_rec &bridge) const {
     return buses;
 }
 
-std::vector<BridgeTree::Rival> BridgeTree::rivals() const {
-    const std::scoped_lock guard(rivals_lock_);
-    return rivals_;
+std::vector<BridgeTree::BusConflict> BridgeTree::conflicts() const {
+    const std::scoped_lock guard(conflicts_lock_);
+    return conflicts_;
 }
 
 std::vector<bdf_t> BridgeTree::ports_above(bdf_t bdf) const {
-    const std::vector<Rival> all_rivals = rivals();
+    const std::vector<BusConflict> all_conflicts = conflicts();
     std::vector<bdf_t> ports;
     std::vector<bdf_t> without_port{bdf};  // functions above which ports are still to be found
     const auto add = [&](bdf_t bridge) {
@@ -69,9 +69,9 @@ std::vector<bdf_t> BridgeTree::ports_above(bdf_t bdf) const {
         if (!holder || holder->bridge_kind == BRIDGE_KIND_HOST)
             continue;
         add(holder->bdf);
-        for (const Rival &rival : all_rivals)
-            if (rival.holder == holder && !is_below(rival.bdf, *holder))
-                add(rival.bdf);
+        for (const BusConflict &conflict : all_conflicts)
+            if (conflict.holder == holder && !is_below(conflict.bdf, *holder))
+                add(conflict.bdf);
     }
     return ports;
 }
@@ -111,7 +111,7 @@ void BridgeTree::update(std::span<const Function *const> functions, const BusLay
     plan_root_buses(plan, functions, layout);
     plan_bridges(plan, functions, layout);
     plan_devs(plan, functions);
-    plan_rivals(plan, functions);
+    plan_conflicts(plan, functions);
     show(plan);
 }
 
@@ -151,8 +151,8 @@ void BridgeTree::show(const Plan &plan) {
         holder_[bus] = plan.holder[bus];
     }
     top_ = plan.roots.empty() ? nullptr : plan.roots.front();
-    const std::scoped_lock guard(rivals_lock_);
-    rivals_ = plan.rivals;
+    const std::scoped_lock guard(conflicts_lock_);
+    conflicts_ = plan.conflicts;
 }
 
 // Returns null for a record that is not of this tree. A host bridge record may have the same

@@ -23,7 +23,7 @@ struct BusLayout;
 class BridgeTree {
 public:
     // A bridge whose secondary bus number conflicts with that of another bridge, which got the bus.
-    struct Rival {
+    struct BusConflict {
         bdf_t bdf;
         const bridge_rec *holder;  // the other bridge: functions on that bus count as below it
     };
@@ -44,7 +44,7 @@ public:
     std::bitset<256> buses_below(const bridge_rec &bridge) const;
 
     // Returns the conflicting bridges; each is in its holder's list of functions too.
-    std::vector<Rival> rivals() const;
+    std::vector<BusConflict> conflicts() const;
 
     // Returns the ports that packets of a function may reach first: the nearest bridge above it
     // that has a PCI Express capability, and likewise above each bridge that claims the same bus,
@@ -75,7 +75,7 @@ private:
     void plan_bridges(Plan &plan, std::span<const Function *const> functions,
                       const BusLayout &layout);
     static void plan_devs(Plan &plan, std::span<const Function *const> functions);
-    static void plan_rivals(Plan &plan, std::span<const Function *const> functions);
+    static void plan_conflicts(Plan &plan, std::span<const Function *const> functions);
     void show(const Plan &plan);
     bool is_below(bdf_t bdf, const bridge_rec &bridge) const;
     Node *node_of(const bridge_rec &bridge) const;
@@ -83,8 +83,8 @@ private:
     // Records by routing ID: a bridge's own, a host bridge record's is the first of its bus.
     std::vector<std::vector<std::unique_ptr<Node>>> nodes_;
     const pcie_cap_ops_t *operations_ = nullptr;
-    mutable std::mutex rivals_lock_;
-    std::vector<Rival> rivals_;
+    mutable std::mutex conflicts_lock_;
+    std::vector<BusConflict> conflicts_;
     std::vector<std::atomic<Node *>> by_id_;  // bridges by their own routing ID
     std::atomic<Node *> top_ = nullptr;       // first host bridge record
     std::array<std::atomic<Node *>, 256> by_secondary_{};

@@ -75,8 +75,8 @@ std::vector<HierarchyReport> find_hierarchies(const Functions &functions, const 
     };
     for (std::size_t i = 0; i < functions.size(); ++i)
         add(i, i);
-    for (const BridgeTree::Rival &rival : machine.bridges().rivals())
-        add(index_of(functions, rival.bdf), index_of(functions, rival.holder->bdf));
+    for (const BridgeTree::BusConflict &conflict : machine.bridges().conflicts())
+        add(index_of(functions, conflict.bdf), index_of(functions, conflict.holder->bdf));
     for (HierarchyReport &hierarchy : found)
         find_limits(hierarchy, functions);
     return found;
