@@ -72,9 +72,9 @@ void Machine::update(std::span<const RoutingId> gone, std::span<const RoutingId>
     std::erase_if(fresh, [](const auto &function) { return !function->answers; });
     choose_forms(fresh);
     publish(std::move(fresh));
-    const std::vector<const Function *> present = present_with({});
+    const std::vector<const Function *> all = reachable_with({});
     std::vector<std::string> warnings;
-    bridges_->update(present, lay_out_buses(present, &warnings));
+    bridges_->update(all, lay_out_buses(all, &warnings));
     ++generation_;
     give_warnings(warnings);
 }
@@ -115,7 +115,7 @@ std::vector<std::unique_ptr<Function>> Machine::read(std::span<const RoutingId> 
     return fresh;
 }
 
-// Present bridges whose bus numbers differ from those last read.
+// Returns reachable bridges whose bus numbers differ from those last read.
 std::vector<RoutingId> Machine::renumbered() const {
     std::vector<RoutingId> found;
     for (const Function *function : functions()) {
@@ -135,7 +135,7 @@ std::vector<RoutingId> Machine::renumbered() const {
 // back along the whole path. Virtual functions have Header Layout 0; a function with another layout
 // is none, whatever an SR-IOV capability says.
 void Machine::tell_virtual(std::span<const std::unique_ptr<Function>> fresh) {
-    const auto all = find_virtual_functions(space_, present_with(fresh));
+    const auto all = find_virtual_functions(space_, reachable_with(fresh));
     for (const auto &function : fresh) {
         const auto found = all.find(function->id());
         if (found == all.end() || function->header_type != 0)
@@ -155,10 +155,10 @@ void Machine::tell_virtual(std::span<const std::unique_ptr<Function>> fresh) {
 // Fills in what new functions cannot tell of themselves: whether they are addressed in ARI form,
 // which depends on the bridge and on function 0, and whether their device has more functions.
 void Machine::choose_forms(std::span<const std::unique_ptr<Function>> fresh) {
-    const std::vector<const Function *> present = present_with(fresh);
-    const BusLayout layout = lay_out_buses(present, nullptr);
+    const std::vector<const Function *> all = reachable_with(fresh);
+    const BusLayout layout = lay_out_buses(all, nullptr);
     std::vector<const Function *> by_id(ROUTING_IDS);
-    for (const Function *function : present)
+    for (const Function *function : all)
         if (function->answers)
             by_id[function->id()] = function;
     std::array<bool, BUSES> ari{};
@@ -199,7 +199,7 @@ void Machine::publish(std::vector<std::unique_ptr<Function>> fresh) {
 
 // Returns what is reachable, with `fresh` in place of what was there, ascending.
 std::vector<const Function *>
-Machine::present_with(std::span<const std::unique_ptr<Function>> fresh) const {
+Machine::reachable_with(std::span<const std::unique_ptr<Function>> fresh) const {
     std::vector<const Function *> by_id(ROUTING_IDS);
     for (std::size_t id = 0; id < ROUTING_IDS; ++id)
         by_id[id] = find(static_cast<bdf_t>(id));

@@ -75,7 +75,7 @@ private:
     void choose_forms(std::span<const std::unique_ptr<Function>> fresh);
     void publish(std::vector<std::unique_ptr<Function>> fresh);
     std::vector<const Function *>
-    present_with(std::span<const std::unique_ptr<Function>> fresh) const;
+    reachable_with(std::span<const std::unique_ptr<Function>> fresh) const;
     void give_warnings(const std::vector<std::string> &lines);
     void set_reachable(const bridge_rec &bridge, bool reachable);
     bool is_there(const bridge_rec &bridge) const;
