@@ -41,7 +41,7 @@ struct RawOptions {
     bool quiet = false;
 };
 
-void declare(CLI::App &app, RawOptions &raw, Options &options) {
+void declare_inputs(CLI::App &app, RawOptions &raw, Options &options) {
     app.add_option("-F,--dump", raw.dump,
                    "Configuration space, a dump as of lspci -xxxx, - for standard input")
         ->type_name("FILE");
@@ -60,11 +60,17 @@ void declare(CLI::App &app, RawOptions &raw, Options &options) {
         ->allow_extra_args(false);
     app.add_option("-e,--events", raw.events, "Events to play after start-up, - for standard input")
         ->type_name("FILE");
+}
+
+void declare_results(CLI::App &app, RawOptions &raw) {
     app.add_option("-o,--output", raw.output, "Write the resulting configuration space as a dump")
         ->type_name("FILE");
     app.add_option("--report", raw.report,
                    "What goes to standard output: table, json, dot (a graph for Graphviz) or none")
         ->type_name("FORM");
+}
+
+void declare_settings(CLI::App &app, RawOptions &raw, Options &options) {
     app.add_option("--busy", raw.busy,
                    "With --write, where a payload size would change under a driver at work: refuse "
                    "to write anything (default), skip the hierarchy, or write")
@@ -80,6 +86,13 @@ void declare(CLI::App &app, RawOptions &raw, Options &options) {
     app.add_flag("-v", raw.louder, "More messages; may repeat");
     app.add_flag("-q", raw.quiet, "Only messages of verbosity 0");
     app.add_flag("-d", options.debug, "Debug messages too");
+}
+
+// The help lists the options in the order of these calls.
+void declare(CLI::App &app, RawOptions &raw, Options &options) {
+    declare_inputs(app, raw, options);
+    declare_results(app, raw);
+    declare_settings(app, raw, options);
     app.add_flag("--list-files", options.list_files,
                  "Print which files -c and -m make it read, and do nothing else");
     app.add_option("--usage", raw.usage, "Print the module's usage text")->type_name("MODULE");
