@@ -67,7 +67,7 @@ void write_reports(const Report &report) {
 void run(const MachineSource &source, const fuzz::HostileMachine &hostile) {
     const bool sound = !hostile.faults && hostile.failing_calloc == 0;
     Machine machine(*source.image);
-    const Serving serving(machine);
+    const Serving serving(machine, ManagedBuses(256, true), true);
     const std::vector<Payload> before = payloads(machine);
     Report report = begin_report(machine, 0);
     tests::fail_calloc(hostile.failing_calloc);

@@ -69,7 +69,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     const std::string_view text(reinterpret_cast<const char *>(data), size);
     static ServedMachine served;
     served.reset();
-    const Serving serving(served.machine);
+    const Serving serving(served.machine, ManagedBuses(256, true), true);
     fuzz::start_module_with("MPS=all:max\nECRC=all:+:+\n");
     try {
         play_all(text, served.source, served.machine);
