@@ -53,7 +53,7 @@ struct pcie_cap_ops_t {
     int (*find_ext_cap)(pcie_cap_t *cap, std::uint16_t ext_id);
     // Makes a new object for the extended capability at `index`: an aer_cap_t for EXT_CAPID_AER, an
     // rcec_cap_t for EXT_CAPID_RCEC, a bare pci_cap_t otherwise. PCI_ERR_INVALID for an index
-    // beyond the function's extended capabilities; PCI_ERR_NO_MEMORY.
+    // that names none of the function's extended capabilities; PCI_ERR_NO_MEMORY.
     pci_err_t (*read_ext_cap)(pcie_cap_t *cap, pci_cap_t **object, int index);
     // Gets PCI Express Capabilities (+0x02), Device/Port Type, bits 7:4: PORT_TYPE_*.
     pci_err_t (*get_port_type)(pcie_cap_t *cap, std::uint8_t *port_type);
@@ -63,8 +63,9 @@ struct pcie_cap_ops_t {
     pci_err_t (*read_devctl)(pcie_cap_t *cap, std::uint16_t *value);
     // Writes Device Control. `reserved` is 0. `*value` holds the new value and, after success, what
     // the register then reads: a field that did not take the value shows. PCI_ERR_INVALID for a
-    // Max_Payload_Size above Device Capabilities, Max_Payload_Size Supported; the host of this
-    // repository refuses a size above that of the port above in the same way.
+    // Max_Payload_Size above Device Capabilities, Max_Payload_Size Supported, unless the register
+    // has it already; the host of this repository refuses a size above that of the port above in
+    // the same way.
     pci_err_t (*write_devctl)(pcie_cap_t *cap, std::uint32_t reserved, std::uint16_t *value);
     // Reads Link Capabilities (+0x0C), 32 bits.
     pci_err_t (*read_linkcap)(pcie_cap_t *cap, std::uint32_t *value);

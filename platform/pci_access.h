@@ -38,8 +38,8 @@ HOPLAR_EXPORT int pci_device_get_type(bdf_t bdf, std::uint32_t *port_type);
 HOPLAR_EXPORT int pci_device_find_capid(bdf_t bdf, std::uint8_t capid);
 
 // Makes a new object for the capability at `index`: a pcie_cap_t, msi_cap_t or msix_cap_t by its
-// ID, a bare pci_cap_t otherwise. The caller frees it. PCI_ERR_INVALID for an index beyond the
-// function's capabilities; PCI_ERR_NO_MEMORY.
+// ID, a bare pci_cap_t otherwise. The caller frees it. PCI_ERR_INVALID for an index that names none
+// of the function's capabilities; PCI_ERR_NO_MEMORY.
 HOPLAR_EXPORT pci_err_t pci_device_read_cap(bdf_t bdf, pci_cap_t **object, int index);
 
 // Returns true when Header Type (0x0E), Multi-Function Device (bit 7), is set in function 0 of the

@@ -54,7 +54,8 @@ HOPLAR_EXPORT std::uint32_t hoplar_get_id(bdf_t bdf);
 
 // Returns the number (0 to 255) of the function after `bdf` (ARI form) in its device,
 // ARI_NO_FUNCTION when there is none. `reserved` is 0. Source: ARI Capability (+0x04), Next
-// Function Number, bits 15:8.
+// Function Number, bits 15:8; the host of this repository ends the device at a number that is not
+// higher, or at which no function answers, so that a chain that loops ends.
 HOPLAR_EXPORT std::uint32_t enum_next_ari_func(bdf_t bdf, std::uint32_t reserved);
 
 // Returns the record of the event collector at `bdf`; null when the host has none, or no memory for

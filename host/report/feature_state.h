@@ -9,11 +9,11 @@ namespace host {
 
 // Sizes in bytes; a reserved code n is shown as 128 << n. Nullopt: cannot be read.
 struct PayloadState {
-    std::optional<unsigned> supported;     // Device Capabilities
-    std::optional<unsigned> current;       // Device Control
-    std::optional<unsigned> read_request;  // Max_Read_Request_Size of Device Control
+    std::optional<unsigned> supported;     // Device Capabilities, Max_Payload_Size Supported
+    std::optional<unsigned> current;       // Device Control, Max_Payload_Size
+    std::optional<unsigned> read_request;  // Device Control, Max_Read_Request_Size
 
-    // What modules set.
+    // Compares what modules set.
     bool operator==(const PayloadState &other) const {
         return supported == other.supported && current == other.current;
     }
@@ -37,7 +37,7 @@ struct FeatureState {
     bool reachable = false;           // answers and has not been removed
     std::optional<PayloadState> mps;  // empty without either register
     std::optional<EcrcState> ecrc;    // empty without Advanced Error Reporting
-    bool ecrc_unknown = false;        // of a PCI Express function that has only 256 bytes here
+    bool ecrc_unknown = false;        // a PCI Express function of which only 256 bytes can be read
 
     bool operator==(const FeatureState &) const = default;
 };

@@ -12,15 +12,15 @@ namespace {
 
 using Indices = std::vector<std::size_t>;
 
-// What stands below a bridge.
+// Sums up the functions below a bridge.
 struct Below {
-    bool any = false;  // that can be reached
-    bool gen = false;  // has a control on
+    bool any = false;  // any function that can be reached
+    bool gen = false;  // any function with the control on
     bool chk = false;
     unsigned reads = 0;  // bytes: the largest Max_Read_Request_Size
 };
 
-// A machine at one of its two times.
+// A machine in one of its two states.
 struct View {
     View(const std::vector<FunctionReport> &functions_,
          const std::vector<HierarchyReport> &hierarchies_, State state_)
@@ -39,7 +39,7 @@ struct View {
     bool enables(std::size_t index, EcrcControl EcrcState::*control) const {
         return at(index).ecrc && ((*at(index).ecrc).*control).enabled;
     }
-    // Bytes; 0 of ports, which read nothing themselves.
+    // Returns Max_Read_Request_Size in bytes; 0 for ports, which read nothing themselves.
     unsigned reads(std::size_t index) const {
         const auto type = function(index).port_type;
         const bool is_port = type == PORT_TYPE_ROOT_PORT || type == PORT_TYPE_SWITCH_UPSTREAM ||
@@ -67,7 +67,7 @@ std::string bytes_text(unsigned size) {
     return std::to_string(size) + " bytes";
 }
 
-// "04:00.0, 05:00.0 and 3 more"
+// Returns "04:00.0, 05:00.0 and 3 more".
 std::string names_text(const View &view, const Indices &indices) {
     constexpr std::size_t MOST = 4;
     const std::size_t shown = indices.size() > MOST ? MOST - 1 : indices.size();
@@ -112,7 +112,8 @@ void compare_with_port(const View &view, std::size_t index, std::size_t port, Fi
                                          "larger (Max_Read_Request_Size)"});
 }
 
-// Of an ARI device, function 0 rules the others.
+// In an ARI device, Max_Payload_Size of function 0 applies to all functions, so the others are not
+// compared.
 void find_differences(const View &view, Findings &findings) {
     for (std::size_t i = 0; i < view.functions.size(); ++i) {
         const bdf_t bdf = view.function(i).bdf;
@@ -125,7 +126,7 @@ void find_differences(const View &view, Findings &findings) {
     }
 }
 
-// One function for each device.
+// Returns one function of each device.
 Indices devices_of(const View &view, const Indices &functions) {
     Indices devices;
     std::set<bdf_t> seen;
@@ -174,7 +175,7 @@ void find_different_hierarchies(const View &view, Findings &findings) {
                             texts[0]});
 }
 
-// One of the two controls of ECRC: of a function, and of any below a bridge.
+// One of the two ECRC controls: in a function, and in any function below a bridge.
 struct Control {
     EcrcControl EcrcState::*own;
     bool Below::*below;
@@ -200,8 +201,8 @@ void note(const View &view, Findings &findings, const char *code, const char *te
         findings.push_back({code, Severity::NOTE, meant[0], names_text(view, meant) + text});
 }
 
-// Packets go through all ports between a function and its root port, and end at one of these. Those
-// of a port with nothing below it go nowhere.
+// Packets go through all ports between a function and its root port, and end at one of these. A
+// port with nothing below it forwards none.
 void find_lonely_ecrc(const View &view, Findings &findings) {
     const auto is_alone = [&](Control one, Control other) {
         return [&view, one, other](std::size_t i) {

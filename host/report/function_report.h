@@ -1,4 +1,4 @@
-// What the reports say of one function.
+// The content of the reports about one function.
 #pragma once
 
 #include <optional>
@@ -14,7 +14,7 @@ struct FunctionReport {
     std::string address;                // as lspci writes it
     std::string name;                   // lspci's text behind the address
     std::string physical;               // address of a virtual function's physical one
-    std::optional<std::size_t> bridge;  // index of the bridge above, empty on a root bus
+    std::optional<std::size_t> bridge;  // index of the upstream bridge; nullopt on a root bus
     bool managed = true;                // by this server instance
     FeatureState before;
     FeatureState after;
@@ -25,11 +25,12 @@ struct FunctionReport {
     bool changed() const { return before != after; }
 };
 
-// The index of the root port that a function is or is below; nothing for others.
+// Returns the index of the root port that a function is or is below; nullopt for others.
 std::optional<std::size_t> root_port_of(const std::vector<FunctionReport> &functions,
                                         std::size_t function);
 
-// The index of the nearest bridge above with a PCI Express capability; nothing on a root bus.
+// Returns the index of the nearest bridge above with a PCI Express capability; nullopt on a root
+// bus.
 std::optional<std::size_t> port_above(const std::vector<FunctionReport> &functions,
                                       std::size_t function);
 

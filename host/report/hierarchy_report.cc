@@ -13,14 +13,14 @@ std::size_t index_of(const Functions &functions, bdf_t bdf) {
     return static_cast<std::size_t>(found - functions.begin());
 }
 
-// Reserved codes tell nothing.
+// Reserved codes stand for no size.
 std::optional<unsigned> supported(const FunctionReport &row) {
     constexpr unsigned LARGEST = 4096;
     const auto size = row.before.mps ? row.before.mps->supported : std::nullopt;
     return size && *size <= LARGEST ? size : std::nullopt;
 }
 
-// Whether a function, or a bridge above it, is one of some.
+// Returns true when a function, or a bridge above it, is one of `some`.
 bool is_or_is_below(const Functions &functions, std::size_t index, const std::vector<bool> &some) {
     for (std::optional<std::size_t> each = index; each; each = functions[*each].bridge)
         if (some[*each])
@@ -56,8 +56,8 @@ void find_limits(HierarchyReport &hierarchy, const Functions &functions) {
 
 }  // namespace
 
-// Root ports come before what is below them, and last of all members the bridges that may lead into
-// the hierarchy without being part of it.
+// Root ports come before what is below them. Conflicting bridges come last of all members: they may
+// lead into the hierarchy without being part of it.
 std::vector<HierarchyReport> find_hierarchies(const Functions &functions, const Machine &machine) {
     std::vector<HierarchyReport> found;
     std::vector<std::size_t> place(functions.size());  // of a root port, in `found`

@@ -1,5 +1,5 @@
-// What the reports say of a hierarchy: all that is below one root port, which can only have one
-// payload size.
+// The content of the reports about a hierarchy: everything below one root port, which can have only
+// one payload size.
 #pragma once
 
 #include <optional>
@@ -10,7 +10,7 @@
 
 namespace host {
 
-// Functions by their index, sizes in bytes.
+// Functions are given by their index, sizes in bytes.
 struct HierarchyReport {
     std::size_t root_port = 0;
     std::vector<std::size_t> members;   // ascending; the root port, all below it, and bridges that
@@ -19,17 +19,17 @@ struct HierarchyReport {
     std::vector<std::size_t> limiters;  // the members that support no more, ascending
     std::optional<unsigned> possible;   // the path maximum without the limiters and all below them;
                                         // empty where the root port is one of them
-    std::optional<unsigned> current;    // what the root port is set to at the end
+    std::optional<unsigned> current;    // the root port's payload size at the end
 };
 
-// The hierarchies of the machine that `functions` describe, in the order of their root ports. What
-// functions support is taken from their state before the modules were loaded.
+// Returns the hierarchies of the machine that `functions` describe, in the order of their root
+// ports. The sizes that functions support are those before the modules were loaded.
 std::vector<HierarchyReport> find_hierarchies(const std::vector<FunctionReport> &functions,
                                               const Machine &machine);
 
-// By how many percent more of a link's bytes are payload with packets of `to` bytes than with
-// packets of `from` bytes: each packet carries 24 bytes more, of framing, sequence number, header
-// of three double words and LCRC.
+// Returns by how many percent the share of payload in a link's bytes grows from packets of `from`
+// bytes to packets of `to` bytes: each packet carries 24 bytes more, of framing, sequence number,
+// header of three double words and LCRC.
 double payload_gain(unsigned from, unsigned to);
 
 }  // namespace host
