@@ -1,5 +1,6 @@
-// Everything that the module does on the example server, once for each fault that can meet it on
-// the way: no fault ends the program or leaks, and what it does not concern ends as without it.
+// Runs everything that the module does on the example server, once for each fault that can occur on
+// the way: no fault ends the program or leaks, and functions that it does not concern end as
+// without it.
 #include <sys/resource.h>
 
 #include <algorithm>
@@ -36,12 +37,14 @@ struct Sweeps : ModuleTest {
         arguments[1] = "--config=/nowhere";
         arguments[2] = "--config=";
         managed[0x41] = false;
-        // Limited, so that the room on the stack is found out, but not short.
+        // The address space is limited, so that the room on the stack is measured, but there is
+        // enough of it.
         const rlimit address_space = {RLIM_INFINITY - 1, RLIM_INFINITY};
         setrlimit(RLIMIT_AS, &address_space);
     }
 
-    // The whole, on a fresh machine; start-up, resets, insertions and removals, and each operation.
+    // Runs everything on a fresh machine: start-up, resets, insertions and removals, and each
+    // operation.
     void run(AccessFilter filter, unsigned first_call = 0, unsigned last_call = 0) {
         reset();
         whole.reset();
@@ -53,7 +56,7 @@ struct Sweeps : ModuleTest {
         above_their_ports.clear();
         host::serve(&*whole, managed, true);
         image->set_filter(std::move(filter));
-        // With messages or without: that changes nothing.
+        // Messages on or off must change nothing.
         pci_slog = ++runs % 2 != 0 ? nullptr : slog;
         pci_dbg = pci_slog ? dbg : nullptr;
         fail_calls(first_call, last_call);
@@ -94,7 +97,7 @@ struct Sweeps : ModuleTest {
         return pcie ? image->bytes(id_of(bdf))[*pcie + pci::DEVCTL] >> 5 : 0U;
     }
 
-    // Something to lower: by modules, and what they leave by the host.
+    // Sets sizes that must be lowered: by modules, and the rest by the host.
     void set_to_512(const bridge_rec &bridge) {
         std::vector<const Function *> all = whole->below(bridge);
         all.push_back(whole->known(id_of(bridge.bdf)));
@@ -111,7 +114,7 @@ struct Sweeps : ModuleTest {
                     above_their_ports.insert(id_of(bdf));
     }
 
-    // The topmost function of a function's hierarchy.
+    // Returns the topmost function of a function's hierarchy.
     RoutingId top(bdf_t bdf) {
         const bridge_rec *above = whole->bridges().above(bdf);
         return above->bridge_kind == BRIDGE_KIND_HOST ? id_of(bdf) : top(above->bdf);
@@ -132,7 +135,7 @@ struct Sweeps : ModuleTest {
 // What fails first, then fewer and fewer of what fails later: some hundred of thousands. With
 // HOPLAR_SWEEP=all in the environment, each of them.
 TEST_F(Sweeps, NoFaultHarmsMoreThanItConcerns) {
-    // Calls on which a feature or the whole file depends.
+    // The calls on which a feature or the whole file depends.
     const std::set<std::string> decisive = {"open", "fstat", "mmap", "calloc 176",
                                             "calloc " + std::to_string(sizeof(buscfg_hook_reg_t))};
     std::map<bdf_t, std::vector<std::uint8_t>> unharmed;  // registers, of the run without a fault

@@ -1,4 +1,5 @@
-// A module that does what its first argument says.
+// A module that does what its first argument says, so that the host's answers to faulty modules can
+// be tested.
 #include <unistd.h>
 
 #include <cstdlib>

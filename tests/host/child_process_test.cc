@@ -1,4 +1,4 @@
-// Work that is done in a process of its own.
+// Work in a child process: its result, and its failures.
 #include "host/base/child_process.h"
 
 #include <gtest/gtest.h>
@@ -16,7 +16,7 @@ std::string fail_with(int signal_number) {
     return "";
 }
 
-// What is told of the child's end; its messages go to standard error then.
+// Returns how the child's end is reported; its messages go to standard error then.
 std::string outcome(const std::function<std::string()> &work) {
     try {
         return "returned " + in_child_process(work);

@@ -50,7 +50,7 @@ protected:
             found.insert(entry.path().filename());
         return found;
     }
-    // The permissions of a file, and what stands in it.
+    // Returns the permissions of a file and its content.
     static std::string content(const char *file) {
         struct stat status {};
         stat(file, &status);

@@ -1,5 +1,5 @@
-// Functions that come and go in a machine of files: which hooks are told, in which order, and what
-// they find then.
+// Functions that come and go in a machine of files: the hooks that are called, their order, and
+// what they find.
 #include "host/watch/hot_plug.h"
 
 #include <cstdlib>
@@ -57,7 +57,7 @@ TEST_F(HotPlugs, AreToldBeforeAndAfterWhatHappens) {
     };
     const std::string gone = "3 01:00.0 2: 01:00.0=0 02:00.0-\n4 01:00.0 2: 01:00.0=0\n";
     const std::string come = "1 01:00.0 2: 01:00.0=0\ninserted\n2 01:00.0 2: 01:00.0=0 02:00.0=";
-    // The function that an event is about and the bridges above it; none: events have been lost.
+    // An event's function and the bridges above it; without a function, events have been lost.
     const std::tuple<std::function<void()>, std::vector<RoutingId>, std::string> rows[] = {
         {[] {}, {CARD, SWITCH, PORT}, ""},
         {[&] { unplug(CARD); }, {CARD, SWITCH, PORT}, gone},

@@ -41,8 +41,8 @@ protected:
         return text.str();
     }
 
-    // Makes a function, in the place of any other. The new files are there before the old ones go:
-    // else they could get the same inodes.
+    // Makes a function, in the place of any other. The new files are made before the old ones are
+    // removed, because they could get the same inodes otherwise.
     void plug(RoutingId id, const std::vector<std::uint8_t> &bytes) {
         const fs::path made = folder / "made";
         const unsigned root = pci::bus_of(id);
@@ -62,12 +62,12 @@ protected:
                  bus <= bytes[pci::SUBORDINATE_BUS_NUMBER]; ++bus)
                 below[bus] = place;
     }
-    // As functions() reads them.
+    // Makes the functions that functions() reads from `specs`.
     void plug(const std::string &specs) {
         for (const FunctionSpec &spec : functions(specs))
             plug(spec.id, config_bytes(spec, false));
     }
-    // With all that is below it.
+    // Removes the function and everything below it.
     void unplug(RoutingId id) const {
         std::error_code none;
         fs::remove_all(fs::canonical(sysfs.file(id, ""), none));
@@ -85,7 +85,7 @@ protected:
         if (!target.empty())
             fs::create_symlink(target, sysfs.file(id, name));
     }
-    // As a kernel that is locked down does.
+    // Makes writes fail, as in a kernel that is locked down.
     void forbid_writes(RoutingId id) const {
         const std::string bytes = read(sysfs.file(id, "config"));
         const int copy = memfd_create("config", MFD_ALLOW_SEALING);

@@ -15,7 +15,7 @@
 #include "host/watch/event_groups.h"
 #include "tests/live/live_machine.h"
 
-// "add /devices/pci0000:00/0000:00:01.0", with a third word when it is no news.
+// An event as "add /devices/pci0000:00/0000:00:01.0", with a third word when it is synthetic.
 struct udev_device {
     std::string action, path, again;
 };
@@ -88,7 +88,7 @@ protected:
     nlohmann::json report() { return nlohmann::json::parse(read("out"), nullptr, false); }
     bool says(const std::string &line) { return read("messages").find(line) != std::string::npos; }
 
-    // What a dump says, without titles.
+    // Returns the bytes of a dump, without titles.
     static std::string bytes(const fs::path &dump) {
         std::istringstream in(read(dump));
         std::string text;
@@ -162,7 +162,7 @@ TEST_F(Runs, StayAndFollowWhatHappensUntilTheyAreToldToEnd) {
             std::this_thread::sleep_for(std::chrono::milliseconds(10));
         }
     };
-    // The server looks for events before it looks at a line.
+    // The server takes events before it takes a line.
     using Events = std::vector<std::string>;
     const auto tell = [&](const Events &events, const std::string &line, const char *answer) {
         for (const std::string &event : events)

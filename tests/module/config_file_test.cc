@@ -15,7 +15,7 @@ namespace host::tests {
 
 const std::string NO_ROOM = "MAKE_TMP_STRING alloca() failed";
 
-// Every row's parser notes what it is given and writes all over the value.
+// Every row's parser notes its arguments and overwrites the value.
 class ConfigFile : public ModuleTest {
 protected:
     ConfigFile() {
@@ -27,7 +27,7 @@ protected:
             };
     }
 
-    // Parses a text; the messages between those that mark start and end.
+    // Parses a text and returns the messages between those that mark start and end.
     std::string parse(std::string_view text) {
         const std::string start = "I0 ++ Feature Config file 'features.cfg' parse start ++\n";
         const std::string end = "I0 ++ Feature Config file 'features.cfg' parse end ++\n";
@@ -144,7 +144,7 @@ TEST_F(ConfigFile, SaysWhenATokenDoesNotFitTheStack) {
     EXPECT_EQ(calls, "3 ECRC=" + NO_ROOM + "\n2 MPS=" + NO_ROOM + "\n");
 }
 
-// Room that a line has taken does not come back while the file is parsed.
+// The room of a line's copies is not given back while the file is parsed.
 TEST_F(ConfigFile, ReadsManyLinesOnASmallStack) {
     std::string text, said, expected;
     for (unsigned i = 0; i < 200'000; ++i)

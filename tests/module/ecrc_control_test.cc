@@ -1,4 +1,4 @@
-// Wishes become register settings at start-up, and again for functions that are inserted later.
+// Requests become register settings at start-up, and again for functions that are inserted later.
 #include "features/ecrc/control.h"
 
 #include "host/exports/hooks.h"
@@ -115,7 +115,8 @@ TEST_F(EcrcControl, GivesInsertedFunctionsTheirWishesBack) {
     }
 }
 
-// Its capability lists begin otherwise; objects made for the function before it are kept.
+// The new function's capability list begins elsewhere; objects made for the function before it are
+// kept.
 TEST_F(EcrcControl, LeavesAnotherFunctionAtTheSamePlaceAlone) {
     const std::vector<RoutingId> place = {at(1)};
     for (const auto &[offset, list, pcie_result] :

@@ -1,4 +1,4 @@
-// Recorded wishes: the probe of a function's controls, and later wishes for the same function.
+// Recorded requests: the probe of a function's controls, and later requests for the same function.
 #include "features/ecrc/entry_list.h"
 
 #include "platform/pci_access.h"
@@ -71,7 +71,7 @@ TEST_F(EcrcEntries, AreFoundByTheirWholeAddress) {
     EXPECT_EQ(ecrc_find_entry(ari_at(1, 9)), nullptr);
     EXPECT_EQ(ecrc_find_entry(ari(at(1))), nullptr);
     EXPECT_EQ(ecrc_find_entry(BDF_NONE), nullptr);
-    // A port of version 1 has no Device Control 2; what is there is something else's.
+    // A port with capability version 1 has no Device Control 2; other registers are at its place.
     serve({{.id = at(0, 1), .secondary = 1, .ari_forwarding = true, .dwords = {{0x40, 0x410010}}},
            {.id = at(1), .next_ari = 0}});
     EXPECT_EQ(pci_device_find(1, ANY_VENDOR, ANY_DEVICE, ANY_CLASS), at(1));

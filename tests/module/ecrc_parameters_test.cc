@@ -5,8 +5,8 @@
 
 namespace host::tests {
 
-// Bus 2 is below a port with ARI Forwarding; bus 3 is another server's; what has no AER capability
-// comes first and last.
+// Bus 2 is below a port with ARI Forwarding Enable set; bus 3 is another server's; functions
+// without the AER capability come first and last.
 const std::vector<FunctionSpec> MACHINE = [] {
     auto all = functions("0.0:- 0.2:4>2-2 0.3:4>3-3 0.4:4>4-4 0.1:4>1-1 1.0.0:0 1.0.1:0 1.31.7:0 "
                          "3.0:0 2.0:0 2.2.1:0 4.0:0");
@@ -24,7 +24,7 @@ protected:
         serve(MACHINE, managed);
     }
 
-    // Parses a value, the module's first; it may be cut up.
+    // Parses a value with the module's parser, which may cut it up.
     void parse(std::string value, unsigned fail_entry = 0) {
         reset();
         fail_calloc(fail_entry, sizeof(module::ecrc_entry));

@@ -1,4 +1,4 @@
-// What the tests of the ECRC feature share.
+// Shared by the tests of the ECRC feature.
 #pragma once
 
 #include "features/ecrc/control.h"
@@ -13,8 +13,8 @@ class EcrcTest : public ModuleTest {
 protected:
     static inline module::feature_t &feature = module::feature_list[module::ROW_ECRC];
 
-    // Every entry in list order, as the feature file says it: "1.0.0:+:= 2.17:=:- ", the second in
-    // ARI form.
+    // Returns every entry in list order, as the feature file says it: "1.0.0:+:= 2.17:=:- ", the
+    // second in ARI form.
     static std::string recorded() {
         std::string text;
         for (const auto *link = feature.list.first; link; link = link->next) {

@@ -1,4 +1,4 @@
-// What events do to a machine that was saved: what hooks are told and find, what a reset leaves.
+// Events on a saved machine: what hooks are told and find, and what a reset leaves.
 #include "host/watch/event_player.h"
 
 #include "host/base/address.h"
@@ -11,7 +11,8 @@ namespace host::tests {
 
 static std::string told;  // by hooks, a line each
 
-// What they find: the payload code of function 03:00.0, "-" when it and its bridge are not there.
+// Notes what a hook is told and what it finds: Max_Payload_Size of function 03:00.0, as coded
+// there, "-" when it and its bridge are not there.
 static void note(std::uint32_t kind, bdf_t bdf, std::uint32_t value, int status) {
     std::uint16_t control = 0;
     const bool is_found = pci_hw->cfg_read(at(3), DEVCTL_AT, 2, &control, 0) == PCI_OK;

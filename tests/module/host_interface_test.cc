@@ -1,4 +1,4 @@
-// What the module asks of its host by name.
+// The names that the module looks up in its host.
 #include "module/base/buscfg_hooks.h"
 
 #include <array>
@@ -11,7 +11,7 @@
 
 namespace host::tests {
 
-// A set with hooks of these kinds ("236"). Their addresses, never called, are their kinds.
+// A set with hooks of these kinds ("236"). A hook's address, which is never called, is its kind.
 static module::buscfg_hooks_t hooks_of(const std::string &kinds) {
     std::array<std::uintptr_t, 8> hooks = {5, 6, 7, 8, 1, 2, 3, 4};  // as its members stand
     for (std::uintptr_t &kind : hooks)
@@ -19,7 +19,7 @@ static module::buscfg_hooks_t hooks_of(const std::string &kinds) {
     return std::bit_cast<module::buscfg_hooks_t>(hooks);
 }
 
-// A bus configuration object that notes the kinds it is given and refuses the n-th block.
+// A bus configuration object that notes the kinds of its hooks and refuses the n-th block.
 class Hooks : public ModuleTest {
 public:
     Hooks() { buscfg = &object; }
@@ -44,7 +44,8 @@ protected:
 };
 
 TEST_F(Hooks, AreRegisteredInTheHostsKindOrderUntilOneFails) {
-    // Which block is refused, and which finds no memory; whether the host has an object.
+    // The number of the block that is refused, that of the block without memory, and whether the
+    // host has an object.
     const std::tuple<std::string, unsigned, unsigned, bool, pci_err_t, std::string> rows[] = {
         {"87654321", 0, 0, true, 0, "12345678"},
         {"236", 0, 0, true, 0, "236"},

@@ -1,4 +1,5 @@
-// A host that exports none of the names that are looked up: this program is linked without them.
+// A host that exports none of the names that the module looks up: this program is linked without
+// them.
 #include "module/base/buscfg_hooks.h"
 #include "module/base/host_symbols.h"
 #include "tests/support/module_test.h"

@@ -13,7 +13,7 @@ namespace host::tests {
 
 using Ids = std::vector<RoutingId>;
 
-// Behind root port 1 is a switch, or another device; bus 7 is nobody's.
+// Behind root port 1 is a switch, or another device; no bridge leads to bus 7.
 class MachineUpdate : public ModuleTest {
 protected:
     MachineUpdate() {
@@ -22,14 +22,14 @@ protected:
         machine->image.set_filter([this, reads = 0](ImageAccess &access) mutable {
             if (what == 'o' && access.id == at(1) && access.offset == 0x0C)
                 access.value = 0;  // header type
-            // With the subordinate bus.
+            // These bytes include Subordinate Bus Number, which the faults change.
             if (access.id == at(0, 3) && access.offset == 0x18)
                 access.value += what == 'w' ? 1U << 16 : what == 'b' ? -(1U << 16) : 0;
             return what == 'g' && access.id == at(1) && ++reads > 8 ? 19U : 0U;
         });
     }
 
-    // Bridges as modules see them, with the functions on their buses.
+    // Returns the bridges as modules see them, with the functions on their buses.
     static std::string tree(bridge_rec *bridge = find_parent_bridge(nullptr, BDF_NONE)) {
         std::string text = bdf_text(bridge->bdf).substr(0, 5) + "( ";
         for (const bdf_t &bdf : enable_features::functions_below(bridge))
@@ -71,8 +71,8 @@ TEST_F(MachineUpdate, ShowsWhatIsThereInTheRecordsThatItHad) {
               "written to it\n");
 }
 
-// Milliseconds after the first event. A slot that never becomes quiet, and the bridge above it,
-// which takes the slot's events over; another one that does become quiet.
+// Milliseconds after the first event. One slot never becomes quiet, and the bridge above it takes
+// its events over; another one becomes quiet.
 TEST_F(MachineUpdate, IsDueWhenASlotIsQuietOrHasNotBeenForLong) {
     EventGroups groups;
     const auto time = [](int ms) {

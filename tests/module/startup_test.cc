@@ -49,7 +49,7 @@ TEST_F(Startup, ParsesEveryConfigOptionInOrderAndIgnoresTheRest) {
                "I0 ++ Feature Config file '" + name + "' parse end ++\n" +
                "D3 parse_feature_config(), {0}\n";
     };
-    // What the host has scanned, and how, is nothing to the module.
+    // The module must not depend on how the host has used getopt_long().
     char program[] = "hoplar", flags[] = "-vvv";
     char *const hosts_own[] = {program, flags};
     ASSERT_EQ(::setenv("POSIXLY_CORRECT", "1", 1), 0);

@@ -1,4 +1,4 @@
-// What the hooks do with the host's events, once start-up has programmed a machine.
+// The MPS hooks, after start-up has programmed a machine.
 #include <atomic>
 #include <cstdlib>
 #include <ctime>
@@ -33,7 +33,7 @@ TEST_F(MpsHooks, GiveFunctionsTheirSizeBackAfterResets) {
         std::string writes, messages;
         AccessFilter fault = {};
     } rows[] = {{3, at(3), 5, "", "W0 HOOK, skipping reset type 3\n"},
-                // One function.
+                // Resets of one function.
                 {2, at(3, 0, 1), 19, "=256 03:00.1 ", "D2 CALL, mps_write_mps(), {0}\n"},
                 {2, ari(ari_at(4, 130)), 0, "=256 04:10.2 ", "D2 CALL, mps_write_mps(), {0}\n"},
                 {2, at(3), 0, "=256 03:00.0 ", "D2 CALL, mps_write_mps(), {5}\n", broken},
@@ -41,7 +41,7 @@ TEST_F(MpsHooks, GiveFunctionsTheirSizeBackAfterResets) {
                 {2, at(5), 0, "", never},
                 {2, at(0, 4), 0, "", ""},
                 {2, at(6), 0, "", ""},
-                // One device.
+                // Resets of one device.
                 {1, at(3, 0, 1), 5, "=256 03:00.0 03:00.1 ",
                  "D2 CALL, mps_write_mps_all_funcs(B3:D0:F0, 256), {0}\n"},
                 {1, ari(ari_at(4, 5)), 0, "=256 04:00.5 04:10.2 ",
@@ -51,7 +51,7 @@ TEST_F(MpsHooks, GiveFunctionsTheirSizeBackAfterResets) {
                 {1, at(5), 0, "", never},
                 {1, at(3, 9), 0, "", ""},
                 {1, at(7, 0, 2), 0, "", ""},
-                // A hierarchy.
+                // Resets of a hierarchy.
                 {1, at(2, 1), 0, all, is_none + both_set},
                 {1, at(1), 48, all, is_none + both_set},
                 {1, at(0, 1), 0, all, is_rp + both_set},
@@ -64,7 +64,7 @@ TEST_F(MpsHooks, GiveFunctionsTheirSizeBackAfterResets) {
                  is_rp + "I2 HOOK, MPS on paths below RP BDF were never changed or are "
                          "invalid. Leave default MPS\n"},
                 {1, at(6), 0, "", is_none},
-                // Nothing above.
+                // Resets with no bridge above the function.
                 {1, at(0, 4), 5, "", nothing_above},
                 {1, at(0, 3), 0, "", nothing_above}};
     for (const auto &row : rows) {
@@ -103,9 +103,10 @@ TEST_F(MpsHooks, OnlyReportHotPlug) {
 
 using MpsThreads = MpsTest;
 
-// Before, while and after they are registered. The functions of bus 2, which do not decide the
-// size, lose it all the time; once the module has started, bridges below 00:02.0 come and go with
-// each other. HOPLAR_THREADS_SECONDS in the environment makes it last longer.
+// Hooks are called before, while and after they are registered. The functions of bus 2, which do
+// not decide the size, lose it all the time; once the module has started, bridges below 00:02.0
+// come and go at the same time. HOPLAR_THREADS_SECONDS in the environment makes the test last
+// longer.
 TEST_F(MpsThreads, CallTheHooksWhileStartUpPrograms) {
     auto all = functions("0.1:4>1-2=2 0.2:4>3-5=2 1.0:0>0-0=3 1.1:6>2-2=3 3.0:6>4-5=2 4.0:6>5-5=2");
     all.push_back({.id = at(5), .payload_cap = 3, .aer = GEN_CAP | GEN_ON});

@@ -1,4 +1,4 @@
-// Endpoints and root ports: how they are told, and the lists that are made of them.
+// Endpoints and root ports: how they are recognised, and the lists that are built of them.
 #include "tests/mps/mps_test.h"
 #include "topology/classification.h"
 
@@ -31,7 +31,7 @@ TEST_F(MpsLists, HoldOneEntryForEachDeviceAndRootPort) {
     ManagedBuses managed(256, true);
     managed[5] = managed[64] = false;
     serve(TREE, managed);
-    // An update that is refused builds the list as well.
+    // A refused update builds the list too.
     EXPECT_EQ(module::mps_update_entry(BDF_NONE, 300), 22U);
     EXPECT_EQ(said({"_once_init", "RCiEP"}),
               expand("D3 ep_list_once_init, new entry for B0:D4:F0 added\n"
@@ -112,7 +112,7 @@ TEST_F(MpsLists, CountWhatIsBehindBridgesWithWrongNumbers) {
         "D3 find_rp_mps, path_max updated from 512 to 256 for EP B7:D0:F0\n");
     EXPECT_EQ(module::mps_find_entry(at(7))->rp->bridge, machine->bridge(at(0, 1)));
 
-    // Either of the two ports that have bus 5 may lead there, or the one on bus 1.
+    // Either of the two ports with bus 5 may lead there, or the one on bus 1.
     for (const unsigned code : {0U, 1U}) {
         std::string ports = "0.0:4>5-5=3 0.1:4>5-6=2 0.2:4>1-5=4 1.0:6>5-5=0 5.0:0>0-0=3";
         serve(functions(code == 0 ? ports : replaced(replaced(ports, "6=2", "6=1"), "5=0", "5=3")));

@@ -1,4 +1,4 @@
-// What the tests of the Max Payload Size feature share.
+// Shared by the tests of the Max Payload Size feature.
 #pragma once
 
 #include <algorithm>
@@ -42,7 +42,7 @@ class MpsTest : public ModuleTest {
 protected:
     static inline module::feature_t &feature = module::feature_list[module::ROW_MPS];
 
-    // What has been logged since the last call, the lines with one of the pieces.
+    // Returns the lines that have been logged since the last call and hold one of the pieces.
     std::string said(const std::vector<std::string> &pieces) {
         std::istringstream log(messages());
         std::string kept;
@@ -53,8 +53,8 @@ protected:
         return kept;
     }
 
-    // From now on notes every payload size that is written, before it takes effect, and counts
-    // accesses by whether the endpoint list's lock is held.
+    // Notes every payload size that is written, before it takes effect, and counts accesses by
+    // whether the endpoint list's lock is held.
     void record(AccessFilter fault = {}) {
         writes_.clear();
         last_written_ = locked = unlocked = 0;
@@ -67,13 +67,13 @@ protected:
         });
     }
 
-    // What has been noted: "=256 00:01.0 01:00.0 =128 00:01.0 ". Ends it.
+    // Stops noting and returns the notes: "=256 00:01.0 01:00.0 =128 00:01.0 ".
     std::string writes() {
         machine->image.set_filter({});
         return writes_;
     }
 
-    // Every request, in list order: "03:00.0=256 ".
+    // Returns every request, in list order: "03:00.0=256 ".
     static std::string requested() {
         std::string text;
         for (auto *entry = module::first_mps_entry(feature.list); entry;
@@ -83,7 +83,7 @@ protected:
         return text;
     }
 
-    // `member` of every root port's entry, in list order: "512 256 ".
+    // Returns `member` of every root port's entry, in list order: "512 256 ".
     static std::string root_ports(std::uint32_t module::rp_entry::*member) {
         std::string text;
         for (auto *link = module::rp_list.first; link; link = link->next)
@@ -91,7 +91,7 @@ protected:
         return text;
     }
 
-    // The payload size that a function is set to use, in bytes.
+    // Returns a function's Max_Payload_Size, in bytes.
     unsigned payload(RoutingId id) { return 128U << (machine->get(id, DEVCTL_AT, 2) >> 5 & 7); }
 
     unsigned locked = 0, unlocked = 0;

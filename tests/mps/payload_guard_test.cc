@@ -1,4 +1,4 @@
-// The host lets no function stand above the port above it through what modules write.
+// The host lets no module bring a function above the port above it.
 #include <bit>
 
 #include "host/exports/hooks.h"
@@ -11,7 +11,7 @@ namespace host::tests {
 
 class MpsGuard : public MpsTest {
 protected:
-    // Sizes are codes, a digit a function.
+    // Sizes are field values, a digit for each function.
     void set_sizes(const std::vector<FunctionSpec> &functions, const std::string &codes) {
         for (std::size_t i = 0; i < functions.size(); ++i)
             machine->image.write(functions[i].id, DEVCTL_AT, 2,
@@ -28,7 +28,7 @@ protected:
 const auto SWITCH =
     functions("0.1:4>1-4=2 1.0:5>2-4=2 2.0:6>3-3=2 2.1:6>4-4=2 3.0:0>0-0=2 4.0:0>0-0=2");
 const auto CONVENTIONAL = functions("0.1:4>1-2=2 1.0:->2-2 2.0:0>0-0=2");
-// Which of the two leads to bus 1 no register tells.
+// No register tells which of the two bridges leads to bus 1.
 const auto ONE_BUS_TWICE = functions("0.1:4>1-1=2 0.2:4>1-1=2 1.0:0>0-0=2");
 
 static AccessFilter keeps_512(RoutingId id) {
@@ -39,8 +39,8 @@ static AccessFilter keeps_512(RoutingId id) {
     };
 }
 
-// Bus 4 is not managed. Where a function is reset, a fault
-// comes after start-up, and so does somebody who sets 02:00.0 to 128.
+// Bus 4 is not managed. Where a function is reset, a fault comes after start-up, and another
+// program sets 02:00.0 to 128.
 TEST_F(MpsGuard, LeavesNoFunctionAboveItsPort) {
     const auto fails = [](RoutingId id, unsigned last = FOREVER) {
         return fail(writes_to(id, DEVCTL_AT), 1, last);
@@ -169,7 +169,7 @@ TEST_F(MpsGuard, ReportsFunctionsThatDifferFromTheirPorts) {
     }
 }
 
-// Its other fields can be written all the same.
+// Its other fields can still be written.
 TEST_F(MpsGuard, RefusesNoSizeThatAFunctionHas) {
     serve({{.id = at(0, 1), .port = 4, .secondary = 1, .payload_cap = 1},
            {.id = at(1), .port = 5, .secondary = 2, .payload_cap = 1, .payload_set = 2}});

@@ -38,7 +38,7 @@ TEST_F(MpsRegisters, TakeASizeAndKeepEveryOtherBit) {
                                                   "mps_write_mps(" + object + ", B0:D1:F0, " +
                                                       std::to_string(size) + "), ")));
         }
-    // Without memory for an object, and without a capability.
+    // There is no memory for an object, or no capability.
     fail_calloc(1);
     EXPECT_EQ(module::mps_write_mps(nullptr, F, 256), 12U);
     EXPECT_EQ(module::mps_write_mps(nullptr, at(2), 256), 48U);
@@ -51,7 +51,7 @@ TEST_F(MpsRegisters, OfADeviceAreWrittenFunctionByFunction) {
     const auto no_vendor = [](unsigned n) {
         return fail(reads_of(at(1, 0, n), pci::VENDOR_ID), 1);
     };
-    // Kinds of functions 0 and up: endpoint, switch port, conventional, none.
+    // The kinds of functions 0 and up: endpoint, switch port, conventional, none.
     const std::tuple<bdf_t, std::string, AccessFilter, pci_err_t, std::string> rows[] = {
         {at(1), "eee", {}, 0, "=256 01:00.0 01:00.1 01:00.2 "},
         {at(1), "ese....e", broken(0), 5, "=256 01:00.0 "},

@@ -1,4 +1,4 @@
-// Requests become register settings at start-up: one size a hierarchy, in two passes.
+// Requests become register settings at start-up: one size for each hierarchy, in two passes.
 #include "features/mps/parameters.h"
 #include "platform/buscfg.h"
 #include "platform/pci_access.h"
@@ -8,7 +8,7 @@ namespace host::tests {
 
 class MpsStartUp : public MpsTest {
 protected:
-    // A machine with requests ("all:max 3.0.0:256"), without a message.
+    // Makes a machine with requests ("all:max 3.0.0:256") and drops its messages.
     void request(const std::vector<FunctionSpec> &functions, const std::string &requests) {
         serve(functions);
         std::istringstream values(requests);

@@ -1,11 +1,12 @@
-// Link power states: which a link may use, and switching them on and off at both of its ends.
+// ASPM: the states that a link may use, and switching them on and off at both of its ends.
 #include "features/aspm/latency.h"
 #include "features/aspm/link_control.h"
 #include "tests/operations/operations_test.h"
 
 namespace host::tests {
 
-// In Device Capabilities: the codes of the latencies accepted for L1 and for L0s, then 00.
+// The number behind "=" is Device Capabilities in octal: the values of Endpoint L1 and L0s
+// Acceptable Latency, then 00.
 const std::string TREE =
     "0.1:4>1-12 0.2:4>13-14 0.3:4>15-15 0.4:4>16-16=0,3ff 0.5:4>17-17 0.6:4>18-19 1.0:0>0-0=7700 "
     "1.1:6>2-3 1.2:6>4-5 2.0:6>3-3 3.0:0>0-0=100 3.1:- 3.2:0>0-0=2000 3.3:0>0-0=2000 "
@@ -14,7 +15,7 @@ const std::string TREE =
 
 class Aspm : public OperationsTest {
 protected:
-    // From a port, at level 2, to a device, at level 1.
+    // A link from a port with ASPM Control 2 to a device with 1.
     bridge_rec *serve_link(std::uint32_t up, std::uint32_t down, std::uint32_t accepted) {
         serve({{.id = at(0, 1), .port = 4, .secondary = 1, .link_cap = up},
                {.id = at(1), .payload_cap = accepted, .link_cap = down}});
@@ -25,7 +26,8 @@ protected:
 
     char level(RoutingId id) { return "0123"[machine->get(id, LINKCTL_AT, 2) & 3]; }
 
-    // What enabling compares: "63/999 64/1000 ", latencies of leaving L0s and L1, then accepted.
+    // Returns the latencies that enabling compares: "63/999 64/1000 ", first the exit latencies of
+    // L0s and L1, then the accepted ones.
     std::string latencies(bridge_rec *bridge) {
         module::_enable_aspm(bridge);
         return replace_all(messages(), "(?:.*\n)*.*exit latencies = (.*), .* = (.*)\n(?:.*\n)*",
@@ -45,8 +47,8 @@ TEST_F(Aspm, LatenciesAreThoseOfTheCodesAtTheSlowerEnd) {
                     "4001/999 4294967295/1000 ");
 }
 
-// By the codes accepted, then the port's support, then the device's; leaving each state takes as
-// long as code 6 accepts. 1 is the level before.
+// Rows: accepted latencies, then the port's and the device's ASPM Support; the exit latency of each
+// state equals what value 6 accepts. ASPM Control was 1.
 TEST_F(Aspm, LevelIsWhatBothEndsSupportAndEndpointsAccept) {
     std::string levels;
     for (const unsigned accepted : {06600U, 07500U, 05700U, 05500U})
@@ -67,14 +69,13 @@ TEST_F(Aspm, LevelIsWhatBothEndsSupportAndEndpointsAccept) {
     EXPECT_EQ(module::acceptable_ep_latency(machine->bridge(at(0, 1)), 1), 0U);
 }
 
-// The port is written first to enable, last to disable, and goes back to level 0 when enabling
-// fails.
+// The port is written first to enable, last to disable, and goes back to 0 when enabling fails.
 TEST_F(Aspm, EndsOfALinkAreInOrderWhateverFails) {
     const std::string enabling = "8/4c 100/4c 100/4c 8/4c 100/4c 8/4c 100/44 100/44 "
                                  "8/50 8/50=fcb 8/50 100/50 100/50=43 100/50";
     const std::string disabling = "8/4c 100/4c 100/50 100/50=40 100/50 8/50 8/50=fc8 8/50";
-    // By the number of the access that ends with 5, then of the allocation that finds no memory:
-    // the result, then the levels of port and device.
+    // Rows: the number of the access that ends with 5, then of the allocation that finds no memory;
+    // the result, then ASPM Control of port and device.
     const std::tuple<pci_err_t (*)(bridge_rec *), std::string, std::string> rows[] = {
         {module::_enable_aspm, enabling,
          "5:21 5:21 0:00 0:00 0:00 0:00 0:22 0:11 5:01 5:01 5:01 5:01 5:01 5:03 12:21 0:22 0:11 "
@@ -96,8 +97,8 @@ TEST_F(Aspm, EndsOfALinkAreInOrderWhateverFails) {
     }
 }
 
-// By what is wrong with the host's records of a root port, which has L0s alone, and of the switch
-// port below it. The first endpoint cannot be read; the others accept the same.
+// Rows: the fault in the host's records of a root port, which has L0s alone, and of the switch port
+// below it. The first endpoint cannot be read; the others accept the same.
 TEST_F(Aspm, LinksAreEnabledAsFarAsRecordsTell) {
     static const bdf_t none[] = {BDF_NONE};
     const std::string compared = "D2 find_aspm_level(), exit latency = 63, acceptable latency = $\n"

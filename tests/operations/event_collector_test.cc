@@ -1,4 +1,4 @@
-// Which event collector serves a function: real registers, which the host decodes.
+// The event collector that serves a function, from real registers, which the host decodes.
 #include "topology/event_collector.h"
 
 #include "platform/server.h"
@@ -31,7 +31,7 @@ TEST_F(EventCollectors, AreAskedInOrderUntilOneServesTheFunction) {
         EXPECT_EQ(messages(), said);
     }
 
-    // A function that has the capability comes in the place of one that had not.
+    // A function that has the capability replaces one that had not.
     machine->image.set_filter([](ImageAccess &access) {
         access.value |= access.id == at(64, 3) && access.offset == 0x100 ? 0x10007 : 0;
         return PCI_OK;

@@ -1,4 +1,5 @@
-// Fast back-to-back transfers: every function of a bus, the bridges below, then the bridge itself.
+// Fast back-to-back transactions: every function of a bus, the bridges below, then the bridge
+// itself.
 #include <unistd.h>
 
 #include <fstream>
@@ -32,7 +33,7 @@ protected:
     static inline const std::string BUS = "0.1:->1-2 1.0:->2-2 1.1:-";
 };
 
-// Marked accesses are those under the lock. What enabling has done is taken back in full.
+// Marked accesses are those under the lock. A failed enable is taken back in full.
 TEST_F(FastBackToBack, StepsAreInOrderWhateverFails) {
     const Words on = words("100/4* 100/4=307* 100/4* 108/4* 108/4=200* 108/4* "
                            "100/4 100/4=307 100/4 8/3e 8/3e=80 8/3e");

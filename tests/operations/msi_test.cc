@@ -15,12 +15,12 @@
 
 namespace host::tests {
 
-// Accesses as they come: registers by their offset from the capability ("2", "2=180" written),
+// Accesses in their order: registers by their offset in the capability ("2", "2=180" written),
 // words of the vector table by their offset in it ("t8", "t8=" written).
 static std::ostringstream accesses;
 
-// Of the largest size, in pages of its own. An instruction that touches it while it is closed runs
-// as one step with the table open.
+// A vector table of the largest size, in pages of its own. While it is closed, an instruction that
+// touches it runs as one step with the table open.
 alignas(4096) static std::uint32_t table[2048 * 4];
 
 static void on_signal(int signal, siginfo_t *info, void *context) {
@@ -38,9 +38,9 @@ constexpr auto save = enable_features::event_notification_reg_save;
 constexpr auto restore = enable_features::event_notification_reg_restore;
 
 struct MsiRegisters : ModuleTest {
-    // Saves or restores while Message Control reads `control` and all else, and the table, counts
-    // from `seed`. The result, what is said in short ("-addr": that register could not be read or
-    // written), the accesses: "0 save -addr 2 4 8 ".
+    // Saves or restores while Message Control reads `control`; all other registers, and the table,
+    // count from `seed`. Returns the result, the messages in short ("-addr": that register could
+    // not be read or written) and the accesses: "0 save -addr 2 4 8 ".
     std::string done(decltype(save) operation, unsigned id, unsigned control, unsigned seed = 0) {
         const bool is_msi = id == CAPID_MSI;
         serve({{.id = 0}, {.id = 0xFFFF}});
@@ -78,7 +78,7 @@ struct MsiRegisters : ModuleTest {
         return said + accesses.str();
     }
 
-    // The access number `fail` fails.
+    // The access with the number `fail` fails.
     std::string both(unsigned id, unsigned control, unsigned now, std::size_t fail = 0) {
         failing = fail;
         const std::string saved = done(save, id, control, 0x70);
@@ -91,12 +91,13 @@ struct MsiRegisters : ModuleTest {
     msix_cap_t msix = {{0, 0, CAPID_MSIX, 200}, &mapping};
     event_capset_t capset = {&function, &msi, &msix, nullptr};
     event_notification_t device = {&capset};
-    // Of MSI-X, without the area that it once had, and of MSI.
+    // A record of MSI-X, without the area that it once had, and one of MSI.
     enable_features::msi_save_t records[2] = {{.msix = {0, 2048, {}}}, {.msi = {1, 1, 1, 1, 1}}};
     std::size_t failing = 0;  // of the accesses to registers from now on, the n-th
 };
 
-// Message Control when saved and when restored. Registers that are not there are captured as 0.
+// Message Control when saved and when restored. Registers that the capability lacks are captured as
+// 0.
 TEST_F(MsiRegisters, AreThoseThatMessageControlTellsOf) {
     const std::tuple<unsigned, unsigned, std::string, std::uint32_t, std::uint32_t> rows[] = {
         {0x0001, 0x0FF1, "0 save 2 4 8 0 restore 2 2=ff0 4=74 8=78 2=1 ", 0, 0},
@@ -109,7 +110,7 @@ TEST_F(MsiRegisters, AreThoseThatMessageControlTellsOf) {
     }
 }
 
-// By the number of the access. What could not be read stays 9.
+// Rows by the number of the failing access. A member whose register could not be read stays 9.
 TEST_F(MsiRegisters, AreSavedAndRestoredInOrderUntilOneFails) {
     const std::string of_msi[] = {
         "0 save 2 4 8 c 10 0 restore 2 2=42 4=74 8=78 c=7c 10=80 2=180 ",
@@ -141,7 +142,7 @@ TEST_F(MsiRegisters, AreSavedAndRestoredInOrderUntilOneFails) {
     }
 }
 
-// Vectors, what is said of the area that they are saved in, and for how many it has room then.
+// Rows: number of vectors, the message about the save area, and the room that it has then.
 TEST_F(MsiRegisters, GetASaveAreaAsLargeAsTheTable) {
     const std::string lost = "E0 #save, Failed to allocate memory for 5 # vector table entries, "
                              "skipping capture\n2 5 lost ";
@@ -165,7 +166,7 @@ TEST_F(MsiRegisters, GetASaveAreaAsLargeAsTheTable) {
     std::free(records[0].msix.vectors);
 }
 
-// Its size is read when it is made, and then for the save.
+// Its size is read when the object is made, and again for the save.
 TEST_F(MsiRegisters, OfAnImageAreThereWhateverTheTableSizeBecomes) {
     serve({{.id = 0, .dwords = {{PCIE_AT, 0x6000 | CAPID_PCIE}, {0x60, 3U << 16 | CAPID_MSIX}}}});
     machine->image.set_filter([reads = 0](ImageAccess &access) mutable {
@@ -177,7 +178,7 @@ TEST_F(MsiRegisters, OfAnImageAreThereWhateverTheTableSizeBecomes) {
     std::free(records[0].msix.vectors);
 }
 
-// A table is mapped at another place then.
+// The table is mapped at another address then.
 TEST_F(MsiRegisters, OfAFunctionThatComesBackAreMappedAgain) {
     struct : ConfigImage {
         bool has_memory() const override { return true; }

@@ -1,5 +1,5 @@
-// What the tests of operations on links and buses share: machines in short, messages in short, and
-// which registers are touched in which order.
+// Shared by the tests of operations on links and buses: machines in short, messages in short, and
+// the registers that are accessed, in order.
 #pragma once
 
 #include "tests/operations/replace_all.h"
@@ -8,12 +8,12 @@
 
 namespace host::tests {
 
-// A feature's operation with its argument and its result, and what it says.
+// A feature's operation with its argument, its result and its messages.
 using Call = std::tuple<std::function<unsigned(bdf_t)>, bdf_t, unsigned, std::string>;
 
 class OperationsTest : public ModuleTest {
 protected:
-    // Makes each call on a fresh machine; patterns make its messages short, in this order.
+    // Makes each call on a fresh machine; the patterns shorten its messages, in this order.
     void expect(const std::vector<Call> &calls, const std::string &machine_in_short,
                 const std::vector<std::pair<std::string, std::string>> &patterns) {
         for (const auto &[operation, bdf, result, said] : calls) {
@@ -26,8 +26,8 @@ protected:
         }
     }
 
-    // What `operation` accesses, as "108/4 108/4=307*": function 01:01.0, register 4, the value
-    // written, and a mark while the devs_lock of the bus is held.
+    // Returns what `operation` accesses, as "108/4 108/4=307*": function 01:01.0, register 4, the
+    // value written, and a mark while the devs_lock of the bus is held.
     Words accesses(AccessFilter fault, const std::function<void()> &operation) {
         std::ostringstream text;
         machine->image.set_filter([&](ImageAccess &access) {

@@ -1,11 +1,11 @@
-// std::regex takes long to compile: once is enough.
+// In a file of its own, because std::regex takes long to compile.
 #pragma once
 
 #include <string>
 
 namespace host::tests {
 
-// `text` with each match of a regular expression replaced.
+// Returns `text` with each match of a regular expression replaced.
 std::string replace_all(const std::string &text, const std::string &pattern,
                         const std::string &replacement);
 

@@ -1,4 +1,4 @@
-// Addresses and write handles: put together, taken apart, and refused.
+// Addresses and write handles: how they are made, taken apart, and refused.
 #include "platform/bdf.h"
 
 #include <gtest/gtest.h>
@@ -12,7 +12,8 @@ TEST(WriteHandle, NamesTheAddressThatItWasMadeOf) {
         const bdf_token token = pci::token_of(bdf);
         EXPECT_EQ(pci::bdf_of(token), bdf);
         EXPECT_TRUE(pci::names_function(token, bdf ^ BDF_ARI_FLAG));
-        // A handle with one bit wrong is none, but where the address stands: there it is another's.
+        // A handle with one wrong bit is refused, unless the bit belongs to the address: then it
+        // names another function.
         for (unsigned bit = 0; bit < 64; ++bit) {
             const bdf_token wrong = token ^ bdf_token { 1 } << bit;
             const bool is_address = bit >= 16 && bit < 32;

@@ -1,4 +1,4 @@
-// Registers and fields against the kernel's header, whose masks nobody here wrote.
+// Registers and fields against the kernel's header, an independent source of the masks.
 #include "platform/pci_regs.h"
 
 #include <gtest/gtest.h>

@@ -13,7 +13,7 @@
 namespace {
 thread_local unsigned calls = 0, first_failing_call = 0, last_failing_call = 0;
 
-// Clang's sanitizers make such calls themselves before they can check anything.
+// Clang's sanitizers make such calls themselves before they are ready to check.
 #ifdef __clang__
 #define UNCHECKED __attribute__((no_sanitize("address", "undefined", "coverage")))
 #else

@@ -1,4 +1,4 @@
-// Faults to order: failing accesses to configuration space and failing allocations.
+// Injects faults: failing accesses to configuration space and failing allocations.
 #pragma once
 
 #include <functional>
@@ -8,7 +8,7 @@
 
 namespace host::tests {
 
-// Picks accesses.
+// Selects accesses.
 using Which = std::function<bool(const ImageAccess &)>;
 Which of(RoutingId id);
 Which reads_of(RoutingId id, unsigned offset);
@@ -16,30 +16,30 @@ Which writes_to(RoutingId id, unsigned offset);
 
 constexpr unsigned FOREVER = ~0U;
 
-// For ConfigImage::set_filter(): accesses number `first` to `last` (from 1) of those that `which`
-// picks end with `code`; with code 0 they are passed, and reads give all ones.
+// Returns a filter for ConfigImage::set_filter(): accesses number `first` to `last` (from 1) of
+// those that `which` picks end with `code`; with code 0 they are passed, and reads give all ones.
 AccessFilter fail(Which which, unsigned first, unsigned last = FOREVER,
                   pci_err_t code = PCI_ERR_IO);
 
-// A function that vanishes at its n-th access.
+// Returns a filter by which a function vanishes at its n-th access.
 inline AccessFilter vanish(RoutingId id, unsigned n) {
     return fail(of(id), n, FOREVER, PCI_ERR_NO_DEVICE);
 }
 
 // The n-th calloc (from 1) of this thread from now on, and no other, finds no memory; 0: none. With
-// a size, only those of that many bytes count. Test programs are linked such that every calloc of
-// the module and the host comes by here.
+// a size, only those of that many bytes count. Test programs are linked so that every calloc of the
+// module and the host comes through here.
 void fail_calloc(unsigned n, std::size_t size = 0);
 
-// Calls number `first` to `last` (from 1) of this thread from now on of what may fail at any time
-// fail: calloc, realloc, strdup, open, fstat, mmap, getrlimit, pthread_getattr_np and
-// find_event_agent; 0: none. Returns how many have been called since this was called before.
+// Calls number `first` to `last` (from 1) of this thread from now on fail, among those that may
+// fail at any time: calloc, realloc, strdup, open, fstat, mmap, getrlimit, pthread_getattr_np and
+// find_event_agent; 0: none. Returns the number of such calls since the last call of this function.
 unsigned fail_calls(unsigned first, unsigned last = FOREVER);
 
-// Which of them failed last, an allocation with its size: "calloc 48".
+// The call that failed last, an allocation with its size: "calloc 48".
 inline thread_local std::string failed_call;
 
-// Stands for the host's enum_next_ari_func(), which gives rising numbers only, unless it is empty.
+// Replaces the host's enum_next_ari_func(), which gives rising numbers only, unless this is empty.
 inline thread_local std::function<std::uint32_t(bdf_t)> next_ari_function;
 
 // Every realloc of this thread to that many bytes, and no other, finds no memory; SIZE_MAX: none.

@@ -1,9 +1,10 @@
-// What the module, linked into a program, keeps for the life of the process.
+// Resets what the module, linked into a program, keeps for the life of the process.
 #pragma once
 
 namespace host::tests {
 
-// The module as it was loaded, also for the host: what both kept of each other is released.
+// Brings the module to its state after loading, and releases what it and the host kept of each
+// other.
 void reset_module();
 
 }  // namespace host::tests

@@ -21,13 +21,13 @@ namespace host::tests {
 namespace module = enable_features;
 
 // A message as tests write it: the severity's letter (E, W, I, D), the verbosity number, the text;
-// "!" before all that when it came through the wrong handle. "entry" stands for what "%p" gives.
+// "!" in front when it came through the wrong handle. "entry" stands for what "%p" prints.
 std::string line_of(const LogMessage &message);
 
 // "{48}" stands for the text of error code 48.
 std::string expand(std::string text);
 
-// A function as messages name it.
+// Returns a function's name in messages.
 inline std::string printed(bdf_t bdf) {
     return 'B' + std::to_string(pci::bus_of(bdf)) + ":D" + std::to_string(pci::device_of(bdf)) +
            ":F" + std::to_string(pci::function_of(bdf));
@@ -56,15 +56,15 @@ protected:
     ModuleTest();
     ~ModuleTest() override;
 
-    // The machine from now on, with a module that has never run.
+    // Serves this machine from now on, with a module that has never run.
     TestMachine &serve(const std::vector<FunctionSpec> &functions,
                        ManagedBuses managed = ManagedBuses(256, true), bool complete = false);
 
-    // The module as it was loaded, without a message; what it kept for the life of the process is
-    // released.
+    // Brings the module to its state after loading, without a message; what it kept for the life of
+    // the process is released.
     void reset();
 
-    // Writes a file of the test's own; its path.
+    // Writes a file of the test's own and returns its path.
     std::string file(std::string_view text, const std::string &name = "features.cfg");
 
     // Starts the module, version 3.0 of everything, with arguments, or with a feature file.
@@ -73,12 +73,12 @@ protected:
         return start({"--config=" + file(features)});
     }
 
-    // What has been logged since the last call: lines, each with its line end. Files of the test
-    // are named without directory.
+    // Returns what has been logged since the last call: lines, each with its line end. Files of the
+    // test are named without directory.
     std::string messages();
     std::string messages_but_debug();
 
-    // A text without the directory of the test's files.
+    // Returns a text without the directory of the test's files.
     std::string bare(std::string text) const;
 
     std::optional<TestMachine> machine;

@@ -39,7 +39,7 @@ static void put_pcie(Bytes &bytes, const FunctionSpec &spec) {
     put(bytes, PCIE_AT + pci::DEVCTL2, 2, spec.ari_forwarding ? pci::DEVCTL2_ARI_FORWARDING : 0U);
 }
 
-// AER, if there, comes first and links to ARI.
+// The AER capability, if there is one, comes first and links to ARI.
 static void put_extended(Bytes &bytes, const FunctionSpec &spec) {
     const unsigned ari_offset = spec.aer ? pci::EXT_CAPS + 0x48 : pci::EXT_CAPS;
     if (spec.aer) {

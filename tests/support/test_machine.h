@@ -1,4 +1,4 @@
-// Machines for tests: the functions are said in C++, everything else is the host's own code.
+// Machines for tests: a test lists the functions in C++, and the host's own code does the rest.
 #pragma once
 
 #include <optional>
@@ -15,7 +15,7 @@ constexpr RoutingId at(unsigned bus, unsigned device = 0, unsigned function = 0)
     return pci::routing_id_of(pci::plain_bdf(bus, device, function));
 }
 
-// A function in ARI form, and its address as modules see it.
+// Make a function's address in ARI form: its routing ID, and its address as modules see it.
 constexpr RoutingId ari_at(unsigned bus, unsigned function) {
     return pci::routing_id_of(pci::ari_bdf(bus, function));
 }
@@ -23,7 +23,7 @@ constexpr bdf_t ari(RoutingId id) {
     return id | BDF_ARI_FLAG;
 }
 
-// ECRC bits of the AER Capabilities and Control register.
+// ECRC bits of Advanced Error Capabilities and Control.
 constexpr std::uint32_t GEN_CAP = pci::AER_CONTROL_ECRC_GEN_CAPABLE,
                         GEN_ON = pci::AER_CONTROL_ECRC_GEN_ENABLE;
 constexpr std::uint32_t CHK_CAP = pci::AER_CONTROL_ECRC_CHK_CAPABLE,
@@ -47,13 +47,14 @@ struct FunctionSpec {
     std::vector<std::pair<unsigned, std::uint32_t>> dwords{};  // by offset, on top of all above
 };
 
-// Where these functions have their registers.
+// The offsets of the capabilities of these functions.
 constexpr unsigned PCIE_AT = 0x40;
 constexpr unsigned DEVCTL_AT = PCIE_AT + pci::DEVCTL;
 constexpr unsigned LINKCTL_AT = PCIE_AT + pci::LINKCTL;
 constexpr unsigned AER_CONTROL_AT = pci::EXT_CAPS + pci::AER_CONTROL;
 
-// Configuration space of a function, `multi_function` for the bit in the header type.
+// Returns the configuration space of a function; `multi_function` sets Header Type, Multi-Function
+// Device.
 std::vector<std::uint8_t> config_bytes(const FunctionSpec &spec, bool multi_function);
 
 using Words = std::vector<std::string>;

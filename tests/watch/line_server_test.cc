@@ -1,4 +1,4 @@
-// Lines that come in over real sockets, and their answers. Server and clients are one thread, so
+// Lines that arrive over real sockets, and their answers. Server and clients share one thread, so
 // that nothing depends on time.
 #include "host/watch/line_server.h"
 
@@ -20,7 +20,7 @@ class LineServerTest : public ::testing::Test {
 protected:
     ~LineServerTest() override { std::filesystem::remove_all(folder); }
 
-    // Connected, or bound, to the path; not checked.
+    // A socket that is connected, or bound, to the path; failures are not checked.
     static Descriptor at(const std::filesystem::path &path,
                          int (*how)(int, const sockaddr *, socklen_t)) {
         sockaddr_un address{.sun_family = AF_UNIX, .sun_path = {}};
@@ -31,7 +31,7 @@ protected:
     }
     Descriptor new_client() const { return at(path, connect); }
 
-    // One round of the server. False when there was nothing to do.
+    // Runs one round of the server. Returns false when there was nothing to do.
     bool round() {
         std::vector<pollfd> waiting;
         server.wait_for(waiting);
@@ -46,13 +46,14 @@ protected:
             ASSERT_LT(++rounds, 10000);
     }
 
-    // Sends as much as there is room for, and lets the server see to it.
+    // Sends as much as there is room for, and lets the server handle it.
     void say(const Descriptor &client, std::string_view text) {
         send(client.number(), text.data(), text.size(), MSG_NOSIGNAL);
         settle();
     }
 
-    // What the server has sent so far, with "." behind it when it has closed the connection.
+    // Returns what the server has sent so far, with "." behind it when it has closed the
+    // connection.
     std::string heard(const Descriptor &client) {
         std::string text, piece(65536, '\0');
         ssize_t count = 0;
@@ -135,7 +136,7 @@ TEST_F(LineServerTest, AnswersNothingToAStreamButKnowsWhatFailed) {
     EXPECT_NE(fcntl(stream.number(), F_GETFD), -1);
 }
 
-// Those who flood it, and who do not read what they have asked for, keep nobody waiting.
+// Clients that flood the server, and clients that do not read their answers, keep no other waiting.
 TEST_F(LineServerTest, ServesALineOfEachInTurn) {
     const Descriptor flood = new_client(), other = new_client();
     settle();

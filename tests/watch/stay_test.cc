@@ -1,4 +1,4 @@
-// Lines that clients of a server that stays send, and what they are answered.
+// The lines that clients of a server that stays send, and their answers.
 #include "host/cli/stay.h"
 
 #include <gtest/gtest.h>
