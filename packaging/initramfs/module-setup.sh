@@ -1,5 +1,6 @@
 #!/bin/bash
 # Copies into the initramfs of dracut what sets the features there. dracut calls these.
+# shellcheck disable=SC2154 # its variables
 
 check() {
     return 0
@@ -9,11 +10,12 @@ depends() {
     return 0
 }
 
-# Modules are no executables, whose libraries dracut would add by itself.
+# dracut adds the libraries of executables by itself, which modules are not.
 install() {
     /usr/lib/hoplar/initramfs-files | while IFS= read -r file; do
-        DRACUT_RESOLVE_DEPS=1 inst "$file" || dwarn "hoplar: cannot copy $file"
+        if ! inst "$file" || ! "$DRACUT_INSTALL" -D "$initdir" -R "$file"; then
+            dwarn "hoplar: cannot copy $file with its libraries"
+        fi
     done
-    # shellcheck disable=SC2154 # dracut's: this folder
     inst_hook pre-udev 00 "$moddir/pre-udev.sh"
 }
