@@ -90,7 +90,7 @@ constexpr std::uint16_t STATUS_RECEIVED_TARGET_ABORT = 0x1000;     // RW1C
 constexpr std::uint16_t STATUS_RECEIVED_MASTER_ABORT = 0x2000;     // RW1C
 constexpr std::uint16_t STATUS_SIGNALED_SYSTEM_ERROR = 0x4000;     // RW1C
 constexpr std::uint16_t STATUS_DETECTED_PARITY_ERROR = 0x8000;     // RW1C
-// All that are RW1C, of Status and of Secondary Status.
+// All RW1C fields of Status, and of Secondary Status.
 constexpr std::uint16_t STATUS_RW1C =
     STATUS_MASTER_DATA_PARITY_ERROR | STATUS_SIGNALED_TARGET_ABORT | STATUS_RECEIVED_TARGET_ABORT |
     STATUS_RECEIVED_MASTER_ABORT | STATUS_SIGNALED_SYSTEM_ERROR | STATUS_DETECTED_PARITY_ERROR;
@@ -156,14 +156,14 @@ constexpr std::uint32_t EXT_CAP_HEADER_ID = 0x0000'FFFF;           // RO
 constexpr std::uint32_t EXT_CAP_HEADER_VERSION = 0x000F'0000;      // RO
 constexpr std::uint32_t EXT_CAP_HEADER_NEXT_OFFSET = 0xFFF0'0000;  // RO; low two bits reserved
 
-// ---- MSI. What follows Message Address has another place where that has 64 bits.
+// ---- MSI. The registers after Message Address stand 4 bytes further where that has 64 bits.
 
 constexpr reg16 MSI_CONTROL{0x02};                                      // Message Control
 constexpr std::uint16_t MSI_CONTROL_ENABLE = 0x0001;                    // RW
 constexpr std::uint16_t MSI_CONTROL_MULTIPLE_MESSAGE_CAPABLE = 0x000E;  // RO
 constexpr std::uint16_t MSI_CONTROL_MULTIPLE_MESSAGE_ENABLE = 0x0070;   // RW
-constexpr std::uint16_t MSI_CONTROL_64_BIT = 0x0080;              // RO, 64 bit address capable
-constexpr std::uint16_t MSI_CONTROL_PER_VECTOR_MASKING = 0x0100;  // RO, capable of it
+constexpr std::uint16_t MSI_CONTROL_64_BIT = 0x0080;              // RO, 64 bit Address Capable
+constexpr std::uint16_t MSI_CONTROL_PER_VECTOR_MASKING = 0x0100;  // RO, Per-Vector Masking Capable
 constexpr reg32 MSI_ADDRESS{0x04};                                // Message Address
 constexpr std::uint32_t MSI_ADDRESS_BITS = 0xFFFF'FFFC;           // RW
 constexpr reg32 MSI_UPPER_ADDRESS{0x08};                          // RW, all 32 bits
