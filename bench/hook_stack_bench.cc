@@ -110,7 +110,7 @@ int measure(const std::string &config) {
                   function_bytes(bus));
     Machine machine(image);
     serve(&machine);
-    open_log(4, true);
+    open_log({.verbosity = 4, .debug = true});
     bridge_rec *const root_port = machine.bridges().by_bdf(0);
     const std::pair<const char *, std::function<void()>> works[] = {
         {"nothing: what a thread takes", [] {}},

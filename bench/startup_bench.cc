@@ -156,7 +156,7 @@ Figures measure(unsigned functions, Work work, bool count, const std::string &co
     fill(image, functions);
     Machine machine(image);
     serve(&machine);
-    open_log(0, false);
+    open_log({.verbosity = 0});
     std::uint64_t accesses = 0;
     if (count)
         image.set_filter([&](ImageAccess &) {

@@ -117,7 +117,7 @@ void add_fault(HostileMachine &machine, RoutingId id, unsigned first, pci_err_t 
 }  // namespace
 
 void open_silent_log() {
-    open_log(-1, true);
+    open_log({.verbosity = -1, .debug = true});
     observe_log([](const LogMessage &) {});
 }
 

@@ -1,5 +1,6 @@
 #include "host/base/address.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 
@@ -16,6 +17,19 @@ std::optional<std::uint32_t> field(std::string_view digits, std::size_t most, st
     return value && *value <= high ? value : std::nullopt;
 }
 
+// Characters of an address in the form of modules that a text begins with, 0 without one; `address`
+// gets lspci's form. Functions above 7 are those of ARI devices.
+std::size_t module_address(const std::string &text, std::array<char, 16> &address) {
+    unsigned bus = 0, device = 0, function = 0;
+    int end = 0;
+    if (std::sscanf(text.c_str(), "B%3u:D%2u:F%3u%n", &bus, &device, &function, &end) == 3)
+        std::snprintf(address.data(), address.size(), "%02x:%02x.%x", bus, device + function / 8,
+                      function % 8);
+    else if (std::sscanf(text.c_str(), "B%3u:D%2u:Fz%n", &bus, &device, &end) == 2 && end > 0)
+        std::snprintf(address.data(), address.size(), "%02x:%02x.*", bus, device);
+    return static_cast<std::size_t>(end);
+}
+
 }  // namespace
 
 std::string bdf_text(bdf_t bdf) {
@@ -24,6 +38,20 @@ std::string bdf_text(bdf_t bdf) {
     std::snprintf(text.data(), text.size(), "%02x:%02x.%x", pci::bus_of(plain),
                   pci::device_of(plain), pci::function_of(plain));
     return text.data();
+}
+
+std::string with_lspci_addresses(std::string_view text) {
+    std::string result;
+    while (!text.empty()) {
+        std::array<char, 16> address{};
+        const std::size_t length = module_address(std::string(text.substr(0, 16)), address);
+        const std::size_t copied = std::max<std::size_t>(length, 1);
+        result += text.substr(0, copied);
+        if (length > 0)
+            result += std::string(" [") + address.data() + "]";
+        text.remove_prefix(copied);
+    }
+    return result;
 }
 
 std::string domain_text(unsigned domain) {

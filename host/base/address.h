@@ -18,6 +18,10 @@ constexpr std::size_t ROUTING_IDS = 0x10000;
 // Returns "04:00.0", as lspci writes it; an ARI function in device and function form too.
 std::string bdf_text(bdf_t bdf);
 
+// A module's message with lspci's form behind each address: "B58:D0:F0 [3a:00.0]", "B2:D0:Fz
+// [02:00.*]".
+std::string with_lspci_addresses(std::string_view text);
+
 // Returns "0000".
 std::string domain_text(unsigned domain);
 

@@ -16,6 +16,7 @@
 #include <string_view>
 #include <utility>
 
+#include "host/base/address.h"
 #include "host/base/safe_text.h"
 #include "platform/log.h"
 
@@ -27,6 +28,7 @@ struct Log {
     std::mutex lock;
     LogCounts counts;
     bool to_journal = false;
+    int mildest = LOG_SEVERITY_DEBUG;
     std::function<void(const LogMessage &)> observer;
 };
 
@@ -121,32 +123,46 @@ void show_without_memory(int severity, const char *format, va_list args) {
 }
 
 // The caller holds the lock.
-void deliver(const LogMessage &message, bool shown) {
-    if (log().observer)
-        log().observer(message);
-    if (shown)
-        show(message.severity, message.text);
+bool is_shown(int severity, int verbosity, int message_verbosity) {
+    return message_verbosity <= verbosity && severity <= log().mildest;
 }
 
-// Modules call this through a C interface, which no exception may cross.
+// A feature that a module does not support in its version is no error of this run.
+int severity_here(int severity, std::string_view text) {
+    const bool is_lack =
+        severity <= LOG_SEVERITY_ERROR && text.ends_with(" initialization failed, Not supported");
+    return is_lack ? LOG_SEVERITY_INFO : severity;
+}
+
+// The caller holds the lock. `severity` becomes that under which the message counts.
+void deliver(const LogMessage &message, int verbosity, int &severity) {
+    severity = severity_here(message.severity, message.text);
+    if (log().observer)
+        log().observer(message);
+    if (is_shown(severity, verbosity, message.verbosity))
+        show(severity, with_lspci_addresses(message.text));
+}
+
+// Modules call this through a C interface, which no exception may cross. The text of an error is
+// looked at whether or not it is shown.
 int take(bool debug_handle, int severity, int verbosity, int message_verbosity, const char *format,
          va_list args) {
     Log &the_log = log();
     const std::scoped_lock guard(the_log.lock);
-    count(severity);
-    const bool shown = message_verbosity <= verbosity;
-    if (!shown && !the_log.observer)
-        return 0;
-    va_list again;
-    va_copy(again, args);
-    try {
-        deliver({severity, message_verbosity, debug_handle, format, formatted(format, args)},
-                shown);
-    } catch (const std::bad_alloc &) {
-        if (shown)
-            show_without_memory(severity, format, again);
+    if (is_shown(severity, verbosity, message_verbosity) || the_log.observer ||
+        severity <= LOG_SEVERITY_ERROR) {
+        va_list again;
+        va_copy(again, args);
+        try {
+            deliver({severity, message_verbosity, debug_handle, format, formatted(format, args)},
+                    verbosity, severity);
+        } catch (const std::bad_alloc &) {
+            if (is_shown(severity, verbosity, message_verbosity))
+                show_without_memory(severity, format, again);
+        }
+        va_end(again);
     }
-    va_end(again);
+    count(severity);
     return 0;
 }
 
@@ -166,17 +182,25 @@ log_handle_t debug_handle = {.log_output = take_debug};
 void show_own(int severity, const std::string &text, int verbosity = 0) {
     const std::scoped_lock guard(log().lock);
     count(severity);
-    if (verbosity <= pci_verbosity)
+    if (is_shown(severity, pci_verbosity, verbosity))
         show(severity, text);
 }
 
 }  // namespace
 
-void open_log(int verbosity, bool debug) {
+LogLevel log_level(bool quiet, int louder, bool debug) {
+    const int usual = louder > 0 || debug ? LOG_SEVERITY_DEBUG : LOG_SEVERITY_WARNING;
+    return {.verbosity = std::max(louder, 1),
+            .mildest = quiet ? LOG_SEVERITY_ERROR : usual,
+            .debug = debug};
+}
+
+void open_log(const LogLevel &level) {
     log().to_journal = leads_to_journal();
-    pci_verbosity = verbosity;
+    log().mildest = level.mildest;
+    pci_verbosity = level.verbosity;
     pci_slog = &system_handle;
-    pci_dbg = debug ? &debug_handle : nullptr;
+    pci_dbg = level.debug ? &debug_handle : nullptr;
 }
 
 void observe_log(std::function<void(const LogMessage &)> observer) {

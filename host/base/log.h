@@ -5,6 +5,8 @@
 #include <functional>
 #include <string>
 
+#include "platform/log.h"
+
 namespace host {
 
 struct LogMessage {
@@ -19,9 +21,23 @@ struct LogCounts {
     std::uint64_t error = 0, warning = 0, info = 0, debug = 0;  // messages, by severity
 };
 
-// Opens pci_slog, and pci_dbg when `debug` is set; messages above `verbosity` are not shown. Where
-// standard error leads to systemd's journal, each line begins with its priority.
-void open_log(int verbosity, bool debug);
+// What is shown of messages: those up to a verbosity, of them those that are severe enough, and
+// with `debug` what comes through pci_dbg.
+struct LogLevel {
+    int verbosity = 1;                 // the platform's 0 to 4; -1: none
+    int mildest = LOG_SEVERITY_DEBUG;  // LOG_SEVERITY_*
+    bool debug = false;
+};
+
+// The level of command lines: errors and warnings; quiet: errors; with "-v", and with each more,
+// and with "-d" all severities.
+LogLevel log_level(bool quiet, int louder, bool debug);
+
+// Opens pci_slog, and pci_dbg when `debug` is set. Where standard error leads to systemd's journal,
+// lines have a priority in front. Addresses in modules' messages have lspci's form behind them.
+// That a feature is not supported in a module's version is what the module is, and no error of a
+// run.
+void open_log(const LogLevel &level);
 
 // Sends every message that reaches a handle, before filtering, to `observer` too; an empty function
 // removes it. The tests use this. The observer is called under the log's own lock.

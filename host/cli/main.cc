@@ -26,7 +26,7 @@ int main(int argc, char **argv) {
     std::ios::sync_with_stdio(false);  // otherwise a failing read of std::cin counts as its end
     std::signal(SIGXFSZ, SIG_IGN);     // a write beyond a size limit then fails instead of ending
                                        // the process
-    host::open_log(0, false);
+    host::open_log({.verbosity = 0});
     try {
         const auto options = host::parse_options(argc, argv, std::cout);
         if (options)

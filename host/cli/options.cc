@@ -39,6 +39,7 @@ struct RawOptions {
     std::optional<std::string> domain, managed, busy;
     int louder = 0;
     bool quiet = false;
+    bool debug = false;
 };
 
 void declare_inputs(CLI::App &app, RawOptions &raw, Options &options) {
@@ -83,9 +84,9 @@ void declare_settings(CLI::App &app, RawOptions &raw, Options &options) {
     app.add_option("--domain", raw.domain, "Domain that is served, default 0")->type_name("N");
     app.add_option("--manage", raw.managed, "Buses that are managed, as 00-7f,ff; default all")
         ->type_name("RANGES");
-    app.add_flag("-v", raw.louder, "More messages; may repeat");
-    app.add_flag("-q", raw.quiet, "Only messages of verbosity 0");
-    app.add_flag("-d", options.debug, "Debug messages too");
+    app.add_flag("-v", raw.louder, "Messages about what is done too; more when repeated");
+    app.add_flag("-q", raw.quiet, "Only errors, no warnings");
+    app.add_flag("-d", raw.debug, "Debug messages too");
 }
 
 // The help lists the options in the order of these calls.
@@ -194,7 +195,7 @@ void interpret(const RawOptions &raw, Options &options) {
         options.source.domain = parse_domain(*raw.domain);
     if (raw.managed)
         options.managed = parse_bus_ranges(*raw.managed);
-    options.verbosity = raw.quiet ? 0 : options.verbosity + raw.louder;
+    options.log = log_level(raw.quiet, raw.louder, raw.debug);
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "host/base/log.h"
 #include "host/exports/serve.h"
 #include "host/modules/module_entry.h"
 #include "host/space/machine_source.h"
@@ -32,8 +33,7 @@ struct Options {
     bool watch = false;
     std::optional<std::filesystem::path> control;  // socket, with `watch`
     ManagedBuses managed = ManagedBuses(256, true);
-    int verbosity = 1;
-    bool debug = false;
+    LogLevel log;
     bool list_files = false;           // nothing else is done then
     std::optional<ModuleEntry> usage;  // nothing else is done then
 };

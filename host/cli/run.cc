@@ -46,7 +46,7 @@ int refuse(const std::exception &error) {
 }
 
 int run(const Options &options, std::istream &in, std::ostream &out) {
-    open_log(options.verbosity, options.debug);
+    open_log(options.log);
     if (options.list_files)
         return print_files(options, out);
     if (options.usage)

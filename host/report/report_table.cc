@@ -163,7 +163,7 @@ void write_table(std::ostream &out, const Report &report, TableStyle style) {
             write_line(out, std::string(severity_text(finding.severity)) + ": " + finding.text,
                        finding.severity == Severity::ERROR,
                        {.emphasis = style.emphasis, .width = 0});
-    out << summary_text(report) << '\n';
+    out << summary_text(report) << messages_text(report) << '\n';
 }
 
 }  // namespace host

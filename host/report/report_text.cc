@@ -124,6 +124,17 @@ std::string changes_text(ChangeCounts counts) {
            functions_text(counts.mps);
 }
 
+std::string messages_text(const Report &report) {
+    std::string text;
+    const auto add = [&](std::uint64_t count, const char *what) {
+        if (count != 0)
+            text += ", " + std::to_string(count) + what + (count == 1 ? "" : "s");
+    };
+    add(report.messages.error, " error");
+    add(report.messages.warning, " warning");
+    return text;
+}
+
 std::string summary_text(const Report &report) {
     const auto count = [&](auto &&is_counted) {
         return std::ranges::count_if(report.functions, is_counted);

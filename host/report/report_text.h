@@ -35,6 +35,9 @@ std::string left_alone_text(const Report &report, const HierarchyReport &hierarc
 // Returns "ECRC on 1 function, the payload size on 0 functions".
 std::string changes_text(ChangeCounts counts);
 
+// Returns ", 1 error, 2 warnings" in messages, whether or not these were shown; empty without any.
+std::string messages_text(const Report &report);
+
 // Returns "47 functions, 34 changed", and how many are special in other ways.
 std::string summary_text(const Report &report);
 

@@ -70,7 +70,7 @@ class HoplarTest(unittest.TestCase):
         self.file("events", "\n".join(events))
         text, messages = self.hoplar(
             "-F", dump, "-m", f"{PLUGIN},--config=features.cfg", "-e", "events",
-            "--report", "json", "-v", "-v", "-v", *options)
+            "--report", "json", "-v", "-v", "-v", "-v", *options)
         report = json.loads(text)
         self.assertEqual(report["modules"], [{"file": PLUGIN, "version": "3.0", "result": 0}])
         self.assertEqual(report["messages"], {

@@ -35,7 +35,7 @@ std::string expand(std::string text) {
 ModuleTest::ModuleTest() {
     std::string name = std::filesystem::temp_directory_path() / "hoplar-test-XXXXXX";
     directory_ = ::mkdtemp(name.data());
-    open_log(-1, true);
+    open_log({.verbosity = -1, .debug = true});
     observe_log([this](const LogMessage &message) { messages_.push_back(message); });
     reset();
 }

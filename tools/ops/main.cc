@@ -31,7 +31,7 @@ void refuse_bound(const Request &request, const Options &options,
 // behind. Signals are blocked while this machine is written to: an operation that ended half way
 // would leave registers disturbed.
 int run(const Options &options) {
-    host::open_log(options.verbosity, options.debug);
+    host::open_log(options.log);
     const host::MachineSource source = host::open_source(options.source, std::cin);
     const std::unique_ptr<host::Machine> machine = host::open_machine(source.space());
     std::optional<host::OutputFile> output;
@@ -60,7 +60,7 @@ int main(int argc, char **argv) {
     std::signal(SIGXFSZ, SIG_IGN);     // a write beyond a size limit then fails instead of ending
                                        // the process
     std::ios::sync_with_stdio(false);  // otherwise a failing read of std::cin counts as its end
-    host::open_log(0, false);
+    host::open_log({.verbosity = 0});
     try {
         const auto options = ops::parse_options(argc, argv, std::cout);
         if (options)

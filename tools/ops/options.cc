@@ -20,7 +20,8 @@ constexpr const char *FOOTER =
     "Exit status: 0 done; 1 the operation failed, or an access to live hardware; 2 bad options,\n"
     "unreadable input, a driver that would be disturbed, or a result that could not be written.\n";
 
-void declare(CLI::App &app, Options &options, std::string &domain, int &louder, bool &quiet) {
+void declare(CLI::App &app, Options &options, std::string &domain, int &louder, bool &quiet,
+             bool &debug) {
     auto *const source = app.add_option_group("Source")->require_option(1);
     source
         ->add_option("-F,--dump", options.source.dump,
@@ -35,9 +36,9 @@ void declare(CLI::App &app, Options &options, std::string &domain, int &louder, 
                    "Write the resulting configuration space as a dump")
         ->type_name("FILE");
     app.add_option("--domain", domain, "Domain of the functions, default 0")->type_name("N");
-    app.add_flag("-v", louder, "More messages; may repeat");
-    app.add_flag("-q", quiet, "Only messages of verbosity 0");
-    app.add_flag("-d", options.debug, "Debug messages too");
+    app.add_flag("-v", louder, "Messages about what is done too; more when repeated");
+    app.add_flag("-q", quiet, "Only errors, no warnings");
+    app.add_flag("-d", debug, "Debug messages too");
     app.add_option("operation", options.operation, "What to do, see below")->type_name("");
     app.set_help_flag("-h,--help", "Print this help");
     app.set_version_flag("--version", "hoplar-ops " + host::version_text(host::SERVER_VERSION),
@@ -54,7 +55,8 @@ std::optional<Options> parse_options(int argc, const char *const *argv, std::ost
     std::string domain = "0";
     int louder = 0;
     bool quiet = false;
-    declare(app, options, domain, louder, quiet);
+    bool debug = false;
+    declare(app, options, domain, louder, quiet, debug);
     try {
         app.parse(argc, argv);
     } catch (const CLI::CallForHelp &) {
@@ -72,7 +74,7 @@ std::optional<Options> parse_options(int argc, const char *const *argv, std::ost
         if (file && file->empty())
             throw host::InputError(std::string(option) + ": no file is named");
     options.source.domain = host::parse_domain(domain);
-    options.verbosity = quiet ? 0 : options.verbosity + louder;
+    options.log = host::log_level(quiet, louder, debug);
     return options;
 }
 

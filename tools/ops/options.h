@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "host/base/log.h"
 #include "host/space/machine_source.h"
 
 namespace ops {
@@ -14,8 +15,7 @@ namespace ops {
 struct Options {
     host::SourceOptions source;
     std::optional<std::filesystem::path> output;
-    int verbosity = 1;
-    bool debug = false;
+    host::LogLevel log;
     bool force = false;                  // also where a driver would be disturbed
     std::vector<std::string> operation;  // its words: "aspm", "enable", "all"
 };
