@@ -65,8 +65,8 @@ std::string read_whole(int descriptor) {
 
 int wait_for(pid_t child) {
     int status = 0;
-    while (waitpid(child, &status, 0) < 0 && errno == EINTR)
-        continue;
+    while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
+    }
     return status;
 }
 

@@ -101,8 +101,9 @@ void compare_with_port(const View &view, std::size_t index, std::size_t port, Fi
         findings.push_back({"payload-above-port", Severity::ERROR, index,
                             difference + "its larger packets are lost"});
     else if (view.function(index).is_bridge() && !view.below[index].any)
-        findings.push_back({"payload-left-behind", Severity::NOTE, index,
-                            difference + "what is plugged in below it may lose packets"});
+        findings.push_back(
+            {"payload-left-behind", Severity::NOTE, index,
+             difference + "what is plugged in below it may lose packets (--complete sets it)"});
     else if (std::max(view.reads(index), view.below[index].reads) > size)
         findings.push_back({"payload-below-port", Severity::ERROR, index,
                             difference + "larger packets to it are lost"});

@@ -103,10 +103,11 @@ std::string LiveSpace::title(RoutingId id) const {
     if (libpci_->read(id, 0, header.data(), header.size()) != 0)
         return address;
     const auto word = [&](unsigned at) { return header[at] | unsigned{header[at + 1]} << 8; };
-    const bool is_virtual = sysfs_.is_virtual(id);
-    std::string text = address + " " + libpci_->class_name(word(pci::CLASS_DEVICE)) + ": " +
-                       libpci_->device_name(is_virtual ? sysfs_.vendor(id) : word(pci::VENDOR_ID),
-                                            is_virtual ? sysfs_.device(id) : word(pci::DEVICE_ID));
+    const bool virtual_function = sysfs_.is_virtual(id);
+    std::string text =
+        address + " " + libpci_->class_name(word(pci::CLASS_DEVICE)) + ": " +
+        libpci_->device_name(virtual_function ? sysfs_.vendor(id) : word(pci::VENDOR_ID),
+                             virtual_function ? sysfs_.device(id) : word(pci::DEVICE_ID));
     if (const unsigned revision = header[pci::REVISION_ID]) {
         std::array<char, 16> suffix{};
         std::snprintf(suffix.data(), suffix.size(), " (rev %02x)", revision);

@@ -71,6 +71,14 @@ TEST_F(MpsLists, LeaveOutWhatHasNoMemory) {
               expand("E0 init_rp_mps_max(), add_rp_entry(B0:D2:F0, 256) failed, {12}\n"));
 }
 
+TEST_F(MpsLists, AreBuiltBeforeARootPortIsAddedByHand) {
+    serve(TREE);
+    bridge_rec *const bridge = module::find_root_port(at(3, 1));
+    EXPECT_EQ(bridge, machine->bridge(at(0, 1)));
+    EXPECT_EQ(module::add_rp_entry(bridge, 128), PCI_OK);
+    EXPECT_EQ(root_ports(&module::rp_entry::path_max), "512 256 2048 128 ");
+}
+
 TEST_F(MpsLists, FindTheSmallestPayloadOfAHierarchy) {
     const auto shape = functions("0.1:4>1-4 1.0:5>2-4 2.0:6>3-3 2.1:6>4-4 3.0:0 3.1:0 4.0:0");
     // Codes of the functions in order.

@@ -81,7 +81,7 @@ TEST(Findings, TellWhichPayloadsAreLostAndWhatWouldBeGained) {
          {"error payload-below-port: 02:01.0 is set to 128 bytes, the port above it, 01:00.0, to "
           "256: larger packets to it are lost",
           "note payload-left-behind: 02:00.0 is set to 128 bytes, the port above it, 01:00.0, to "
-          "256: what is plugged in below it may lose packets"}},
+          "256: what is plugged in below it may lose packets (--complete sets it)"}},
         {"0.1:4>1-4 1.0:5>2-4 2.0:6>3-3 2.1:6>4-4 3.0:0 4.0:0",
          "0.1.0=2,0,0 1.0.0=2,0,0 2.1.0=2,0,0",
          {"note payload-below-possible: 00:01.0: its hierarchy is set to 128 bytes and supports "
