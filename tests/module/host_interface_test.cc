@@ -61,7 +61,9 @@ TEST_F(Hooks, AreRegisteredInTheHostsKindOrderUntilOneFails) {
             offered.clear();
             refused = nth_refused;
             fail_calloc(without_memory);
+            log_handle_t *const handle = std::exchange(pci_dbg, first ? pci_dbg : nullptr);
             EXPECT_EQ(module::install_buscfg_hooks(&hooks), result);
+            pci_dbg = handle;
             EXPECT_EQ(offered, taken);
             EXPECT_EQ(messages().starts_with("D1 Lookup of server sym buscfg ok\n"),
                       first && !kinds.empty());
