@@ -1,5 +1,7 @@
 #include "host/base/columns.h"
 
+#include "host/base/words.h"
+
 #include <algorithm>
 
 namespace host {
@@ -27,6 +29,20 @@ std::size_t display_width(std::string_view text) {
 
 std::string first_columns(std::string_view text, std::size_t columns) {
     return std::string(text.substr(0, end_of_columns(text, columns)));
+}
+
+std::string wrapped(std::string_view text, std::size_t columns) {
+    std::string result;
+    std::size_t used = 0;
+    for (const std::string_view word : words(text)) {
+        const std::size_t width = display_width(word);
+        const bool fits = used + 1 + width <= columns;
+        if (!result.empty())
+            result += fits ? ' ' : '\n';
+        result += word;
+        used = fits && used > 0 ? used + 1 + width : width;
+    }
+    return result;
 }
 
 }  // namespace host

@@ -12,4 +12,7 @@ std::size_t display_width(std::string_view text);
 // Returns the start of the text that takes no more than `columns`.
 std::string first_columns(std::string_view text, std::size_t columns);
 
+// Breaks a text between its words into lines of at most `columns` where words allow it.
+std::string wrapped(std::string_view text, std::size_t columns);
+
 }  // namespace host

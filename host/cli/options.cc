@@ -6,6 +6,7 @@
 #include <array>
 #include <ostream>
 
+#include "host/base/columns.h"
 #include "host/base/input.h"
 #include "host/base/words.h"
 #include "host/modules/module_loader.h"
@@ -13,21 +14,26 @@
 namespace host {
 namespace {
 
+// What CLI11 leaves of 80 columns.
+constexpr std::size_t DESCRIPTION_WIDTH = 50;
+
 constexpr const char *FOOTER =
-    "Functions are written as lspci writes them (04:00.0), buses and domains in hexadecimal.\n"
-    "A dump of this machine: sudo lspci -xxxx > FILE\n"
+    "Functions are written as lspci writes them (04:00.0), buses and domains in\n"
+    "hexadecimal. A dump of this machine: sudo lspci -xxxx > FILE\n"
     "\n"
     "Events, one a line:\n"
-    "  insert BDF [VALUE [STATUS]]  functions below the bridge BDF come (back) in reset state\n"
+    "  insert BDF [VALUE [STATUS]]  functions below the bridge BDF come (back) in\n"
+    "                               reset state\n"
     "  remove BDF [VALUE [STATUS]]  functions below the bridge BDF vanish\n"
     "  flr BDF [STATUS]             function-level reset, not of bridges and ports\n"
     "  bus-reset BDF [STATUS]       reset of all below the bridge above BDF\n"
     "\n"
-    "Exit status: 0 done; 1 a module could not be loaded, refused to start, was listed twice or\n"
-    "threw, a payload size above the port's could not be lowered, with --watch also when no\n"
-    "module is listed, with --write also when --busy refused, an access failed, or an event that\n"
-    "was not answered on the control socket; 2 bad options or unreadable input, or a result that\n"
-    "could not be written; with --check 3 something would change, 4 nothing would and a finding\n"
+    "Exit status: 0 done; 1 a module could not be loaded, refused to start, was\n"
+    "listed twice or threw, a payload size above the port's could not be lowered,\n"
+    "with --watch also when no module is listed, with --write also when --busy\n"
+    "refused, an access failed, or an event that was not answered on the control\n"
+    "socket; 2 bad options or unreadable input, or a result that could not be\n"
+    "written; with --check 3 something would change, 4 nothing would and a finding\n"
     "is an error.\n";
 
 // The options as they are written, before their values are parsed.
@@ -101,6 +107,8 @@ void declare(CLI::App &app, RawOptions &raw, Options &options) {
     app.set_version_flag("--version", "hoplar " + version_text(SERVER_VERSION),
                          "Print the version");
     app.footer(FOOTER);
+    for (CLI::Option *option : app.get_options())
+        option->description(wrapped(option->get_description(), DESCRIPTION_WIDTH));
 }
 
 ModuleEntry command_line_module(const std::string &text) {
