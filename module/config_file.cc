@@ -1,7 +1,6 @@
-// A line counts when it holds a keyword, "=" and a value; the first "=" separates them. Keywords
-// match without regard to case. A value ends at the first character that its feature does not take.
-// Lines with an unknown keyword or without a value are reported, other lines are silently passed
-// over; nothing ends the parse before the end of the file.
+// config_line.h tells how a line is read. Lines with an unknown keyword or without a value are
+// reported, other lines are silently passed over; nothing ends the parse before the end of the
+// file.
 //
 // Limit: if another process truncates the file during the parse, reading the mapping raises SIGBUS
 // and the process ends, as with every mapped file.
@@ -9,7 +8,6 @@
 
 #include <alloca.h>
 #include <fcntl.h>
-#include <strings.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -17,9 +15,8 @@
 #include <cerrno>
 #include <cstring>
 
-#include "module/base/feature.h"
 #include "module/base/log.h"
-#include "module/base/value_text.h"
+#include "module/config_line.h"
 #include "module/stack_room.h"
 #include "platform/config_text.h"
 
@@ -75,25 +72,6 @@ struct map_guard {
     bool mapped = false;
 };
 
-struct token_t {
-    const char *text;  // null when there is none
-    std::uint32_t length;
-};
-
-// Returns the name in [begin, end).
-token_t name_in(const char *begin, const char *end, name_char_t is_name_char) {
-    token_t token = {nullptr, 0};
-    if (begin < end)
-        token.text = find_name(begin, end - 1, &token.length, is_name_char);
-    return token;
-}
-
-// Returns the next position to look for a line: behind the comments that follow `eol`. Behind the
-// file's last byte nothing is read, and find_eol() finds no line there.
-const char *line_after(const char *eol, const char *last) {
-    return eol >= last ? last + 1 : skip_comment(eol + 1);
-}
-
 // Returns true when the stack has room for a copy of `length` characters and a zero byte, rounded
 // up to a multiple of 8, and 128 bytes more.
 bool room_for_copy(const char *floor, std::uint32_t length) {
@@ -124,20 +102,6 @@ char *renew_no_room(char *text) {
          ? (copy_room = alloca(std::size_t{(token).length} + 1), copy_token(copy_room, token))     \
          : renew_no_room(no_room))
 
-feature_t *row_of(const char *keyword) {
-    struct keyword_row_t {
-        const char *keyword;
-        feature_row row;
-    };
-    static constexpr keyword_row_t keyword_rows[] = {
-        {"FB2B", ROW_FB2B}, {"ASPM", ROW_ASPM}, {"MPS", ROW_MPS}, {"ECRC", ROW_ECRC}};
-    for (const keyword_row_t &candidate : keyword_rows) {
-        if (strcasecmp(keyword, candidate.keyword) == 0)
-            return &feature_list[candidate.row];
-    }
-    return nullptr;
-}
-
 // The copies of all lines stay on the stack until the last line has been parsed, because a value
 // that a parser was given must live until then.
 void parse_lines(const char *first, const char *last) {
@@ -148,9 +112,7 @@ void parse_lines(const char *first, const char *last) {
     const char *eol = nullptr;
     for (; (eol = find_eol(line, last)) != nullptr; line = line_after(eol, last)) {
         const char *equals = find_token('=', line, eol);
-        if (equals == nullptr)
-            continue;
-        const token_t keyword_token = name_in(line, equals, nullptr);
+        const token_t keyword_token = keyword_before(line, equals);
         if (keyword_token.text == nullptr)
             continue;
         const char *keyword = MAKE_TMP_STRING(keyword_token);
@@ -159,9 +121,7 @@ void parse_lines(const char *first, const char *last) {
             LOG_WARNING(0, "Unknown feature parameter '%s', ignoring", keyword);
             continue;
         }
-        const name_char_t rule =
-            row->valid_param_char != nullptr ? row->valid_param_char : valid_param_val_char;
-        const token_t value_token = name_in(equals + 1, eol, rule);
+        const token_t value_token = value_behind(equals, eol, *row);
         if (value_token.text == nullptr) {
             LOG_WARNING(0, "No feature parameter for '%s', ignoring", keyword);
             continue;

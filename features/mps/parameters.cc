@@ -3,13 +3,8 @@
 // file may serve several machines.
 #include "features/mps/parameters.h"
 
-#include <strings.h>
-
-#include <climits>
-#include <cstring>
-
 #include "features/mps/endpoint_list.h"
-#include "features/mps/register_access.h"
+#include "features/mps/value.h"
 #include "module/base/log.h"
 #include "module/base/value_text.h"
 #include "platform/pci_access.h"
@@ -20,40 +15,6 @@ namespace enable_features {
 namespace {
 
 constexpr char PARSER[] = "param_parse_mps";  // the parser's name in messages
-
-enum class ep_fault_t { none, bus, device, ari_function, function };
-
-struct ep_result_t {
-    ep_fault_t fault;
-    bdf_t bdf;  // BDF_NONE, which is no endpoint, when the device is missing
-};
-
-// Reads the endpoint field, cutting it up. Empty parts do not count, and parts behind the third are
-// ignored.
-ep_result_t read_endpoint(char *field) {
-    char *rest = nullptr;
-    const char *bus_text = strtok_r(field, ".", &rest);
-    const char *device_text = bus_text != nullptr ? strtok_r(nullptr, ".", &rest) : nullptr;
-    const char *function_text = device_text != nullptr ? strtok_r(nullptr, ".", &rest) : nullptr;
-
-    unsigned bus = 0;
-    unsigned device = 0;
-    unsigned function = 0;
-    if (bus_text == nullptr || !read_number(bus_text, pci::HIGHEST_BUS, &bus))
-        return {ep_fault_t::bus, BDF_NONE};
-    if (device_text == nullptr)
-        return {ep_fault_t::none, BDF_NONE};
-    if (function_text == nullptr) {
-        if (!read_number(device_text, pci::HIGHEST_ARI_FUNCTION, &function))
-            return {ep_fault_t::ari_function, BDF_NONE};
-        return {ep_fault_t::none, pci::ari_bdf(bus, function)};
-    }
-    if (!read_number(device_text, pci::HIGHEST_DEVICE, &device))
-        return {ep_fault_t::device, BDF_NONE};
-    if (!read_number(function_text, pci::HIGHEST_FUNCTION, &function))
-        return {ep_fault_t::function, BDF_NONE};
-    return {ep_fault_t::none, pci::plain_bdf(bus, device, function)};
-}
 
 // `whole` is the value and `field` its endpoint, both as written.
 void report_bad_endpoint(ep_fault_t fault, const char *whole, const char *field) {
@@ -66,15 +27,6 @@ void report_bad_endpoint(ep_fault_t fault, const char *whole, const char *field)
     else
         LOG_ERROR(0, "%s, (param '%s') bad EP %s value '%s', ignoring record", PARSER, whole,
                   fault == ep_fault_t::device ? "device" : "function", field);
-}
-
-// The low 32 bits of the number are the payload size.
-bool read_size(const char *field, std::uint32_t *size) {
-    if (strcasecmp(field, "max") == 0) {
-        *size = MPS_MAX;
-        return true;
-    }
-    return read_number(field, ULONG_MAX, size) && is_a_supported_mps(*size);
 }
 
 void report_record(const char *name, const char *whole, pci_err_t result) {
@@ -90,7 +42,7 @@ void report_no_memory(const char *whole) {
 // dropped. The copy that messages need is freed before the endpoint is looked up.
 bool find_endpoint(const char *whole, char *field, bdf_t *bdf) {
     *bdf = BDF_NONE;
-    if (strcasecmp(field, "all") == 0)
+    if (names_every_endpoint(field))
         return true;
     heap_ptr<char> field_text = copy_text(field);
     if (field_text == nullptr) {
@@ -115,22 +67,20 @@ void param_parse_mps(const char *name, char *value, feature_t * /*row*/) {
         report_no_memory(value);
         return;
     }
-    char *rest = nullptr;
-    char *ep_field = strtok_r(value, ":", &rest);
-    const char *mps_field = ep_field != nullptr ? strtok_r(nullptr, ":", &rest) : nullptr;
-    if (mps_field == nullptr) {
+    const mps_fields_t fields = cut_mps_value(value);
+    if (fields.size == nullptr) {
         LOG_ERROR(0, "%s, Invalid MPS parameter value '%s', both fields required", PARSER,
                   whole.get());
         return;
     }
 
     bdf_t bdf = BDF_NONE;
-    if (!find_endpoint(whole.get(), ep_field, &bdf))
+    if (!find_endpoint(whole.get(), fields.endpoint, &bdf))
         return;
     std::uint32_t size = 0;
-    if (!read_size(mps_field, &size)) {
+    if (!read_payload_size(fields.size, &size)) {
         LOG_ERROR(0, "%s, (param '%s') bad mps value '%s', ignoring record", PARSER, whole.get(),
-                  mps_field);
+                  fields.size);
         return;
     }
     report_record(name, whole.get(), mps_update_entry(bdf, size));

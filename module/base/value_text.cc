@@ -21,9 +21,14 @@ int base_of(const char *text) {
 
 }  // namespace
 
-bool read_number(const char *text, unsigned long highest, unsigned *value) {
+number_text_t scan_number(const char *text) {
     char *end = nullptr;
     const unsigned long number = std::strtoul(text, &end, base_of(text));
+    return {number, end};
+}
+
+bool read_number(const char *text, unsigned long highest, unsigned *value) {
+    const auto [number, end] = scan_number(text);
     if (end == text || number > highest)
         return false;
     *value = static_cast<unsigned>(number);

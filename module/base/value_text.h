@@ -20,6 +20,15 @@ constexpr bool is_hex_digit(char c) {
 // of its own.
 bool valid_param_val_char(char c);
 
+// The number at the start of a text, and where it ends: at the text's start when there is no digit.
+struct number_text_t {
+    unsigned long number;
+    const char *end;
+};
+
+// Reads as read_number() does, whatever the number is.
+number_text_t scan_number(const char *text);
+
 // Reads the number at the start of `text`: decimal, hexadecimal behind 0x, octal behind 0, with
 // strtoul's rules for signs and overflow; what follows the digits is ignored. `*value` gets the low
 // 32 bits. Returns false, with `*value` untouched, when there is no digit or the number is above

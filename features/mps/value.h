@@ -1,0 +1,41 @@
+// What an MPS value, ENDPOINT:SIZE, says. These functions only read text: they log nothing and ask
+// no host, so that a program that checks feature files reads them as the module does.
+#pragma once
+
+#include <cstdint>
+
+#include "platform/types.h"
+
+namespace enable_features {
+
+// The fields, cut out of the value. Separators run together, so no field is empty.
+struct mps_fields_t {
+    char *endpoint;       // null when there is none
+    const char *size;     // null when there is none
+    const char *further;  // the first field that is ignored, or null
+};
+
+enum class ep_fault_t { none, bus, device, ari_function, function };
+
+struct ep_result_t {
+    ep_fault_t fault;
+    bdf_t bdf;             // BDF_NONE, which is no endpoint, when the device is missing
+    const char *parts[3];  // as written, cut out of the field; null when missing
+    const char *further;   // the first part that is ignored, or null
+};
+
+// Cuts a value up in place.
+mps_fields_t cut_mps_value(char *value);
+
+// Returns true for "all", in any letter case.
+bool names_every_endpoint(const char *field);
+
+// Reads the endpoint field, cutting it up in place: BUS.DEVICE.FUNCTION or BUS.FUNCTION (an ARI
+// function). Empty parts do not count.
+ep_result_t read_endpoint(char *field);
+
+// Reads "max", in any letter case, as MPS_MAX, or a number, of which the low 32 bits are the
+// payload size. Returns false when that size may not be requested.
+bool read_payload_size(const char *field, std::uint32_t *size);
+
+}  // namespace enable_features
