@@ -41,6 +41,14 @@ std::vector<ModuleEntry> wanted_modules(const Options &options) {
     return config.modules;
 }
 
+std::vector<fs::path> files_of(const ModuleEntry &module) {
+    std::vector<fs::path> files;
+    for (const std::string_view argument : module.args)
+        if (argument.starts_with(CONFIG_ARGUMENT) && argument.size() > CONFIG_ARGUMENT.size())
+            files.push_back(full_path(argument.substr(CONFIG_ARGUMENT.size())));
+    return files;
+}
+
 std::vector<fs::path> wanted_files(const Options &options) {
     std::vector<fs::path> files;
     if (options.config)
@@ -48,9 +56,8 @@ std::vector<fs::path> wanted_files(const Options &options) {
     for (const ModuleEntry &module : wanted_modules(options)) {
         if (const auto place = find_module(module))
             files.push_back(full_path(*place));
-        for (const std::string_view argument : module.args)
-            if (argument.starts_with(CONFIG_ARGUMENT) && argument.size() > CONFIG_ARGUMENT.size())
-                files.push_back(full_path(argument.substr(CONFIG_ARGUMENT.size())));
+        for (fs::path &file : files_of(module))
+            files.push_back(std::move(file));
     }
     return files;
 }

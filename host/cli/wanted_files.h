@@ -13,6 +13,10 @@ namespace host {
 // configuration that cannot be used, and for files that others than root can write to.
 std::vector<ModuleEntry> wanted_modules(const Options &options);
 
+// Returns the absolute paths of what a module's arguments --config=FILE name, whether or not that
+// exists.
+std::vector<std::filesystem::path> files_of(const ModuleEntry &module);
+
 // Absolute paths of what a start reads: the configuration, then each module, and behind it what its
 // arguments --config=FILE name, whether or not that exists. A module that is not found is left out.
 // Throws as wanted_modules().

@@ -1,0 +1,72 @@
+#include <algorithm>
+
+#include "host/base/address.h"
+#include "host/base/words.h"
+#include "tools/check/view.h"
+
+namespace check {
+namespace {
+
+namespace module = enable_features;
+using module::scope_t;
+
+bool has_controls(const host::FunctionReport &row) {
+    const auto &ecrc = row.before.ecrc;
+    return ecrc && (ecrc->gen.capable || ecrc->chk.capable);
+}
+
+// Returns what is wrong with a request for one function; empty when nothing is.
+std::string complaint(const EcrcRequest &request, const host::FunctionReport &row) {
+    const std::string &address = row.address;
+    if (std::string text = wrong_form(row.function, request.selection.bdf); !text.empty())
+        return "the line is not applied again after an insertion, " + text;
+    if (row.before.ecrc_unknown)
+        return "the dump has only 256 bytes of " + address +
+               ", without its ECRC controls: make a full one with sudo lspci -xxxx";
+    if (!has_controls(row))
+        return address + " has no ECRC controls, the line sets nothing: leave it out";
+    const auto lacks = [](module::ecrc_setting setting, const host::EcrcControl &control) {
+        return setting != 0 && !control.capable;
+    };
+    if (lacks(request.requests.gen, row.before.ecrc->gen))
+        return address + " cannot generate ECRC: write = for generation";
+    if (lacks(request.requests.chk, row.before.ecrc->chk))
+        return address + " cannot check ECRC: write = for checking";
+    return "";
+}
+
+std::string counts(const Rows &rows) {
+    const auto capable = std::ranges::count_if(
+        rows, [](const host::FunctionReport *row) { return has_controls(*row); });
+    return host::functions_text(rows.size()) + ", " + std::to_string(capable) +
+           " of them with ECRC controls";
+}
+
+std::string problem(const EcrcRequest &request, const Rows &rows, const View &view) {
+    const bool single = request.selection.scope == scope_t::single;
+    if (rows.empty())
+        return (single ? "there is no " + host::bdf_text(request.selection.bdf)
+                       : std::string("there is no such function")) +
+               ", the line sets nothing: " +
+               suggestion(view, request.value, request.selection, [](bdf_t) { return true; });
+    if (single)
+        return complaint(request, *rows.front());
+    if (std::ranges::none_of(rows, [](const auto *row) { return has_controls(*row); }))
+        return "the line selects " + counts(rows) + ", and sets nothing: leave it out";
+    return "";
+}
+
+}  // namespace
+
+void check_on_machine(const std::vector<EcrcRequest> &requests, const View &view, bool describe,
+                      Remarks &remarks) {
+    for (const EcrcRequest &request : requests) {
+        const Rows rows = selected(view, request.selection);
+        if (const std::string text = problem(request, rows, view); !text.empty())
+            remarks.warning(request.line, text);
+        else if (describe && request.selection.scope != scope_t::single)
+            remarks.note(request.line, "selects " + counts(rows));
+    }
+}
+
+}  // namespace check

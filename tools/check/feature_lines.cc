@@ -1,0 +1,128 @@
+#include "tools/check/feature_lines.h"
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <numeric>
+
+#include "host/base/words.h"
+#include "module/config_line.h"
+#include "platform/config_text.h"
+
+namespace check {
+namespace {
+
+namespace module = enable_features;
+
+constexpr std::array KEYWORDS = {"MPS", "ECRC", "ASPM", "FB2B"};
+
+std::string upper(std::string_view text) {
+    std::string result(text);
+    for (char &c : result)
+        c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    return result;
+}
+
+// Returns how many characters are to be put in, left out or replaced to make `b` of `a`.
+std::size_t distance(std::string_view a, std::string_view b) {
+    std::vector<std::size_t> row(b.size() + 1);
+    std::iota(row.begin(), row.end(), std::size_t{0});
+    for (std::size_t i = 0; i < a.size(); ++i) {
+        std::size_t diagonal = row[0]++;
+        for (std::size_t j = 0; j < b.size(); ++j) {
+            const std::size_t replaced = diagonal + (a[i] != b[j]);
+            diagonal = row[j + 1];
+            row[j + 1] = std::min({replaced, row[j] + 1, row[j + 1] + 1});
+        }
+    }
+    return row.back();
+}
+
+// Returns how to mend an unknown keyword.
+std::string known_keyword(const std::string &keyword) {
+    const auto to_keyword = [text = upper(keyword)](const char *each) {
+        return distance(text, each);
+    };
+    const char *const nearest = *std::ranges::min_element(KEYWORDS, {}, to_keyword);
+    return to_keyword(nearest) <= 2 ? std::string("did you mean ") + nearest + "?"
+                                    : "write MPS or ECRC";
+}
+
+// Returns how to mend a line without "=".
+std::string with_equals(std::string_view line) {
+    const std::vector<std::string_view> words = host::words(line);
+    if (words.front().front() == ';' || words.front().front() == '/')
+        return "begin a comment with \"#\"";
+    std::string_view keyword = words.front();
+    while (keyword.ends_with(':'))
+        keyword.remove_suffix(1);
+    if (words.size() < 2 || module::row_of(std::string(keyword).c_str()) == nullptr)
+        return "write KEYWORD=VALUE";
+    std::vector<std::string> fields(words.begin() + 1, words.end());
+    return "write " + std::string(keyword) + "=" + host::join(fields, ":");
+}
+
+// The parts of one line.
+struct Line {
+    std::size_t number;
+    const char *begin;
+    const char *equals;  // null when there is none
+    const char *end;
+};
+
+// Remarks on what stands between the keyword or the value and where its place ends.
+void check_behind(const char *behind, const char *end, std::size_t number, const std::string &what,
+                  Remarks &remarks) {
+    const std::string_view all(behind, end);
+    const std::string_view rest = host::trim(all);
+    if (rest.empty() || rest.front() == '#')
+        return;
+    remarks.warning(number, quoted(rest) + " behind " + what + " is not read: leave it out" +
+                                (rest.size() == all.size() ? "" : ", a value holds no blanks"));
+}
+
+void take_line(const Line &line, std::vector<FeatureLine> &lines, Remarks &remarks) {
+    const module::token_t keyword_token = module::keyword_before(line.begin, line.equals);
+    if (line.equals == nullptr)
+        return remarks.error(line.number, "the line is passed over silently, it has no \"=\": " +
+                                              with_equals({line.begin, line.end}));
+    if (keyword_token.text == nullptr)
+        return remarks.error(line.number, "the line is passed over silently, no keyword stands at "
+                                          "its start: write KEYWORD=VALUE");
+    const std::string keyword(keyword_token.text, keyword_token.length);
+    module::feature_t *const row = module::row_of(keyword.c_str());
+    if (row == nullptr)
+        return remarks.error(line.number,
+                             quoted(keyword) +
+                                 " is no keyword, the line is dropped: " + known_keyword(keyword));
+    check_behind(keyword_token.text + keyword_token.length, line.equals, line.number, "the keyword",
+                 remarks);
+    const module::token_t value = module::value_behind(line.equals, line.end, *row);
+    if (value.text == nullptr)
+        return remarks.error(line.number, "no value stands behind \"=\", the line is dropped");
+    check_behind(value.text + value.length, line.end, line.number, "the value", remarks);
+    lines.push_back({.number = line.number,
+                     .row = static_cast<module::feature_row>(row - module::feature_list),
+                     .value = {value.text, value.length}});
+}
+
+}  // namespace
+
+std::vector<FeatureLine> read_lines(const std::string &text, Remarks &remarks) {
+    std::vector<FeatureLine> lines;
+    if (text.empty())
+        return lines;
+    const char *const last = &text.back();
+    const char *begin = skip_comment(text.data());
+    const char *counted = text.data();
+    std::size_t number = 1;
+    for (const char *end = nullptr; (end = find_eol(begin, last)) != nullptr;
+         begin = module::line_after(end, last)) {
+        number += static_cast<std::size_t>(std::count(counted, begin, '\n'));
+        counted = begin;
+        take_line({number, begin, find_token('=', begin, end), end}, lines, remarks);
+    }
+    return lines;
+}
+
+}  // namespace check

@@ -1,0 +1,23 @@
+// Finds the lines of a feature file that the module hands to its features.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+#include "module/base/feature.h"
+#include "tools/check/remarks.h"
+
+namespace check {
+
+struct FeatureLine {
+    std::size_t number;
+    enable_features::feature_row row;
+    std::string value;
+};
+
+// Returns the lines that have a keyword and a value; remarks on the others, and on what is not read
+// of a line.
+std::vector<FeatureLine> read_lines(const std::string &text, Remarks &remarks);
+
+}  // namespace check

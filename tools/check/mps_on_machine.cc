@@ -1,0 +1,158 @@
+// The module's own lists and decisions tell what becomes of each request: its endpoint list takes
+// them in the order of the lines, and is walked as at start-up.
+#include <algorithm>
+#include <map>
+
+#include "features/mps/endpoint_list.h"
+#include "features/mps/hierarchy.h"
+#include "features/mps/register_access.h"
+#include "host/base/address.h"
+#include "host/base/words.h"
+#include "tools/check/view.h"
+#include "topology/classification.h"
+
+namespace check {
+namespace {
+
+namespace module = enable_features;
+using module::mps_entry;
+
+bool can_be_set(bdf_t bdf) {
+    if (!module::is_an_ep(bdf, nullptr))
+        return false;
+    const mps_entry *const entry = module::mps_find_entry(bdf);
+    return entry != nullptr && module::has_path(entry);
+}
+
+// Returns why a request for one endpoint sets nothing; empty when it can.
+std::string refusal(const MpsRequest &request, const View &view) {
+    const std::string address = host::bdf_text(request.bdf);
+    const module::selection_t single = {module::scope_t::single, request.bdf};
+    const Rows rows = selected(view, single);
+    if (rows.empty())
+        return "there is no " + address +
+               ", the line sets nothing: " + suggestion(view, request.value, single, can_be_set);
+    const host::Function &function = rows.front()->function;
+    if (std::string text = wrong_form(function, request.bdf); !text.empty())
+        return "the line sets nothing, " + text;
+    if (function.port_type == PORT_TYPE_RCIEP)
+        return address + " is integrated in the root complex and has no path, the line sets "
+                         "nothing: leave it out";
+    if (!module::is_an_ep(request.bdf, nullptr))
+        return address + " is no endpoint, the line sets nothing: write an endpoint, " +
+               suggestion(view, request.value, single, can_be_set);
+    return can_be_set(request.bdf) ? ""
+                                   : address + " has no path from a root port, the line sets "
+                                               "nothing: leave it out";
+}
+
+// The request of each entry.
+using Wanted = std::map<const mps_entry *, const MpsRequest *>;
+
+// Forgets the requests of the file before.
+void clear_requests() {
+    for (mps_entry *entry = module::first_mps_entry(module::ep_list()); entry != nullptr;
+         entry = module::next_mps_entry(entry))
+        entry->mps = 0;
+}
+
+void take(const MpsRequest &request, Wanted &wanted) {
+    module::mps_update_entry(request.bdf, request.size);
+    for (const mps_entry *entry = module::first_mps_entry(module::ep_list()); entry != nullptr;
+         entry = module::next_mps_entry(entry))
+        if (request.bdf == BDF_NONE || entry == module::mps_find_entry(request.bdf))
+            wanted[entry] = &request;
+}
+
+std::string bytes(std::uint32_t size) {
+    return std::to_string(size) + " bytes";
+}
+
+// Returns the functions that allow no more below a root port, the first three of them.
+std::string limiters(const View &view, bdf_t root_port) {
+    std::vector<std::string> addresses;
+    for (const host::HierarchyReport &hierarchy : view.report.hierarchies)
+        if (view.report.functions[hierarchy.root_port].function.bdf == root_port)
+            for (const std::size_t limiter : hierarchy.limiters)
+                addresses.push_back(view.report.functions[limiter].address);
+    const std::size_t more = addresses.size() - std::min<std::size_t>(addresses.size(), 3);
+    addresses.resize(addresses.size() - more);
+    return host::join(addresses, ", ") +
+           (more != 0 ? " and " + std::to_string(more) + " more" : "");
+}
+
+// What has been decided below one root port.
+struct Decided {
+    std::uint32_t size = 0;
+    const mps_entry *by = nullptr;
+    std::size_t line = 0;
+    std::vector<std::size_t> remarked;  // lines, each once
+};
+
+// Remarks on a request that is above the maximum of its path.
+void remark_refused(const mps_entry *entry, const MpsRequest &request, const View &view,
+                    Remarks &remarks) {
+    const bdf_t root_port = entry->rp->bridge->bdf;
+    const std::string limit = std::to_string(entry->rp->path_max);
+    remarks.warning(request.line,
+                    bytes(request.size) + " are dropped for " + host::bdf_text(entry->bdf) +
+                        ", below root port " + host::bdf_text(root_port) + " the limit is " +
+                        limit + " (of " + limiters(view, root_port) + "): write max or " + limit);
+}
+
+// Remarks on a request that another endpoint's has forestalled. It is only a note for a line that
+// names every endpoint, because another line that names one is meant to differ.
+void remark_forestalled(const mps_entry *entry, const MpsRequest &request, const Decided &decided,
+                        Remarks &remarks) {
+    const std::string text =
+        host::bdf_text(entry->bdf) + " gets " + bytes(decided.size) + ", because " +
+        host::bdf_text(decided.by->bdf) + " (line " + std::to_string(decided.line) +
+        ") is the first below the same root port, " + host::bdf_text(entry->rp->bridge->bdf);
+    if (request.bdf == BDF_NONE)
+        remarks.note(request.line, text);
+    else
+        remarks.warning(request.line, text + ": write the size you want there");
+}
+
+void decide(const mps_entry *entry, const MpsRequest &request, const View &view, Decided &decided,
+            Remarks &remarks) {
+    const module::mps_decision_t decision =
+        module::decide_mps(request.size, entry->rp->path_max, decided.size);
+    const std::uint32_t wanted =
+        request.size == module::MPS_MAX ? entry->rp->path_max : request.size;
+    const bool said = std::ranges::find(decided.remarked, request.line) != decided.remarked.end();
+    if (decision.action == module::mps_decision_t::PROGRAM) {
+        decided.size = decision.size;
+        decided.by = entry;
+        decided.line = request.line;
+    } else if (!said && decision.action == module::mps_decision_t::REFUSED) {
+        remark_refused(entry, request, view, remarks);
+        decided.remarked.push_back(request.line);
+    } else if (!said && decision.action == module::mps_decision_t::ALREADY_SET &&
+               wanted != decided.size) {
+        remark_forestalled(entry, request, decided, remarks);
+        decided.remarked.push_back(request.line);
+    }
+}
+
+}  // namespace
+
+void check_on_machine(const std::vector<MpsRequest> &requests, const View &view, Remarks &remarks) {
+    Wanted wanted;
+    clear_requests();
+    for (const MpsRequest &request : requests) {
+        const std::string text = request.bdf == BDF_NONE ? "" : refusal(request, view);
+        if (text.empty())
+            take(request, wanted);
+        else
+            remarks.warning(request.line, text);
+    }
+    std::map<const module::rp_entry *, Decided> decided;
+    for (const mps_entry *entry = module::first_mps_entry(module::ep_list()); entry != nullptr;
+         entry = module::next_mps_entry(entry))
+        if (const auto request = wanted.find(entry);
+            request != wanted.end() && module::has_path(entry))
+            decide(entry, *request->second, view, decided[entry->rp], remarks);
+}
+
+}  // namespace check
