@@ -1,6 +1,5 @@
 #include "host/cli/start_up.h"
 
-#include "host/exports/complete_hierarchies.h"
 #include "host/exports/payload_guard.h"
 #include "host/exports/payload_mismatches.h"
 
@@ -10,7 +9,6 @@ std::vector<ModuleResult> start_up(const std::vector<ModuleEntry> &modules) {
     std::vector<ModuleResult> results = load_modules(modules);
     keep_payloads_in_bounds();
     warn_about_payloads_found();
-    tell_of_incomplete_hierarchies();
     return results;
 }
 

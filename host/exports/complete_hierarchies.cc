@@ -94,66 +94,35 @@ void complete(Served &now, const Hierarchy &hierarchy, const Branch &branch,
     }
 }
 
-// Returns "3 below 17:00.0, of 256 bytes"; empty when nothing is left to be set.
-std::string count_text(const Machine &machine, const Hierarchy &hierarchy,
-                       const GivenSizes &given) {
-    std::size_t count = 0;
-    for (const Branch &branch : incomplete_branches(machine, hierarchy, given))
-        count += branch.obstacle.empty() ? branch.bridges.size() : 0;
-    if (count == 0)
-        return "";
-    return std::to_string(count) + " below " + bdf_text(hierarchy.root_port->bdf) + ", of " +
-           bytes_text(hierarchy.code);
-}
-
 }  // namespace
 
-pci_err_t note_given_payload(const Function &function, std::uint16_t devctl) try {
+void note_given_payload(const Function &function, std::uint16_t devctl) {
     GivenPayloads &given = served()->given_payloads;
     const std::scoped_lock guard(given.lock);
-    given.by_modules[function.id()] = payload_code(devctl);
-    given.recent.insert(function.id());
+    given.by_modules.set(function.id(), payload_code(devctl));
+    given.recent[function.id()] = true;
     given.by_host.erase(function.id());
-    return PCI_OK;
-} catch (const std::bad_alloc &) {
-    return PCI_ERR_NO_MEMORY;
 }
 
 void complete_hierarchies(Served &now, std::set<RoutingId> &written) {
-    const auto has_gone = [&](const auto &each) { return !now.machine.find(each.first); };
+    GivenPayloads &given = now.given_payloads;
     GivenSizes by_modules;
-    std::set<RoutingId> recent;
+    std::vector<bool> recent(ROUTING_IDS);
     {
-        const std::scoped_lock guard(now.given_payloads.lock);
-        std::erase_if(now.given_payloads.by_modules, has_gone);
-        std::erase_if(now.given_payloads.by_host, has_gone);
-        by_modules = now.given_payloads.by_modules;
-        recent.swap(now.given_payloads.recent);
+        const std::scoped_lock guard(given.lock);
+        for (const RoutingId id : given.by_modules.functions())
+            if (!now.machine.find(id))
+                given.by_modules.forget(id);
+        std::erase_if(given.by_host,
+                      [&](const auto &each) { return !now.machine.find(each.first); });
+        by_modules = given.by_modules;
+        std::swap(recent, given.recent);
     }
     if (!now.complete)
         return;
     for (const Hierarchy &hierarchy : hierarchies_of_one_size(now.machine, by_modules, recent))
         for (const Branch &branch : incomplete_branches(now.machine, hierarchy, by_modules))
             complete(now, hierarchy, branch, written);
-}
-
-void tell_of_incomplete_hierarchies() {
-    Served *const now = served();
-    if (!now || now->complete)
-        return;
-    const std::scoped_lock guard(now->given_payloads.lock);
-    const GivenSizes &given = now->given_payloads.by_modules;
-    std::set<RoutingId> ids;
-    for (const auto &each : given)
-        ids.insert(each.first);
-    std::string text;
-    for (const Hierarchy &hierarchy : hierarchies_of_one_size(now->machine, given, ids))
-        if (const std::string count = count_text(now->machine, hierarchy, given); !count.empty())
-            text += (text.empty() ? "" : "; ") + count;
-    if (!text.empty())
-        log_info("bridges keep a smaller payload size than their hierarchy has: " + text +
-                 ". What is below them, or is plugged in there, has to refuse larger packets; "
-                 "--complete sets them");
 }
 
 bool is_completed(const Function &function, unsigned size) {

@@ -10,9 +10,11 @@
 // one fails, those above it are set back, from the bottom up, to what they were.
 #pragma once
 
+#include <map>
 #include <mutex>
 #include <set>
 #include <string>
+#include <vector>
 
 #include "host/exports/incomplete_hierarchies.h"
 
@@ -24,22 +26,19 @@ struct Served;
 struct GivenPayloads {
     std::mutex lock;
     GivenSizes by_modules;
-    std::set<RoutingId> recent;  // those of by_modules since the last completion
-    GivenSizes by_host;          // given to bridges by completion
-    std::set<std::string> told;  // obstacles that have been logged
+    // By routing ID, those of by_modules since the last completion.
+    std::vector<bool> recent = std::vector<bool>(ROUTING_IDS);
+    std::map<RoutingId, unsigned> by_host;  // given to bridges by completion
+    std::set<std::string> told;             // obstacles that have been logged
 };
 
-// Notes that a module has read or is about to write Device Control. Returns PCI_OK, or
-// PCI_ERR_NO_MEMORY.
-pci_err_t note_given_payload(const Function &function, std::uint16_t devctl);
+// Notes that a module has read or is about to write Device Control.
+void note_given_payload(const Function &function, std::uint16_t devctl);
 
 // Sets bridges of the hierarchies in which modules have given sizes since the last call, and adds
 // them to `written`; warns of each obstacle once. Without --complete, only forgets functions that
 // are gone. One call at a time.
 void complete_hierarchies(Served &now, std::set<RoutingId> &written);
-
-// Logs, without --complete and after start-up, which bridges it would set, if any.
-void tell_of_incomplete_hierarchies();
 
 // Returns true when the function has the payload size that complete_hierarchies() gave it; `size`
 // is its present one, in bytes.

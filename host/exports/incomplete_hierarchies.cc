@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <array>
+#include <map>
+#include <set>
 
 #include "host/base/address.h"
 #include "host/exports/payload_sizes.h"
@@ -24,17 +26,26 @@ bool is_set_to(const Function &function, unsigned code) {
 
 }  // namespace
 
+std::vector<RoutingId> GivenSizes::functions() const {
+    std::vector<RoutingId> found;
+    for (std::size_t id = 0; id < codes_.size(); ++id)
+        if (codes_[id] != NONE)
+            found.push_back(static_cast<RoutingId>(id));
+    return found;
+}
+
 std::vector<Hierarchy> hierarchies_of_one_size(const Machine &machine, const GivenSizes &given,
-                                               const std::set<RoutingId> &ids) {
+                                               const std::vector<bool> &ids) {
     std::map<RoutingId, Hierarchy> concerned;  // by root port
-    for (const RoutingId id : ids)
-        if (const Function *root_port = root_port_of(machine, id))
-            if (const auto size = given.find(root_port->id()); size != given.end())
-                concerned[root_port->id()] = {.root_port = root_port, .code = size->second};
-    for (const auto &[id, code] : given) {
+    const std::vector<RoutingId> all = given.functions();
+    for (const RoutingId id : all)
+        if (const Function *root_port = ids[id] ? root_port_of(machine, id) : nullptr)
+            if (const auto code = given.find(root_port->id()))
+                concerned[root_port->id()] = {.root_port = root_port, .code = *code};
+    for (const RoutingId id : all) {
         const Function *root_port = root_port_of(machine, id);
         const auto found = root_port ? concerned.find(root_port->id()) : concerned.end();
-        if (found != concerned.end() && found->second.code != code)
+        if (found != concerned.end() && found->second.code != given.find(id))
             concerned.erase(found);
     }
     std::vector<Hierarchy> found;
@@ -81,7 +92,7 @@ private:
 
     bool is_left_out(const Function &function) const {
         std::uint16_t devctl = 0;
-        return function.is_bridge() && !given_.contains(function.id()) &&
+        return function.is_bridge() && !given_.find(function.id()) &&
                read_devctl(function, devctl) == PCI_OK && payload_code(devctl) < hierarchy_.code;
     }
 

@@ -16,8 +16,8 @@
 //   it: a function that is set to less would have to refuse what the bridge lets through then.
 #pragma once
 
-#include <map>
-#include <set>
+#include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -25,17 +25,35 @@
 
 namespace host {
 
-// The last payload size that a module has given each function, coded as in Device Control.
-using GivenSizes = std::map<RoutingId, unsigned>;
+// The last payload size that a module has given each function, coded as in Device Control. Noting
+// one takes no memory, because modules read sizes of every function.
+class GivenSizes {
+public:
+    void set(RoutingId id, unsigned code) { codes_[id] = static_cast<std::uint8_t>(code); }
+    void forget(RoutingId id) { codes_[id] = NONE; }
+
+    // Returns the size; nullopt for a function that none was given.
+    std::optional<unsigned> find(RoutingId id) const {
+        return codes_[id] == NONE ? std::nullopt : std::optional<unsigned>(codes_[id]);
+    }
+
+    // Returns the functions that were given one, ascending.
+    std::vector<RoutingId> functions() const;
+
+private:
+    static constexpr std::uint8_t NONE = 0xFF;
+    std::vector<std::uint8_t> codes_ = std::vector<std::uint8_t>(ROUTING_IDS, NONE);
+};
 
 struct Hierarchy {
     const Function *root_port;
     unsigned code;
 };
 
-// Returns the hierarchies with one size among those of `ids`; ascending.
+// Returns the hierarchies with one size among those of `ids`, which is by routing ID;
+// ascending.
 std::vector<Hierarchy> hierarchies_of_one_size(const Machine &machine, const GivenSizes &given,
-                                               const std::set<RoutingId> &ids);
+                                               const std::vector<bool> &ids);
 
 // Bridges below each other, a port before what is below it: all of them can be set, or none.
 struct Branch {

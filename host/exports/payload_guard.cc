@@ -126,8 +126,7 @@ pci_err_t admit_payload(const Function &function, std::uint16_t devctl) {
             const std::scoped_lock guard(writes.lock);
             writes.written.insert(function.id());
         }
-        if (const pci_err_t error = note_given_payload(function, devctl))
-            return error;
+        note_given_payload(function, devctl);
         return payload_code(devctl) == LOWEST_PAYLOAD ? PCI_OK
                                                       : admit(function, payload_code(devctl));
     } catch (const std::bad_alloc &) {

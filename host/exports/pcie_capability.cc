@@ -78,7 +78,8 @@ pci_err_t read_devctl(pcie_cap_t *cap, std::uint16_t *value) {
         return error;
     if (const pci_err_t error = read_at(cap, pci::DEVCTL, value))
         return error;
-    return note_given_payload(*function, *value);
+    note_given_payload(*function, *value);
+    return PCI_OK;
 }
 
 pci_err_t write_devctl(pcie_cap_t *cap, std::uint32_t reserved, std::uint16_t *value) {
