@@ -6,16 +6,12 @@
 #include <array>
 #include <ostream>
 
-#include "host/base/columns.h"
 #include "host/base/input.h"
 #include "host/base/words.h"
-#include "host/modules/module_loader.h"
+#include "host/cli/command_line.h"
 
 namespace host {
 namespace {
-
-// What CLI11 leaves of 80 columns.
-constexpr std::size_t DESCRIPTION_WIDTH = 50;
 
 constexpr const char *FOOTER =
     "Functions are written as lspci writes them (04:00.0), buses and domains in\n"
@@ -103,12 +99,7 @@ void declare(CLI::App &app, RawOptions &raw, Options &options) {
     app.add_flag("--list-files", options.list_files,
                  "Print which files -c and -m make it read, and do nothing else");
     app.add_option("--usage", raw.usage, "Print the module's usage text")->type_name("MODULE");
-    app.set_help_flag("-h,--help", "Print this help");
-    app.set_version_flag("--version", "hoplar " + version_text(SERVER_VERSION),
-                         "Print the version");
     app.footer(FOOTER);
-    for (CLI::Option *option : app.get_options())
-        option->description(wrapped(option->get_description(), DESCRIPTION_WIDTH));
 }
 
 ModuleEntry command_line_module(const std::string &text) {
@@ -213,17 +204,8 @@ std::optional<Options> parse_options(int argc, const char *const *argv, std::ost
     RawOptions raw;
     Options options;
     declare(app, raw, options);
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::CallForHelp &) {
-        out << app.help();
+    if (!parse_command_line(app, argc, argv, out))
         return std::nullopt;
-    } catch (const CLI::CallForVersion &version) {
-        out << version.what() << '\n';
-        return std::nullopt;
-    } catch (const CLI::ParseError &error) {
-        throw InputError(excerpt(error.what()) + " (hoplar --help lists the options)");
-    }
     interpret(raw, options);
     return options;
 }

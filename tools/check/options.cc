@@ -5,8 +5,8 @@
 #include <ostream>
 
 #include "host/base/input.h"
+#include "host/cli/command_line.h"
 #include "host/cli/options.h"
-#include "host/modules/module_loader.h"
 
 namespace check {
 namespace {
@@ -15,7 +15,8 @@ constexpr const char *FOOTER =
     "\n"
     "Each remark is a line FILE:LINE: error|warning|note: TEXT on standard output.\n"
     "\n"
-    "Exit status: 0 no errors and no warnings; 1 some; 2 bad options or unreadable input.\n";
+    "Exit status: 0 no errors and no warnings; 1 some; 2 bad options or unreadable\n"
+    "input.\n";
 
 void declare(CLI::App &app, Options &options, std::string &domain) {
     app.add_option("-F,--dump", options.dump,
@@ -27,9 +28,6 @@ void declare(CLI::App &app, Options &options, std::string &domain) {
     app.add_option("--domain", domain, "Domain of the functions, default 0")->type_name("N");
     app.add_flag("-v", options.describe, "Also say what each line asks for");
     app.add_option("FEATURE-FILE", options.files, "Feature files")->type_name("");
-    app.set_help_flag("-h,--help", "Print this help");
-    app.set_version_flag("--version", "hoplar-check " + host::version_text(host::SERVER_VERSION),
-                         "Print the version");
     app.footer(FOOTER);
 }
 
@@ -40,18 +38,8 @@ std::optional<Options> parse_options(int argc, const char *const *argv, std::ost
     Options options;
     std::string domain = "0";
     declare(app, options, domain);
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::CallForHelp &) {
-        out << app.help();
+    if (!host::parse_command_line(app, argc, argv, out))
         return std::nullopt;
-    } catch (const CLI::CallForVersion &version) {
-        out << version.what() << '\n';
-        return std::nullopt;
-    } catch (const CLI::ParseError &error) {
-        throw host::InputError(host::excerpt(error.what()) +
-                               " (hoplar-check --help lists the options)");
-    }
     if (options.files.empty() && !options.config)
         throw host::InputError("no feature file is named (hoplar-check --help)");
     for (const auto &[option, file] :

@@ -87,7 +87,7 @@ const std::array OPERATIONS = {
               [](Machine &machine, bdf_t bdf, std::ostream &out) {
                   return set(machine, bdf, out, module::enable_aspm_feature);
               },
-              "link power states that the latencies allow, on both ends"},
+              "link power states that latencies allow, both ends"},
     Operation{{"aspm", "disable"},
               true,
               [](Machine &machine, bdf_t bdf, std::ostream &out) {
@@ -99,7 +99,7 @@ const std::array OPERATIONS = {
               [](Machine &machine, bdf_t bdf, std::ostream &out) {
                   return set(machine, bdf, out, module::enable_fb2b_feature);
               },
-              "fast back-to-back transfers where a whole bus can take them"},
+              "fast back-to-back transfers where a whole bus can"},
     Operation{{"fb2b", "disable"},
               true,
               [](Machine &machine, bdf_t bdf, std::ostream &out) {

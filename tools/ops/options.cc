@@ -5,8 +5,8 @@
 #include <ostream>
 
 #include "host/base/input.h"
+#include "host/cli/command_line.h"
 #include "host/cli/options.h"
-#include "host/modules/module_loader.h"
 #include "tools/ops/operations.h"
 
 namespace ops {
@@ -14,11 +14,12 @@ namespace {
 
 constexpr const char *FOOTER =
     "\n"
-    "Functions are written as lspci writes them (04:00.0). A bus or link is named by the bridge\n"
-    "above it, or by a function on it.\n"
+    "Functions are written as lspci writes them (04:00.0). A bus or link is named by\n"
+    "the bridge above it, or by a function on it.\n"
     "\n"
-    "Exit status: 0 done; 1 the operation failed, or an access to live hardware; 2 bad options,\n"
-    "unreadable input, a driver that would be disturbed, or a result that could not be written.\n";
+    "Exit status: 0 done; 1 the operation failed, or an access to live hardware; 2 bad\n"
+    "options, unreadable input, a driver that would be disturbed, or a result that\n"
+    "could not be written.\n";
 
 void declare(CLI::App &app, Options &options, std::string &domain, int &louder, bool &quiet,
              bool &debug) {
@@ -40,9 +41,6 @@ void declare(CLI::App &app, Options &options, std::string &domain, int &louder, 
     app.add_flag("-q", quiet, "Only errors, no warnings");
     app.add_flag("-d", debug, "Debug messages too");
     app.add_option("operation", options.operation, "What to do, see below")->type_name("");
-    app.set_help_flag("-h,--help", "Print this help");
-    app.set_version_flag("--version", "hoplar-ops " + host::version_text(host::SERVER_VERSION),
-                         "Print the version");
     app.footer(operations_help() + FOOTER);
 }
 
@@ -57,18 +55,8 @@ std::optional<Options> parse_options(int argc, const char *const *argv, std::ost
     bool quiet = false;
     bool debug = false;
     declare(app, options, domain, louder, quiet, debug);
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::CallForHelp &) {
-        out << app.help();
+    if (!host::parse_command_line(app, argc, argv, out))
         return std::nullopt;
-    } catch (const CLI::CallForVersion &version) {
-        out << version.what() << '\n';
-        return std::nullopt;
-    } catch (const CLI::ParseError &error) {
-        throw host::InputError(host::excerpt(error.what()) +
-                               " (hoplar-ops --help lists the options)");
-    }
     for (const auto &[option, file] :
          {std::pair("--dump", options.source.dump), std::pair("--output", options.output)})
         if (file && file->empty())

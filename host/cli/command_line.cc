@@ -1,0 +1,45 @@
+#include "host/cli/command_line.h"
+
+#include <CLI/CLI.hpp>
+
+#include <ostream>
+
+#include "host/base/columns.h"
+#include "host/base/input.h"
+#include "host/modules/module_loader.h"
+
+namespace host {
+namespace {
+
+// CLI11 leaves this of 80 columns.
+constexpr std::size_t DESCRIPTION_WIDTH = 50;
+
+void wrap_descriptions(CLI::App &app) {
+    for (CLI::Option *option : app.get_options())
+        option->description(wrapped(option->get_description(), DESCRIPTION_WIDTH));
+    for (CLI::App *group : app.get_subcommands([](CLI::App *) { return true; }))
+        wrap_descriptions(*group);
+}
+
+}  // namespace
+
+bool parse_command_line(CLI::App &app, int argc, const char *const *argv, std::ostream &out) {
+    app.set_help_flag("-h,--help", "Print this help");
+    app.set_version_flag("--version", app.get_name() + " " + version_text(SERVER_VERSION),
+                         "Print the version");
+    wrap_descriptions(app);
+    try {
+        app.parse(argc, argv);
+        return true;
+    } catch (const CLI::CallForHelp &) {
+        out << app.help();
+    } catch (const CLI::CallForVersion &version) {
+        out << version.what() << '\n';
+    } catch (const CLI::ParseError &error) {
+        throw InputError(excerpt(error.what()) + " (" + app.get_name() +
+                         " --help lists the options)");
+    }
+    return false;
+}
+
+}  // namespace host
