@@ -5,7 +5,7 @@ import re
 import subprocess
 import unittest
 
-from hoplar import EXAMPLE, HOPLAR, PLUGIN, HoplarTest
+from hoplar import EXAMPLE, PLUGIN, HoplarTest
 
 LSPCI = "is lspci's form of an address, the line is dropped: write"
 # Options; a file; for each remark the line, the first letter of its kind, and how its text begins;
@@ -13,68 +13,63 @@ LSPCI = "is lspci's form of an address, the line is dropped: write"
 ROWS = (
     ((), "# all\n\nMPS=all:max # x\necrc = all:+:=\r\nASPM=1", ["5n the keyword has no effect"], True),
     ((), "\nMPS=01:00.0:256\nECRC=3a:00.0:+:+\nMPS all max\n=1\nMSP=all:max\nMPS=\nMPS=1.0.0:300\n"
-     "MPS=-1.0.0:256\nMPS=1.32.0:max\nMPS=1:max\nMPS=all\nECRC=1.g:+:+\nECRC=*:+:+\n"
-     "ECRC=all:on:+\nECRC=all:=:=\nMPS=1.0.0:384\nMPS=3a.0.0:256", [
+     "MPS=-1.0.0:256\nMPS=1.32.0:max\nMPS=1:max\nMPS=all\nECRC=1.g:+:+\nECRC=*:+:+\nECRC=all:on:+\n"
+     "ECRC=all:=:=\nMPS=1.0.0:384\nMPS=3a.0.0:256", [
          f'2e "01:00.0" {LSPCI} 1.0.0 or 0x01.0.0', f'3e "3a:00.0" {LSPCI} 58.0.0 or 0x3a.0.0',
          '4e the line is passed over silently, it has no "=": write MPS=all:max',
-         "5e the line is passed over silently, no keyword stands at its start",
-         '6e "MSP" is no keyword, the line is dropped: did you mean MPS?', "7e no value stands behind",
-         '8e size "300" is refused', '9e bus "-1" is out of range', '10e device "32" is out of range',
-         '11e the line is dropped silently, "1" is no endpoint', '12e "all" lacks a field',
-         '13e "1.g" is no address', '14e "*" is no address', '15e generation "on" is no setting',
-         "16w the line leaves both settings alone", "17e size 384 is accepted, but cannot be set, and the "
-         "path falls back to 128 bytes: write 256 or 512", '18w bus "3a" reads as 3, "a" behind it is '
-         "ignored: write 0x3a or 58"], False),
+         "5e the line is passed over silently, no keyword", '6e "MSP" is no keyword, the line is '
+         "dropped: did you mean MPS?", "7e no value stands behind", '8e size "300" is refused',
+         '9e bus "-1" is out of range', '10e device "32" is out of range', "11e the line is dropped "
+         'silently, "1" is no endpoint', '12e "all" lacks a field', '13e "1.g" is no address',
+         '14e "*" is no address', '15e generation "on" is no setting', "16w the line leaves both",
+         "17e size 384 is accepted, but cannot be set, and the path falls back to 128 bytes: write 256",
+         '18w bus "3a" reads as 3, "a" behind it is ignored: write 0x3a or 58'], False),
     ((), "ECRC=1-2:+:+\nMPS=010.0.0:256\nMPS=+1.0.0:256b:x y", [
-        '1w bus "1-2" reads as 1, "-2" behind it is ignored: there are no ranges',
-        '2w bus "010" begins with 0, so it is octal and reads as 8', '3w "y" behind the value is not',
-        '3w bus "+1" has a sign', '3w size "256b" reads as 256', '3w "x" behind the size'], True),
+        '1w bus "1-2" reads as 1, "-2" behind it is ignored', '2w bus "010" begins with 0, so it is '
+        "octal and reads as 8", '3w "y" behind the value is not', '3w bus "+1" has a sign',
+        '3w size "256b" reads as 256', '3w "x" behind the size'], True),
     ((), "MPS=1.0.0:256\nMPS=1.0.1:512\nECRC=1:+:+\nECRC=all:-:=\nECRC=1.0.*:=:+\nECRC=1:=:-", [
-        *(f"{line}w the line has no effect, because all that it sets is set again by line {later}:"
-          for line, later in ((1, 2), (3, "4 and 6"), (5, 6)))], True),
+        f"{line}w the line has no effect, because all that it sets is set again by line {later}:"
+        for line, later in ((1, 2), (3, "4 and 6"), (5, 6))], True),
     (("-F", EXAMPLE), "MPS=99.0.0:256\nECRC=99:+:+\nMPS=10.0.0:256\nMPS=1.0:256\nMPS=16.0.0:256\n"
      "MPS=0.1.0:max\nMPS=0.8.0:max\nMPS=66.0.0:256\nECRC=0.31.4:+:+\nECRC=17:+:+", [
          "1w there is no 63:00.0, the line sets nothing: the nearest is 42:00.1, written 66.0.1",
          "2w there is no such function", "3w there is no 0a:00.0, the line sets nothing: numbers are "
-         "decimal, lspci's 10:00.0 is written 16.0 or 0x10.0", "4w the line sets nothing, 01:00.0 is "
-         "no ARI function", "5w the line sets nothing, 10:00.0 is an ARI function",
-         "6w 00:01.0 is no endpoint", "7w 00:08.0 is integrated", "8w 256 bytes are dropped for "
-         "42:00.0, below root port 40:02.0 the limit is 128 (of 42:00.0, 42:00.1): write max or 128",
-         "9w 00:1f.4 has no ECRC controls", "10w the line selects 1 function, 0 of"], False),
+         "decimal, lspci's 10:00.0 is written 16.0", "4w the line sets nothing, 01:00.0 is no ARI",
+         "5w the line sets nothing, 10:00.0 is an ARI function", "6w 00:01.0 is no endpoint",
+         "7w 00:08.0 is integrated", "8w 256 bytes are dropped for 42:00.0, below root port 40:02.0 "
+         "the limit is 128 (of 42:00.0, 42:00.1): write max or 128", "9w 00:1f.4 has no ECRC",
+         "10w the line selects 1 function, 0 of"], False),
     (("-F", EXAMPLE, "-v"), "MPS=all:max\nMPS=4.0.0:128\nMPS=7.0.0:256\nECRC=0:=:+", [
-        "1n asks for: every endpoint, the largest payload", "1n 08:00.0 gets 128 bytes, because 04:00.0",
-        "2n asks", "3n asks for: the device of 07:00.0, payloads of 256 bytes",
-        "3w 07:00.0 gets 128 bytes, because 04:00.0 (line 2) is the first",
+        "1n asks for: every endpoint, the largest", "1n 08:00.0 gets 128 bytes, because 04:00.0 (line 2)",
+        "2n asks", "3n asks for: the device of 07:00.0, payloads of 256", "3w 07:00.0 gets 128 bytes",
         "4n asks for: every function on bus 00, generation left alone, checking on",
-        "4n selects 12 functions, 4 of them with ECRC controls"], True),
-)
+        "4n selects 12 functions, 4 of them with ECRC controls"], True))
 
 
 class CheckTest(HoplarTest):
-    def run_in_folder(self, *command):
-        return subprocess.run(command, cwd=self.folder.name, capture_output=True, encoding="utf-8",
-                              stdin=subprocess.DEVNULL, check=False)
+    def check(self, *arguments):
+        return subprocess.run([os.environ["CHECK"], *arguments], cwd=self.folder.name, check=False,
+                              capture_output=True, encoding="utf-8", stdin=subprocess.DEVNULL)
 
     def test_remarks_agree_with_the_module(self):
         for options, content, expected, sets in ROWS:
             self.file("input", content)
             self.file("c", f"[runtime]\nHOPLAR_MODULE_LIST = x,--config=y {PLUGIN},--config=input")
-            done = self.run_in_folder(os.environ["CHECK"], *options, "-c", "c")
+            done = self.check(*options, "-c", "c")
             found = re.findall(r"(?m)^.*/input:(\d+): (.)(?:rror|arning|ote): (.*)$", done.stdout)
             texts = [f"{line}{kind} {text}" for line, kind, text in found]
             self.assertEqual([text[:len(start)] for text, start in zip(texts, expected)], expected)
             self.assertEqual((len(done.stdout.splitlines()), done.stderr), (len(expected), ""))
             self.assertEqual(done.returncode, int(any(kind != "n" for _, kind, _ in found)))
-            done = self.run_in_folder(HOPLAR, "-F", EXAMPLE, "--check", "--report", "none",
-                                      "-m", f"{PLUGIN},--config=input")
-            self.assertEqual(done.returncode == 3, sets, done.stderr)
+            self.hoplar("-F", EXAMPLE, "--check", "-m", f"{PLUGIN},--config=input", status=3 * sets)
 
     def test_unusable_input(self):
         self.file("a", "MPS=all:max")
-        for arguments, error in ((["none", "a"], "none: cannot be read: "), (["."], ".: is a directory"),
-                                 ([], "no feature file"), (["/dev/null"], "/dev/null: is no regular"),
-                                 (["-x", "a"], "The following arg"), (["-F", "a", "a"], "a: no lspci dump")):
-            done = self.run_in_folder(os.environ["CHECK"], *arguments)
+        for arguments, error in ((["none", "a"], "none: cannot be read: "), ([], "no feature file"),
+                                 (["."], ".: is a directory"), (["/dev/null"], "/dev/null: is no reg"),
+                                 (["-x", "a"], "The following"), (["-F", "a", "a"], "a: no lspci")):
+            done = self.check(*arguments)
             self.assertEqual((done.returncode, done.stdout), (2, ""))
             self.assertTrue(done.stderr.startswith(f"error: {error}"), done.stderr)
 

@@ -20,9 +20,6 @@ std::string complaint(const EcrcRequest &request, const host::FunctionReport &ro
     const std::string &address = row.address;
     if (std::string text = wrong_form(row.function, request.selection.bdf); !text.empty())
         return "the line is not applied again after an insertion, " + text;
-    if (row.before.ecrc_unknown)
-        return "the dump has only 256 bytes of " + address +
-               ", without its ECRC controls: make a full one with sudo lspci -xxxx";
     if (!has_controls(row))
         return address + " has no ECRC controls, the line sets nothing: leave it out";
     const auto lacks = [](module::ecrc_setting setting, const host::EcrcControl &control) {
@@ -49,6 +46,9 @@ std::string problem(const EcrcRequest &request, const Rows &rows, const View &vi
                        : std::string("there is no such function")) +
                ", the line sets nothing: " +
                suggestion(view, request.value, request.selection, [](bdf_t) { return true; });
+    if (std::ranges::any_of(rows, [](const auto *row) { return row->before.ecrc_unknown; }))
+        return "the dump has only 256 bytes of a function, without ECRC controls, which the line "
+               "cannot be checked against: make a full one with sudo lspci -xxxx";
     if (single)
         return complaint(request, *rows.front());
     if (std::ranges::none_of(rows, [](const auto *row) { return has_controls(*row); }))

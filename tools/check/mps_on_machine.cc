@@ -24,6 +24,15 @@ bool can_be_set(bdf_t bdf) {
     return entry != nullptr && module::has_path(entry);
 }
 
+// Returns why a request for every endpoint sets nothing; empty when it can set something.
+std::string refusal_of_all() {
+    for (const mps_entry *entry = module::first_mps_entry(module::ep_list()); entry != nullptr;
+         entry = module::next_mps_entry(entry))
+        if (module::has_path(entry))
+            return "";
+    return "no endpoint has a path from a root port, the line sets nothing: leave it out";
+}
+
 // Returns why a request for one endpoint sets nothing; empty when it can.
 std::string refusal(const MpsRequest &request, const View &view) {
     const std::string address = host::bdf_text(request.bdf);
@@ -49,8 +58,9 @@ std::string refusal(const MpsRequest &request, const View &view) {
 // The request of each entry.
 using Wanted = std::map<const mps_entry *, const MpsRequest *>;
 
-// Forgets the requests of the file before.
+// Builds the list, if need be, and forgets the requests of the file before.
 void clear_requests() {
+    pthread_once(&module::ep_list_once, module::ep_list_once_init);
     for (mps_entry *entry = module::first_mps_entry(module::ep_list()); entry != nullptr;
          entry = module::next_mps_entry(entry))
         entry->mps = 0;
@@ -58,10 +68,13 @@ void clear_requests() {
 
 void take(const MpsRequest &request, Wanted &wanted) {
     module::mps_update_entry(request.bdf, request.size);
+    if (request.bdf != BDF_NONE) {
+        wanted[module::mps_find_entry(request.bdf)] = &request;
+        return;
+    }
     for (const mps_entry *entry = module::first_mps_entry(module::ep_list()); entry != nullptr;
          entry = module::next_mps_entry(entry))
-        if (request.bdf == BDF_NONE || entry == module::mps_find_entry(request.bdf))
-            wanted[entry] = &request;
+        wanted[entry] = &request;
 }
 
 std::string bytes(std::uint32_t size) {
@@ -94,10 +107,13 @@ void remark_refused(const mps_entry *entry, const MpsRequest &request, const Vie
                     Remarks &remarks) {
     const bdf_t root_port = entry->rp->bridge->bdf;
     const std::string limit = std::to_string(entry->rp->path_max);
-    remarks.warning(request.line,
-                    bytes(request.size) + " are dropped for " + host::bdf_text(entry->bdf) +
-                        ", below root port " + host::bdf_text(root_port) + " the limit is " +
-                        limit + " (of " + limiters(view, root_port) + "): write max or " + limit);
+    remarks.warning(
+        request.line,
+        bytes(request.size) + " are dropped for " + host::bdf_text(entry->bdf) +
+            ", below root port " + host::bdf_text(root_port) + " the limit is " + limit + " (of " +
+            limiters(view, root_port) + "): " +
+            (request.bdf == BDF_NONE ? "add a line for it, with max or " : "write max or ") +
+            limit);
 }
 
 // Remarks on a request that another endpoint's has forestalled. It is only a note for a line that
@@ -141,7 +157,8 @@ void check_on_machine(const std::vector<MpsRequest> &requests, const View &view,
     Wanted wanted;
     clear_requests();
     for (const MpsRequest &request : requests) {
-        const std::string text = request.bdf == BDF_NONE ? "" : refusal(request, view);
+        const std::string text =
+            request.bdf == BDF_NONE ? refusal_of_all() : refusal(request, view);
         if (text.empty())
             take(request, wanted);
         else
