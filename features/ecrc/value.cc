@@ -2,7 +2,7 @@
 
 #include <strings.h>
 
-#include <cstring>
+#include <iterator>
 
 #include "module/base/value_text.h"
 #include "platform/bdf.h"
@@ -41,8 +41,10 @@ selection_fault_t read_three_parts(unsigned bus, const char *second, const char 
     return selection_fault_t::none;
 }
 
-selection_fault_t read_parts(const char *const (&parts)[3], selection_t *selection) {
-    const auto [bus_text, second, third] = parts;
+selection_fault_t read_parts(const char *const *parts, selection_t *selection) {
+    const char *const bus_text = parts[0];
+    const char *const second = parts[1];
+    const char *const third = parts[2];
     unsigned bus = 0;
     if (bus_text == nullptr || !read_number(bus_text, pci::HIGHEST_BUS, &bus))
         return selection_fault_t::bus;
@@ -75,16 +77,9 @@ bool read_setting(const char *text, ecrc_setting *setting) {
 }  // namespace
 
 ecrc_fields_t cut_ecrc_value(char *value) {
-    char *rest = nullptr;
-    ecrc_fields_t fields = {};
-    fields.functions = strtok_r(value, ":", &rest);
-    if (fields.functions != nullptr)
-        fields.gen = strtok_r(nullptr, ":", &rest);
-    if (fields.gen != nullptr)
-        fields.chk = strtok_r(nullptr, ":", &rest);
-    if (fields.chk != nullptr)
-        fields.further = strtok_r(nullptr, ":", &rest);
-    return fields;
+    char *fields[3] = {};
+    const char *const further = cut_pieces(value, ":", fields, std::size(fields));
+    return {.functions = fields[0], .gen = fields[1], .chk = fields[2], .further = further};
 }
 
 bool names_every_function(const char *field) {
@@ -92,18 +87,11 @@ bool names_every_function(const char *field) {
 }
 
 selection_result_t read_selection(char *field) {
-    char *rest = nullptr;
     selection_result_t result = {.fault = selection_fault_t::none,
                                  .selection = {scope_t::every_function, BDF_NONE},
                                  .parts = {},
                                  .further = nullptr};
-    const char *part = strtok_r(field, ".", &rest);
-    for (const char *&place : result.parts) {
-        place = part;
-        if (part != nullptr)
-            part = strtok_r(nullptr, ".", &rest);
-    }
-    result.further = part;
+    result.further = cut_pieces(field, ".", result.parts, std::size(result.parts));
     result.fault = read_parts(result.parts, &result.selection);
     return result;
 }

@@ -39,8 +39,8 @@ enum class selection_fault_t { none, bus, form, device, ari_function, function }
 struct selection_result_t {
     selection_fault_t fault;
     selection_t selection;
-    const char *parts[3];  // as written, cut out of the field; null when missing
-    const char *further;   // the first part that is ignored, or null
+    char *parts[3];       // as written, cut out of the field; null when missing
+    const char *further;  // the first part that is ignored, or null
 };
 
 struct requests_t {

@@ -3,7 +3,7 @@
 #include <strings.h>
 
 #include <climits>
-#include <cstring>
+#include <iterator>
 
 #include "features/mps/register_access.h"
 #include "module/base/value_text.h"
@@ -14,8 +14,10 @@ namespace enable_features {
 namespace {
 
 // Returns the fault and the address that the parts give.
-ep_fault_t read_parts(const char *const (&parts)[3], bdf_t *bdf) {
-    const auto [bus_text, device_text, function_text] = parts;
+ep_fault_t read_parts(const char *const *parts, bdf_t *bdf) {
+    const char *const bus_text = parts[0];
+    const char *const device_text = parts[1];
+    const char *const function_text = parts[2];
     unsigned bus = 0;
     unsigned device = 0;
     unsigned function = 0;
@@ -40,14 +42,9 @@ ep_fault_t read_parts(const char *const (&parts)[3], bdf_t *bdf) {
 }  // namespace
 
 mps_fields_t cut_mps_value(char *value) {
-    char *rest = nullptr;
-    mps_fields_t fields = {};
-    fields.endpoint = strtok_r(value, ":", &rest);
-    if (fields.endpoint != nullptr)
-        fields.size = strtok_r(nullptr, ":", &rest);
-    if (fields.size != nullptr)
-        fields.further = strtok_r(nullptr, ":", &rest);
-    return fields;
+    char *fields[2] = {};
+    const char *const further = cut_pieces(value, ":", fields, std::size(fields));
+    return {.endpoint = fields[0], .size = fields[1], .further = further};
 }
 
 bool names_every_endpoint(const char *field) {
@@ -55,15 +52,8 @@ bool names_every_endpoint(const char *field) {
 }
 
 ep_result_t read_endpoint(char *field) {
-    char *rest = nullptr;
     ep_result_t result = {.fault = ep_fault_t::none, .bdf = BDF_NONE, .parts = {}, .further = {}};
-    const char *part = strtok_r(field, ".", &rest);
-    for (const char *&place : result.parts) {
-        place = part;
-        if (part != nullptr)
-            part = strtok_r(nullptr, ".", &rest);
-    }
-    result.further = part;
+    result.further = cut_pieces(field, ".", result.parts, std::size(result.parts));
     result.fault = read_parts(result.parts, &result.bdf);
     return result;
 }

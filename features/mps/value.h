@@ -19,9 +19,9 @@ enum class ep_fault_t { none, bus, device, ari_function, function };
 
 struct ep_result_t {
     ep_fault_t fault;
-    bdf_t bdf;             // BDF_NONE, which is no endpoint, when the device is missing
-    const char *parts[3];  // as written, cut out of the field; null when missing
-    const char *further;   // the first part that is ignored, or null
+    bdf_t bdf;            // BDF_NONE, which is no endpoint, when the device is missing
+    char *parts[3];       // as written, cut out of the field; null when missing
+    const char *further;  // the first part that is ignored, or null
 };
 
 // Cuts a value up in place.

@@ -35,6 +35,17 @@ bool read_number(const char *text, unsigned long highest, unsigned *value) {
     return true;
 }
 
+char *cut_pieces(char *text, const char *separator, char **pieces, std::size_t count) {
+    char *rest = nullptr;
+    char *piece = strtok_r(text, separator, &rest);
+    for (std::size_t i = 0; i < count; ++i) {
+        pieces[i] = piece;
+        if (piece != nullptr)
+            piece = strtok_r(nullptr, separator, &rest);
+    }
+    return piece;
+}
+
 heap_ptr<char> copy_text(const char *text) {
     return heap_ptr<char>(::strdup(text));
 }

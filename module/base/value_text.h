@@ -2,6 +2,8 @@
 // not change what a file means.
 #pragma once
 
+#include <cstddef>
+
 #include "module/base/guards.h"
 
 namespace enable_features {
@@ -34,6 +36,10 @@ number_text_t scan_number(const char *text);
 // 32 bits. Returns false, with `*value` untouched, when there is no digit or the number is above
 // `highest`.
 bool read_number(const char *text, unsigned long highest, unsigned *value);
+
+// Cuts `text` at a separator, as strtok_r() does, into the first `count` pieces; null where there
+// are fewer. Returns the piece behind them, null when there is none.
+char *cut_pieces(char *text, const char *separator, char **pieces, std::size_t count);
 
 // Copies a text to the heap; null when memory is short.
 heap_ptr<char> copy_text(const char *text);
