@@ -105,10 +105,10 @@ void note_given_payload(const Function &function, std::uint16_t devctl) {
 }
 
 void complete_hierarchies(Served &now, std::set<RoutingId> &written) {
-    GivenPayloads &given = now.given_payloads;
     GivenSizes by_modules;
     std::vector<bool> recent(ROUTING_IDS);
     {
+        GivenPayloads &given = now.given_payloads;
         const std::scoped_lock guard(given.lock);
         for (const RoutingId id : given.by_modules.functions())
             if (!now.machine.find(id))
