@@ -106,7 +106,8 @@ void show(int severity, std::string_view text) {
 }
 
 // Shows a message without allocating memory: long text is cut, and unsafe bytes become "?".
-void show_without_memory(int severity, const char *format, va_list args) {
+// Not inlined, so that its text takes no stack of messages that have memory.
+[[gnu::noinline]] void show_without_memory(int severity, const char *format, va_list args) {
     std::array<char, 512> text{};
     std::vsnprintf(text.data(), text.size(), format, args);
     const std::string_view line(text.data());
