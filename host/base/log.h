@@ -21,8 +21,8 @@ struct LogCounts {
     std::uint64_t error = 0, warning = 0, info = 0, debug = 0;  // messages, by severity
 };
 
-// What is shown of messages: those up to a verbosity, of them those that are severe enough, and
-// with `debug` what comes through pci_dbg.
+// Chooses the messages that are shown: those up to a verbosity that are severe enough, and with
+// `debug` those that come through pci_dbg.
 struct LogLevel {
     int verbosity = 1;                 // the platform's 0 to 4; -1: none
     int mildest = LOG_SEVERITY_DEBUG;  // LOG_SEVERITY_*

@@ -1,4 +1,4 @@
-// What the command lines of all programs have in common.
+// Reads a command line in the way that all programs share.
 #pragma once
 
 #include <iosfwd>

@@ -1,6 +1,8 @@
 // Functions whose payload size differs from that of the ports above them, where packets are lost:
 // above its port, it sends packets that the port must refuse; below any port above it, it must
-// refuse larger packets itself, since its own setting is also the most that it accepts.
+// refuse larger packets itself, since its own setting is also the most that it accepts. The
+// function's Max_Read_Request_Size does not matter here, because the driver that binds next may
+// raise it; the report's findings, which come at the end, take it into account.
 #pragma once
 
 #include <map>
