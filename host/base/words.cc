@@ -68,6 +68,16 @@ std::optional<std::uint32_t> parse_number(std::string_view text) {
     return parse(text, 10);
 }
 
+std::string listed(const std::vector<std::string> &pieces, std::size_t most) {
+    if (pieces.size() < 2)
+        return pieces.empty() ? "" : pieces[0];
+    const std::size_t shown = (pieces.size() > most ? most : pieces.size()) - 1;
+    const auto end = pieces.begin() + static_cast<std::ptrdiff_t>(shown);
+    const std::string last =
+        pieces.size() > most ? std::to_string(pieces.size() - shown) + " more" : pieces.back();
+    return join({pieces.begin(), end}, ", ") + " and " + last;
+}
+
 std::string functions_text(std::size_t count) {
     return std::to_string(count) + (count == 1 ? " function" : " functions");
 }

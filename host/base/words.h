@@ -18,6 +18,9 @@ std::vector<std::string_view> words(std::string_view text);
 std::vector<std::string_view> split(std::string_view text, char separator);
 std::string join(const std::vector<std::string> &pieces, std::string_view separator);
 
+// Returns "a", "a and b", or with more pieces than `most`, which is above 1, "a, b and 3 more".
+std::string listed(const std::vector<std::string> &pieces, std::size_t most);
+
 // Read a whole text as a number: hexadecimal digits alone, or decimal, or "0x" and hexadecimal.
 // nullopt for any other text and for numbers above 32 bits.
 std::optional<std::uint32_t> parse_hex(std::string_view text);

@@ -28,7 +28,10 @@ std::string busy_driver(LiveSpace &live, const Function &function) {
     return live.sysfs().driver(function.id());
 }
 
-// "02:00.0 (nvme), 03:00.0 (igb)", by root port.
+// A drive may have hundreds of virtual functions: only the first few are named.
+constexpr std::size_t MOST_NAMES = 8;
+
+// "02:00.0 (nvme)", "03:00.0 (igb)", by root port.
 using Traffic = std::map<RoutingId, std::vector<std::string>>;
 
 Traffic traffic_below(const Report &report, LiveSpace &live) {
@@ -64,17 +67,6 @@ Report planned(const Options &options, const std::vector<ModuleEntry> &modules, 
     return report;
 }
 
-// Names only the first few, because a drive may have hundreds of virtual functions.
-std::string traffic_text(std::vector<std::string> functions) {
-    constexpr std::size_t MOST = 8;
-    if (functions.size() > MOST) {
-        const std::string more = "and " + std::to_string(functions.size() - MOST) + " more";
-        functions.resize(MOST);
-        functions.push_back(more);
-    }
-    return "traffic on " + join(functions, ", ");
-}
-
 // Writes a line for each hierarchy to the pipe from the child, its root port's routing ID in front.
 std::string conflicts(const Options &options, const std::vector<ModuleEntry> &modules,
                       LiveSpace &live) {
@@ -83,7 +75,8 @@ std::string conflicts(const Options &options, const std::vector<ModuleEntry> &mo
     std::string text;
     for (const RoutingId root_port : payloads_changed(report))
         if (const auto found = traffic.find(root_port); found != traffic.end())
-            text += std::to_string(root_port) + ' ' + traffic_text(found->second) + '\n';
+            text += std::to_string(root_port) + " traffic on " + listed(found->second, MOST_NAMES) +
+                    '\n';
     return text;
 }
 

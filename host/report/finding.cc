@@ -67,18 +67,12 @@ std::string bytes_text(unsigned size) {
     return std::to_string(size) + " bytes";
 }
 
-// Returns "04:00.0, 05:00.0 and 3 more".
 std::string names_text(const View &view, const Indices &indices) {
     constexpr std::size_t MOST = 4;
-    const std::size_t shown = indices.size() > MOST ? MOST - 1 : indices.size();
-    std::string text;
-    for (std::size_t i = 0; i < shown; ++i) {
-        const bool is_last = i + 1 == indices.size();
-        text += (i == 0 ? "" : is_last ? " and " : ", ") + view.name(indices[i]);
-    }
-    if (shown < indices.size())
-        text += " and " + std::to_string(indices.size() - shown) + " more";
-    return text;
+    std::vector<std::string> names;
+    for (const std::size_t index : indices)
+        names.push_back(view.name(index));
+    return listed(names, MOST);
 }
 
 void find_unsupported(const View &view, Findings &findings) {
@@ -127,16 +121,6 @@ void find_differences(const View &view, Findings &findings) {
     }
 }
 
-// Returns one function of each device.
-Indices devices_of(const View &view, const Indices &functions) {
-    Indices devices;
-    std::set<bdf_t> seen;
-    for (const std::size_t index : functions)
-        if (seen.insert(pci::function_0_of(view.function(index).bdf)).second)
-            devices.push_back(index);
-    return devices;
-}
-
 void find_possible_sizes(const View &view, Findings &findings) {
     for (const HierarchyReport &hierarchy : view.hierarchies) {
         const std::size_t root_port = hierarchy.root_port;
@@ -152,7 +136,7 @@ void find_possible_sizes(const View &view, Findings &findings) {
         if (hierarchy.possible && *hierarchy.possible > *hierarchy.path_max)
             findings.push_back({"payload-limited", Severity::NOTE, root_port,
                                 whose + "limited to " + bytes_text(*hierarchy.path_max) + " by " +
-                                    names_text(view, devices_of(view, hierarchy.limiters)) + "; " +
+                                    names_text(view, hierarchy.limiting_devices) + "; " +
                                     std::to_string(*hierarchy.possible) + " without: " +
                                     gain_text(*hierarchy.path_max, *hierarchy.possible)});
     }

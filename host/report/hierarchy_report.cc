@@ -1,6 +1,8 @@
 #include "host/report/hierarchy_report.h"
 
 #include <algorithm>
+#include <iterator>
+#include <set>
 
 namespace host {
 namespace {
@@ -45,9 +47,13 @@ void find_limits(HierarchyReport &hierarchy, const Functions &functions) {
     std::ranges::copy_if(
         hierarchy.members, std::back_inserter(hierarchy.limiters),
         [&](std::size_t member) { return supported(functions[member]) == hierarchy.path_max; });
+    std::set<bdf_t> devices;
     std::vector<bool> is_limiter(functions.size());
-    for (const std::size_t limiter : hierarchy.limiters)
+    for (const std::size_t limiter : hierarchy.limiters) {
         is_limiter[limiter] = true;
+        if (devices.insert(pci::function_0_of(functions[limiter].function.bdf)).second)
+            hierarchy.limiting_devices.push_back(limiter);
+    }
     if (!is_limiter[hierarchy.root_port])
         hierarchy.possible = smallest(functions, hierarchy, [&](std::size_t member) {
             return !is_or_is_below(functions, member, is_limiter);

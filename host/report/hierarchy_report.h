@@ -17,9 +17,10 @@ struct HierarchyReport {
                                         // may lead into it
     std::optional<unsigned> path_max;   // the largest size that all of it supports
     std::vector<std::size_t> limiters;  // the members that support no more, ascending
-    std::optional<unsigned> possible;   // the path maximum without the limiters and all below them;
-                                        // empty where the root port is one of them
-    std::optional<unsigned> current;    // the root port's payload size at the end
+    std::vector<std::size_t> limiting_devices;  // the first of them in each device
+    std::optional<unsigned> possible;  // the path maximum without the limiters and all below them;
+                                       // empty where the root port is one of them
+    std::optional<unsigned> current;   // the root port's payload size at the end
 };
 
 // Returns the hierarchies of the machine that `functions` describe, in the order of their root

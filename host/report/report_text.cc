@@ -32,20 +32,14 @@ const char *pcie_type(std::uint8_t port_type) {
     }
 }
 
-// "07:00.0", "07:00.0 (and 08:00.0)", "07:00.0 (and 5 more)": one function for each device.
+// Returns "07:00.0", "07:00.0 (and 08:00.0)" or "07:00.0 (and 5 more)".
 std::string limiters_text(const Report &report, const HierarchyReport &hierarchy) {
-    std::vector<std::string> devices;
-    bdf_t last = BDF_NONE;
-    for (const std::size_t limiter : hierarchy.limiters) {
-        const bdf_t device = pci::function_0_of(report.functions[limiter].function.bdf);
-        if (device != last)
-            devices.push_back(report.functions[limiter].address);
-        last = device;
-    }
+    const std::vector<std::size_t> &devices = hierarchy.limiting_devices;
+    const auto name = [&](std::size_t i) { return report.functions[devices[i]].address; };
     if (devices.size() == 1)
-        return devices[0];
-    return devices[0] + " (and " +
-           (devices.size() == 2 ? devices[1] : std::to_string(devices.size() - 1) + " more") + ")";
+        return name(0);
+    return name(0) + " (and " +
+           (devices.size() == 2 ? name(1) : std::to_string(devices.size() - 1) + " more") + ")";
 }
 
 std::string supported_text(const Report &report, const HierarchyReport &hierarchy) {
