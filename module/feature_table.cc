@@ -1,4 +1,4 @@
-// config_file.cc matches keywords to the rows of this table; start-up takes the rows in this order.
+// config_line.cc matches keywords to the rows of this table; start-up takes the rows in this order.
 #include "features/aspm/feature.h"
 #include "features/ecrc/control.h"
 #include "features/ecrc/parameters.h"
