@@ -3,7 +3,8 @@
 // their size, so the scope is the hierarchy; else it is the one device.
 //
 // A hook returns silently if the device or its root port has no entry, or if the path is unknown.
-// Exception: a function-level reset of a device without an entry is logged as a warning.
+// Two cases are logged as warnings: a function-level reset of a device without an entry, and a
+// secondary bus reset for which no upstream bridge is found.
 #include "features/mps/hooks.h"
 
 #include "features/mps/hierarchy.h"

@@ -2,8 +2,7 @@
 // feature does. Keeps no state and takes no lock; safe on any thread, also under the feature's or a
 // bridge's locks.
 //
-// Every function here takes and returns bytes; in the registers a field value n stands for 128 <<
-// n.
+// Sizes are in bytes; a field value n stands for 128 << n bytes.
 #pragma once
 
 #include <algorithm>
