@@ -1,4 +1,4 @@
-// How a line of the feature configuration file is read. It counts when it holds a keyword, "=" and
+// Reads the lines of the feature configuration file. A line counts when it holds a keyword, "=" and
 // a value; the first "=" separates them. Keywords match without regard to case. A value ends at the
 // first character that its feature does not take.
 #pragma once

@@ -89,7 +89,7 @@ void record_set(const record_t &record, const selection_t &selection, requests_t
     report_record(record, status);
 }
 
-// Reads the functions that the first field selects. False when the record is to be dropped.
+// Reads the functions that the first field selects. Returns false when the record is to be dropped.
 bool select_functions(const record_t &record, selection_t *selection) {
     *selection = {scope_t::every_function, BDF_NONE};
     if (names_every_function(record.functions))

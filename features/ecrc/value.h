@@ -1,6 +1,6 @@
-// What an ECRC value, FUNCTIONS:GENERATION:CHECKING, says. These functions only read text: they log
-// nothing and ask no host, so that a program that checks feature files reads them as the module
-// does.
+// Reads the values of ECRC lines, FUNCTIONS:GENERATION:CHECKING. These functions only read text:
+// they log nothing and ask no host, so that a program that checks feature files reads a value as
+// the module does.
 //
 //   functions   all   every function      B    every function on bus B
 //               B.*   those of device 0 on bus B, ARI functions among them
@@ -33,7 +33,7 @@ struct selection_t {
     bdf_t bdf;
 };
 
-// What is wrong with the first field: a number, or the field as a whole (`form`).
+// The part of the first field that is refused: a number, or with `form` the field as a whole.
 enum class selection_fault_t { none, bus, form, device, ari_function, function };
 
 struct selection_result_t {

@@ -38,8 +38,8 @@ void report_no_memory(const char *whole) {
               pci_strerror(PCI_ERR_NO_MEMORY));
 }
 
-// Finds the endpoint that the field names, cutting the field up. False when the record is to be
-// dropped. The copy that messages need is freed before the endpoint is looked up.
+// Finds the endpoint that the field names, cutting the field up. Returns false when the record is
+// to be dropped. The copy that messages need is freed before the endpoint is looked up.
 bool find_endpoint(const char *whole, char *field, bdf_t *bdf) {
     *bdf = BDF_NONE;
     if (names_every_endpoint(field))

@@ -1,5 +1,5 @@
-// What an MPS value, ENDPOINT:SIZE, says. These functions only read text: they log nothing and ask
-// no host, so that a program that checks feature files reads them as the module does.
+// Reads the values of MPS lines, ENDPOINT:SIZE. These functions only read text: they log nothing
+// and ask no host, so that a program that checks feature files reads a value as the module does.
 #pragma once
 
 #include <cstdint>

@@ -28,7 +28,7 @@ struct number_text_t {
     const char *end;
 };
 
-// Reads as read_number() does, whatever the number is.
+// Reads the number at the start of `text` by the rules of read_number(), without a limit.
 number_text_t scan_number(const char *text);
 
 // Reads the number at the start of `text`: decimal, hexadecimal behind 0x, octal behind 0, with
