@@ -11,34 +11,18 @@ namespace enable_features {
 
 namespace {
 
-// Reads the forms B.* and B.F.
-selection_fault_t read_two_parts(unsigned bus, const char *second, selection_t *selection) {
-    if (*second == '*') {
-        *selection = {scope_t::device, pci::ari_bdf(bus, 0)};
-        return selection_fault_t::none;
+// Reads the last part of a selection in `device`, whose function 0 has that address: "*" selects
+// the device, a number one function. Returns false when the number is above `highest` or is none.
+bool read_last_part(const char *part, unsigned highest, bdf_t device, selection_t *selection) {
+    if (*part == '*') {
+        *selection = {scope_t::device, device};
+        return true;
     }
     unsigned function = 0;
-    if (!read_number(second, pci::HIGHEST_ARI_FUNCTION, &function))
-        return selection_fault_t::ari_function;
-    *selection = {scope_t::single, pci::ari_bdf(bus, function)};
-    return selection_fault_t::none;
-}
-
-// Reads the forms B.D.* and B.D.F.
-selection_fault_t read_three_parts(unsigned bus, const char *second, const char *third,
-                                   selection_t *selection) {
-    unsigned device = 0;
-    if (!read_number(second, pci::HIGHEST_DEVICE, &device))
-        return selection_fault_t::device;
-    if (*third == '*') {
-        *selection = {scope_t::device, pci::plain_bdf(bus, device, 0)};
-        return selection_fault_t::none;
-    }
-    unsigned function = 0;
-    if (!read_number(third, pci::HIGHEST_FUNCTION, &function))
-        return selection_fault_t::function;
-    *selection = {scope_t::single, pci::plain_bdf(bus, device, function)};
-    return selection_fault_t::none;
+    if (!read_number(part, highest, &function))
+        return false;
+    *selection = {scope_t::single, device | function};
+    return true;
 }
 
 selection_fault_t read_parts(const char *const *parts, selection_t *selection) {
@@ -46,6 +30,7 @@ selection_fault_t read_parts(const char *const *parts, selection_t *selection) {
     const char *const second = parts[1];
     const char *const third = parts[2];
     unsigned bus = 0;
+    unsigned device = 0;
     if (bus_text == nullptr || !read_number(bus_text, pci::HIGHEST_BUS, &bus))
         return selection_fault_t::bus;
     if (second == nullptr) {
@@ -54,8 +39,15 @@ selection_fault_t read_parts(const char *const *parts, selection_t *selection) {
     }
     if (!is_hex_digit(*second) && (*second != '*' || third != nullptr))
         return selection_fault_t::form;
-    return third == nullptr ? read_two_parts(bus, second, selection)
-                            : read_three_parts(bus, second, third, selection);
+    if (third == nullptr)
+        return read_last_part(second, pci::HIGHEST_ARI_FUNCTION, pci::ari_bdf(bus, 0), selection)
+                   ? selection_fault_t::none
+                   : selection_fault_t::ari_function;
+    if (!read_number(second, pci::HIGHEST_DEVICE, &device))
+        return selection_fault_t::device;
+    return read_last_part(third, pci::HIGHEST_FUNCTION, pci::plain_bdf(bus, device, 0), selection)
+               ? selection_fault_t::none
+               : selection_fault_t::function;
 }
 
 bool read_setting(const char *text, ecrc_setting *setting) {
