@@ -32,11 +32,6 @@ void report_no_memory(const record_t &record) {
               pci_strerror(PCI_ERR_NO_MEMORY));
 }
 
-void report_bad_number(const record_t &record, const char *what) {
-    LOG_ERROR(0, "%s, (param '%s') bad BDF %s value '%s', ignoring record", PARSER, record.param,
-              what, record.functions);
-}
-
 void report_bad_selection(const record_t &record, selection_fault_t fault) {
     if (fault == selection_fault_t::bus)
         LOG_ERROR(0, "%s, (param '%s') bad BDF bus value '%s', ignoring record", PARSER,
@@ -48,7 +43,9 @@ void report_bad_selection(const record_t &record, selection_fault_t fault) {
         LOG_ERROR(0, "%s, (param '%s') bad BDF function value '%s', ignoring record", PARSER,
                   record.param, record.functions);
     else
-        report_bad_number(record, fault == selection_fault_t::device ? "device" : "function");
+        LOG_ERROR(0, "%s, (param '%s') bad BDF %s value '%s', ignoring record", PARSER,
+                  record.param, fault == selection_fault_t::device ? "device" : "function",
+                  record.functions);
 }
 
 bool parse_requests(const record_t &record, const char *gen, const char *chk,
