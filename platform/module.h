@@ -39,9 +39,9 @@ extern "C" {
 //
 // The calling thread needs more than 128 KiB of free stack, and for each line of a feature file its
 // text and up to 64 bytes, until the file has been read. Lines for which this is not there are
-// dropped, each with the warning "Unknown feature parameter 'MAKE_TMP_STRING alloca() failed',
-// ignoring"; 0 is returned all the same. Start-up itself takes 29 KiB on the deepest tree, 255
-// bridges one below the other: a thread with less than that may overflow its stack.
+// dropped: a message names "MAKE_TMP_STRING alloca() failed" as an unknown keyword, or as a value
+// that the feature refuses; 0 is returned all the same. Start-up itself takes 29 KiB on the deepest
+// tree, 255 bridges one below the other: a thread with less than that may overflow its stack.
 HOPLAR_EXPORT pci_err_t server_mod_init(const mod_init_args_t *args);
 
 // Returns the module's version as pack_version() packs it, BAD_VERSION (server.h) when it is not
