@@ -16,10 +16,10 @@ constexpr int LOG_SEVERITY_DEBUG = 6;
 // A log handle; the host owns it for the life of the process.
 struct log_handle_t {
     // Takes one message. severity: LOG_SEVERITY_*. verbosity: pci_verbosity, as the module read it.
-    // message_verbosity: the message's level, 0 (always) to 4 (rarely); the handle filters by the
-    // two. format: printf's; the text carries no line end. Modules do not use the result. Called
-    // from any thread, also while the module holds its own locks or a bridge's: it takes none of
-    // the latter.
+    // message_verbosity: the message's level, 0 (always) to 4 (rarely). The handle shows no message
+    // whose level is above `verbosity`, and may leave out mild severities. format: printf's; the
+    // text carries no line end. Modules do not use the result. Called from any thread, also while
+    // the module holds its own locks or a bridge's: it takes none of the latter.
     int (*log_output)(int severity, int verbosity, int message_verbosity, const char *format,
                       va_list args);
 };
