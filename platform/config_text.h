@@ -12,8 +12,10 @@ using name_char_t = bool (*)(char c);
 extern "C" {
 
 // Returns the next position to examine at or after `p`, the start of a line: passes over blank
-// lines, and over lines whose first character after blanks and tabs is "#". Stops at a zero byte,
-// so `p` may be the position behind the last byte, and not further.
+// lines, and over lines whose first character after blanks and tabs is "#". The host of this
+// repository also passes over a UTF-8 byte order mark at the start of a line, and a line of
+// carriage returns is blank to it. Stops at a zero byte, so `p` may be the position behind the last
+// byte, and not further.
 HOPLAR_EXPORT const char *skip_comment(const char *p);
 
 // Returns the address of the character that ends the line at `p`: its newline, or the position
