@@ -202,7 +202,8 @@ constexpr std::uint16_t DEVCTL_FATAL_ERROR_REPORTING = 0x0004;          // RW
 constexpr std::uint16_t DEVCTL_UNSUPPORTED_REQUEST_REPORTING = 0x0008;  // RW
 constexpr std::uint16_t DEVCTL_RELAXED_ORDERING = 0x0010;               // RW, default 1
 constexpr std::uint16_t DEVCTL_MPS = 0x00E0;           // RW, Max_Payload_Size: see size_bytes()
-constexpr std::uint16_t DEVCTL_EXT_TAG = 0x0100;       // RW, Extended Tag Field Enable
+constexpr std::uint16_t DEVCTL_EXT_TAG = 0x0100;       // RW, Extended Tag Field Enable; its
+                                                       // default is the function's choice
 constexpr std::uint16_t DEVCTL_AUX_POWER_PM = 0x0400;  // RWS
 constexpr std::uint16_t DEVCTL_NO_SNOOP = 0x0800;      // RW, default 1
 constexpr std::uint16_t DEVCTL_MRRS = 0x7000;  // RW, Max_Read_Request_Size, coded as in DEVCTL_MPS
