@@ -65,8 +65,9 @@ std::string read_whole(int descriptor) {
 
 int wait_for(pid_t child) {
     int status = 0;
-    while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
-    }
+    while (waitpid(child, &status, 0) < 0)
+        if (errno != EINTR)
+            throw std::system_error(errno, std::generic_category(), "waitpid");
     return status;
 }
 
@@ -87,6 +88,8 @@ std::string in_child_process(const std::function<std::string()> &work) {
     Descriptor to_parent(ends[1]);
     const Descriptor messages =
         require_descriptor(memfd_create("messages", MFD_CLOEXEC), "memfd_create");
+    // A process that inherits an ignored SIGCHLD is not told how its children end.
+    std::signal(SIGCHLD, SIG_DFL);
     const pid_t child = fork();
     if (child == 0)
         be_child(work, to_parent.number(), messages.number());

@@ -17,7 +17,7 @@ public:
 // Runs `work` in a child process and returns its result. What the child writes to standard output
 // and standard error, its log among it, is discarded when the work returns; otherwise it is written
 // to standard error before ChildError is thrown. No other thread may run, because fork() copies the
-// calling thread alone.
+// calling thread alone. SIGCHLD gets its default action.
 std::string in_child_process(const std::function<std::string()> &work);
 
 }  // namespace host
