@@ -50,8 +50,10 @@ std::string read_whole(int descriptor) {
 }
 
 // Ends with _exit(), because the buffers and exit handlers that the child inherited are the
-// parent's to flush and run.
-[[noreturn]] void be_child(const std::function<std::string()> &work, int result, int messages) {
+// parent's to flush and run. An exception of another kind, or one of the handler, ends the child
+// too: it must not go on in the code of the parent.
+[[noreturn]] void be_child(const std::function<std::string()> &work, int result,
+                           int messages) noexcept {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     dup2(messages, STDOUT_FILENO);
     dup2(messages, STDERR_FILENO);

@@ -6,6 +6,8 @@
 
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
+#include <exception>
 
 namespace host::tests {
 namespace {
@@ -38,6 +40,11 @@ TEST(ChildProcess, GivesWhatWorkReturnsOrHowItEnded) {
         {[] { return fail_with(SIGKILL); }, "ended by signal 9 (Killed)", "last words\n"},
         {[]() -> std::string { throw std::runtime_error("why"); }, "ended with status 1",
          "error: why\n"},
+        {[]() -> std::string {
+             std::set_terminate(std::abort);
+             throw 3;
+         },
+         "ended by signal 6 (Aborted)", ""},
         {[]() -> std::string { _exit(3); }, "ended with status 3", ""},
     };
     int left_behind = 0;
