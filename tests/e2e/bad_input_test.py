@@ -176,6 +176,13 @@ class BadInputTest(HoplarTest):
             self.assertEqual((done.returncode, os.listdir(self.folder.name)), (2, names))
             self.assertIn(b"older: File too large", done.stderr)
 
+    def test_closed_descriptors_are_not_taken_for_the_output(self):
+        for program, *words in [HOPLAR, "-m", PLUGIN], [OPS, "aspm", "enable", "all"]:
+            done = subprocess.run([program, "-F", EXAMPLE, "-o", self.file(words[0]), *words],
+                                  preexec_fn=lambda: os.closerange(0, 3))
+            self.assertEqual(done.returncode, 2)
+            read_dump(self.file(words[0]))
+
     def as_user(self, user, *command, **options):
         if os.getuid() != 0:
             print("SKIPPED, needs root:", self.id())

@@ -1,10 +1,9 @@
-#include <csignal>
-#include <exception>
 #include <iostream>
 #include <memory>
 
 #include "host/base/input.h"
 #include "host/base/log.h"
+#include "host/cli/program.h"
 #include "host/cli/run.h"
 #include "host/cli/wanted_files.h"
 #include "host/exports/serve.h"
@@ -112,6 +111,7 @@ std::vector<std::string> wanted_files(const Options &options) {
 
 // All files are checked, also behind one that cannot be read.
 int run(const Options &options) {
+    host::open_log(host::log_level(false, 0, false));
     int status = EXIT_CLEAN;
     std::optional<CheckedMachine> machine;
     if (options.dump)
@@ -136,18 +136,8 @@ int run(const Options &options) {
 }  // namespace check
 
 int main(int argc, char **argv) {
-    std::signal(SIGXFSZ, SIG_IGN);     // a write beyond a size limit then fails instead of ending
-                                       // the process
-    std::ios::sync_with_stdio(false);  // otherwise a failing read of std::cin counts as its end
-    host::open_log(host::log_level(false, 0, false));
-    try {
+    return host::run_program([&]() -> std::optional<int> {
         const auto options = check::parse_options(argc, argv, std::cout);
-        if (options)
-            return check::run(*options);
-        if (std::cout.flush())
-            return check::EXIT_CLEAN;
-        throw host::InputError("standard output: the text cannot be written");
-    } catch (const std::exception &error) {
-        return host::refuse(error);
-    }
+        return options ? std::optional(check::run(*options)) : std::nullopt;
+    });
 }

@@ -1,10 +1,9 @@
-#include <csignal>
-#include <exception>
 #include <iostream>
 
 #include "host/base/input.h"
 #include "host/base/log.h"
 #include "host/base/words.h"
+#include "host/cli/program.h"
 #include "host/cli/run.h"
 #include "host/exports/serve.h"
 #include "host/machine/open_machine.h"
@@ -57,18 +56,8 @@ int run(const Options &options) {
 }  // namespace ops
 
 int main(int argc, char **argv) {
-    std::signal(SIGXFSZ, SIG_IGN);     // a write beyond a size limit then fails instead of ending
-                                       // the process
-    std::ios::sync_with_stdio(false);  // otherwise a failing read of std::cin counts as its end
-    host::open_log({.verbosity = 0});
-    try {
+    return host::run_program([&]() -> std::optional<int> {
         const auto options = ops::parse_options(argc, argv, std::cout);
-        if (options)
-            return ops::run(*options);
-        if (std::cout.flush())
-            return host::EXIT_DONE;
-        throw host::InputError("standard output: the text cannot be written");
-    } catch (const std::exception &error) {
-        return host::refuse(error);
-    }
+        return options ? std::optional(ops::run(*options)) : std::nullopt;
+    });
 }
