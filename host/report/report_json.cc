@@ -1,15 +1,14 @@
 #include "host/report/report_json.h"
 
 #include <cstdio>
-#include <nlohmann/json.hpp>
 #include <ostream>
+#include <sstream>
 
+#include "host/report/json_writer.h"
 #include "host/report/report_text.h"
 
 namespace host {
 namespace {
-
-using Json = nlohmann::ordered_json;
 
 // Returns the value, or null.
 template <typename Value>
@@ -73,14 +72,11 @@ Json hierarchy_json(const Report &report, const HierarchyReport &hierarchy) {
             {"left_alone", reason.empty() ? Json(nullptr) : Json(reason)}};
 }
 
-Json findings_json(const Report &report, const std::vector<Finding> &findings) {
-    Json json = Json::array();
-    for (const Finding &finding : findings)
-        json.push_back({{"code", finding.code},
-                        {"severity", severity_text(finding.severity)},
-                        {"function", report.functions[finding.function].address},
-                        {"text", finding.text}});
-    return json;
+Json finding_json(const Report &report, const Finding &finding) {
+    return {{"code", finding.code},
+            {"severity", severity_text(finding.severity)},
+            {"function", report.functions[finding.function].address},
+            {"text", finding.text}};
 }
 
 Json module_json(const ModuleResult &module) {
@@ -89,44 +85,40 @@ Json module_json(const ModuleResult &module) {
             {"result", value_or_null(module.result)}};
 }
 
-Json report_json(const Report &report) {
-    Json functions = Json::array();
-    for (const FunctionReport &row : report.functions)
-        functions.push_back(function_json(row));
-    Json hierarchies = Json::array();
-    for (const HierarchyReport &hierarchy : report.hierarchies)
-        hierarchies.push_back(hierarchy_json(report, hierarchy));
-    Json modules = Json::array();
-    for (const ModuleResult &module : report.modules)
-        modules.push_back(module_json(module));
-    return {{"format", 2},
-            {"functions", std::move(functions)},
-            {"hierarchies", std::move(hierarchies)},
-            {"findings",
-             {{"before", findings_json(report, report.found)},
-              {"after", findings_json(report, report.findings)}}},
-            {"modules", std::move(modules)},
-            {"messages",
-             {{"error", report.messages.error},
-              {"warning", report.messages.warning},
-              {"info", report.messages.info},
-              {"debug", report.messages.debug}}}};
+void write_findings(JsonWriter &json, const Report &report) {
+    const auto row = [&](const Finding &finding) { return finding_json(report, finding); };
+    json.open("findings", '{');
+    json.array("before", report.found, row);
+    json.array("after", report.findings, row);
+    json.close('}');
 }
 
-// Only ASCII is written, so that no terminal obeys what names hold. Bytes of file names that are no
-// UTF-8 are replaced instead of being an error.
-std::string text_of(const Json &json, int indent) {
-    return json.dump(indent, ' ', true, Json::error_handler_t::replace);
+void write_report(JsonWriter json, const Report &report) {
+    json.open();
+    json.value("format", 2);
+    json.array("functions", report.functions, function_json);
+    json.array("hierarchies", report.hierarchies,
+               [&](const HierarchyReport &hierarchy) { return hierarchy_json(report, hierarchy); });
+    write_findings(json, report);
+    json.array("modules", report.modules, module_json);
+    json.value("messages", {{"error", report.messages.error},
+                            {"warning", report.messages.warning},
+                            {"info", report.messages.info},
+                            {"debug", report.messages.debug}});
+    json.close('}');
 }
 
 }  // namespace
 
 void write_json(std::ostream &out, const Report &report) {
-    out << text_of(report_json(report), 2) << '\n';
+    write_report({out, JsonWriter::Form::LINES}, report);
+    out << '\n';
 }
 
 std::string json_line(const Report &report) {
-    return text_of(report_json(report), -1);
+    std::ostringstream out;
+    write_report({out, JsonWriter::Form::ONE_LINE}, report);
+    return std::move(out).str();
 }
 
 }  // namespace host
