@@ -12,7 +12,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::string_view CONFIG_ARGUMENT = "--config=";
+constexpr std::string_view CONFIG_OPTION = "--config";
 
 void require_trust(const std::string &what, const fs::path &file) {
     if (const auto reason = distrust(file))
@@ -41,12 +41,20 @@ std::vector<ModuleEntry> wanted_modules(const Options &options) {
     return config.modules;
 }
 
-std::vector<fs::path> files_of(const ModuleEntry &module) {
-    std::vector<fs::path> files;
-    for (const std::string_view argument : module.args)
-        if (argument.starts_with(CONFIG_ARGUMENT) && argument.size() > CONFIG_ARGUMENT.size())
-            files.push_back(full_path(argument.substr(CONFIG_ARGUMENT.size())));
-    return files;
+ModuleArguments sort_arguments(const ModuleEntry &module) {
+    ModuleArguments sorted;
+    for (auto argument = module.args.begin(); argument != module.args.end(); ++argument) {
+        const bool is_alone = *argument == CONFIG_OPTION && argument + 1 != module.args.end();
+        const bool is_joined = argument->starts_with(std::string(CONFIG_OPTION) + '=');
+        if (is_alone)
+            ++argument;
+        const std::string file = is_joined ? argument->substr(CONFIG_OPTION.size() + 1) : *argument;
+        if ((is_alone || is_joined) && !file.empty())
+            sorted.files.push_back(full_path(file));
+        else
+            sorted.others.push_back(*argument);
+    }
+    return sorted;
 }
 
 std::vector<fs::path> wanted_files(const Options &options) {
@@ -56,7 +64,7 @@ std::vector<fs::path> wanted_files(const Options &options) {
     for (const ModuleEntry &module : wanted_modules(options)) {
         if (const auto place = find_module(module))
             files.push_back(full_path(*place));
-        for (fs::path &file : files_of(module))
+        for (fs::path &file : sort_arguments(module).files)
             files.push_back(std::move(file));
     }
     return files;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <filesystem>
+#include <string>
 #include <vector>
 
 #include "host/cli/options.h"
@@ -13,12 +14,17 @@ namespace host {
 // configuration that cannot be used, and for files that others than root can write to.
 std::vector<ModuleEntry> wanted_modules(const Options &options);
 
-// Returns the absolute paths of what a module's arguments --config=FILE name, whether or not that
-// exists.
-std::vector<std::filesystem::path> files_of(const ModuleEntry &module);
+struct ModuleArguments {
+    // The absolute paths of what --config=FILE, or --config and the argument behind it, name,
+    // whether or not that exists.
+    std::vector<std::filesystem::path> files;
+    std::vector<std::string> others;
+};
+
+ModuleArguments sort_arguments(const ModuleEntry &module);
 
 // Absolute paths of what a start reads: the configuration, then each module, and behind it what its
-// arguments --config=FILE name, whether or not that exists. A module that is not found is left out.
+// arguments --config name, whether or not that exists. A module that is not found is left out.
 // Throws as wanted_modules().
 std::vector<std::filesystem::path> wanted_files(const Options &options);
 

@@ -310,7 +310,7 @@ class BadInputTest(HoplarTest):
                 for again in ("./same.so", PLUGIN))], status=1)
 
     def test_files_that_a_start_reads_are_listed_and_nothing_is_loaded(self):
-        self.file("x.cfg", f"[runtime]\nHOPLAR_MODULE_LIST = {PLUGIN},v,--config=none,--config=/a/../b\n")
+        self.file("x.cfg", f"[runtime]\nHOPLAR_MODULE_LIST = {PLUGIN},v,--config,none,--config=/a/../b\n")
         listed, messages = self.hoplar("--list-files", "-c", "x.cfg", "-m", "./none.so,--config=a")
         self.assertEqual(listed.splitlines(), [self.file("x.cfg"), PLUGIN, self.file("none"), "/b",
                                                self.file("a")])

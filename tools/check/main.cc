@@ -102,7 +102,7 @@ std::vector<std::string> wanted_files(const Options &options) {
         host::log_warning(warning);
     for (const host::ModuleEntry &entry : config.modules)
         if (fs::path(entry.file).filename() == MODULE)
-            for (const fs::path &file : host::files_of(entry))
+            for (const fs::path &file : host::sort_arguments(entry).files)
                 files.push_back(file.string());
     if (files.empty())
         throw host::InputError(options.config->string() + ": names no feature file");
