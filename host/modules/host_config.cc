@@ -75,6 +75,7 @@ private:
     void add_module(std::string_view word) {
         try {
             config_.modules.push_back(parse_module_entry(word, file_.parent_path()));
+            config_.modules.back().line = line_;
         } catch (const InputError &error) {
             reject(error.what());
         }

@@ -38,7 +38,8 @@ ModuleEntry parse_module_entry(std::string_view text, std::optional<fs::path> be
     const std::vector<std::string_view> pieces = split(text, ',');
     if (pieces.front().empty())
         throw InputError("no module file is named");
-    ModuleEntry spec{.file = std::string(pieces.front()), .args = {}, .beside = std::move(beside)};
+    ModuleEntry spec{
+        .file = std::string(pieces.front()), .args = {}, .beside = std::move(beside), .line = 0};
     for (const std::string_view argument : std::span(pieces).subspan(1))
         if (!argument.empty())
             spec.args.push_back(safe_argument(argument));

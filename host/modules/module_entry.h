@@ -1,6 +1,7 @@
 // A module as the host's configuration and command line name it: file[,argument...].
 #pragma once
 
+#include <cstddef>
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -14,6 +15,7 @@ struct ModuleEntry {
     std::vector<std::string> args;
     // Folder of the configuration file that names the module; nullopt on the command line.
     std::optional<std::filesystem::path> beside;
+    std::size_t line = 0;  // in that file
 };
 
 // Parses an entry; empty arguments are passed over. Throws InputError when no file is named, and

@@ -14,6 +14,7 @@
 #include "host/space/dump.h"
 #include "host/watch/event_groups.h"
 #include "tests/live/live_machine.h"
+#include "tools/check/check.h"
 
 // An event as "add /devices/pci0000:00/0000:00:01.0", with a third word when it is synthetic.
 struct udev_device {
@@ -117,6 +118,20 @@ TEST_F(Runs, PlanAndWriteWhatADumpOfTheMachineGives) {
         EXPECT_EQ(bytes("live"), bytes("wanted"));
         EXPECT_EQ(std::ranges::all_of(dump.image->functions(), is_as_before), !written);
     }
+}
+
+TEST_F(Runs, CheckAFeatureFileOnTheMachine) {
+    plug("0.1:4>1-1 1.0:0");
+    write("features.cfg", "MPS=1.0.0:512\n");
+    check::Options options;
+    options.live = true;
+    options.source.sysfs = sysfs.folder();
+    options.files = {"features.cfg"};
+    std::ostringstream out;
+    EXPECT_EQ(check::run(options, std::cin, out), check::EXIT_REMARKS);
+    EXPECT_EQ(out.str(),
+              "features.cfg:1: warning: 512 bytes are dropped for 01:00.0, below root port "
+              "00:01.0 the limit is 128 (of 00:01.0, 01:00.0): write max or 128\n");
 }
 
 TEST_F(Runs, SayWhatIsInTheWay) {

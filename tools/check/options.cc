@@ -12,16 +12,16 @@ namespace check {
 namespace {
 
 constexpr const char *FOOTER =
-    "\n"
     "Each remark is a line FILE:LINE: error|warning|note: TEXT on standard output.\n"
     "\n"
     "Exit status: 0 no errors and no warnings; 1 some; 2 bad options or unreadable\n"
     "input.\n";
 
 void declare(CLI::App &app, Options &options, std::string &domain) {
-    app.add_option("-F,--dump", options.dump,
-                   "Check against this machine, a dump as of lspci -xxxx, - for standard input")
+    app.add_option("-F,--dump", options.source.dump,
+                   "Check against the machine of a dump as of lspci -xxxx, - for standard input")
         ->type_name("FILE");
+    app.add_flag("--live", options.live, "Check against this machine, which is only read");
     app.add_option("-c,--config", options.config,
                    "Check the feature files that this configuration of hoplar names")
         ->type_name("FILE");
@@ -42,11 +42,13 @@ std::optional<Options> parse_options(int argc, const char *const *argv, std::ost
         return std::nullopt;
     if (options.files.empty() && !options.config)
         throw host::InputError("no feature file is named (hoplar-check --help)");
+    if (options.live && options.source.dump)
+        throw host::InputError("--dump and --live: one of them");
     for (const auto &[option, file] :
-         {std::pair("--dump", options.dump), std::pair("--config", options.config)})
+         {std::pair("--dump", options.source.dump), std::pair("--config", options.config)})
         if (file && file->empty())
             throw host::InputError(std::string(option) + ": no file is named");
-    options.domain = host::parse_domain(domain);
+    options.source.domain = host::parse_domain(domain);
     return options;
 }
 

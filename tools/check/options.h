@@ -7,14 +7,18 @@
 #include <string>
 #include <vector>
 
+#include "host/space/machine_source.h"
+
 namespace check {
 
 struct Options {
-    std::optional<std::filesystem::path> dump;    // or "-"; nullopt: no machine to check against
+    host::SourceOptions source;                   // of the machine to check against
+    bool live = false;                            // it is this one
     std::optional<std::filesystem::path> config;  // whose modules name the feature files
     std::vector<std::string> files;
-    unsigned domain = 0;
     bool describe = false;  // what each line selects
+
+    bool has_machine() const { return live || source.dump; }
 };
 
 // Returns nullopt when --help or --version has been written to `out`, so that nothing is left to

@@ -1,0 +1,128 @@
+#include "tools/check/check.h"
+
+#include <algorithm>
+#include <memory>
+#include <ostream>
+
+#include "host/base/input.h"
+#include "host/base/log.h"
+#include "host/cli/run.h"
+#include "host/exports/serve.h"
+#include "host/machine/open_machine.h"
+#include "host/space/machine_source.h"
+#include "tools/check/module_arguments.h"
+#include "tools/check/numbers.h"
+#include "tools/check/view.h"
+
+namespace check {
+namespace {
+
+namespace fs = std::filesystem;
+namespace module = enable_features;
+
+// The machine of a dump, or a snapshot of this one, as long as this object lives.
+class CheckedMachine {
+public:
+    CheckedMachine(const host::SourceOptions &options, std::istream &in)
+        : source_(host::open_source(options, in)), machine_(host::open_machine(source_.space())),
+          serving_(*machine_), report_(host::begin_report(*machine_, options.domain)) {}
+
+    View view() const { return {*machine_, report_}; }
+
+private:
+    const host::MachineSource source_;
+    const std::unique_ptr<host::Machine> machine_;
+    const host::Serving serving_;
+    const host::Report report_;
+};
+
+// Throws host::InputError for what the module would read nothing of, or would refuse.
+std::string read_file(const std::string &file) {
+    std::error_code ignored;
+    if (fs::exists(file, ignored) && !fs::is_directory(file, ignored) &&
+        !fs::is_regular_file(file, ignored))
+        throw host::InputError(file + ": is no regular file, the module would read nothing of it");
+    return host::read_text_file(file);
+}
+
+struct Requests {
+    std::vector<MpsRequest> mps;
+    std::vector<EcrcRequest> ecrc;
+};
+
+Requests read_requests(const std::string &text, const View *view, Remarks &remarks) {
+    Requests requests;
+    for (const FeatureLine &line : read_lines(text, remarks)) {
+        if (line.row == module::ROW_FB2B || line.row == module::ROW_ASPM)
+            remarks.note(line.number, "the keyword has no effect in this version");
+        else if (is_lspci_form(line.value, view != nullptr ? &view->machine : nullptr, line.number,
+                               remarks))
+            continue;
+        else if (line.row == module::ROW_MPS) {
+            if (auto request = read_mps(line, remarks))
+                requests.mps.push_back(std::move(*request));
+        } else if (auto request = read_ecrc(line, remarks))
+            requests.ecrc.push_back(std::move(*request));
+    }
+    return requests;
+}
+
+// Checks one file. `view` may be null.
+Remarks check_file(const std::string &file, const View *view, bool describe) {
+    Remarks remarks;
+    const Requests requests = read_requests(read_file(file), view, remarks);
+    if (describe) {
+        for (const MpsRequest &request : requests.mps)
+            remarks.note(request.line, "asks for: " + text_of(request));
+        for (const EcrcRequest &request : requests.ecrc)
+            remarks.note(request.line, "asks for: " + text_of(request));
+    }
+    check_overridden(requests.mps, remarks);
+    check_overridden(requests.ecrc, remarks);
+    if (view != nullptr) {
+        check_on_machine(requests.mps, *view, remarks);
+        check_on_machine(requests.ecrc, *view, describe, remarks);
+    }
+    return remarks;
+}
+
+// Writes the remarks, and returns the exit status.
+int write(const Remarks &remarks, const std::string &file, std::ostream &out) {
+    remarks.write(file, out);
+    return remarks.any() ? EXIT_REMARKS : EXIT_CLEAN;
+}
+
+}  // namespace
+
+int run(const Options &options, std::istream &in, std::ostream &out) {
+    host::open_log(host::log_level(false, 0, false));
+    int status = EXIT_CLEAN;
+    std::optional<CheckedMachine> machine;
+    if (options.has_machine())
+        machine.emplace(options.source, in);
+    std::optional<View> view;
+    if (machine)
+        view.emplace(machine->view());
+    std::vector<std::string> files = options.files;
+    if (options.config) {
+        Remarks remarks;
+        const auto named = read_config(*options.config, remarks);
+        files.insert(files.end(), named.begin(), named.end());
+        status = write(remarks, options.config->string(), out);
+    }
+    if (files.empty())
+        throw host::InputError(options.config->string() + ": names no feature file");
+    for (const std::string &file : files) {
+        try {
+            const Remarks remarks = check_file(file, view ? &*view : nullptr, options.describe);
+            status = std::max(status, write(remarks, file, out));
+        } catch (const host::InputError &error) {
+            status = host::refuse(error);
+        }
+    }
+    if (!out.flush())
+        throw host::InputError("standard output: cannot be written");
+    return status;
+}
+
+}  // namespace check
