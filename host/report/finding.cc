@@ -63,6 +63,13 @@ private:
 
 using Findings = std::vector<Finding>;
 
+// Returns "+8.6 %".
+std::string gain_text(unsigned from, unsigned to) {
+    std::array<char, 32> text{};
+    std::snprintf(text.data(), text.size(), "%+.1f %%", payload_gain(from, to));
+    return text.data();
+}
+
 std::string bytes_text(unsigned size) {
     return std::to_string(size) + " bytes";
 }
@@ -133,12 +140,11 @@ void find_possible_sizes(const View &view, Findings &findings) {
                                 whose + "set to " + bytes_text(*size) + " and supports " +
                                     std::to_string(*hierarchy.path_max) + ": " +
                                     gain_text(*size, *hierarchy.path_max)});
-        if (hierarchy.possible && *hierarchy.possible > *hierarchy.path_max)
+        if (hierarchy.possible)
             findings.push_back({"payload-limited", Severity::NOTE, root_port,
                                 whose + "limited to " + bytes_text(*hierarchy.path_max) + " by " +
                                     names_text(view, hierarchy.limiting_devices) + "; " +
-                                    std::to_string(*hierarchy.possible) + " without: " +
-                                    gain_text(*hierarchy.path_max, *hierarchy.possible)});
+                                    without_text(hierarchy)});
     }
 }
 
@@ -237,10 +243,10 @@ const char *severity_text(Severity severity) {
     return TEXTS[static_cast<std::size_t>(severity)];
 }
 
-std::string gain_text(unsigned from, unsigned to) {
-    std::array<char, 32> text{};
-    std::snprintf(text.data(), text.size(), "%+.1f %%", payload_gain(from, to));
-    return text.data();
+std::string without_text(const HierarchyReport &hierarchy) {
+    return std::to_string(*hierarchy.possible) + " without " +
+           (hierarchy.limiting_devices.size() == 1 ? "it" : "them") + ": " +
+           gain_text(*hierarchy.path_max, *hierarchy.possible);
 }
 
 }  // namespace host

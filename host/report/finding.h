@@ -23,8 +23,9 @@ using State = FeatureState FunctionReport::*;
 std::vector<Finding> find_findings(const std::vector<FunctionReport> &functions,
                                    const std::vector<HierarchyReport> &hierarchies, State state);
 
-// Returns "+8.6 %".
-std::string gain_text(unsigned from, unsigned to);
+// Returns "512 without it: +4.5 %", or "without them" for more than one device, of a hierarchy with
+// a larger size that is possible.
+std::string without_text(const HierarchyReport &hierarchy);
 
 // Returns "error", "warning" or "note".
 const char *severity_text(Severity severity);

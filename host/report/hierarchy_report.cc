@@ -22,10 +22,13 @@ std::optional<unsigned> supported(const FunctionReport &row) {
     return size && *size <= LARGEST ? size : std::nullopt;
 }
 
-// Returns true when a function, or a bridge above it, is one of `some`.
+// Returns true when a function, or a bridge above it, is one of `some`. The root port counts as one
+// only itself: what is below it could stand below another.
 bool is_or_is_below(const Functions &functions, std::size_t index, const std::vector<bool> &some) {
-    for (std::optional<std::size_t> each = index; each; each = functions[*each].bridge)
-        if (some[*each])
+    if (some[index])
+        return true;
+    for (auto above = functions[index].bridge; above; above = functions[*above].bridge)
+        if (some[*above] && functions[*above].bridge)
             return true;
     return false;
 }
@@ -54,10 +57,9 @@ void find_limits(HierarchyReport &hierarchy, const Functions &functions) {
         if (devices.insert(pci::function_0_of(functions[limiter].function.bdf)).second)
             hierarchy.limiting_devices.push_back(limiter);
     }
-    if (!is_limiter[hierarchy.root_port])
-        hierarchy.possible = smallest(functions, hierarchy, [&](std::size_t member) {
-            return !is_or_is_below(functions, member, is_limiter);
-        });
+    hierarchy.possible = smallest(functions, hierarchy, [&](std::size_t member) {
+        return !is_or_is_below(functions, member, is_limiter);
+    });
 }
 
 }  // namespace

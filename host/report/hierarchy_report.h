@@ -18,8 +18,9 @@ struct HierarchyReport {
     std::optional<unsigned> path_max;   // the largest size that all of it supports
     std::vector<std::size_t> limiters;  // the members that support no more, ascending
     std::vector<std::size_t> limiting_devices;  // the first of them in each device
-    std::optional<unsigned> possible;  // the path maximum without the limiters and all below them;
-                                       // empty where the root port is one of them
+    std::optional<unsigned> possible;  // the path maximum, always larger, without the limiters and
+                                       // all below them; where the root port is one of them, of
+                                       // what is left, below another one; empty if nothing is
     std::optional<unsigned> current;   // the root port's payload size at the end
 };
 

@@ -115,13 +115,13 @@ public:
 private:
     const FunctionReport &row(std::size_t index) const { return report_.functions[index]; }
 
-    // A root port that supports no more itself is the only one marked.
+    // Where nothing in the hierarchy supports more, the root port alone is marked.
     void mark_limits(const HierarchyReport &hierarchy) {
-        for (const std::size_t limiter : hierarchy.limiters) {
-            limits_[limiter] = true;
-            if (limiter == hierarchy.root_port)
-                return;
-        }
+        if (!hierarchy.possible && hierarchy.path_max)
+            limits_[hierarchy.root_port] = true;
+        else
+            for (const std::size_t limiter : hierarchy.limiters)
+                limits_[limiter] = true;
     }
 
     // Adds a function to a device of its hierarchy, or to the others.

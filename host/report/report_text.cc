@@ -35,7 +35,10 @@ const char *pcie_type(std::uint8_t port_type) {
 // Returns "07:00.0", "07:00.0 (and 08:00.0)" or "07:00.0 (and 5 more)".
 std::string limiters_text(const Report &report, const HierarchyReport &hierarchy) {
     const std::vector<std::size_t> &devices = hierarchy.limiting_devices;
-    const auto name = [&](std::size_t i) { return report.functions[devices[i]].address; };
+    const auto name = [&](std::size_t i) {
+        return devices[i] == hierarchy.root_port ? "the root port itself"
+                                                 : report.functions[devices[i]].address;
+    };
     if (devices.size() == 1)
         return name(0);
     return name(0) + " (and " +
@@ -46,13 +49,10 @@ std::string supported_text(const Report &report, const HierarchyReport &hierarch
     if (!hierarchy.path_max)
         return "no payload size known";
     const std::string size = std::to_string(*hierarchy.path_max);
-    if (hierarchy.limiters[0] == hierarchy.root_port)
+    if (!hierarchy.possible)
         return "payload up to " + size;
-    std::string text = "limited to " + size + " by " + limiters_text(report, hierarchy);
-    if (hierarchy.possible && *hierarchy.possible > *hierarchy.path_max)
-        text += "; " + std::to_string(*hierarchy.possible) +
-                " without: " + gain_text(*hierarchy.path_max, *hierarchy.possible);
-    return text;
+    return "limited to " + size + " by " + limiters_text(report, hierarchy) + "; " +
+           without_text(hierarchy);
 }
 
 }  // namespace

@@ -59,7 +59,7 @@ def hierarchies(domain, machine):
             limit, elements = machine.limit(root), (root, *machine.below(root))
             limiters = [f for f in elements if f.express and f.supported == limit]
             rest = [f.supported for f in elements if f.express and f.supported <= LARGEST
-                    and not {f, *machine.path(f, end=None)} & {*limiters}]
+                    and not {f, *machine.path(f, end=None)[:-1]} & {*limiters}]
             yield {"root_port": address_text(domain, root.address),
                    "path_max": limit if limiters else None,
                    "limiters": [address_text(domain, f.address) for f in limiters],

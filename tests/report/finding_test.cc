@@ -59,7 +59,7 @@ TEST(Findings, TellWhichPayloadsAreLostAndWhatWouldBeGained) {
          "0.1.0=1,1,0 1.0.0=0,1,0",
          {"error payload-unsupported: 01:00.0 is set to 256 bytes, above the 128 that it supports",
           "note payload-limited: 00:01.0: its hierarchy is limited to 128 bytes by 01:00.0; 256 "
-          "without: +8.6 %"}},
+          "without it: +8.6 %"}},
         {"0.1:4>1-1 1.0:0",
          "1.0.0=1,1,0",
          {"error payload-above-port: 01:00.0 is set to 256 bytes" + above +
@@ -87,7 +87,11 @@ TEST(Findings, TellWhichPayloadsAreLostAndWhatWouldBeGained) {
          {"note payload-below-possible: 00:01.0: its hierarchy is set to 128 bytes and supports "
           "256: +8.6 %",
           "note payload-limited: 00:01.0: its hierarchy is limited to 256 bytes by 02:00.0, "
-          "03:00.0 and 04:00.0; 512 without: +4.5 %"}},
+          "03:00.0 and 04:00.0; 512 without them: +4.5 %"}},
+        {"0.1:4>1-1 1.0:0",
+         "0.1.0=1,1,0 1.0.0=2,1,5",
+         {"note payload-limited: 00:01.0: its hierarchy is limited to 256 bytes by 00:01.0; 512 "
+          "without it: +4.5 %"}},
         {"0.1:4>1-1 0.2:4>2-2 1.0:0 2.0:0",
          "0.1.0=1,1,0 1.0.0=1,1,0 0.2.0=0,0,0 2.0.0=0,0,0",
          {"note hierarchies-differ: hierarchies are set to 128, 256 bytes: writes from below one "
