@@ -1,5 +1,5 @@
-// config_line.h tells how a line is read. Lines with an unknown keyword or without a value are
-// reported, other lines are silently passed over; nothing ends the parse before the end of the
+// feature_file/line.h tells how a line is read. Lines with an unknown keyword or without a value
+// are reported, other lines are silently passed over; nothing ends the parse before the end of the
 // file.
 //
 // Limit: if another process truncates the file during the parse, reading the mapping raises SIGBUS
@@ -15,8 +15,10 @@
 #include <cerrno>
 #include <cstring>
 
+#include "feature_file/line.h"
+#include "feature_file/value_text.h"
+#include "module/base/feature.h"
 #include "module/base/log.h"
-#include "module/config_line.h"
 #include "module/stack_room.h"
 #include "platform/config_text.h"
 
@@ -116,12 +118,15 @@ void parse_lines(const char *first, const char *last) {
         if (keyword_token.text == nullptr)
             continue;
         const char *keyword = MAKE_TMP_STRING(keyword_token);
-        feature_t *row = row_of(keyword);
-        if (row == nullptr) {
+        const feature_row index = row_of(keyword);
+        if (index == num_features) {
             LOG_WARNING(0, "Unknown feature parameter '%s', ignoring", keyword);
             continue;
         }
-        const token_t value_token = value_behind(equals, eol, *row);
+        feature_t *row = &feature_list[index];
+        const token_t value_token = value_behind(
+            equals, eol,
+            row->valid_param_char != nullptr ? row->valid_param_char : valid_param_val_char);
         if (value_token.text == nullptr) {
             LOG_WARNING(0, "No feature parameter for '%s', ignoring", keyword);
             continue;

@@ -1,4 +1,7 @@
-// config_line.cc matches keywords to the rows of this table; start-up takes the rows in this order.
+// feature_file/line.cc matches keywords to the rows of this table; start-up takes the rows in this
+// order.
+#include "feature_file/ecrc_value.h"
+#include "feature_file/mps_value.h"
 #include "features/aspm/feature.h"
 #include "features/ecrc/control.h"
 #include "features/ecrc/parameters.h"

@@ -5,15 +5,13 @@
 
 #include <cstdint>
 
+#include "feature_file/ecrc_value.h"
 #include "module/base/bdf_index.h"
 #include "module/base/entry_list.h"
 #include "platform/capability.h"
 #include "platform/types.h"
 
 namespace enable_features {
-
-// The requested setting of one control: 1 enable, -1 disable, 0 no change.
-using ecrc_setting = std::int32_t;
 
 struct ecrc_entry : list_entry_t {
     bdf_t bdf;                 // the key, as a whole: plain and ARI form are different keys

@@ -1,13 +1,12 @@
-// The fields are examined in their order and the first mistake drops the record. value.h tells what
-// they hold.
+// The fields are examined in their order and the first mistake drops the record. ecrc_value.h tells
+// what they hold.
 #include "features/ecrc/parameters.h"
 
-#include <cstring>
-
-#include "features/ecrc/value.h"
+#include "feature_file/ecrc_value.h"
+#include "features/ecrc/entry_list.h"
+#include "module/base/copy_text.h"
 #include "module/base/log.h"
 #include "module/base/managed.h"
-#include "module/base/value_text.h"
 #include "platform/pci_access.h"
 
 namespace enable_features {
@@ -130,10 +129,6 @@ void param_parse_ecrc(const char *keyword, char *value, feature_t *) {
         record_single(record, selection.bdf, requests);
     else
         record_set(record, selection, requests);
-}
-
-bool valid_ecrc_param_char(char c) {
-    return is_letter(c) || is_digit(c) || (c != '\0' && std::strchr("*+-.:=", c) != nullptr);
 }
 
 }  // namespace enable_features

@@ -10,7 +10,4 @@ namespace enable_features {
 // hexadecimal behind 0x, or octal behind 0.
 void param_parse_ecrc(const char *keyword, char *value, feature_t *row);
 
-// Returns true for letters, digits and "*+-.:=".
-bool valid_ecrc_param_char(char c);
-
 }  // namespace enable_features

@@ -3,10 +3,10 @@
 // file may serve several machines.
 #include "features/mps/parameters.h"
 
+#include "feature_file/mps_value.h"
 #include "features/mps/endpoint_list.h"
-#include "features/mps/value.h"
+#include "module/base/copy_text.h"
 #include "module/base/log.h"
-#include "module/base/value_text.h"
 #include "platform/pci_access.h"
 #include "topology/classification.h"
 
@@ -84,10 +84,6 @@ void param_parse_mps(const char *name, char *value, feature_t * /*row*/) {
         return;
     }
     report_record(name, whole.get(), mps_update_entry(bdf, size));
-}
-
-bool valid_mps_param_char(char c) {
-    return valid_param_val_char(c);
 }
 
 }  // namespace enable_features

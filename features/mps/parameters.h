@@ -11,8 +11,4 @@ namespace enable_features {
 // `name` is the keyword as written; `row` is not used. Call on the host's initialising thread.
 void param_parse_mps(const char *name, char *value, feature_t *row);
 
-// Returns true for the bytes that a value may hold: ASCII letters and digits, "+", "-", "." and
-// ":".
-bool valid_mps_param_char(char c);
-
 }  // namespace enable_features

@@ -9,21 +9,11 @@
 #include <bit>
 #include <cstdint>
 
+#include "feature_file/mps_value.h"
 #include "platform/capability.h"
 #include "platform/types.h"
 
 namespace enable_features {
-
-constexpr std::uint32_t MPS_LOWEST = 128;
-constexpr std::uint32_t MPS_HIGHEST = 4096;
-constexpr std::uint32_t MPS_DEFAULT = 128;      // every component supports it
-constexpr std::uint32_t MPS_MAX = 0xFFFF'FFFF;  // in requests: the largest that the path allows
-
-// Tests whether a size may be requested. Multiples of 128 between the powers of two pass: a write
-// rounds them up, then reports that they did not take.
-constexpr bool is_a_supported_mps(std::uint32_t size) {
-    return size >= MPS_LOWEST && size <= MPS_HIGHEST && size % MPS_LOWEST == 0;
-}
 
 constexpr unsigned MPS_HIGHEST_CODE = 7;  // all three bits of the field
 

@@ -4,9 +4,9 @@
 
 #include <cstdint>
 
+#include "feature_file/line.h"
 #include "module/base/buscfg_hooks.h"
 #include "module/base/entry_list.h"
-#include "platform/config_text.h"
 #include "platform/types.h"
 
 namespace enable_features {
@@ -28,11 +28,8 @@ struct feature_t {
     buscfg_hooks_t hooks;  // filled by init
 };
 
-// Each row has a name, which is its index in the table.
-enum feature_row : std::uint32_t { ROW_FB2B, ROW_ASPM, ROW_MPS, ROW_ECRC, num_features };
-
-// The rows in the order in which they start. Hooks and look-ups are handed no row, so they find
-// their feature's list here.
+// The rows in the order of feature_row, in which they start. Hooks and look-ups are handed no row,
+// so they find their feature's list here.
 extern feature_t feature_list[num_features];
 
 }  // namespace enable_features

@@ -8,7 +8,7 @@
 #include <fstream>
 #include <iterator>
 
-#include "module/base/value_text.h"
+#include "feature_file/value_text.h"
 #include "tests/support/module_test.h"
 
 namespace host::tests {

@@ -6,7 +6,6 @@
 #include <numeric>
 
 #include "host/base/words.h"
-#include "module/config_line.h"
 #include "platform/config_text.h"
 
 namespace check {
@@ -56,7 +55,7 @@ std::string with_equals(std::string_view line) {
     std::string_view keyword = words.front();
     while (keyword.ends_with(':'))
         keyword.remove_suffix(1);
-    if (words.size() < 2 || module::row_of(std::string(keyword).c_str()) == nullptr)
+    if (words.size() < 2 || module::row_of(std::string(keyword).c_str()) == module::num_features)
         return "write KEYWORD=VALUE";
     std::vector<std::string> fields(words.begin() + 1, words.end());
     return "write " + std::string(keyword) + "=" + host::join(fields, ":");
@@ -90,20 +89,19 @@ void take_line(const Line &line, std::vector<FeatureLine> &lines, Remarks &remar
         return remarks.error(line.number, "the line is passed over silently, no keyword stands at "
                                           "its start: write KEYWORD=VALUE");
     const std::string keyword(keyword_token.text, keyword_token.length);
-    module::feature_t *const row = module::row_of(keyword.c_str());
-    if (row == nullptr)
+    const module::feature_row row = module::row_of(keyword.c_str());
+    if (row == module::num_features)
         return remarks.error(line.number,
                              quoted(keyword) +
                                  " is no keyword, the line is dropped: " + known_keyword(keyword));
     check_behind(keyword_token.text + keyword_token.length, line.equals, line.number, "the keyword",
                  remarks);
-    const module::token_t value = module::value_behind(line.equals, line.end, *row);
+    const module::token_t value =
+        module::value_behind(line.equals, line.end, module::value_chars(row));
     if (value.text == nullptr)
         return remarks.error(line.number, "no value stands behind \"=\", the line is dropped");
     check_behind(value.text + value.length, line.end, line.number, "the value", remarks);
-    lines.push_back({.number = line.number,
-                     .row = static_cast<module::feature_row>(row - module::feature_list),
-                     .value = {value.text, value.length}});
+    lines.push_back({.number = line.number, .row = row, .value = {value.text, value.length}});
 }
 
 }  // namespace

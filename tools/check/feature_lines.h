@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "module/base/feature.h"
+#include "feature_file/line.h"
 #include "tools/check/remarks.h"
 
 namespace check {

@@ -1,9 +1,8 @@
 #include <bit>
 
-#include "features/mps/register_access.h"
-#include "features/mps/value.h"
+#include "feature_file/mps_value.h"
+#include "feature_file/value_text.h"
 #include "host/base/address.h"
-#include "module/base/value_text.h"
 #include "tools/check/numbers.h"
 #include "tools/check/values.h"
 

@@ -6,9 +6,9 @@
 #include <optional>
 #include <string_view>
 
+#include "feature_file/value_text.h"
 #include "host/base/address.h"
 #include "host/base/words.h"
-#include "module/base/value_text.h"
 #include "platform/bdf.h"
 
 namespace check {

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "features/ecrc/value.h"
+#include "feature_file/ecrc_value.h"
 #include "platform/types.h"
 #include "tools/check/feature_lines.h"
 #include "tools/check/remarks.h"

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "features/ecrc/value.h"
+#include "feature_file/ecrc_value.h"
 #include "host/report/report.h"
 #include "tools/check/values.h"
 

@@ -1,12 +1,11 @@
-#include "features/mps/value.h"
+#include "feature_file/mps_value.h"
 
 #include <strings.h>
 
 #include <climits>
 #include <iterator>
 
-#include "features/mps/register_access.h"
-#include "module/base/value_text.h"
+#include "feature_file/value_text.h"
 #include "platform/bdf.h"
 
 namespace enable_features {
@@ -40,6 +39,10 @@ ep_fault_t read_parts(const char *const *parts, bdf_t *bdf) {
 }
 
 }  // namespace
+
+bool valid_mps_param_char(char c) {
+    return valid_param_val_char(c);
+}
 
 mps_fields_t cut_mps_value(char *value) {
     char *fields[2] = {};

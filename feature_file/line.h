@@ -5,9 +5,12 @@
 
 #include <cstdint>
 
-#include "module/base/feature.h"
+#include "platform/config_text.h"
 
 namespace enable_features {
+
+// The keywords, in the order in which the module's features start.
+enum feature_row : std::uint32_t { ROW_FB2B, ROW_ASPM, ROW_MPS, ROW_ECRC, num_features };
 
 struct token_t {
     const char *text;  // null when there is none
@@ -17,11 +20,15 @@ struct token_t {
 // Returns the keyword in front of `equals`, the first "=" of the line; none when that is null.
 token_t keyword_before(const char *line, const char *equals);
 
-// Returns the row of a keyword, or null.
-feature_t *row_of(const char *keyword);
+// Returns the row of a keyword; num_features when it is none.
+feature_row row_of(const char *keyword);
 
-// Returns the value of the row between `equals` and the line's end.
-token_t value_behind(const char *equals, const char *eol, const feature_t &row);
+// Returns the characters that values of a row consist of.
+name_char_t value_chars(feature_row row);
+
+// Returns the value between `equals` and the line's end, which consists of the characters that
+// `is_value_char` takes.
+token_t value_behind(const char *equals, const char *eol, name_char_t is_value_char);
 
 // Returns the next position to look for a line: behind the comments that follow `eol`. Behind the
 // file's last byte nothing is read, and find_eol() finds no line there.

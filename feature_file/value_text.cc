@@ -1,4 +1,4 @@
-#include "module/base/value_text.h"
+#include "feature_file/value_text.h"
 
 #include <cstdlib>
 #include <cstring>
@@ -44,10 +44,6 @@ char *cut_pieces(char *text, const char *separator, char **pieces, std::size_t c
             piece = strtok_r(nullptr, separator, &rest);
     }
     return piece;
-}
-
-heap_ptr<char> copy_text(const char *text) {
-    return heap_ptr<char>(::strdup(text));
 }
 
 }  // namespace enable_features

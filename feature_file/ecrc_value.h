@@ -11,10 +11,17 @@
 // digits.
 #pragma once
 
-#include "features/ecrc/entry_list.h"
+#include <cstdint>
+
 #include "platform/types.h"
 
 namespace enable_features {
+
+// The requested setting of one control: 1 enable, -1 disable, 0 no change.
+using ecrc_setting = std::int32_t;
+
+// Returns true for letters, digits and "*+-.:=".
+bool valid_ecrc_param_char(char c);
 
 // The fields, cut out of the value; null when missing.
 struct ecrc_fields_t {

@@ -1,10 +1,11 @@
-#include "features/ecrc/value.h"
+#include "feature_file/ecrc_value.h"
 
 #include <strings.h>
 
+#include <cstring>
 #include <iterator>
 
-#include "module/base/value_text.h"
+#include "feature_file/value_text.h"
 #include "platform/bdf.h"
 
 namespace enable_features {
@@ -67,6 +68,10 @@ bool read_setting(const char *text, ecrc_setting *setting) {
 }
 
 }  // namespace
+
+bool valid_ecrc_param_char(char c) {
+    return is_letter(c) || is_digit(c) || (c != '\0' && std::strchr("*+-.:=", c) != nullptr);
+}
 
 ecrc_fields_t cut_ecrc_value(char *value) {
     char *fields[3] = {};

@@ -4,8 +4,6 @@
 
 #include <cstddef>
 
-#include "module/base/guards.h"
-
 namespace enable_features {
 
 constexpr bool is_digit(char c) {
@@ -40,8 +38,5 @@ bool read_number(const char *text, unsigned long highest, unsigned *value);
 // Cuts `text` at a separator, as strtok_r() does, into the first `count` pieces; null where there
 // are fewer. Returns the piece behind them, null when there is none.
 char *cut_pieces(char *text, const char *separator, char **pieces, std::size_t count);
-
-// Copies a text to the heap; null when memory is short.
-heap_ptr<char> copy_text(const char *text);
 
 }  // namespace enable_features

@@ -8,6 +8,21 @@
 
 namespace enable_features {
 
+constexpr std::uint32_t MPS_LOWEST = 128;
+constexpr std::uint32_t MPS_HIGHEST = 4096;
+constexpr std::uint32_t MPS_DEFAULT = 128;      // every component supports it
+constexpr std::uint32_t MPS_MAX = 0xFFFF'FFFF;  // in requests: the largest that the path allows
+
+// Tests whether a size may be requested. Multiples of 128 between the powers of two pass: a write
+// rounds them up, then reports that they did not take.
+constexpr bool is_a_supported_mps(std::uint32_t size) {
+    return size >= MPS_LOWEST && size <= MPS_HIGHEST && size % MPS_LOWEST == 0;
+}
+
+// Returns true for the bytes that a value may hold: ASCII letters and digits, "+", "-", "." and
+// ":".
+bool valid_mps_param_char(char c);
+
 // The fields, cut out of the value. Separators run together, so no field is empty.
 struct mps_fields_t {
     char *endpoint;       // null when there is none

@@ -1,9 +1,10 @@
-#include "module/config_line.h"
+#include "feature_file/line.h"
 
 #include <strings.h>
 
-#include "module/base/value_text.h"
-#include "platform/config_text.h"
+#include "feature_file/ecrc_value.h"
+#include "feature_file/mps_value.h"
+#include "feature_file/value_text.h"
 
 namespace enable_features {
 
@@ -23,7 +24,7 @@ token_t keyword_before(const char *line, const char *equals) {
     return equals != nullptr ? name_in(line, equals, nullptr) : token_t{nullptr, 0};
 }
 
-feature_t *row_of(const char *keyword) {
+feature_row row_of(const char *keyword) {
     struct keyword_row_t {
         const char *keyword;
         feature_row row;
@@ -32,14 +33,24 @@ feature_t *row_of(const char *keyword) {
         {"FB2B", ROW_FB2B}, {"ASPM", ROW_ASPM}, {"MPS", ROW_MPS}, {"ECRC", ROW_ECRC}};
     for (const keyword_row_t &candidate : keyword_rows) {
         if (strcasecmp(keyword, candidate.keyword) == 0)
-            return &feature_list[candidate.row];
+            return candidate.row;
     }
-    return nullptr;
+    return num_features;
 }
 
-token_t value_behind(const char *equals, const char *eol, const feature_t &row) {
-    return name_in(equals + 1, eol,
-                   row.valid_param_char != nullptr ? row.valid_param_char : valid_param_val_char);
+name_char_t value_chars(feature_row row) {
+    switch (row) {
+    case ROW_MPS:
+        return valid_mps_param_char;
+    case ROW_ECRC:
+        return valid_ecrc_param_char;
+    default:
+        return valid_param_val_char;
+    }
+}
+
+token_t value_behind(const char *equals, const char *eol, name_char_t is_value_char) {
+    return name_in(equals + 1, eol, is_value_char);
 }
 
 const char *line_after(const char *eol, const char *last) {
