@@ -44,6 +44,7 @@ struct MsiRegisters : ModuleTest {
     std::string done(decltype(save) operation, unsigned id, unsigned control, unsigned seed = 0) {
         const bool is_msi = id == CAPID_MSI;
         serve({{.id = 0}, {.id = 0xFFFF}});
+        fail_calls(1, FOREVER, "realloc", 16UL * 5);
         accesses.str("");
         accesses << std::hex;
         machine->image.set_filter([=, this](ImageAccess &access) {
@@ -142,7 +143,8 @@ TEST_F(MsiRegisters, AreSavedAndRestoredInOrderUntilOneFails) {
     }
 }
 
-// Rows: number of vectors, the message about the save area, and the room that it has then.
+// Rows: number of vectors, the message about the save area, and the room that it has then. There is
+// no memory for five vectors.
 TEST_F(MsiRegisters, GetASaveAreaAsLargeAsTheTable) {
     const std::string lost = "E0 #save, Failed to allocate memory for 5 # vector table entries, "
                              "skipping capture\n2 5 lost ";
@@ -155,14 +157,12 @@ TEST_F(MsiRegisters, GetASaveAreaAsLargeAsTheTable) {
         {2048, "I4 #save, Re-allocate # save area for 2048 vectors\n2 t8 t0 ", 2048}};
     for (const auto &[count, said, room] : rows) {
         const auto *const area = records[0].msix.vectors;
-        size_of_failing_realloc = 16 * 5;
         EXPECT_TRUE(both(CAPID_MSIX, count - 1, 0).starts_with("0 save " + said));
         EXPECT_EQ(records[0].msix.num_vectors, room);
         EXPECT_TRUE(count != 5 || records[0].msix.vectors == area);
         for (unsigned i = 0; i < std::size(table); ++i)
             ASSERT_EQ(table[i], (i < 4 * count && count != 5 ? 0x70 : 0x500) + i);
     }
-    size_of_failing_realloc = SIZE_MAX;
     std::free(records[0].msix.vectors);
 }
 

@@ -2,11 +2,15 @@
 // the registers that are accessed, in order.
 #pragma once
 
-#include "tests/operations/replace_all.h"
 #include "tests/support/faults.h"
 #include "tests/support/module_test.h"
 
 namespace host::tests {
+
+// Returns `text` with each match of a regular expression replaced. It is in a file of its own,
+// because std::regex takes long to compile.
+std::string replace_all(const std::string &text, const std::string &pattern,
+                        const std::string &replacement);
 
 // A feature's operation with its argument, its result and its messages.
 using Call = std::tuple<std::function<unsigned(bdf_t)>, bdf_t, unsigned, std::string>;

@@ -1,6 +1,6 @@
-#include "tests/operations/replace_all.h"
-
 #include <regex>
+
+#include "tests/operations/operations_test.h"
 
 std::string host::tests::replace_all(const std::string &text, const std::string &pattern,
                                      const std::string &replacement) {

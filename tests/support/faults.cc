@@ -6,12 +6,15 @@
 #include <sys/stat.h>
 
 #include <cstdlib>
+#include <cstring>
 #include <utility>
 
 #include "platform/server.h"
 
 namespace {
 thread_local unsigned calls = 0, first_failing_call = 0, last_failing_call = 0;
+thread_local const char *counted = nullptr;  // null: calls of all names
+thread_local std::size_t counted_size = 0;   // 0: any
 
 // Clang's sanitizers make such calls themselves before they are ready to check.
 #ifdef __clang__
@@ -20,23 +23,18 @@ thread_local unsigned calls = 0, first_failing_call = 0, last_failing_call = 0;
 #define UNCHECKED
 #endif
 
-UNCHECKED bool is_due() {
-    return ++calls >= first_failing_call && calls <= last_failing_call;
-}
-
 void note_failure(const char *name, std::size_t size) {
     host::tests::failed_call = name + (size > 0 ? ' ' + std::to_string(size) : "");
 }
 
 UNCHECKED bool call_fails(const char *name, std::size_t size = 0) {
-    const bool fails = is_due();
+    if (counted && (std::strcmp(name, counted) != 0 || (counted_size > 0 && size != counted_size)))
+        return false;
+    const bool fails = ++calls >= first_failing_call && calls <= last_failing_call;
     if (fails)
         note_failure(name, size);
     return fails;
 }
-
-thread_local unsigned callocs_until_failure = 0;
-thread_local std::size_t size_to_fail = 0;  // 0: any
 }  // namespace
 
 // The linker's --wrap option sends every call of the program here.
@@ -71,17 +69,11 @@ std::uint32_t __wrap_enum_next_ari_func(bdf_t bdf, std::uint32_t reserved) {
 }
 
 UNCHECKED void *__wrap_calloc(std::size_t count, std::size_t size) {
-    const bool counts = size_to_fail == 0 || count * size == size_to_fail;
-    if (counts && callocs_until_failure > 0 && --callocs_until_failure == 0)
-        return nullptr;
-    if (call_fails("calloc", count * size))
-        return nullptr;
-    return __real_calloc(count, size);
+    return call_fails("calloc", count * size) ? nullptr : __real_calloc(count, size);
 }
 
 UNCHECKED void *__wrap_realloc(void *old, std::size_t size) {
-    const bool fails = call_fails("realloc", size) || size == host::tests::size_of_failing_realloc;
-    return fails ? nullptr : __real_realloc(old, size);
+    return call_fails("realloc", size) ? nullptr : __real_realloc(old, size);
 }
 }
 
@@ -113,15 +105,12 @@ AccessFilter fail(Which which, unsigned first, unsigned last, pci_err_t code) {
     };
 }
 
-unsigned fail_calls(unsigned first, unsigned last) {
+unsigned fail_calls(unsigned first, unsigned last, const char *name, std::size_t size) {
     first_failing_call = first;
     last_failing_call = first > 0 ? last : 0;
+    counted = name;
+    counted_size = size;
     return std::exchange(calls, 0);
-}
-
-void fail_calloc(unsigned n, std::size_t size) {
-    callocs_until_failure = n;
-    size_to_fail = size;
 }
 
 }  // namespace host::tests

@@ -26,23 +26,23 @@ inline AccessFilter vanish(RoutingId id, unsigned n) {
     return fail(of(id), n, FOREVER, PCI_ERR_NO_DEVICE);
 }
 
-// The n-th calloc (from 1) of this thread from now on, and no other, finds no memory; 0: none. With
-// a size, only those of that many bytes count. Test programs are linked so that every calloc of the
-// module and the host comes through here.
-void fail_calloc(unsigned n, std::size_t size = 0);
-
 // Calls number `first` to `last` (from 1) of this thread from now on fail, among those that may
 // fail at any time: calloc, realloc, strdup, open, fstat, mmap, getrlimit, pthread_getattr_np and
-// find_event_agent; 0: none. Returns the number of such calls since the last call of this function.
-unsigned fail_calls(unsigned first, unsigned last = FOREVER);
+// find_event_agent; 0: none. With a name, only calls of that function count, and with a size only
+// those for that many bytes. Returns the number of counted calls since the last call of this
+// function. Test programs are linked so that every such call of the module and the host counts.
+unsigned fail_calls(unsigned first, unsigned last = FOREVER, const char *name = nullptr,
+                    std::size_t size = 0);
+
+// The n-th calloc finds no memory, and no other call fails.
+inline void fail_calloc(unsigned n, std::size_t size = 0) {
+    fail_calls(n, n, "calloc", size);
+}
 
 // The call that failed last, an allocation with its size: "calloc 48".
 inline thread_local std::string failed_call;
 
 // Replaces the host's enum_next_ari_func(), which gives rising numbers only, unless this is empty.
 inline thread_local std::function<std::uint32_t(bdf_t)> next_ari_function;
-
-// Every realloc of this thread to that many bytes, and no other, finds no memory; SIZE_MAX: none.
-inline thread_local std::size_t size_of_failing_realloc = SIZE_MAX;
 
 }  // namespace host::tests

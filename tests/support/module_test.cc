@@ -56,7 +56,7 @@ TestMachine &ModuleTest::serve(const std::vector<FunctionSpec> &functions, Manag
 }
 
 void ModuleTest::reset() {
-    fail_calloc(0);
+    fail_calls(0);
     reset_module();
     messages_.clear();
 }
