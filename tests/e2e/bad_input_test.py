@@ -178,8 +178,8 @@ class BadInputTest(HoplarTest):
 
     def test_closed_descriptors_are_not_taken_for_the_output(self):
         for program, *words in [HOPLAR, "-m", PLUGIN], [OPS, "aspm", "enable", "all"]:
-            done = subprocess.run([program, "-F", EXAMPLE, "-o", self.file(words[0]), *words],
-                                  preexec_fn=lambda: os.closerange(0, 3))
+            done = subprocess.run([program, "-F", EXAMPLE, "-o", words[0], *words],
+                                  cwd=self.folder.name, preexec_fn=lambda: os.closerange(0, 3))
             self.assertEqual(done.returncode, 2)
             read_dump(self.file(words[0]))
 
