@@ -9,10 +9,11 @@
 #include "host/cli/run.h"
 #include "host/exports/serve.h"
 #include "host/machine/open_machine.h"
+#include "host/requests/numbers.h"
+#include "host/requests/view.h"
 #include "host/space/machine_source.h"
 #include "tools/check/module_arguments.h"
-#include "tools/check/numbers.h"
-#include "tools/check/view.h"
+#include "tools/check/mps_on_machine.h"
 
 namespace check {
 namespace {
@@ -27,7 +28,7 @@ public:
         : source_(host::open_source(options, in)), machine_(host::open_machine(source_.space())),
           serving_(*machine_), report_(host::begin_report(*machine_, options.domain)) {}
 
-    View view() const { return {*machine_, report_}; }
+    host::MachineView view() const { return {*machine_, report_}; }
 
 private:
     const host::MachineSource source_;
@@ -46,48 +47,49 @@ std::string read_file(const std::string &file) {
 }
 
 struct Requests {
-    std::vector<MpsRequest> mps;
-    std::vector<EcrcRequest> ecrc;
+    std::vector<host::MpsRequest> mps;
+    std::vector<host::EcrcRequest> ecrc;
 };
 
-Requests read_requests(const std::string &text, const View *view, Remarks &remarks) {
+Requests read_requests(const std::string &text, const host::MachineView *view,
+                       host::Remarks &remarks) {
     Requests requests;
-    for (const FeatureLine &line : read_lines(text, remarks)) {
+    for (const host::FeatureLine &line : host::read_lines(text, remarks)) {
         if (line.row == module::ROW_FB2B || line.row == module::ROW_ASPM)
             remarks.note(line.number, "the keyword has no effect in this version");
-        else if (is_lspci_form(line.value, view != nullptr ? &view->machine : nullptr, line.number,
-                               remarks))
+        else if (host::is_lspci_form(line.value, view != nullptr ? &view->machine : nullptr,
+                                     line.number, remarks))
             continue;
         else if (line.row == module::ROW_MPS) {
-            if (auto request = read_mps(line, remarks))
+            if (auto request = host::read_mps(line, remarks))
                 requests.mps.push_back(std::move(*request));
-        } else if (auto request = read_ecrc(line, remarks))
+        } else if (auto request = host::read_ecrc(line, remarks))
             requests.ecrc.push_back(std::move(*request));
     }
     return requests;
 }
 
 // Checks one file. `view` may be null.
-Remarks check_file(const std::string &file, const View *view, bool describe) {
-    Remarks remarks;
+host::Remarks check_file(const std::string &file, const host::MachineView *view, bool describe) {
+    host::Remarks remarks;
     const Requests requests = read_requests(read_file(file), view, remarks);
     if (describe) {
-        for (const MpsRequest &request : requests.mps)
-            remarks.note(request.line, "asks for: " + text_of(request));
-        for (const EcrcRequest &request : requests.ecrc)
-            remarks.note(request.line, "asks for: " + text_of(request));
+        for (const host::MpsRequest &request : requests.mps)
+            remarks.note(request.line, "asks for: " + host::text_of(request));
+        for (const host::EcrcRequest &request : requests.ecrc)
+            remarks.note(request.line, "asks for: " + host::text_of(request));
     }
-    check_overridden(requests.mps, remarks);
-    check_overridden(requests.ecrc, remarks);
+    host::check_overridden(requests.mps, remarks);
+    host::check_overridden(requests.ecrc, remarks);
     if (view != nullptr) {
         check_on_machine(requests.mps, *view, remarks);
-        check_on_machine(requests.ecrc, *view, describe, remarks);
+        host::check_on_machine(requests.ecrc, *view, describe, remarks);
     }
     return remarks;
 }
 
 // Writes the remarks, and returns the exit status.
-int write(const Remarks &remarks, const std::string &file, std::ostream &out) {
+int write(const host::Remarks &remarks, const std::string &file, std::ostream &out) {
     remarks.write(file, out);
     return remarks.any() ? EXIT_REMARKS : EXIT_CLEAN;
 }
@@ -100,12 +102,12 @@ int run(const Options &options, std::istream &in, std::ostream &out) {
     std::optional<CheckedMachine> machine;
     if (options.has_machine())
         machine.emplace(options.source, in);
-    std::optional<View> view;
+    std::optional<host::MachineView> view;
     if (machine)
         view.emplace(machine->view());
     std::vector<std::string> files = options.files;
     if (options.config) {
-        Remarks remarks;
+        host::Remarks remarks;
         const auto named = read_config(*options.config, remarks);
         files.insert(files.end(), named.begin(), named.end());
         status = write(remarks, options.config->string(), out);
@@ -114,7 +116,8 @@ int run(const Options &options, std::istream &in, std::ostream &out) {
         throw host::InputError(options.config->string() + ": names no feature file");
     for (const std::string &file : files) {
         try {
-            const Remarks remarks = check_file(file, view ? &*view : nullptr, options.describe);
+            const host::Remarks remarks =
+                check_file(file, view ? &*view : nullptr, options.describe);
             status = std::max(status, write(remarks, file, out));
         } catch (const host::InputError &error) {
             status = host::refuse(error);

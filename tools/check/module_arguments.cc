@@ -10,22 +10,22 @@ namespace {
 constexpr const char *MODULE = "hoplar-enable_features.so";
 constexpr std::string_view IGNORED = "-v";  // the module takes it, and does nothing
 
-// Remarks on an argument that hands no file to the module, or not as it is documented.
-void remark_other(const std::string &argument, std::size_t line, Remarks &remarks) {
+// host::Remarks on an argument that hands no file to the module, or not as it is documented.
+void remark_other(const std::string &argument, std::size_t line, host::Remarks &remarks) {
     if (argument == IGNORED)
         return;
     const std::size_t equals = argument.find('=');
     std::string file = equals == std::string::npos ? argument : argument.substr(equals + 1);
     if (file.empty() || file.starts_with('-'))
         file = "FILE";
-    remarks.warning(line, "argument " + check::quoted(argument) + " of " + MODULE +
+    remarks.warning(line, "argument " + host::quoted(argument) + " of " + MODULE +
                               " is not --config=FILE: write --config=" + file);
 }
 
 void check_entry(const host::ModuleEntry &entry, std::vector<std::string> &files,
-                 Remarks &remarks) {
+                 host::Remarks &remarks) {
     if (entry.file.starts_with('-'))
-        return remarks.error(entry.line, check::quoted(entry.file) +
+        return remarks.error(entry.line, host::quoted(entry.file) +
                                              " stands behind a blank, and is taken for a module: "
                                              "write MODULE,ARGUMENT without blanks");
     if (std::filesystem::path(entry.file).filename() != MODULE)
@@ -42,7 +42,7 @@ void check_entry(const host::ModuleEntry &entry, std::vector<std::string> &files
 
 }  // namespace
 
-std::vector<std::string> read_config(const std::filesystem::path &config, Remarks &remarks) {
+std::vector<std::string> read_config(const std::filesystem::path &config, host::Remarks &remarks) {
     const host::HostConfig read = host::read_host_config(config);
     for (const std::string &warning : read.warnings)
         host::log_warning(warning);

@@ -5,12 +5,12 @@
 #include <string>
 #include <vector>
 
-#include "tools/check/remarks.h"
+#include "host/requests/remarks.h"
 
 namespace check {
 
 // Returns the files, and remarks on arguments of the module that name none. Throws host::InputError
 // for a configuration that cannot be used.
-std::vector<std::string> read_config(const std::filesystem::path &config, Remarks &remarks);
+std::vector<std::string> read_config(const std::filesystem::path &config, host::Remarks &remarks);
 
 }  // namespace check

@@ -1,5 +1,7 @@
 // The module's own lists and decisions tell what becomes of each request: its endpoint list takes
 // them in the order of the lines, and is walked as at start-up.
+#include "tools/check/mps_on_machine.h"
+
 #include <algorithm>
 #include <map>
 
@@ -8,7 +10,6 @@
 #include "features/mps/register_access.h"
 #include "host/base/address.h"
 #include "host/base/words.h"
-#include "tools/check/view.h"
 #include "topology/classification.h"
 
 namespace check {
@@ -34,29 +35,29 @@ std::string refusal_of_all() {
 }
 
 // Returns why a request for one endpoint sets nothing; empty when it can.
-std::string refusal(const MpsRequest &request, const View &view) {
+std::string refusal(const host::MpsRequest &request, const host::MachineView &view) {
     const std::string address = host::bdf_text(request.bdf);
     const module::selection_t single = {module::scope_t::single, request.bdf};
-    const Rows rows = selected(view, single);
+    const host::Rows rows = host::selected(view, single);
     if (rows.empty())
-        return "there is no " + address +
-               ", the line sets nothing: " + suggestion(view, request.value, single, can_be_set);
+        return "there is no " + address + ", the line sets nothing: " +
+               host::suggestion(view, request.value, single, can_be_set);
     const host::Function &function = rows.front()->function;
-    if (std::string text = wrong_form(function, request.bdf); !text.empty())
+    if (std::string text = host::wrong_form(function, request.bdf); !text.empty())
         return "the line sets nothing, " + text;
     if (function.port_type == PORT_TYPE_RCIEP)
         return address + " is integrated in the root complex and has no path, the line sets "
                          "nothing: leave it out";
     if (!module::is_an_ep(request.bdf, nullptr))
         return address + " is no endpoint, the line sets nothing: write an endpoint, " +
-               suggestion(view, request.value, single, can_be_set);
+               host::suggestion(view, request.value, single, can_be_set);
     return can_be_set(request.bdf) ? ""
                                    : address + " has no path from a root port, the line sets "
                                                "nothing: leave it out";
 }
 
 // The request of each entry.
-using Wanted = std::map<const mps_entry *, const MpsRequest *>;
+using Wanted = std::map<const mps_entry *, const host::MpsRequest *>;
 
 // Builds the list, if need be, and forgets the requests of the file before.
 void clear_requests() {
@@ -66,7 +67,7 @@ void clear_requests() {
         entry->mps = 0;
 }
 
-void take(const MpsRequest &request, Wanted &wanted) {
+void take(const host::MpsRequest &request, Wanted &wanted) {
     module::mps_update_entry(request.bdf, request.size);
     if (request.bdf != BDF_NONE) {
         wanted[module::mps_find_entry(request.bdf)] = &request;
@@ -82,7 +83,7 @@ std::string bytes(std::uint32_t size) {
 }
 
 // Returns the functions that allow no more below a root port, the first three of them.
-std::string limiters(const View &view, bdf_t root_port) {
+std::string limiters(const host::MachineView &view, bdf_t root_port) {
     std::vector<std::string> addresses;
     for (const host::HierarchyReport &hierarchy : view.report.hierarchies)
         if (view.report.functions[hierarchy.root_port].function.bdf == root_port)
@@ -102,9 +103,9 @@ struct Decided {
     std::vector<std::size_t> remarked;  // lines, each once
 };
 
-// Remarks on a request that is above the maximum of its path.
-void remark_refused(const mps_entry *entry, const MpsRequest &request, const View &view,
-                    Remarks &remarks) {
+// host::Remarks on a request that is above the maximum of its path.
+void remark_refused(const mps_entry *entry, const host::MpsRequest &request,
+                    const host::MachineView &view, host::Remarks &remarks) {
     const bdf_t root_port = entry->rp->bridge->bdf;
     const std::string limit = std::to_string(entry->rp->path_max);
     remarks.warning(
@@ -116,10 +117,10 @@ void remark_refused(const mps_entry *entry, const MpsRequest &request, const Vie
             limit);
 }
 
-// Remarks on a request that another endpoint's has forestalled. It is only a note for a line that
-// names every endpoint, because another line that names one is meant to differ.
-void remark_forestalled(const mps_entry *entry, const MpsRequest &request, const Decided &decided,
-                        Remarks &remarks) {
+// host::Remarks on a request that another endpoint's has forestalled. It is only a note for a line
+// that names every endpoint, because another line that names one is meant to differ.
+void remark_forestalled(const mps_entry *entry, const host::MpsRequest &request,
+                        const Decided &decided, host::Remarks &remarks) {
     const std::string text =
         host::bdf_text(entry->bdf) + " gets " + bytes(decided.size) + ", because " +
         host::bdf_text(decided.by->bdf) + " (line " + std::to_string(decided.line) +
@@ -130,8 +131,8 @@ void remark_forestalled(const mps_entry *entry, const MpsRequest &request, const
         remarks.warning(request.line, text + ": write the size you want there");
 }
 
-void decide(const mps_entry *entry, const MpsRequest &request, const View &view, Decided &decided,
-            Remarks &remarks) {
+void decide(const mps_entry *entry, const host::MpsRequest &request, const host::MachineView &view,
+            Decided &decided, host::Remarks &remarks) {
     const module::mps_decision_t decision =
         module::decide_mps(request.size, entry->rp->path_max, decided.size);
     const std::uint32_t wanted =
@@ -153,10 +154,11 @@ void decide(const mps_entry *entry, const MpsRequest &request, const View &view,
 
 }  // namespace
 
-void check_on_machine(const std::vector<MpsRequest> &requests, const View &view, Remarks &remarks) {
+void check_on_machine(const std::vector<host::MpsRequest> &requests, const host::MachineView &view,
+                      host::Remarks &remarks) {
     Wanted wanted;
     clear_requests();
-    for (const MpsRequest &request : requests) {
+    for (const host::MpsRequest &request : requests) {
         const std::string text =
             request.bdf == BDF_NONE ? refusal_of_all() : refusal(request, view);
         if (text.empty())

@@ -6,9 +6,9 @@
 #include <vector>
 
 #include "feature_file/line.h"
-#include "tools/check/remarks.h"
+#include "host/requests/remarks.h"
 
-namespace check {
+namespace host {
 
 struct FeatureLine {
     std::size_t number;
@@ -20,4 +20,4 @@ struct FeatureLine {
 // of a line.
 std::vector<FeatureLine> read_lines(const std::string &text, Remarks &remarks);
 
-}  // namespace check
+}  // namespace host

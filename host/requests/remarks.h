@@ -8,11 +8,11 @@
 
 #include "host/report/finding.h"
 
-namespace check {
+namespace host {
 
 struct Remark {
     std::size_t line;
-    host::Severity severity;  // ERROR: the line is dropped; WARNING: it is not what was meant
+    Severity severity;  // ERROR: the line is dropped; WARNING: it is not what was meant
     std::string text;
 };
 
@@ -35,4 +35,4 @@ private:
 // Returns the text in quotation marks.
 std::string quoted(std::string_view text);
 
-}  // namespace check
+}  // namespace host

@@ -1,9 +1,9 @@
 #include "host/base/address.h"
+#include "host/requests/numbers.h"
+#include "host/requests/values.h"
 #include "platform/bdf.h"
-#include "tools/check/numbers.h"
-#include "tools/check/values.h"
 
-namespace check {
+namespace host {
 namespace {
 
 namespace module = enable_features;
@@ -49,7 +49,7 @@ const char *setting_text(module::ecrc_setting setting) {
 }
 
 std::string selection_text(const module::selection_t &selection) {
-    const std::string bus = host::bus_text(pci::bus_of(selection.bdf));
+    const std::string bus = bus_text(pci::bus_of(selection.bdf));
     switch (selection.scope) {
     case scope_t::bus:
         return "every function on bus " + bus;
@@ -58,7 +58,7 @@ std::string selection_text(const module::selection_t &selection) {
                (pci::device_of(selection.bdf) == 0 ? ", and every ARI function," : "") +
                " on bus " + bus;
     case scope_t::single:
-        return host::bdf_text(selection.bdf);
+        return bdf_text(selection.bdf);
     case scope_t::every_function:
         break;
     }
@@ -99,4 +99,4 @@ std::string text_of(const EcrcRequest &request) {
            setting_text(request.requests.gen) + ", checking " + setting_text(request.requests.chk);
 }
 
-}  // namespace check
+}  // namespace host

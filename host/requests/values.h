@@ -7,11 +7,11 @@
 #include <vector>
 
 #include "feature_file/ecrc_value.h"
+#include "host/requests/feature_lines.h"
+#include "host/requests/remarks.h"
 #include "platform/types.h"
-#include "tools/check/feature_lines.h"
-#include "tools/check/remarks.h"
 
-namespace check {
+namespace host {
 
 struct MpsRequest {
     std::size_t line;
@@ -40,4 +40,4 @@ std::string text_of(const EcrcRequest &request);
 void check_overridden(const std::vector<MpsRequest> &requests, Remarks &remarks);
 void check_overridden(const std::vector<EcrcRequest> &requests, Remarks &remarks);
 
-}  // namespace check
+}  // namespace host

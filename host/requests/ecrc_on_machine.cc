@@ -2,27 +2,27 @@
 
 #include "host/base/address.h"
 #include "host/base/words.h"
-#include "tools/check/view.h"
+#include "host/requests/view.h"
 
-namespace check {
+namespace host {
 namespace {
 
 namespace module = enable_features;
 using module::scope_t;
 
-bool has_controls(const host::FunctionReport &row) {
+bool has_controls(const FunctionReport &row) {
     const auto &ecrc = row.before.ecrc;
     return ecrc && (ecrc->gen.capable || ecrc->chk.capable);
 }
 
 // Returns what is wrong with a request for one function; empty when nothing is.
-std::string complaint(const EcrcRequest &request, const host::FunctionReport &row) {
+std::string complaint(const EcrcRequest &request, const FunctionReport &row) {
     const std::string &address = row.address;
     if (std::string text = wrong_form(row.function, request.selection.bdf); !text.empty())
         return "the line is not applied again after an insertion, " + text;
     if (!has_controls(row))
         return address + " has no ECRC controls, the line sets nothing: leave it out";
-    const auto lacks = [](module::ecrc_setting setting, const host::EcrcControl &control) {
+    const auto lacks = [](module::ecrc_setting setting, const EcrcControl &control) {
         return setting != 0 && !control.capable;
     };
     if (lacks(request.requests.gen, row.before.ecrc->gen))
@@ -33,16 +33,16 @@ std::string complaint(const EcrcRequest &request, const host::FunctionReport &ro
 }
 
 std::string counts(const Rows &rows) {
-    const auto capable = std::ranges::count_if(
-        rows, [](const host::FunctionReport *row) { return has_controls(*row); });
-    return host::functions_text(rows.size()) + ", " + std::to_string(capable) +
+    const auto capable =
+        std::ranges::count_if(rows, [](const FunctionReport *row) { return has_controls(*row); });
+    return functions_text(rows.size()) + ", " + std::to_string(capable) +
            " of them with ECRC controls";
 }
 
-std::string problem(const EcrcRequest &request, const Rows &rows, const View &view) {
+std::string problem(const EcrcRequest &request, const Rows &rows, const MachineView &view) {
     const bool single = request.selection.scope == scope_t::single;
     if (rows.empty())
-        return (single ? "there is no " + host::bdf_text(request.selection.bdf)
+        return (single ? "there is no " + bdf_text(request.selection.bdf)
                        : std::string("there is no such function")) +
                ", the line sets nothing: " +
                suggestion(view, request.value, request.selection, [](bdf_t) { return true; });
@@ -58,8 +58,8 @@ std::string problem(const EcrcRequest &request, const Rows &rows, const View &vi
 
 }  // namespace
 
-void check_on_machine(const std::vector<EcrcRequest> &requests, const View &view, bool describe,
-                      Remarks &remarks) {
+void check_on_machine(const std::vector<EcrcRequest> &requests, const MachineView &view,
+                      bool describe, Remarks &remarks) {
     for (const EcrcRequest &request : requests) {
         const Rows rows = selected(view, request.selection);
         if (const std::string text = problem(request, rows, view); !text.empty())
@@ -69,4 +69,4 @@ void check_on_machine(const std::vector<EcrcRequest> &requests, const View &view
     }
 }
 
-}  // namespace check
+}  // namespace host

@@ -1,4 +1,4 @@
-#include "tools/check/feature_lines.h"
+#include "host/requests/feature_lines.h"
 
 #include <algorithm>
 #include <array>
@@ -8,7 +8,7 @@
 #include "host/base/words.h"
 #include "platform/config_text.h"
 
-namespace check {
+namespace host {
 namespace {
 
 namespace module = enable_features;
@@ -49,16 +49,16 @@ std::string known_keyword(const std::string &keyword) {
 
 // Returns how to mend a line without "=".
 std::string with_equals(std::string_view line) {
-    const std::vector<std::string_view> words = host::words(line);
-    if (words.front().front() == ';' || words.front().front() == '/')
+    const std::vector<std::string_view> cut = words(line);
+    if (cut.front().front() == ';' || cut.front().front() == '/')
         return "begin a comment with \"#\"";
-    std::string_view keyword = words.front();
+    std::string_view keyword = cut.front();
     while (keyword.ends_with(':'))
         keyword.remove_suffix(1);
-    if (words.size() < 2 || module::row_of(std::string(keyword).c_str()) == module::num_features)
+    if (cut.size() < 2 || module::row_of(std::string(keyword).c_str()) == module::num_features)
         return "write KEYWORD=VALUE";
-    std::vector<std::string> fields(words.begin() + 1, words.end());
-    return "write " + std::string(keyword) + "=" + host::join(fields, ":");
+    std::vector<std::string> fields(cut.begin() + 1, cut.end());
+    return "write " + std::string(keyword) + "=" + join(fields, ":");
 }
 
 // The parts of one line.
@@ -73,7 +73,7 @@ struct Line {
 void check_behind(const char *behind, const char *end, std::size_t number, const std::string &what,
                   Remarks &remarks) {
     const std::string_view all(behind, end);
-    const std::string_view rest = host::trim(all);
+    const std::string_view rest = trim(all);
     if (rest.empty() || rest.front() == '#')
         return;
     remarks.warning(number, quoted(rest) + " behind " + what + " is not read: leave it out" +
@@ -123,4 +123,4 @@ std::vector<FeatureLine> read_lines(const std::string &text, Remarks &remarks) {
     return lines;
 }
 
-}  // namespace check
+}  // namespace host

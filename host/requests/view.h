@@ -7,35 +7,34 @@
 
 #include "feature_file/ecrc_value.h"
 #include "host/report/report.h"
-#include "tools/check/values.h"
+#include "host/requests/values.h"
 
-namespace check {
+namespace host {
 
 // The machine is the one that is served; nothing is written to it.
-struct View {
-    const host::Machine &machine;
-    const host::Report &report;
+struct MachineView {
+    const Machine &machine;
+    const Report &report;
 };
 
-using Rows = std::vector<const host::FunctionReport *>;
+using Rows = std::vector<const FunctionReport *>;
 
 // Returns the functions there that a selection holds; for scope `single`, in either form of the
 // address.
-Rows selected(const View &view, const enable_features::selection_t &selection);
+Rows selected(const MachineView &view, const enable_features::selection_t &selection);
 
 // Returns what to write in place of a value that selects nothing: the same digits as hexadecimal
 // numbers, where that selects something that `is_wanted` takes; else the nearest such function.
-std::string suggestion(const View &view, const std::string &value,
+std::string suggestion(const MachineView &view, const std::string &value,
                        const enable_features::selection_t &selection,
                        const std::function<bool(bdf_t bdf)> &is_wanted);
 
 // Returns a remark on a function that is named in the wrong form, with three numbers or with two;
 // empty when the form is right.
-std::string wrong_form(const host::Function &function, bdf_t named);
+std::string wrong_form(const Function &function, bdf_t named);
 
-// Remark on requests that the machine cannot take; with `describe`, on what each selects.
-void check_on_machine(const std::vector<MpsRequest> &requests, const View &view, Remarks &remarks);
-void check_on_machine(const std::vector<EcrcRequest> &requests, const View &view, bool describe,
-                      Remarks &remarks);
+// Remarks on requests that the machine cannot take; with `describe`, on what each selects.
+void check_on_machine(const std::vector<EcrcRequest> &requests, const MachineView &view,
+                      bool describe, Remarks &remarks);
 
-}  // namespace check
+}  // namespace host

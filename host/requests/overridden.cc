@@ -1,7 +1,7 @@
-#include "features/mps/endpoint_list.h"
-#include "tools/check/values.h"
+#include "host/requests/values.h"
+#include "platform/bdf.h"
 
-namespace check {
+namespace host {
 namespace {
 
 namespace module = enable_features;
@@ -33,7 +33,7 @@ void check_overridden(const std::vector<MpsRequest> &requests, Remarks &remarks)
         for (auto later = earlier + 1; later != requests.end(); ++later)
             if (later->bdf == BDF_NONE ||
                 (earlier->bdf != BDF_NONE &&
-                 module::device_key(earlier->bdf) == module::device_key(later->bdf))) {
+                 pci::function_0_of(earlier->bdf) == pci::function_0_of(later->bdf))) {
                 remark_no_effect(earlier->line, std::to_string(later->line), remarks);
                 break;
             }
@@ -57,4 +57,4 @@ void check_overridden(const std::vector<EcrcRequest> &requests, Remarks &remarks
     }
 }
 
-}  // namespace check
+}  // namespace host

@@ -1,4 +1,4 @@
-#include "tools/check/view.h"
+#include "host/requests/view.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -6,10 +6,10 @@
 
 #include "host/base/address.h"
 #include "host/base/words.h"
+#include "host/requests/numbers.h"
 #include "platform/bdf.h"
-#include "tools/check/numbers.h"
 
-namespace check {
+namespace host {
 namespace {
 
 namespace module = enable_features;
@@ -18,7 +18,7 @@ using module::selection_t;
 
 // Returns the number that the decimal digits of `number` are in hexadecimal.
 std::optional<unsigned> as_hexadecimal(unsigned number, unsigned highest) {
-    const auto read = host::parse_hex(std::to_string(number));
+    const auto read = parse_hex(std::to_string(number));
     return read && *read <= highest ? read : std::nullopt;
 }
 
@@ -37,10 +37,10 @@ std::optional<selection_t> with_hexadecimal(const selection_t &selection) {
 
 }  // namespace
 
-Rows selected(const View &view, const selection_t &selection) {
+Rows selected(const MachineView &view, const selection_t &selection) {
     Rows rows;
-    for (const host::FunctionReport &row : view.report.functions) {
-        const host::Function &function = row.function;
+    for (const FunctionReport &row : view.report.functions) {
+        const Function &function = row.function;
         if (!view.machine.reachable(function))
             continue;
         if (selection.scope == scope_t::single ? function.id() == pci::routing_id_of(selection.bdf)
@@ -50,11 +50,10 @@ Rows selected(const View &view, const selection_t &selection) {
     return rows;
 }
 
-std::string suggestion(const View &view, const std::string &value, const selection_t &selection,
+std::string suggestion(const MachineView &view, const std::string &value,
+                       const selection_t &selection,
                        const std::function<bool(bdf_t bdf)> &is_wanted) {
-    const auto wanted = [&](const host::FunctionReport *row) {
-        return is_wanted(row->function.bdf);
-    };
+    const auto wanted = [&](const FunctionReport *row) { return is_wanted(row->function.bdf); };
     const bool decimal = value.find_first_of("xX") == std::string::npos;
     if (const auto other = decimal ? with_hexadecimal(selection) : std::nullopt) {
         const Rows rows = selected(view, *other);
@@ -63,24 +62,24 @@ std::string suggestion(const View &view, const std::string &value, const selecti
                    written((*found)->function.bdf);
     }
     Rows rows = selected(view, {scope_t::every_function, BDF_NONE});
-    std::erase_if(rows, [&](const host::FunctionReport *row) { return !wanted(row); });
+    std::erase_if(rows, [&](const FunctionReport *row) { return !wanted(row); });
     if (rows.empty())
         return "this machine has none";
-    const auto away = [&](const host::FunctionReport *row) {
+    const auto away = [&](const FunctionReport *row) {
         return std::abs(int{row->function.id()} - int{pci::routing_id_of(selection.bdf)});
     };
-    const host::FunctionReport *const nearest = *std::ranges::min_element(rows, {}, away);
+    const FunctionReport *const nearest = *std::ranges::min_element(rows, {}, away);
     return "the nearest is " + nearest->address + ", written " + written(nearest->function.bdf);
 }
 
-std::string wrong_form(const host::Function &function, bdf_t named) {
+std::string wrong_form(const Function &function, bdf_t named) {
     if (function.bdf == named)
         return "";
     const bool is_ari = function.bdf != function.id();
-    return host::bdf_text(named) +
+    return bdf_text(named) +
            (is_ari ? " is an ARI function, which has two numbers: write "
                    : " is no ARI function, and has three numbers: write ") +
            written(function.bdf);
 }
 
-}  // namespace check
+}  // namespace host

@@ -3,10 +3,10 @@
 #include "feature_file/mps_value.h"
 #include "feature_file/value_text.h"
 #include "host/base/address.h"
-#include "tools/check/numbers.h"
-#include "tools/check/values.h"
+#include "host/requests/numbers.h"
+#include "host/requests/values.h"
 
-namespace check {
+namespace host {
 namespace {
 
 namespace module = enable_features;
@@ -79,10 +79,10 @@ std::optional<MpsRequest> read_mps(const FeatureLine &line, Remarks &remarks) {
 
 std::string text_of(const MpsRequest &request) {
     const std::string endpoint =
-        request.bdf == BDF_NONE ? "every endpoint" : "the device of " + host::bdf_text(request.bdf);
+        request.bdf == BDF_NONE ? "every endpoint" : "the device of " + bdf_text(request.bdf);
     return endpoint + (request.size == module::MPS_MAX
                            ? ", the largest payload that the path allows"
                            : ", payloads of " + std::to_string(request.size) + " bytes");
 }
 
-}  // namespace check
+}  // namespace host

@@ -5,10 +5,10 @@
 #include <string>
 
 #include "host/machine/machine.h"
+#include "host/requests/remarks.h"
 #include "platform/types.h"
-#include "tools/check/remarks.h"
 
-namespace check {
+namespace host {
 
 // What a number stands for.
 struct Number {
@@ -29,7 +29,7 @@ std::string written(bdf_t bdf);
 
 // Returns true, after a remark, when the value begins with an address in lspci's form. A machine,
 // which may be null, tells the functions of ARI devices.
-bool is_lspci_form(const std::string &value, const host::Machine *machine, std::size_t line,
+bool is_lspci_form(const std::string &value, const Machine *machine, std::size_t line,
                    Remarks &remarks);
 
-}  // namespace check
+}  // namespace host

@@ -1,4 +1,4 @@
-#include "tools/check/numbers.h"
+#include "host/requests/numbers.h"
 
 #include <algorithm>
 #include <array>
@@ -11,7 +11,7 @@
 #include "host/base/words.h"
 #include "platform/bdf.h"
 
-namespace check {
+namespace host {
 namespace {
 
 namespace module = enable_features;
@@ -22,7 +22,7 @@ bool is_in_address(const Number &number) {
 
 // Returns how to write an address's text of hexadecimal digits that has no 0x; empty for others.
 std::string as_hexadecimal(std::string_view text, const Number &kind) {
-    const auto number = host::parse_hex(text);
+    const auto number = parse_hex(text);
     return number && is_in_address(kind) && *number <= kind.highest
                ? "write 0x" + std::string(text) + " or " + std::to_string(*number)
                : "";
@@ -114,19 +114,18 @@ std::string written(bdf_t bdf) {
         bdf == pci::routing_id_of(bdf)
             ? std::to_string(pci::device_of(bdf)) + "." + std::to_string(pci::function_of(bdf))
             : std::to_string(pci::function_of(bdf));
-    return bus + rest + " or 0x" + host::bus_text(pci::bus_of(bdf)) + "." + rest;
+    return bus + rest + " or 0x" + bus_text(pci::bus_of(bdf)) + "." + rest;
 }
 
-bool is_lspci_form(const std::string &value, const host::Machine *machine, std::size_t line,
+bool is_lspci_form(const std::string &value, const Machine *machine, std::size_t line,
                    Remarks &remarks) {
     for (std::size_t end = value.find(':'); end != std::string::npos;) {
         end = value.find(':', end + 1);
         const std::string text = value.substr(0, end);
-        const auto address = host::parse_address(text);
+        const auto address = parse_address(text);
         if (!address)
             continue;
-        const host::Function *const function =
-            machine != nullptr ? machine->known(address->id) : nullptr;
+        const Function *const function = machine != nullptr ? machine->known(address->id) : nullptr;
         remarks.error(line, quoted(text) +
                                 " is lspci's form of an address, the line is dropped: write " +
                                 written(function != nullptr ? function->bdf : bdf_t{address->id}) +
@@ -136,4 +135,4 @@ bool is_lspci_form(const std::string &value, const host::Machine *machine, std::
     return false;
 }
 
-}  // namespace check
+}  // namespace host
