@@ -113,6 +113,8 @@ int Session::finish(std::ostream &out) {
     const bool saved = save();
     all_done_ &= report_failures(source_) && !any_exception();
     end_report(report_, *machine_, std::move(results_));
+    if (source_.live && options_.report == ReportForm::JSON)
+        read_drivers(report_, source_.live->sysfs());
     const bool reported = write_report(out);
     if (!saved || !reported)
         return EXIT_BAD_INPUT;

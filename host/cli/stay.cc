@@ -44,6 +44,13 @@ std::string status_text(const Stay &stay, std::time_t started) {
            (failures.empty() ? "no access failed" : failures) + "; since " + time_text(started);
 }
 
+std::string report_text(const Stay &stay) {
+    Report report = report_now(stay);
+    if (stay.source.live)
+        read_drivers(report, stay.source.live->sysfs());
+    return json_line(report);
+}
+
 struct Question {
     std::string_view word;
     std::string (*answer)(const Stay &stay, std::time_t started);
@@ -51,8 +58,7 @@ struct Question {
 
 constexpr std::array<Question, 3> QUESTIONS{{
     {.word = "status", .answer = status_text},
-    {.word = "report",
-     .answer = [](const Stay &stay, std::time_t) { return json_line(report_now(stay)); }},
+    {.word = "report", .answer = [](const Stay &stay, std::time_t) { return report_text(stay); }},
     {.word = "help", .answer = [](const Stay &, std::time_t) { return std::string(HELP); }},
 }};
 

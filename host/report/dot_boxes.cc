@@ -83,10 +83,7 @@ constexpr BadgeStyle BADGE_STYLES[] = {
 }  // namespace
 
 std::string shown_name(const FunctionReport &row) {
-    std::string name = safe_text(row.name);
-    // lspci's text begins with the class, which would leave too little room for the device.
-    if (const std::size_t class_end = name.find(": "); class_end != std::string::npos)
-        name.erase(0, class_end + 2);
+    std::string name = device_text(row);  // the class would leave too little room for it
     if (display_width(name) > LONGEST_NAME)
         name = first_columns(name, LONGEST_NAME - 1) + "…";
     return escaped(name);

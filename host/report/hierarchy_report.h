@@ -21,7 +21,6 @@ struct HierarchyReport {
     std::optional<unsigned> possible;  // the path maximum, always larger, without the limiters and
                                        // all below them; where the root port is one of them, of
                                        // what is left, below another one; empty if nothing is
-    std::optional<unsigned> current;   // the root port's payload size at the end
 };
 
 // Returns the hierarchies of the machine that `functions` describe, in the order of their root

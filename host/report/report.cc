@@ -38,6 +38,7 @@ std::string name_in_title(const std::string &title) {
 
 Report begin_report(Machine &machine, unsigned domain) {
     Report report;
+    report.domain = domain;
     const std::vector<const Function *> functions = machine.functions();
     const Positions positions = positions_of(functions);
     for (const Function *function : functions) {
@@ -96,13 +97,16 @@ ChangeCounts count_changes(const Report &report, const Machine &machine,
 
 void end_report(Report &report, const Machine &machine, std::vector<ModuleResult> modules) {
     read_states(report, machine);
-    for (HierarchyReport &hierarchy : report.hierarchies)
-        if (const auto &mps = report.functions[hierarchy.root_port].after.mps)
-            hierarchy.current = mps->current;
     report.found = find_findings(report.functions, report.hierarchies, &FunctionReport::before);
     report.findings = find_findings(report.functions, report.hierarchies, &FunctionReport::after);
     report.modules = std::move(modules);
     report.messages = log_counts();
+}
+
+void read_drivers(Report &report, const Sysfs &sysfs) {
+    for (const FunctionReport &row : report.functions)
+        if (std::string driver = sysfs.driver(row.function.id()); !driver.empty())
+            report.drivers[row.function.id()] = std::move(driver);
 }
 
 }  // namespace host

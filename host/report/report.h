@@ -12,16 +12,20 @@
 #include "host/report/finding.h"
 #include "host/report/function_report.h"
 #include "host/report/hierarchy_report.h"
+#include "host/space/sysfs.h"
 
 namespace host {
 
 struct Report {
+    unsigned domain = 0;                       // of all functions
     std::vector<FunctionReport> functions;     // ascending by routing ID
     std::vector<HierarchyReport> hierarchies;  // ascending by root port
     std::vector<Finding> found;                // before the modules were loaded
     std::vector<Finding> findings;             // at the end
     // Hierarchies that are not written, by root port, with the reason as users read it.
     std::map<RoutingId, std::string> left_alone;
+    // Drivers that are bound at the end, by function; see read_drivers().
+    std::map<RoutingId, std::string> drivers;
     std::vector<ModuleResult> modules;
     LogCounts messages;
 };
@@ -47,5 +51,8 @@ ChangeCounts count_changes(const Report &report, const Machine &machine,
 
 // Adds the state at the end.
 void end_report(Report &report, const Machine &machine, std::vector<ModuleResult> modules);
+
+// Reads which drivers are bound to the functions of this machine. A dump tells nothing of them.
+void read_drivers(Report &report, const Sysfs &sysfs);
 
 }  // namespace host

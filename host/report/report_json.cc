@@ -1,9 +1,12 @@
 #include "host/report/report_json.h"
 
+#include <cmath>
 #include <cstdio>
 #include <ostream>
 #include <sstream>
 
+#include "host/base/address.h"
+#include "host/base/safe_text.h"
 #include "host/report/json_writer.h"
 #include "host/report/report_text.h"
 
@@ -16,6 +19,18 @@ Json value_or_null(const std::optional<Value> &value) {
     return value ? Json(*value) : Json(nullptr);
 }
 
+Json text_or_null(const std::string &text) {
+    return text.empty() ? Json(nullptr) : Json(text);
+}
+
+Json address_or_null(const Report &report, const std::optional<std::size_t> &index) {
+    return index ? Json(report.functions[*index].address) : Json(nullptr);
+}
+
+Json bus_json(const Function &bridge, std::uint8_t bus) {
+    return bridge.is_bridge() ? Json(bus_text(bus)) : Json(nullptr);
+}
+
 Json class_json(const Function &function) {
     if (!function.answers && !function.physical)
         return nullptr;
@@ -24,12 +39,16 @@ Json class_json(const Function &function) {
     return text;
 }
 
+Json payload_json(const FeatureState &state) {
+    return state.mps ? value_or_null(state.mps->current) : Json(nullptr);
+}
+
 Json mps_json(const FunctionReport &row) {
     if (!row.before.mps)
         return nullptr;
     return {{"supported", value_or_null(row.before.mps->supported)},
-            {"before", value_or_null(row.before.mps->current)},
-            {"after", row.after.mps ? value_or_null(row.after.mps->current) : Json(nullptr)},
+            {"before", payload_json(row.before)},
+            {"after", payload_json(row.after)},
             {"completed", row.completed}};
 }
 
@@ -47,29 +66,54 @@ Json ecrc_json(const FunctionReport &row) {
             {"chk", control_json(row, &EcrcState::chk)}};
 }
 
-Json function_json(const FunctionReport &row) {
+Json driver_json(const Report &report, const FunctionReport &row) {
+    const auto driver = report.drivers.find(row.function.id());
+    return driver == report.drivers.end() ? Json(nullptr) : Json(safe_text(driver->second));
+}
+
+Json function_json(const Report &report, const FunctionReport &row) {
+    const auto index = static_cast<std::size_t>(&row - report.functions.data());
+    const Function &function = row.function;
     return {{"bdf", row.address},
-            {"ari", (row.function.bdf & BDF_ARI_FLAG) != 0},
-            {"class", class_json(row.function)},
-            {"port_type", value_or_null(row.function.port_type)},
-            {"physical_function", row.physical.empty() ? Json(nullptr) : Json(row.physical)},
+            {"domain", domain_text(report.domain)},
+            {"name", text_or_null(device_text(row))},
+            {"class", class_json(function)},
+            {"type", type_text(function)},
+            {"port_type", value_or_null(function.port_type)},
+            {"ari", (function.bdf & BDF_ARI_FLAG) != 0},
+            {"physical_function", text_or_null(row.physical)},
+            {"parent", address_or_null(report, row.bridge)},
+            {"root_port", address_or_null(report, root_port_of(report.functions, index))},
+            {"secondary", bus_json(function, function.secondary)},
+            {"subordinate", bus_json(function, function.subordinate)},
+            {"driver", driver_json(report, row)},
             {"managed", row.managed},
+            {"changed", row.changed()},
+            {"gone", text_or_null(gone_text(row))},
             {"mps", mps_json(row)},
             {"ecrc", ecrc_json(row)}};
 }
 
+// In percent, with two digits behind the point.
+Json gain_json(const HierarchyReport &hierarchy) {
+    if (!hierarchy.possible || !hierarchy.path_max)
+        return nullptr;
+    return std::round(100 * payload_gain(*hierarchy.path_max, *hierarchy.possible)) / 100;
+}
+
 Json hierarchy_json(const Report &report, const HierarchyReport &hierarchy) {
-    const auto address = [&](std::size_t index) { return report.functions[index].address; };
     Json limiters = Json::array();
     for (const std::size_t limiter : hierarchy.limiters)
-        limiters.push_back(address(limiter));
-    const std::string reason = left_alone_text(report, hierarchy);
-    return {{"root_port", address(hierarchy.root_port)},
+        limiters.push_back(report.functions[limiter].address);
+    const FunctionReport &root_port = report.functions[hierarchy.root_port];
+    return {{"root_port", root_port.address},
             {"path_max", value_or_null(hierarchy.path_max)},
             {"limiters", std::move(limiters)},
             {"possible", value_or_null(hierarchy.possible)},
-            {"current", value_or_null(hierarchy.current)},
-            {"left_alone", reason.empty() ? Json(nullptr) : Json(reason)}};
+            {"gain", gain_json(hierarchy)},
+            {"before", payload_json(root_port.before)},
+            {"after", payload_json(root_port.after)},
+            {"left_alone", text_or_null(left_alone_text(report, hierarchy))}};
 }
 
 Json finding_json(const Report &report, const Finding &finding) {
@@ -96,7 +140,8 @@ void write_findings(JsonWriter &json, const Report &report) {
 void write_report(JsonWriter json, const Report &report) {
     json.open();
     json.value("format", 2);
-    json.array("functions", report.functions, function_json);
+    json.array("functions", report.functions,
+               [&](const FunctionReport &row) { return function_json(report, row); });
     json.array("hierarchies", report.hierarchies,
                [&](const HierarchyReport &hierarchy) { return hierarchy_json(report, hierarchy); });
     write_findings(json, report);

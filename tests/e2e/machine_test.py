@@ -53,7 +53,12 @@ def address_text(domain, address):
     return (f"{domain:04x}:" if domain else "") + "%02x:%02x.%x" % address
 
 
-def hierarchies(domain, machine):
+def gain(old, new):
+    """Percent more of a link's bytes are payload."""
+    return round((new / (new + 24) / (old / (old + 24)) - 1) * 100, 2)
+
+
+def hierarchies(domain, machine, before):
     for root in machine:
         if root.type == ROOT_PORT and root.is_bridge and not machine.path(root):
             limit, elements = machine.limit(root), (root, *machine.below(root))
@@ -63,7 +68,9 @@ def hierarchies(domain, machine):
             yield {"root_port": address_text(domain, root.address),
                    "path_max": limit if limiters else None,
                    "limiters": [address_text(domain, f.address) for f in limiters],
-                   "possible": min(rest, default=None), "current": root.mps, "left_alone": None}
+                   "possible": min(rest, default=None),
+                   "gain": gain(limit, min(rest)) if rest else None,
+                   "before": before[root][0], "after": root.mps, "left_alone": None}
 
 
 def packets_lost(domain, machine):
@@ -86,11 +93,18 @@ def function_row(domain, machine, f, mps, ecrc):
                 for name, old, new in zip(("gen", "chk"), ecrc, f.ecrc)}
     payload = {"supported": f.supported, "before": mps, "after": None if f.gone else f.mps,
                "completed": False}
-    return {"bdf": address_text(domain, f.address), "ari": f.answers and f.bus in machine.ari_buses,
-            "class": f"{f.class_code:06x}" if f.answers or f.physical else None,
+    above, bridge, gone = machine.path(f, end=None), f.answers and f.is_bridge, f.answers and f.gone
+    top = [g for g in [f, *above][-1:] if g.type == ROOT_PORT and g.is_bridge]
+    return {"bdf": address_text(domain, f.address), "domain": f"{domain:04x}",
+            "ari": f.answers and f.bus in machine.ari_buses, "gone": "removed" if gone else None,
+            "parent": address_text(domain, above[0].address) if above else None,
+            "root_port": address_text(domain, top[0].address) if top else None,
+            "secondary": f"{f.data[0x19]:02x}" if bridge else None,
+            "subordinate": f"{f.data[0x1A]:02x}" if bridge else None, "driver": None,
+            "changed": gone or [mps, ecrc] != [f.mps, f.ecrc], "class": f"{f.class_code:06x}" if f.answers or f.physical else None,
             "port_type": f.type,
             "physical_function": f.physical and address_text(domain, f.physical),
-            "managed": f.bus in machine.managed, "mps": payload if f.express else None,
+            "name": None, "type": None, "managed": f.bus in machine.managed, "mps": payload if f.express else None,
             "ecrc": controls if f.aer else None}
 
 
@@ -100,7 +114,7 @@ class MachineTest(HoplarTest):
         more than these settings, byte by byte; and in lspci's text, where nothing else differs."""
         with self.subTest(domain=domain, lines=lines, options=options, events=events):
             machine = Machine(read_original(base)[domain], managed)
-            before = {f: (f.mps, f.ecrc) for f in machine}
+            before = {f: (f.mps, f.ecrc[:]) for f in machine}
             machine.set_up(lines)
             for event, address in events:
                 getattr(machine, event.replace("-", "_"))(machine.functions[address])
@@ -108,10 +122,10 @@ class MachineTest(HoplarTest):
                                 events=[f"{event} %02x:%02x.%x" % at for event, at in events])
             self.assertEqual(list(report), ["format", "functions", "hierarchies", "findings", "modules",
                                             "messages"])
-            self.assertEqual(report["hierarchies"], list(hierarchies(domain, machine)))
+            self.assertEqual(report["hierarchies"], list(hierarchies(domain, machine, before)))
             self.assertEqual(len(report["functions"]), len(before))
             for f, row in zip(machine, report["functions"]):
-                self.assertEqual(row, function_row(domain, machine, f, *before[f]))
+                self.assertEqual(row | {"name": None, "type": None}, function_row(domain, machine, f, *before[f]))
             if not events:
                 self.compare_output({domain: {f.address: f.bytes() for f in machine}})
                 self.compare_lspci(domain, base, machine)
@@ -126,6 +140,7 @@ class MachineTest(HoplarTest):
                 for more in ((), ("--complete",))]
         for f, *rows in zip(Machine(DOMAINS[domain]), *(run["functions"] for run in runs)):
             alone, completed = (row["mps"] or {} for row in rows)
+            rows[0]["changed"] |= completed.get("completed", False)
             self.assertFalse(alone.get("completed"))
             if completed.get("completed"):
                 self.assertTrue(f.type in BRIDGES and alone["after"] < completed["after"])

@@ -107,14 +107,22 @@ TEST_F(Runs, PlanAndWriteWhatADumpOfTheMachineGives) {
     for (const RoutingId id : dump.image->functions())
         plug(id, dump.image->bytes(id));
     EXPECT_EQ(finish("-o wanted -F " + example), EXIT_DONE);
-    const auto wanted = report()["functions"];
+    const auto rows = [&] {
+        auto functions = report()["functions"];
+        for (auto &function : functions)
+            function.erase("name");  // the dump has others than libpci
+        return functions;
+    };
+    auto wanted = rows();
+    wanted[1]["driver"] = "pcieport";
+    replace(PORT, "driver", "../pcieport");
     const auto is_as_before = [&](RoutingId id) {
         const std::vector<std::uint8_t> bytes = dump.image->bytes(id);
         return read(sysfs.file(id, "config")) == std::string(bytes.begin(), bytes.end());
     };
     for (const bool written : {false, true}) {
         EXPECT_EQ(finish(written ? "--live --write -o live" : "--live -o live"), EXIT_DONE);
-        EXPECT_EQ(report()["functions"], wanted);
+        EXPECT_EQ(rows(), wanted);
         EXPECT_EQ(bytes("live"), bytes("wanted"));
         EXPECT_EQ(std::ranges::all_of(dump.image->functions(), is_as_before), !written);
     }
