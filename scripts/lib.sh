@@ -9,11 +9,11 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 JOBS=$(nproc)
 
-# What building needs, tests included, and lspci for a second opinion.
+# Building needs these, tests included, and lspci for a second opinion.
 BUILD_PACKAGES=(cmake ninja-build g++ libgtest-dev libcli11-dev nlohmann-json3-dev libelf-dev
     libpci-dev libudev-dev libsystemd-dev linux-libc-dev python3 pciutils)
 
-# What the fuzz targets and the address sanitizer need in addition.
+# The fuzz targets and the address sanitizer need these in addition.
 FUZZ_PACKAGES=(clang libclang-rt-14-dev)
 
 # The packages of programs that the checks in scripts/checks need beyond what building needs.

@@ -131,8 +131,8 @@ struct Sweeps : ModuleTest {
     unsigned made_calls = 0, runs = 0;
 };
 
-// A call or an access that fails once, or from then on: all calls, or the accesses to one function.
-// What fails first, then fewer and fewer of what fails later: some hundred of thousands. With
+// A call or an access fails once, or from then on: all calls, or the accesses to one function.
+// Among some hundred of thousands, the first are tried, and fewer and fewer of the later ones; with
 // HOPLAR_SWEEP=all in the environment, each of them.
 TEST_F(Sweeps, NoFaultHarmsMoreThanItConcerns) {
     // The calls on which a feature or the whole file depends.

@@ -6,7 +6,7 @@ namespace host {
 
 JsonWriter::JsonWriter(std::ostream &out, Form form) : out_(out), form_(form) {}
 
-// What is escaped holds no line ends, so each one begins a line that is indented further.
+// Escaped text holds no line ends, so each one begins a line that is indented further.
 void JsonWriter::value(const char *name, const Json &json) {
     begin_part(name);
     const int indent = form_ == Form::LINES ? 2 : -1;

@@ -10,7 +10,7 @@
 
 namespace host {
 
-// What a number stands for.
+// The meaning of a number.
 struct Number {
     const char *name;  // "bus"
     unsigned long highest;

@@ -1,4 +1,4 @@
-// What is said about the lines of one feature file.
+// The remarks about the lines of one feature file.
 #pragma once
 
 #include <cstddef>

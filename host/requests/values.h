@@ -1,4 +1,4 @@
-// What the values of feature files ask for, read as the module reads them.
+// Reads the values of feature files as the module reads them.
 #pragma once
 
 #include <cstddef>

@@ -37,7 +37,7 @@ put("${CPACK_HOPLAR_SOURCE_DIR}/config/hoplar_mod-enable_features-template.cfg"
     etc/hoplar features.cfg)
 put("${packaging}/hoplar.service" lib/systemd/system hoplar.service)
 put("${packaging}/debian/hoplar.preset" lib/systemd/system-preset 90-hoplar.preset)
-# What the packages for initramfs share.
+# The two packages for initramfs share these scripts.
 foreach(script IN ITEMS files start)
     put("${packaging}/initramfs/${script}" usr/lib/hoplar initramfs-${script}
         OWNER_EXECUTE GROUP_EXECUTE WORLD_EXECUTE)

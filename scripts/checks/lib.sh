@@ -36,7 +36,7 @@ needs() {
     exit "$SKIPPED_STATUS"
 }
 
-# What --help lists and what the unit uses.
+# Prints the options that --help lists or the unit uses.
 hoplar_options() {
     local options
     options=$("$BUILD/host/cli/hoplar" --help | sed -n 's/^  \(-[-,a-zA-Z]*\).*/\1/p' | tr , '\n')

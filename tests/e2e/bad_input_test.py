@@ -93,7 +93,7 @@ NO_OUTPUT = (("none/x", "No such file or directory"), ("older/x", "Not a directo
              (".", "is a directory"), ("new/", "No such file or directory"),
              ("loop", "Too many levels of symbolic links"))
 
-# Where a bare module name is looked for.
+# A bare module name is looked for in these places.
 PLACES = [os.path.abspath(os.path.join(os.path.dirname(HOPLAR), place, "text.so"))
           for place in ("../lib/hoplar", "../../module")]
 

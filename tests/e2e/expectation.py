@@ -43,7 +43,7 @@ class Function:
         self.express = self.find(0x10, start & ~3, 2, 8)
         self.aer, self.ari, self.sriov = (self.express and self.find(capability, 0x100, 4, 20)
                                           for capability in (0x01, 0x0E, 0x10))
-        # What is set now; None where there is no such control.
+        # The present settings; None where there is no such control.
         self.type, self.supported, self.mps, self.ecrc = None, None, None, [None, None]
         if self.express:
             self.type = self.register(self.express + 2, 2) >> 4 & 0xF

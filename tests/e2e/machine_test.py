@@ -226,7 +226,7 @@ class MachineTest(HoplarTest):
             resets = [("flr", f.address) for f in present
                       if not f.is_bridge and f.type not in PORTS]
             self.check(domain, EVERYTHING, events=resets)
-            # What is swapped leaves ports at 128 bytes, which what is below them may not exceed.
+            # A swapped root port is at 128 bytes, which no function below it may exceed.
             self.check(domain, EVERYTHING, events=[*((event, root.address) for root in machine.limits
                                                      for event in ("remove", "insert")), *resets])
             below = [f for f in present if f.bus in machine.bridges or f in machine.limits]

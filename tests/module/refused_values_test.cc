@@ -5,7 +5,7 @@
 
 namespace host::tests {
 
-// What is said of values after the severity and the parser: "$v" is the value, "$1" its first
+// The message about values, without the severity and the parser: "$v" is the value, "$1" its first
 // field, "$2" the rest.
 struct Refusal {
     std::string said;

@@ -95,7 +95,7 @@ std::string limiters(const host::MachineView &view, bdf_t root_port) {
            (more != 0 ? " and " + std::to_string(more) + " more" : "");
 }
 
-// What has been decided below one root port.
+// The decision below one root port.
 struct Decided {
     std::uint32_t size = 0;
     const mps_entry *by = nullptr;
