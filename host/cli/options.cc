@@ -156,13 +156,9 @@ void require(bool met, const char *complaint) {
 }
 
 void require_matching_options(const RawOptions &raw, const Options &options) {
-    require(raw.dump || raw.live,
-            "no configuration space is given: use -F FILE with a dump of a machine "
-            "(sudo lspci -xxxx > FILE), or --live for this machine");
-    require(!raw.dump || !raw.live, "--dump and --live: one of them");
+    require_source(raw.dump.has_value(), raw.live, options.source.write);
     require(raw.dump != STANDARD_INPUT || raw.events != STANDARD_INPUT,
             "--dump - and --events -: standard input can be one of them only");
-    require(raw.live || !options.source.write, "--write: only with --live");
     require(!options.source.write || !options.check, "--check: not with --write");
     require(options.source.write || !raw.busy, "--busy: only with --live --write");
     require(options.source.write || !options.watch, "--watch: only with --live --write");
@@ -208,6 +204,13 @@ std::optional<Options> parse_options(int argc, const char *const *argv, std::ost
         return std::nullopt;
     interpret(raw, options);
     return options;
+}
+
+void require_source(bool dump, bool live, bool write) {
+    require(dump || live, "no configuration space is given: use -F FILE with a dump of a machine "
+                          "(sudo lspci -xxxx > FILE), or --live for this machine");
+    require(!dump || !live, "--dump and --live: one of them");
+    require(live || !write, "--write: only with --live");
 }
 
 unsigned parse_domain(const std::string &text) {

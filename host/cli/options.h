@@ -42,6 +42,9 @@ struct Options {
 // do. Throws InputError for options that cannot be used.
 std::optional<Options> parse_options(int argc, const char *const *argv, std::ostream &out);
 
+// Throws InputError unless one of --dump and --live is given, and --write only with the latter.
+void require_source(bool dump, bool live, bool write);
+
 // Parses the value of --domain, hexadecimal. Throws InputError, which names the text.
 unsigned parse_domain(const std::string &text);
 

@@ -36,11 +36,14 @@ needs() {
     exit "$SKIPPED_STATUS"
 }
 
-# Prints the options that --help lists or the unit uses.
-hoplar_options() {
+declare -A PROGRAMS=([hoplar]=host/cli/hoplar [hoplar-check]=tools/check/hoplar-check
+    [hoplar-ops]=tools/ops/hoplar-ops)
+
+# options_of PROGRAM: prints the options that --help lists or the unit uses.
+options_of() {
     local options
-    options=$("$BUILD/host/cli/hoplar" --help | sed -n 's/^  \(-[-,a-zA-Z]*\).*/\1/p' | tr , '\n')
-    [[ $options == *--version* ]] || fail "cannot tell which options there are"
+    options=$("$BUILD/${PROGRAMS[$1]}" --help | sed -n 's/^  \(-[-,a-zA-Z]*\).*/\1/p' | tr , '\n')
+    [[ $options == *--version* ]] || fail "cannot tell which options $1 has"
     echo "$options"
-    grep ^ExecStart= packaging/hoplar.service | grep -oE -- ' --?[a-z]+'
+    [[ $1 != hoplar ]] || grep ^ExecStart= packaging/hoplar.service | grep -oE -- ' --?[a-z]+'
 }

@@ -99,18 +99,18 @@ const std::array OPERATIONS = {
               [](Machine &machine, bdf_t bdf, std::ostream &out) {
                   return set(machine, bdf, out, module::enable_fb2b_feature);
               },
-              "fast back-to-back transfers where a whole bus can"},
+              "fast back-to-back transactions where a whole bus can"},
     Operation{{"fb2b", "disable"},
               true,
               [](Machine &machine, bdf_t bdf, std::ostream &out) {
                   return set(machine, bdf, out, module::disable_fb2b_feature);
               },
-              "no fast back-to-back transfers"},
+              "no fast back-to-back transactions"},
     Operation{{"fb2b", "test"}, true, test_fb2b, "whether a whole bus can take them"},
     Operation{{"msi", "round-trip"},
               false,
               [](Machine &, bdf_t bdf, std::ostream &out) { return msi_round_trip(bdf, out); },
-              "save MSI and MSI-X registers, disturb, restore, compare",
+              "save MSI and MSI-X, disturb, restore, compare",
               true},
     Operation{{"rcec", ""}, false, show_collector, "the event collector that serves a function"},
 };

@@ -17,21 +17,17 @@ constexpr const char *FOOTER =
     "Functions are written as lspci writes them (04:00.0). A bus or link is named by\n"
     "the bridge above it, or by a function on it.\n"
     "\n"
-    "Exit status: 0 done; 1 the operation failed, or an access to live hardware; 2 bad\n"
-    "options, unreadable input, a driver that would be disturbed, or a result that\n"
-    "could not be written.\n";
+    "Exit status: 0 done; 1 the operation failed, or an access to live hardware;\n"
+    "2 bad options, unreadable input, a driver that would be disturbed, or a result\n"
+    "that could not be written.\n";
 
-void declare(CLI::App &app, Options &options, std::string &domain, int &louder, bool &quiet,
-             bool &debug) {
-    auto *const source = app.add_option_group("Source")->require_option(1);
-    source
-        ->add_option("-F,--dump", options.source.dump,
-                     "Configuration space, a dump as of lspci -xxxx, - for standard input")
+void declare(CLI::App &app, Options &options, std::string &domain, bool &live, int &louder,
+             bool &quiet, bool &debug) {
+    app.add_option("-F,--dump", options.source.dump,
+                   "Configuration space, a dump as of lspci -xxxx, - for standard input")
         ->type_name("FILE");
-    auto *const live = source->add_flag(
-        "--live", [](auto) {}, "This machine; without --write, a snapshot");
-    app.add_flag("--write", options.source.write, "With --live: write to this machine")
-        ->needs(live);
+    app.add_flag("--live", live, "This machine; nothing is written without --write");
+    app.add_flag("--write", options.source.write, "With --live: write to this machine");
     app.add_flag("--force", options.force, "msi round-trip also where a driver is bound");
     app.add_option("-o,--output", options.output,
                    "Write the resulting configuration space as a dump")
@@ -51,12 +47,14 @@ std::optional<Options> parse_options(int argc, const char *const *argv, std::ost
                  "hoplar-ops");
     Options options;
     std::string domain = "0";
+    bool live = false;
     int louder = 0;
     bool quiet = false;
     bool debug = false;
-    declare(app, options, domain, louder, quiet, debug);
+    declare(app, options, domain, live, louder, quiet, debug);
     if (!host::parse_command_line(app, argc, argv, out))
         return std::nullopt;
+    host::require_source(options.source.dump.has_value(), live, options.source.write);
     for (const auto &[option, file] :
          {std::pair("--dump", options.source.dump), std::pair("--output", options.output)})
         if (file && file->empty())
