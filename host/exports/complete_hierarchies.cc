@@ -125,6 +125,25 @@ void complete_hierarchies(Served &now, std::set<RoutingId> &written) {
             complete(now, hierarchy, branch, written);
 }
 
+std::set<RoutingId> completable_bridges() {
+    std::set<RoutingId> found;
+    Served *const now = served();
+    if (!now || now->complete)
+        return found;
+    GivenSizes by_modules;
+    {
+        const std::scoped_lock guard(now->given_payloads.lock);
+        by_modules = now->given_payloads.by_modules;
+    }
+    const std::vector<bool> all(ROUTING_IDS, true);
+    for (const Hierarchy &hierarchy : hierarchies_of_one_size(now->machine, by_modules, all))
+        for (const Branch &branch : incomplete_branches(now->machine, hierarchy, by_modules))
+            if (branch.obstacle.empty())
+                for (const Function *bridge : branch.bridges)
+                    found.insert(bridge->id());
+    return found;
+}
+
 bool is_completed(const Function &function, unsigned size) {
     Served *const now = served();
     if (!now)

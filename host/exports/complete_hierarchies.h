@@ -40,6 +40,10 @@ void note_given_payload(const Function &function, std::uint16_t devctl);
 // are gone. One call at a time.
 void complete_hierarchies(Served &now, std::set<RoutingId> &written);
 
+// Returns the bridges that --complete would set now; none with --complete, which has set what it
+// can.
+std::set<RoutingId> completable_bridges();
+
 // Returns true when the function has the payload size that complete_hierarchies() gave it; `size`
 // is its present one, in bytes.
 bool is_completed(const Function &function, unsigned size);

@@ -36,6 +36,10 @@ struct View {
     std::optional<unsigned> payload(std::size_t index) const {
         return at(index).mps ? at(index).mps->current : std::nullopt;
     }
+    // Modules have given a hierarchy its size at the end only.
+    bool is_completable(std::size_t index) const {
+        return state == &FunctionReport::after && functions[index].completable;
+    }
     bool enables(std::size_t index, EcrcControl EcrcState::*control) const {
         return at(index).ecrc && ((*at(index).ecrc).*control).enabled;
     }
@@ -102,9 +106,9 @@ void compare_with_port(const View &view, std::size_t index, std::size_t port, Fi
         findings.push_back({"payload-above-port", Severity::ERROR, index,
                             difference + "its larger packets are lost"});
     else if (view.function(index).is_bridge() && !view.below[index].any)
-        findings.push_back(
-            {"payload-left-behind", Severity::NOTE, index,
-             difference + "what is plugged in below it may lose packets (--complete sets it)"});
+        findings.push_back({"payload-left-behind", Severity::NOTE, index,
+                            difference + "what is plugged in below it may lose packets" +
+                                (view.is_completable(index) ? " (--complete sets it)" : "")});
     else if (std::max(view.reads(index), view.below[index].reads) > size)
         findings.push_back({"payload-below-port", Severity::ERROR, index,
                             difference + "larger packets to it are lost"});

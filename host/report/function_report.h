@@ -18,8 +18,9 @@ struct FunctionReport {
     bool managed = true;                // by this server instance
     FeatureState before;
     FeatureState after;
-    bool removed = false;    // gone, and by an event
-    bool completed = false;  // the host has set its payload size (--complete)
+    bool removed = false;      // gone, and by an event
+    bool completed = false;    // the host has set its payload size (--complete)
+    bool completable = false;  // the host would set it with --complete
 
     bool gone() const { return before.reachable && !after.reachable; }
     bool changed() const { return before != after; }

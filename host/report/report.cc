@@ -1,6 +1,7 @@
 #include "host/report/report.h"
 
 #include <algorithm>
+#include <set>
 #include <span>
 
 #include "host/base/address.h"
@@ -72,7 +73,9 @@ void refresh_report(Report &report, Machine &machine, unsigned domain) {
 }
 
 void read_states(Report &report, const Machine &machine) {
+    const std::set<RoutingId> completable = completable_bridges();
     for (FunctionReport &row : report.functions) {
+        row.completable = completable.contains(row.function.id());
         row.after = read_feature_state(machine, row.function);
         row.removed = row.gone() && !machine.reachable(row.function);
         row.completed = row.after.mps && row.after.mps->current &&

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 
+#include "host/exports/payload_sizes.h"
 #include "host/exports/serve.h"
 #include "host/report/report.h"
 #include "tests/support/test_machine.h"
@@ -40,6 +41,9 @@ std::vector<std::string> findings_of(const Row &row, std::uint32_t aer = 0) {
         spec.aer = spec.id == at(0, 1) ? aer >> 16 : aer & 0xFFFF;
     TestMachine test(list);
     const Serving serving(*test.machine);
+    for (const Function *function : test.machine->functions())
+        if (std::uint16_t devctl = 0; read_devctl(*function, devctl) == PCI_OK && devctl >> 5 & 7)
+            note_given_payload(*function, devctl);
     Report report = begin_report(*test.machine, 0);
     end_report(report, *test.machine, {});
     std::vector<std::string> texts;
@@ -75,13 +79,18 @@ TEST(Findings, TellWhichPayloadsAreLostAndWhatWouldBeGained) {
          {"warning payload-below-port: 01:00.0 is set to 128 bytes" + above +
           "256: larger writes to it would be lost; its reads are not larger "
           "(Max_Read_Request_Size)"}},
-        // An empty port of a switch, and one with a function below that reads much.
-        {"0.1:4>1-4 1.0:5>2-4 2.0:6>3-3 2.1:6>4-4 4.0:0",
-         "0.1.0=1,1,0 1.0.0=1,1,0 4.0.0=1,0,5",
+        // Empty ports of a switch, one of them too small, and one with a function below that reads
+        // much. What has a size was given it by a module.
+        {"0.1:4>1-5 1.0:5>2-5 2.0:6>3-3 2.1:6>4-4 2.2:6>5-5 4.0:0",
+         "0.1.0=1,1,0 1.0.0=1,1,0 2.2.0=0,0,0 4.0.0=1,0,5",
          {"error payload-below-port: 02:01.0 is set to 128 bytes, the port above it, 01:00.0, to "
           "256: larger packets to it are lost",
+          "note payload-limited: 00:01.0: its hierarchy is limited to 128 bytes by 02:02.0; 256 "
+          "without it: +8.6 %",
           "note payload-left-behind: 02:00.0 is set to 128 bytes, the port above it, 01:00.0, to "
-          "256: what is plugged in below it may lose packets (--complete sets it)"}},
+          "256: what is plugged in below it may lose packets (--complete sets it)",
+          "note payload-left-behind: 02:02.0 is set to 128 bytes, the port above it, 01:00.0, to "
+          "256: what is plugged in below it may lose packets"}},
         {"0.1:4>1-4 1.0:5>2-4 2.0:6>3-3 2.1:6>4-4 3.0:0 4.0:0",
          "0.1.0=2,0,0 1.0.0=2,0,0 2.1.0=2,0,0",
          {"note payload-below-possible: 00:01.0: its hierarchy is set to 128 bytes and supports "
