@@ -44,7 +44,9 @@ std::string with_lspci_addresses(std::string_view text) {
     std::string result;
     while (!text.empty()) {
         std::array<char, 16> address{};
-        const std::size_t length = module_address(std::string(text.substr(0, 16)), address);
+        const bool may_be_one = text.front() == 'B';  // most characters are none, and are quick
+        const std::size_t length =
+            may_be_one ? module_address(std::string(text.substr(0, 16)), address) : 0;
         const std::size_t copied = std::max<std::size_t>(length, 1);
         result += text.substr(0, copied);
         if (length > 0)
