@@ -26,29 +26,32 @@ namespace {
 
 struct Log {
     std::mutex lock;
-    LogCounts counts;
+    LogRecord record;
+    std::size_t kept_bytes = 0;
+    std::size_t most_bytes = 0;
     bool to_journal = false;
     int mildest = LOG_SEVERITY_DEBUG;
     std::function<void(const LogMessage &)> observer;
 };
 
+// Never destroyed, because threads of modules may still write messages while the process ends.
 Log &log() {
-    static Log the_log;
+    static Log &the_log = *new Log;
     return the_log;
 }
 
 struct Level {
     int severity;
     const char *priority;  // for the journal
-    const char *prefix;
+    const char *name;
     std::uint64_t LogCounts::*count;
 };
 
 constexpr std::array<Level, 4> LEVELS = {{
-    {LOG_SEVERITY_ERROR, "<3>", "error: ", &LogCounts::error},
-    {LOG_SEVERITY_WARNING, "<4>", "warning: ", &LogCounts::warning},
-    {LOG_SEVERITY_INFO, "<6>", "info: ", &LogCounts::info},
-    {LOG_SEVERITY_DEBUG, "<7>", "debug: ", &LogCounts::debug},
+    {LOG_SEVERITY_ERROR, "<3>", "error", &LogCounts::error},
+    {LOG_SEVERITY_WARNING, "<4>", "warning", &LogCounts::warning},
+    {LOG_SEVERITY_INFO, "<6>", "info", &LogCounts::info},
+    {LOG_SEVERITY_DEBUG, "<7>", "debug", &LogCounts::debug},
 }};
 
 // A severity between or beyond the known ones counts as the next milder known one.
@@ -92,15 +95,16 @@ void write_all(std::string_view text) {
 
 // The caller holds the lock.
 void count(int severity) {
-    ++(log().counts.*level_of(severity).count);
+    ++(log().record.counts.*level_of(severity).count);
 }
 
 // The caller holds the lock.
-void show(int severity, std::string_view text) {
+void show(int severity, const std::string &safe) {
     const Level &level = level_of(severity);
     std::string line = log().to_journal ? level.priority : "";
-    line += level.prefix;
-    line += safe_text(text);
+    line += level.name;
+    line += ": ";
+    line += safe;
     line += '\n';
     write_all(line);
 }
@@ -118,7 +122,8 @@ void show(int severity, std::string_view text) {
             text[at] = '?';
     if (log().to_journal)
         write_all(level_of(severity).priority);
-    write_all(level_of(severity).prefix);
+    write_all(level_of(severity).name);
+    write_all(": ");
     write_all(line);
     write_all("\n");
 }
@@ -135,13 +140,47 @@ int severity_here(int severity, std::string_view text) {
     return is_lack ? LOG_SEVERITY_INFO : severity;
 }
 
+std::size_t bytes_of(const KeptMessage &message) {
+    return sizeof message + message.text.capacity();
+}
+
+// The caller holds the lock.
+void drop_oldest() {
+    std::deque<KeptMessage> &kept = log().record.kept;
+    while (log().kept_bytes > log().most_bytes) {
+        log().kept_bytes -= bytes_of(kept.front());
+        kept.pop_front();
+    }
+}
+
+// The caller holds the lock.
+void keep(KeptMessage message) {
+    log().record.kept.push_back(std::move(message));
+    log().kept_bytes += bytes_of(log().record.kept.back());
+    drop_oldest();
+}
+
+// The caller holds the lock. The message is shown first, so that what lacks memory is only its
+// place among those that are kept.
+void show_and_keep(KeptMessage message) {
+    if (message.shown)
+        show(message.severity, message.text);
+    try {
+        if (log().most_bytes > 0)
+            keep(std::move(message));
+    } catch (const std::bad_alloc &) {
+    }
+}
+
 // The caller holds the lock. `severity` becomes that under which the message counts.
 void deliver(const LogMessage &message, int verbosity, int &severity) {
     severity = severity_here(message.severity, message.text);
     if (log().observer)
         log().observer(message);
-    if (is_shown(severity, verbosity, message.verbosity))
-        show(severity, with_lspci_addresses(message.text));
+    const bool shown = is_shown(severity, verbosity, message.verbosity);
+    if (shown || log().most_bytes > 0)
+        show_and_keep(
+            {severity, message.verbosity, shown, safe_text(with_lspci_addresses(message.text))});
 }
 
 // Modules call this through a C interface, which no exception may cross. The text of an error is
@@ -151,7 +190,7 @@ int take(bool debug_handle, int severity, int verbosity, int message_verbosity, 
     Log &the_log = log();
     const std::scoped_lock guard(the_log.lock);
     if (is_shown(severity, verbosity, message_verbosity) || the_log.observer ||
-        severity <= LOG_SEVERITY_ERROR) {
+        the_log.most_bytes > 0 || severity <= LOG_SEVERITY_ERROR) {
         va_list again;
         va_copy(again, args);
         try {
@@ -183,8 +222,8 @@ log_handle_t debug_handle = {.log_output = take_debug};
 void show_own(int severity, const std::string &text, int verbosity = 0) {
     const std::scoped_lock guard(log().lock);
     count(severity);
-    if (is_shown(severity, pci_verbosity, verbosity))
-        show(severity, text);
+    show_and_keep(
+        {severity, verbosity, is_shown(severity, pci_verbosity, verbosity), safe_text(text)});
 }
 
 }  // namespace
@@ -211,7 +250,22 @@ void observe_log(std::function<void(const LogMessage &)> observer) {
 
 LogCounts log_counts() {
     const std::scoped_lock guard(log().lock);
-    return log().counts;
+    return log().record.counts;
+}
+
+const char *severity_name(int severity) {
+    return level_of(severity).name;
+}
+
+void keep_messages(std::size_t most_bytes) {
+    const std::scoped_lock guard(log().lock);
+    log().most_bytes = most_bytes;
+    drop_oldest();
+}
+
+LogRecord log_record() {
+    const std::scoped_lock guard(log().lock);
+    return log().record;
 }
 
 void log_error(const std::string &text) {

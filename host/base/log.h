@@ -1,7 +1,9 @@
 // The log behind pci_slog and pci_dbg: lines on standard error, counted by severity.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <deque>
 #include <functional>
 #include <string>
 
@@ -20,6 +22,21 @@ struct LogMessage {
 struct LogCounts {
     std::uint64_t error = 0, warning = 0, info = 0, debug = 0;  // messages, by severity
 };
+
+struct KeptMessage {
+    int severity;      // LOG_SEVERITY_*
+    int verbosity;     // 0 to 4
+    bool shown;        // on standard error
+    std::string text;  // without the prefix there
+};
+
+struct LogRecord {
+    LogCounts counts;
+    std::deque<KeptMessage> kept;  // in the order in which they came
+};
+
+// Returns "error", "warning", "info" or "debug".
+const char *severity_name(int severity);
 
 // Chooses the messages that are shown: those up to a verbosity that are severe enough, and with
 // `debug` those that come through pci_dbg.
@@ -46,6 +63,14 @@ void observe_log(std::function<void(const LogMessage &)> observer);
 // Returns how many messages have reached a handle or came from the host itself so far, shown or
 // not.
 LogCounts log_counts();
+
+// Keeps the messages that come from now on, shown or not, for log_record(): the newest that take up
+// to `most_bytes` of memory. 0, as at first, keeps none. A message for which there is no memory is
+// left out.
+void keep_messages(std::size_t most_bytes);
+
+// Returns the counts and a copy of the messages that are kept, both of the same moment.
+LogRecord log_record();
 
 // Log lines of the host itself, in the same form and the same counts. log_info() needs verbosity 1,
 // the default, or more.

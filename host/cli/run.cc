@@ -1,5 +1,6 @@
 #include "host/cli/run.h"
 
+#include <cstdint>
 #include <ostream>
 
 #include "host/base/input.h"
@@ -33,6 +34,15 @@ int print_files(const Options &options, std::ostream &out) {
     return EXIT_BAD_INPUT;
 }
 
+// Returns how much memory the messages may take that the JSON report lists. Those of a start come
+// to an end; a server that stays may run for years.
+std::size_t bytes_to_keep(const Options &options) {
+    constexpr std::size_t OF_A_SERVER = 1 << 20;
+    if (options.report != ReportForm::JSON && !options.control)
+        return 0;
+    return options.watch ? OF_A_SERVER : SIZE_MAX;
+}
+
 }  // namespace
 
 int refuse(const std::exception &error) {
@@ -47,6 +57,7 @@ int refuse(const std::exception &error) {
 
 int run(const Options &options, std::istream &in, std::ostream &out) {
     open_log(options.log);
+    keep_messages(bytes_to_keep(options));
     if (options.list_files)
         return print_files(options, out);
     if (options.usage)

@@ -2,6 +2,8 @@
 
 #include <ostream>
 
+#include "host/base/words.h"
+
 namespace host {
 
 JsonWriter::JsonWriter(std::ostream &out, Form form) : out_(out), form_(form) {}
@@ -10,11 +12,12 @@ JsonWriter::JsonWriter(std::ostream &out, Form form) : out_(out), form_(form) {}
 void JsonWriter::value(const char *name, const Json &json) {
     begin_part(name);
     const int indent = form_ == Form::LINES ? 2 : -1;
-    for (const char c : json.dump(indent, ' ', true, Json::error_handler_t::replace))
-        if (c == '\n')
+    const std::string text = json.dump(indent, ' ', true, Json::error_handler_t::replace);
+    for (const std::string_view line : split(text, '\n')) {
+        if (line.data() != text.data())
             begin_line();
-        else
-            out_ << c;
+        out_ << line;
+    }
 }
 
 void JsonWriter::open(const char *name, char bracket) {

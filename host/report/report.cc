@@ -103,7 +103,7 @@ void end_report(Report &report, const Machine &machine, std::vector<ModuleResult
     report.found = find_findings(report.functions, report.hierarchies, &FunctionReport::before);
     report.findings = find_findings(report.functions, report.hierarchies, &FunctionReport::after);
     report.modules = std::move(modules);
-    report.messages = log_counts();
+    report.messages = log_record();
 }
 
 void read_drivers(Report &report, const Sysfs &sysfs) {

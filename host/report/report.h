@@ -27,7 +27,7 @@ struct Report {
     // Drivers that are bound at the end, by function; see read_drivers().
     std::map<RoutingId, std::string> drivers;
     std::vector<ModuleResult> modules;
-    LogCounts messages;
+    LogRecord messages;
 };
 
 // Describes the machine that is served and its state before anything has happened. Its functions

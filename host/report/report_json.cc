@@ -137,6 +137,26 @@ void write_findings(JsonWriter &json, const Report &report) {
     json.close('}');
 }
 
+Json message_json(const KeptMessage &message) {
+    return {{"severity", severity_name(message.severity)},
+            {"verbosity", message.verbosity},
+            {"shown", message.shown},
+            {"text", message.text}};
+}
+
+void write_messages(JsonWriter &json, const LogRecord &messages) {
+    const LogCounts &counts = messages.counts;
+    json.open("messages", '{');
+    json.value("error", counts.error);
+    json.value("warning", counts.warning);
+    json.value("info", counts.info);
+    json.value("debug", counts.debug);
+    json.value("left_out",
+               counts.error + counts.warning + counts.info + counts.debug - messages.kept.size());
+    json.array("list", messages.kept, message_json);
+    json.close('}');
+}
+
 void write_report(JsonWriter json, const Report &report) {
     json.open();
     json.value("format", 2);
@@ -146,10 +166,7 @@ void write_report(JsonWriter json, const Report &report) {
                [&](const HierarchyReport &hierarchy) { return hierarchy_json(report, hierarchy); });
     write_findings(json, report);
     json.array("modules", report.modules, module_json);
-    json.value("messages", {{"error", report.messages.error},
-                            {"warning", report.messages.warning},
-                            {"info", report.messages.info},
-                            {"debug", report.messages.debug}});
+    write_messages(json, report.messages);
     json.close('}');
 }
 

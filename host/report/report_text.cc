@@ -132,8 +132,8 @@ std::string messages_text(const Report &report) {
         if (count != 0)
             text += ", " + std::to_string(count) + what + (count == 1 ? "" : "s");
     };
-    add(report.messages.error, " error");
-    add(report.messages.warning, " warning");
+    add(report.messages.counts.error, " error");
+    add(report.messages.counts.warning, " warning");
     return text;
 }
 

@@ -284,9 +284,14 @@ class BadInputTest(HoplarTest):
             self.assertEqual(json.loads(done.stdout)["modules"][0]["file"],
                              name.decode("utf-8", "replace"))
 
-    def test_messages_are_counted_whether_or_not_they_are_shown(self):
-        counts = [json.loads(self.hoplar("-F", EXAMPLE, "-m", PLUGIN, "--report", "json", level)[0])
-                  ["messages"] for level in ("-q", "-v")]
+    def test_messages_are_listed_whether_or_not_they_are_shown(self):
+        counts = []
+        for level in "-q", "-v":
+            text, lines = self.hoplar("-F", EXAMPLE, "-m", PLUGIN, "--report", "json", level)
+            counts.append(json.loads(text)["messages"])
+            self.check_messages(counts[-1], lines)
+            for message in counts[-1]["list"]:
+                del message["shown"]
         self.assertEqual(*counts)
 
     def test_errors_of_single_operations_name_what_is_wrong_safely(self):

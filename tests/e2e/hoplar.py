@@ -73,10 +73,17 @@ class HoplarTest(unittest.TestCase):
             "--report", "json", "-v", "-v", "-v", "-v", *options)
         report = json.loads(text)
         self.assertEqual(report["modules"], [{"file": PLUGIN, "version": "3.0", "result": 0}])
-        self.assertEqual(report["messages"], {
-            level: sum(message.startswith(f"{level}: ") for message in messages)
-            for level in ("error", "warning", "info", "debug")})
+        self.check_messages(report["messages"], messages)
         return report
+
+    def check_messages(self, reported, lines):
+        """All that were shown are listed as they were, and all that came are counted."""
+        listed = [(each["severity"], each["text"]) for each in reported["list"]]
+        self.assertEqual([f"{severity}: {text}" for (severity, text), each
+                          in zip(listed, reported["list"]) if each["shown"]], lines)
+        self.assertEqual({name: value for name, value in reported.items() if name != "list"}, {
+            **{level: [severity for severity, _ in listed].count(level)
+               for level in ("error", "warning", "info", "debug")}, "left_out": 0})
 
     def graph(self, *options):
         """The graph, and the pieces of text in what dot draws of it."""

@@ -34,11 +34,18 @@ TEST(Stay, AnswersEventsAndQuestions) {
     source.image->write(at(2), DEVCTL_AT, 2, 5U << 5);
     for (const auto &[text, answer] : rows)
         EXPECT_EQ(execute({text, "control", 7, true}, served, 1000000000).answer, answer);
+    keep_messages(1000);
+    for (int number = 0; number < 10'000; ++number)
+        log_info(std::to_string(number) + "\033");
     const std::string line = execute({"report", "control", 1, true}, served, 0).answer;
     EXPECT_EQ(line.find('\n'), line.npos);
     const auto json = nlohmann::json::parse(line);
     EXPECT_EQ(json["functions"][2]["mps"]["after"], 4096);
     EXPECT_EQ(json["modules"][0]["file"], "a\n");
+    const auto messages = json["messages"];
+    EXPECT_EQ(messages["list"].back()["text"], "9999\\x1b");
+    EXPECT_GE(messages["left_out"], 10'000 - 1000 / 5);
+    keep_messages(0);
     EXPECT_TRUE(
         execute({"help", "control", 1, true}, served, 0).answer.starts_with("flr FUNCTION"));
     EXPECT_EQ(execute({"status", "standard input", 2, false}, served, 0).answer,
