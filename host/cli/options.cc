@@ -36,13 +36,22 @@ constexpr const char *FOOTER =
 struct RawOptions {
     std::optional<std::string> dump, config, events, output, usage, control;
     bool live = false;
-    std::vector<std::string> modules;
+    std::vector<std::string> modules, slots, only;
     std::string report = "table";
     std::optional<std::string> domain, managed, busy;
     int louder = 0;
     bool quiet = false;
     bool debug = false;
 };
+
+// Adds an option that may repeat, with one value each time.
+CLI::Option *add_list(CLI::App &app, const char *name, std::vector<std::string> &values,
+                      const char *description) {
+    return app.add_option(name, values, description)
+        ->expected(1)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
+        ->allow_extra_args(false);
+}
 
 void declare_inputs(CLI::App &app, RawOptions &raw, Options &options) {
     app.add_option("-F,--dump", raw.dump,
@@ -56,11 +65,8 @@ void declare_inputs(CLI::App &app, RawOptions &raw, Options &options) {
                    "With --watch: socket that takes flr, bus-reset, status, report, help")
         ->type_name("PATH");
     app.add_option("-c,--config", raw.config, "Host configuration file")->type_name("FILE");
-    app.add_option("-m,--module", raw.modules, "One more module; may repeat")
-        ->type_name("FILE[,ARG...]")
-        ->expected(1)
-        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
-        ->allow_extra_args(false);
+    add_list(app, "-m,--module", raw.modules, "One more module; may repeat")
+        ->type_name("FILE[,ARG...]");
     app.add_option("-e,--events", raw.events, "Events to play after start-up, - for standard input")
         ->type_name("FILE");
 }
@@ -71,6 +77,15 @@ void declare_results(CLI::App &app, RawOptions &raw) {
     app.add_option("--report", raw.report,
                    "What goes to standard output: table, json, dot (a graph for Graphviz) or none")
         ->type_name("FORM");
+    add_list(
+        app, "--only", raw.only,
+        "Report only functions that are changed or pcie, or have problems: one of these words, "
+        "or several with commas; may repeat")
+        ->type_name("WHAT");
+    add_list(app, "-s", raw.slots,
+             "Report only these functions and all below them, "
+             "[[[[domain]:]bus]:][device][.[function]] as lspci; may repeat")
+        ->type_name("SLOT");
 }
 
 void declare_settings(CLI::App &app, RawOptions &raw, Options &options) {
@@ -120,6 +135,9 @@ constexpr std::array<Word<ReportForm>, 4> REPORT_FORMS{{{"table", ReportForm::TA
                                                         {"json", ReportForm::JSON},
                                                         {"dot", ReportForm::DOT},
                                                         {"none", ReportForm::NONE}}};
+
+constexpr std::array<Word<Only>, 3> ONLY_WORDS{
+    {{"changed", Only::CHANGED}, {"pcie", Only::PCIE}, {"problems", Only::PROBLEMS}}};
 
 constexpr std::array<Word<Busy>, 3> BUSY_WORDS{
     {{"refuse", Busy::REFUSE}, {"skip", Busy::SKIP}, {"write", Busy::WRITE}}};
@@ -182,6 +200,11 @@ void interpret(const RawOptions &raw, Options &options) {
     options.events = raw.events;
     options.output = raw.output;
     options.report = parse_word("--report", raw.report, REPORT_FORMS);
+    for (const std::string &list : raw.only)
+        for (const std::string_view word : split(list, ','))
+            options.selection.only.push_back(parse_word("--only", std::string(word), ONLY_WORDS));
+    for (const std::string &slot : raw.slots)
+        options.selection.slots.push_back(parse_slot_filter(slot));
     if (raw.busy)
         options.busy = parse_word("--busy", *raw.busy, BUSY_WORDS);
     for (const std::string &module : raw.modules)

@@ -10,6 +10,7 @@
 #include "host/base/log.h"
 #include "host/exports/serve.h"
 #include "host/modules/module_entry.h"
+#include "host/report/selection.h"
 #include "host/space/machine_source.h"
 
 namespace host {
@@ -26,7 +27,8 @@ struct Options {
     std::optional<std::string> events;  // a file, or "-": standard input
     std::optional<std::filesystem::path> output;
     ReportForm report = ReportForm::TABLE;
-    bool check = false;  // the exit status tells what would change, and what is wrong
+    Selection selection;  // what the report shows
+    bool check = false;   // the exit status tells what would change, and what is wrong
     bool cold = false;
     Busy busy = Busy::REFUSE;  // with --write
     bool complete = false;

@@ -16,6 +16,7 @@
 #include "host/report/report_json.h"
 #include "host/report/report_table.h"
 #include "host/report/report_text.h"
+#include "host/report/selection.h"
 #include "host/space/dump.h"
 #include "host/watch/signals.h"
 #include "platform/pci_regs.h"
@@ -112,9 +113,11 @@ int Session::finish(std::ostream &out) {
     all_done_ &= keep_payloads_in_bounds();
     const bool saved = save();
     all_done_ &= report_failures(source_) && !any_exception();
+    warn_about_empty_slots(report_, options_.selection);
     end_report(report_, *machine_, std::move(results_));
     if (source_.live && options_.report == ReportForm::JSON)
         read_drivers(report_, source_.live->sysfs());
+    select_functions(report_, options_.selection);
     const bool reported = write_report(out);
     if (!saved || !reported)
         return EXIT_BAD_INPUT;

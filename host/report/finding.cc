@@ -154,10 +154,13 @@ void find_possible_sizes(const View &view, Findings &findings) {
 
 void find_different_hierarchies(const View &view, Findings &findings) {
     std::set<unsigned> sizes;
+    Indices root_ports;
     for (const HierarchyReport &hierarchy : view.hierarchies)
         if (const auto size = view.payload(hierarchy.root_port);
-            size && hierarchy.members.size() > 1)
+            size && hierarchy.members.size() > 1) {
             sizes.insert(*size);
+            root_ports.push_back(hierarchy.root_port);
+        }
     if (sizes.size() < 2)
         return;
     std::vector<std::string> texts;
@@ -167,7 +170,8 @@ void find_different_hierarchies(const View &view, Findings &findings) {
                         "hierarchies are set to " + join(texts, ", ") +
                             " bytes: writes from below one root port to below another may not "
                             "pass; where they must, set all to " +
-                            texts[0]});
+                            texts[0],
+                        std::move(root_ports)});
 }
 
 // One of the two ECRC controls: in a function, and in any function below a bridge.
@@ -192,8 +196,10 @@ void note(const View &view, Findings &findings, const char *code, const char *te
     for (std::size_t i = 0; i < view.functions.size(); ++i)
         if (is_meant(i))
             meant.push_back(i);
-    if (!meant.empty())
-        findings.push_back({code, Severity::NOTE, meant[0], names_text(view, meant) + text});
+    if (meant.empty())
+        return;
+    const std::string names = names_text(view, meant);
+    findings.push_back({code, Severity::NOTE, meant[0], names + text, std::move(meant)});
 }
 
 // Packets go through all ports between a function and its root port, and end at one of these. A

@@ -15,6 +15,7 @@ struct Finding {
     Severity severity;     // ERROR: packets are lost
     std::size_t function;  // index of the function, or of the hierarchy's root port
     std::string text;      // a sentence for users, which begins with the function's address
+    std::vector<std::size_t> several{};  // all functions that it is about, where these are several
 };
 
 // Returns the findings from the functions' states before the modules were loaded, or at the end:

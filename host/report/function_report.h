@@ -21,9 +21,16 @@ struct FunctionReport {
     bool removed = false;      // gone, and by an event
     bool completed = false;    // the host has set its payload size (--complete)
     bool completable = false;  // the host would set it with --complete
+    bool selected = true;      // see selection.h
+    bool shown = true;         // selected, or above a function that is
 
     bool gone() const { return before.reachable && !after.reachable; }
     bool changed() const { return before != after; }
+    // Returns true for a function that is there, or was until no event removed it, and does not
+    // answer.
+    bool is_silent() const {
+        return (!function.answers && !function.physical) || (gone() && !removed);
+    }
 };
 
 // Returns the index of the root port that a function is or is below; nullopt for others.

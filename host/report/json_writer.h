@@ -1,6 +1,7 @@
 // Writes a large JSON object part by part, so that only one of its rows is in memory at a time.
 #pragma once
 
+#include <functional>
 #include <iosfwd>
 #include <nlohmann/json.hpp>
 
@@ -27,13 +28,18 @@ public:
     // Closes what was opened last; the caller names its bracket.
     void close(char bracket);
 
-    // Writes an array of what `to_json` makes of each row.
-    template <typename Rows, typename ToJson>
-    void array(const char *name, const Rows &rows, ToJson &&to_json) {
+    // Writes an array of what `to_json` makes of each row that `is_written` returns true for.
+    template <typename Rows, typename ToJson, typename IsWritten>
+    void array(const char *name, const Rows &rows, ToJson &&to_json, IsWritten &&is_written) {
         open(name, '[');
         for (const auto &row : rows)
-            value(nullptr, to_json(row));
+            if (std::invoke(is_written, row))
+                value(nullptr, to_json(row));
         close(']');
+    }
+    template <typename Rows, typename ToJson>
+    void array(const char *name, const Rows &rows, ToJson &&to_json) {
+        array(name, rows, to_json, [](const auto &) { return true; });
     }
 
 private:

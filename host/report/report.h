@@ -28,6 +28,7 @@ struct Report {
     std::map<RoutingId, std::string> drivers;
     std::vector<ModuleResult> modules;
     LogRecord messages;
+    bool narrowed = false;  // to functions that are selected, see selection.h
 };
 
 // Describes the machine that is served and its state before anything has happened. Its functions

@@ -99,16 +99,19 @@ public:
         for (const HierarchyReport &hierarchy : report.hierarchies)
             mark_limits(hierarchy);
         for (std::size_t i = 0; i < report.functions.size(); ++i)
-            sort_in(i);
+            if (row(i).shown)
+                sort_in(i);
     }
 
     // Writes in descending order, because `dot` draws the first node lowest.
     void write(std::ostream &out) const {
         out << GRAPH_BEGIN.filled(summary_text(report_)) << MACHINE_BEGIN.filled(others());
         for (const HierarchyReport &hierarchy : reversed(report_.hierarchies))
-            write_hierarchy(out, hierarchy);
+            if (row(hierarchy.root_port).shown)
+                write_hierarchy(out, hierarchy);
         for (const HierarchyReport &hierarchy : reversed(report_.hierarchies))
-            out << PLACE_IN_ORDER.filled(row(hierarchy.root_port).address);
+            if (row(hierarchy.root_port).shown)
+                out << PLACE_IN_ORDER.filled(row(hierarchy.root_port).address);
         out << CLUSTER_END << GRAPH_END;
     }
 

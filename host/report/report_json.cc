@@ -1,5 +1,6 @@
 #include "host/report/report_json.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <ostream>
@@ -9,6 +10,7 @@
 #include "host/base/safe_text.h"
 #include "host/report/json_writer.h"
 #include "host/report/report_text.h"
+#include "host/report/selection.h"
 
 namespace host {
 namespace {
@@ -129,11 +131,18 @@ Json module_json(const ModuleResult &module) {
             {"result", value_or_null(module.result)}};
 }
 
+// Tells programs that the report does not have all functions.
+Json shown_json(const Report &report) {
+    return {{"functions", std::ranges::count(report.functions, true, &FunctionReport::selected)},
+            {"of", report.functions.size()}};
+}
+
 void write_findings(JsonWriter &json, const Report &report) {
     const auto row = [&](const Finding &finding) { return finding_json(report, finding); };
+    const auto is_written = [&](const Finding &finding) { return is_shown(report, finding); };
     json.open("findings", '{');
-    json.array("before", report.found, row);
-    json.array("after", report.findings, row);
+    json.array("before", report.found, row, is_written);
+    json.array("after", report.findings, row, is_written);
     json.close('}');
 }
 
@@ -160,10 +169,18 @@ void write_messages(JsonWriter &json, const LogRecord &messages) {
 void write_report(JsonWriter json, const Report &report) {
     json.open();
     json.value("format", 2);
-    json.array("functions", report.functions,
-               [&](const FunctionReport &row) { return function_json(report, row); });
-    json.array("hierarchies", report.hierarchies,
-               [&](const HierarchyReport &hierarchy) { return hierarchy_json(report, hierarchy); });
+    if (report.narrowed)
+        json.value("shown", shown_json(report));
+    json.array(
+        "functions", report.functions,
+        [&](const FunctionReport &row) { return function_json(report, row); },
+        &FunctionReport::selected);
+    json.array(
+        "hierarchies", report.hierarchies,
+        [&](const HierarchyReport &hierarchy) { return hierarchy_json(report, hierarchy); },
+        [&](const HierarchyReport &hierarchy) {
+            return report.functions[hierarchy.root_port].shown;
+        });
     write_findings(json, report);
     json.array("modules", report.modules, module_json);
     write_messages(json, report.messages);

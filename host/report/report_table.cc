@@ -12,6 +12,7 @@
 #include "host/base/columns.h"
 #include "host/base/safe_text.h"
 #include "host/report/report_text.h"
+#include "host/report/selection.h"
 
 namespace host {
 namespace {
@@ -65,7 +66,8 @@ public:
                                              report.functions[hierarchy.root_port].address + ": " +
                                              limit_text(report, hierarchy);
         for (std::size_t i = 0; i < report.functions.size(); ++i)
-            below_[report.functions[i].bridge.value_or(roots())].push_back(i);
+            if (report.functions[i].shown)
+                below_[report.functions[i].bridge.value_or(roots())].push_back(i);
     }
 
     std::vector<Line> lines() {
@@ -129,9 +131,37 @@ void write_line(std::ostream &out, const std::string &text, bool changed, TableS
         out << shown << '\n';
 }
 
+void write_rows(std::ostream &out, std::vector<Line> lines, TableStyle style) {
+    lines.insert(lines.begin(),
+                 {.changed = false,
+                  .cells = {"FUNCTION", "TYPE", "PAYLOAD", "ECRC GEN", "ECRC CHK", "NAME"}});
+    const Widths widths = column_widths(lines);
+    for (const Line &line : lines)
+        write_line(out, line_text(line, widths), line.changed, style);
+}
+
 // The headings of hierarchies tell what limits them.
 bool stands_in_heading(const Finding &finding) {
     return finding.code == std::string_view("payload-limited");
+}
+
+// Findings about functions that are not shown are counted, so that no error goes unnoticed.
+void write_findings(std::ostream &out, const Report &report, TableStyle style) {
+    std::array<std::size_t, 3> hidden{};  // by severity
+    for (const Finding &finding : report.findings)
+        if (stands_in_heading(finding))
+            continue;
+        else if (!is_shown(report, finding))
+            ++hidden[static_cast<std::size_t>(finding.severity)];
+        else
+            write_line(out, std::string(severity_text(finding.severity)) + ": " + finding.text,
+                       finding.severity == Severity::ERROR,
+                       {.emphasis = style.emphasis, .width = 0});
+    std::string counts;
+    for (const Severity severity : {Severity::ERROR, Severity::WARNING, Severity::NOTE})
+        counts += counted_text(hidden[static_cast<std::size_t>(severity)], severity_text(severity));
+    if (!counts.empty())
+        out << "not shown: " << counts.substr(2) << " about other functions\n";
 }
 
 bool environment_wants_no_color() {
@@ -151,18 +181,12 @@ TableStyle standard_output_style() {
 
 void write_table(std::ostream &out, const Report &report, TableStyle style) {
     std::vector<Line> lines = Tree(report).lines();
-    lines.insert(lines.begin(),
-                 {.changed = false,
-                  .cells = {"FUNCTION", "TYPE", "PAYLOAD", "ECRC GEN", "ECRC CHK", "NAME"}});
-    const Widths widths = column_widths(lines);
-    for (const Line &line : lines)
-        write_line(out, line_text(line, widths), line.changed, style);
+    if (lines.empty())
+        out << "no function is selected\n";
+    else
+        write_rows(out, std::move(lines), style);
     out << '\n';
-    for (const Finding &finding : report.findings)
-        if (!stands_in_heading(finding))
-            write_line(out, std::string(severity_text(finding.severity)) + ": " + finding.text,
-                       finding.severity == Severity::ERROR,
-                       {.emphasis = style.emphasis, .width = 0});
+    write_findings(out, report, style);
     out << summary_text(report) << messages_text(report) << '\n';
 }
 

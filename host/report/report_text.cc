@@ -127,22 +127,23 @@ std::string changes_text(ChangeCounts counts) {
 }
 
 std::string messages_text(const Report &report) {
-    std::string text;
-    const auto add = [&](std::uint64_t count, const char *what) {
-        if (count != 0)
-            text += ", " + std::to_string(count) + what + (count == 1 ? "" : "s");
-    };
-    add(report.messages.counts.error, " error");
-    add(report.messages.counts.warning, " warning");
-    return text;
+    return counted_text(report.messages.counts.error, "error") +
+           counted_text(report.messages.counts.warning, "warning");
+}
+
+std::string counted_text(std::uint64_t count, const char *what) {
+    return count == 0 ? "" : ", " + std::to_string(count) + " " + what + (count == 1 ? "" : "s");
 }
 
 std::string summary_text(const Report &report) {
     const auto count = [&](auto &&is_counted) {
         return std::ranges::count_if(report.functions, is_counted);
     };
-    std::string text = functions_text(report.functions.size()) + ", " +
-                       std::to_string(count(&FunctionReport::changed)) + " changed";
+    std::string text = functions_text(report.functions.size());
+    if (report.narrowed)
+        text = std::to_string(count(&FunctionReport::shown)) + " of " + text +
+               " shown; whole machine: " + text;
+    text += ", " + std::to_string(count(&FunctionReport::changed)) + " changed";
     const auto add = [&](auto number, const char *what) {
         if (number != 0)
             text += ", " + std::to_string(number) + what;
@@ -152,10 +153,7 @@ std::string summary_text(const Report &report) {
     add(count([](const FunctionReport &row) { return !row.managed; }), " not managed");
     add(count([](const FunctionReport &row) { return row.function.physical.has_value(); }),
         " virtual");
-    const auto is_silent = [](const FunctionReport &row) {
-        return (!row.function.answers && !row.function.physical) || (row.gone() && !row.removed);
-    };
-    add(count(is_silent), " without answer");
+    add(count(&FunctionReport::is_silent), " without answer");
     return text;
 }
 

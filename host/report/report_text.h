@@ -41,7 +41,11 @@ std::string changes_text(ChangeCounts counts);
 // Returns ", 1 error, 2 warnings" in messages, whether or not these were shown; empty without any.
 std::string messages_text(const Report &report);
 
-// Returns "47 functions, 34 changed", and how many are special in other ways.
+// Returns ", 2 warnings", ", 1 warning", or nothing for none.
+std::string counted_text(std::uint64_t count, const char *what);
+
+// Returns "47 functions, 34 changed", and how many are special in other ways; in front of that, of
+// a report that does not show all, "12 of 47 functions shown; whole machine: ".
 std::string summary_text(const Report &report);
 
 }  // namespace host

@@ -54,6 +54,8 @@ REFUSED = (
     (["-F", "-", "-e", "-"], "", ["--dump - and --events -: standard input can be one of them only"]),
     (["-F", "-"], "", ["standard input: the file is empty"]),
     (["-F", EXAMPLE, "--report", "xml"], "", ['--report: "xml" is none of table, json, dot, none']),
+    (["-F", EXAMPLE, "--only", "pcie,"], "", ['--only: "" is none of changed, pcie, problems']),
+    (["-F", EXAMPLE, "-s", "1:20.0"], "", ['-s: "1:20.0": Invalid slot number (as lspci: ']),
     (["--live", "--write", "--check"], "", ["--check: not with --write"]),
     (["-F", EXAMPLE, "--busy", "skip"], "", ["--busy: only with --live --write"]),
     (["-F", EXAMPLE, "--domain", "5"], "", [f"{EXAMPLE}: no function of domain 0005 "]),
