@@ -71,9 +71,8 @@ std::optional<EcrcRequest> read_ecrc(const FeatureLine &line, Remarks &remarks) 
     std::string value = line.value;
     const module::ecrc_fields_t fields = module::cut_ecrc_value(value.data());
     if (fields.chk == nullptr) {
-        remarks.error(line.number, quoted(line.value) +
-                                       " lacks a field, the line is dropped: write "
-                                       "FUNCTIONS:GENERATION:CHECKING, as all:+:+");
+        remarks.error(line.number, quoted(line.value) + " lacks a field, the line is dropped: " +
+                                       with_value(line.row));
         return std::nullopt;
     }
     EcrcRequest request = {

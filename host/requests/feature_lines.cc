@@ -47,18 +47,17 @@ std::string known_keyword(const std::string &keyword) {
                                     : "write MPS or ECRC";
 }
 
-// Returns how to mend a line without "=".
-std::string with_equals(std::string_view line) {
-    const std::vector<std::string_view> cut = words(line);
-    if (cut.front().front() == ';' || cut.front().front() == '/')
+// Returns how to mend a line without "=" behind the keyword.
+std::string with_equals(std::string line) {
+    if (const std::string_view text = trim(line); text.starts_with(';') || text.starts_with('/'))
         return "begin a comment with \"#\"";
-    std::string_view keyword = cut.front();
-    while (keyword.ends_with(':'))
-        keyword.remove_suffix(1);
-    if (cut.size() < 2 || module::row_of(std::string(keyword).c_str()) == module::num_features)
+    std::ranges::replace(line, ':', ' ');
+    const std::vector<std::string_view> pieces = words(line);
+    if (pieces.size() < 2 ||
+        module::row_of(std::string(pieces.front()).c_str()) == module::num_features)
         return "write KEYWORD=VALUE";
-    std::vector<std::string> fields(cut.begin() + 1, cut.end());
-    return "write " + std::string(keyword) + "=" + join(fields, ":");
+    const std::vector<std::string> fields(pieces.begin() + 1, pieces.end());
+    return "write " + std::string(pieces.front()) + "=" + join(fields, ":");
 }
 
 // The parts of one line.
@@ -69,15 +68,39 @@ struct Line {
     const char *end;
 };
 
-// Remarks on what stands between the keyword or the value and where its place ends.
-void check_behind(const char *behind, const char *end, std::size_t number, const std::string &what,
-                  Remarks &remarks) {
-    const std::string_view all(behind, end);
-    const std::string_view rest = trim(all);
-    if (rest.empty() || rest.front() == '#')
+// Returns what stands in [begin, end) and is no comment; empty when there is nothing.
+std::string_view rest_of(const char *begin, const char *end) {
+    const std::string_view rest = trim({begin, end});
+    return rest.starts_with('#') ? std::string_view() : rest;
+}
+
+// Remarks on what stands between the keyword, which ends at `begin`, and the "=".
+void check_behind_keyword(const char *begin, const Line &line, Remarks &remarks) {
+    const std::string_view rest = rest_of(begin, line.equals);
+    if (rest.empty())
         return;
-    remarks.warning(number, quoted(rest) + " behind " + what + " is not read: leave it out" +
-                                (rest.size() == all.size() ? "" : ", a value holds no blanks"));
+    remarks.warning(line.number, quoted(rest) + " behind the keyword is not read: " +
+                                     (rest.find(':') == std::string_view::npos
+                                          ? "leave it out"
+                                          : with_equals({line.begin, line.end})));
+}
+
+// Remarks on what stands behind the value, which ends at `begin`.
+void check_behind_value(const char *begin, const Line &line, Remarks &remarks) {
+    const std::string_view rest = rest_of(begin, line.end);
+    if (rest.empty())
+        return;
+    const bool is_apart = rest.data() != begin;
+    remarks.warning(line.number, quoted(rest) + " behind the value is not read: " +
+                                     (rest.starts_with('*') ? "a line names one endpoint, or all"
+                                      : is_apart ? "leave it out, a value holds no blanks"
+                                                 : "leave it out"));
+}
+
+std::string missing_value(const Line &line, module::feature_row row) {
+    const std::string_view rest = rest_of(line.equals + 1, line.end);
+    return (rest.empty() ? "no value stands behind \"=\"" : quoted(rest) + " is no value") +
+           std::string(", the line is dropped: ") + with_value(row);
 }
 
 void take_line(const Line &line, std::vector<FeatureLine> &lines, Remarks &remarks) {
@@ -94,17 +117,27 @@ void take_line(const Line &line, std::vector<FeatureLine> &lines, Remarks &remar
         return remarks.error(line.number,
                              quoted(keyword) +
                                  " is no keyword, the line is dropped: " + known_keyword(keyword));
-    check_behind(keyword_token.text + keyword_token.length, line.equals, line.number, "the keyword",
-                 remarks);
+    check_behind_keyword(keyword_token.text + keyword_token.length, line, remarks);
     const module::token_t value =
         module::value_behind(line.equals, line.end, module::value_chars(row));
     if (value.text == nullptr)
-        return remarks.error(line.number, "no value stands behind \"=\", the line is dropped");
-    check_behind(value.text + value.length, line.end, line.number, "the value", remarks);
+        return remarks.error(line.number, missing_value(line, row));
+    check_behind_value(value.text + value.length, line, remarks);
     lines.push_back({.number = line.number, .row = row, .value = {value.text, value.length}});
 }
 
 }  // namespace
+
+std::string with_value(module::feature_row row) {
+    switch (row) {
+    case module::ROW_MPS:
+        return "write ENDPOINT:SIZE, as all:max or 3.0.0:256";
+    case module::ROW_ECRC:
+        return "write FUNCTIONS:GENERATION:CHECKING, as all:+:+";
+    default:
+        return "leave it out";
+    }
+}
 
 std::vector<FeatureLine> read_lines(const std::string &text, Remarks &remarks) {
     std::vector<FeatureLine> lines;

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <bit>
 
 #include "feature_file/mps_value.h"
@@ -11,16 +12,21 @@ namespace {
 
 namespace module = enable_features;
 
+std::string refusal_of(std::string_view field) {
+    const std::string decimal(field.substr(std::min(field.find_first_not_of('0'), field.size())));
+    std::uint32_t size = 0;
+    return field.starts_with('0') && module::read_payload_size(decimal.c_str(), &size)
+               ? " begins with 0, so it is octal and refused, the line is dropped: write " + decimal
+               : " is refused, the line is dropped: write max, 128, 256, 512, 1024, 2048 or 4096";
+}
+
 // Remarks on a size, which is `size` when the module accepts it. Returns true when it can be set.
 bool check_size(const char *field, bool accepted, std::uint32_t size, std::size_t line,
                 Remarks &remarks) {
     if (accepted && size == module::MPS_MAX)
         return true;
     if (!accepted) {
-        remarks.error(
-            line,
-            "size " + quoted(field) +
-                " is refused, the line is dropped: write max, 128, 256, 512, 1024, 2048 or 4096");
+        remarks.error(line, "size " + quoted(field) + refusal_of(field));
         return false;
     }
     if (!std::has_single_bit(size)) {
@@ -62,9 +68,8 @@ std::optional<MpsRequest> read_mps(const FeatureLine &line, Remarks &remarks) {
     std::string value = line.value;
     const module::mps_fields_t fields = module::cut_mps_value(value.data());
     if (fields.size == nullptr) {
-        remarks.error(line.number, quoted(line.value) +
-                                       " lacks a field, the line is dropped: write ENDPOINT:SIZE, "
-                                       "as all:max or 3.0.0:256");
+        remarks.error(line.number, quoted(line.value) + " lacks a field, the line is dropped: " +
+                                       with_value(line.row));
         return std::nullopt;
     }
     MpsRequest request = {.line = line.number, .value = line.value, .bdf = BDF_NONE, .size = 0};

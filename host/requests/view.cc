@@ -64,7 +64,7 @@ std::string suggestion(const MachineView &view, const std::string &value,
     Rows rows = selected(view, {scope_t::every_function, BDF_NONE});
     std::erase_if(rows, [&](const FunctionReport *row) { return !wanted(row); });
     if (rows.empty())
-        return "this machine has none";
+        return "leave it out, this machine has none";
     const auto away = [&](const FunctionReport *row) {
         return std::abs(int{row->function.id()} - int{pci::routing_id_of(selection.bdf)});
     };

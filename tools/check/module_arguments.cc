@@ -10,7 +10,7 @@ namespace {
 constexpr const char *MODULE = "hoplar-enable_features.so";
 constexpr std::string_view IGNORED = "-v";  // the module takes it, and does nothing
 
-// host::Remarks on an argument that hands no file to the module, or not as it is documented.
+// Remarks on an argument that hands no file to the module, or not as it is documented.
 void remark_other(const std::string &argument, std::size_t line, host::Remarks &remarks) {
     if (argument == IGNORED)
         return;

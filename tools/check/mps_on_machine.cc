@@ -34,6 +34,23 @@ std::string refusal_of_all() {
     return "no endpoint has a path from a root port, the line sets nothing: leave it out";
 }
 
+std::string refusal_of_bridge(const host::Function &bridge, const host::MpsRequest &request,
+                              const host::MachineView &view) {
+    const auto is_below = [&](bdf_t bdf) {
+        return pci::bus_of(bdf) >= bridge.secondary && pci::bus_of(bdf) <= bridge.subordinate &&
+               can_be_set(bdf);
+    };
+    const module::selection_t single = {module::scope_t::single, request.bdf};
+    const auto all = host::selected(view, {module::scope_t::every_function, BDF_NONE});
+    const bool any = std::ranges::any_of(
+        all, [&](const host::FunctionReport *row) { return is_below(row->function.bdf); });
+    const std::string text = host::bdf_text(bridge.bdf) + " is a bridge, the line sets nothing: ";
+    return any ? text + "write an endpoint below it, " +
+                     host::suggestion(view, request.value, single, is_below)
+               : text + "no endpoint is below it, " +
+                     host::suggestion(view, request.value, single, can_be_set);
+}
+
 // Returns why a request for one endpoint sets nothing; empty when it can.
 std::string refusal(const host::MpsRequest &request, const host::MachineView &view) {
     const std::string address = host::bdf_text(request.bdf);
@@ -48,6 +65,8 @@ std::string refusal(const host::MpsRequest &request, const host::MachineView &vi
     if (function.port_type == PORT_TYPE_RCIEP)
         return address + " is integrated in the root complex and has no path, the line sets "
                          "nothing: leave it out";
+    if (function.is_bridge())
+        return refusal_of_bridge(function, request, view);
     if (!module::is_an_ep(request.bdf, nullptr))
         return address + " is no endpoint, the line sets nothing: write an endpoint, " +
                host::suggestion(view, request.value, single, can_be_set);
@@ -103,27 +122,36 @@ struct Decided {
     std::vector<std::size_t> remarked;  // lines, each once
 };
 
-// host::Remarks on a request that is above the maximum of its path.
+// Returns the address of the first endpoint of an entry's device, whose function 0 may be a bridge.
+std::string address_of(const mps_entry *entry, const host::MachineView &view) {
+    for (const host::FunctionReport &row : view.report.functions)
+        if (pci::function_0_of(row.function.bdf) == entry->bdf && can_be_set(row.function.bdf))
+            return host::bdf_text(row.function.bdf);
+    return host::bdf_text(entry->bdf);
+}
+
+// Remarks on a request that is above the maximum of its path.
 void remark_refused(const mps_entry *entry, const host::MpsRequest &request,
                     const host::MachineView &view, host::Remarks &remarks) {
     const bdf_t root_port = entry->rp->bridge->bdf;
     const std::string limit = std::to_string(entry->rp->path_max);
     remarks.warning(
         request.line,
-        bytes(request.size) + " are dropped for " + host::bdf_text(entry->bdf) +
-            ", below root port " + host::bdf_text(root_port) + " the limit is " + limit + " (of " +
+        bytes(request.size) + " are dropped for " + address_of(entry, view) + ", below root port " +
+            host::bdf_text(root_port) + " the limit is " + limit + " (of " +
             limiters(view, root_port) + "): " +
             (request.bdf == BDF_NONE ? "add a line for it, with max or " : "write max or ") +
             limit);
 }
 
-// host::Remarks on a request that another endpoint's has forestalled. It is only a note for a line
+// Remarks on a request that another endpoint's has forestalled. It is only a note for a line
 // that names every endpoint, because another line that names one is meant to differ.
 void remark_forestalled(const mps_entry *entry, const host::MpsRequest &request,
-                        const Decided &decided, host::Remarks &remarks) {
+                        const Decided &decided, const host::MachineView &view,
+                        host::Remarks &remarks) {
     const std::string text =
-        host::bdf_text(entry->bdf) + " gets " + bytes(decided.size) + ", because " +
-        host::bdf_text(decided.by->bdf) + " (line " + std::to_string(decided.line) +
+        address_of(entry, view) + " gets " + bytes(decided.size) + ", because " +
+        address_of(decided.by, view) + " (line " + std::to_string(decided.line) +
         ") is the first below the same root port, " + host::bdf_text(entry->rp->bridge->bdf);
     if (request.bdf == BDF_NONE)
         remarks.note(request.line, text);
@@ -147,7 +175,7 @@ void decide(const mps_entry *entry, const host::MpsRequest &request, const host:
         decided.remarked.push_back(request.line);
     } else if (!said && decision.action == module::mps_decision_t::ALREADY_SET &&
                wanted != decided.size) {
-        remark_forestalled(entry, request, decided, remarks);
+        remark_forestalled(entry, request, decided, view, remarks);
         decided.remarked.push_back(request.line);
     }
 }
