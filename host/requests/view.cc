@@ -54,7 +54,8 @@ std::string suggestion(const MachineView &view, const std::string &value,
                        const selection_t &selection,
                        const std::function<bool(bdf_t bdf)> &is_wanted) {
     const auto wanted = [&](const FunctionReport *row) { return is_wanted(row->function.bdf); };
-    const bool decimal = value.find_first_of("xX") == std::string::npos;
+    const std::string address = value.substr(0, value.find(':', 1));
+    const bool decimal = address.find_first_of("xX") == std::string::npos;
     if (const auto other = decimal ? with_hexadecimal(selection) : std::nullopt) {
         const Rows rows = selected(view, *other);
         if (const auto found = std::ranges::find_if(rows, wanted); found != rows.end())
