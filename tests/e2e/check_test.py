@@ -98,7 +98,7 @@ class CheckTest(HoplarTest):
 
     def test_unusable_input(self):
         self.file("a", "MPS=all:max")
-        for arguments, error in ((["none", "a"], "none: cannot be read: "), ([], "no feature file"),
+        for arguments, error in ((["none", "a"], "none: cannot be read: "), ([], "no feature file"), ([""], "FEATURE"),
                                  (["."], ".: is a directory"), (["/dev/null"], "/dev/null: is no reg"),
                                  (["-x", "a"], "The following"),
                                  (["-F", "a", "--live", "a"], "--dump and --live: one of them"), (["-F", "a", "a"], "a: no lspci")):

@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
 #include <ostream>
 
 #include "host/base/input.h"
@@ -42,6 +43,8 @@ std::optional<Options> parse_options(int argc, const char *const *argv, std::ost
         return std::nullopt;
     if (options.files.empty() && !options.config)
         throw host::InputError("no feature file is named (hoplar-check --help)");
+    if (std::ranges::find(options.files, "") != options.files.end())
+        throw host::InputError("FEATURE-FILE: no file is named");
     if (options.live && options.source.dump)
         throw host::InputError("--dump and --live: one of them");
     for (const auto &[option, file] :
