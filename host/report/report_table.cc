@@ -3,16 +3,14 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <array>
-#include <cstdio>
 #include <cstdlib>
 #include <ostream>
 
 #include "host/base/columns.h"
-#include "host/base/safe_text.h"
 #include "host/report/report_text.h"
 #include "host/report/selection.h"
+#include "host/report/table_lines.h"
 
 namespace host {
 namespace {
@@ -20,124 +18,39 @@ namespace {
 constexpr const char *BOLD = "\033[1m";
 constexpr const char *PLAIN = "\033[0m";
 
-enum Column : std::size_t { PLACE, TYPE, PAYLOAD, GEN, CHK, NAME, COLUMNS };
-
-struct Line {
-    bool changed = false;
-    std::array<std::string, COLUMNS> cells{};
-    std::string heading{};  // in place of cells
-};
-
-std::string payload_cell(const FunctionReport &row) {
-    if (row.gone())
-        return gone_text(row);
-    if (!row.before.mps || !row.after.mps)
-        return NOTHING_TEXT;
-    return payload_text(row) + " (" + size_text(row.after.mps->supported) + ")";
-}
-
-std::string place_cell(const FunctionReport &row, const std::string &branch) {
-    std::string text = branch + row.address;
-    if (!row.function.is_bridge())
-        return text;
-    char buses[16];
-    const unsigned secondary = row.function.secondary;
-    const unsigned subordinate = row.function.subordinate;
-    if (secondary == subordinate)
-        std::snprintf(buses, sizeof buses, " [%02x]", secondary);
+void write_line(std::ostream &out, const std::string &text, bool bold, TableStyle style) {
+    if (bold && style.emphasis)
+        out << BOLD << text << PLAIN << '\n';
     else
-        std::snprintf(buses, sizeof buses, " [%02x-%02x]", secondary, subordinate);
-    return text + buses;
+        out << text << '\n';
 }
 
-std::string name_cell(const FunctionReport &row) {
-    const std::string whose = row.physical.empty() ? "" : "(of " + row.physical + ") ";
-    return whose + (row.managed ? "" : "(not managed) ") + safe_text(row.name);
-}
-
-// Lists the functions depth first, with the branches that lead to each, below the headings of their
-// hierarchies.
-class Tree {
-public:
-    explicit Tree(const Report &report)
-        : report_(report), below_(report.functions.size() + 1), headings_(report.functions.size()) {
-        for (const HierarchyReport &hierarchy : report.hierarchies)
-            headings_[hierarchy.root_port] = "-- root port " +
-                                             report.functions[hierarchy.root_port].address + ": " +
-                                             limit_text(report, hierarchy);
-        for (std::size_t i = 0; i < report.functions.size(); ++i)
-            if (report.functions[i].shown)
-                below_[report.functions[i].bridge.value_or(roots())].push_back(i);
+// Breaks a sentence between words, with the lines behind the first one set in.
+void write_sentence(std::ostream &out, const std::string &text, bool bold, TableStyle style) {
+    constexpr std::size_t INDENT = 3;
+    if (style.width <= INDENT) {
+        write_line(out, text, bold, style);
+        return;
     }
-
-    std::vector<Line> lines() {
-        for (const std::size_t root : below_[roots()])
-            add(root, "", "");
-        return std::move(lines_);
-    }
-
-private:
-    std::size_t roots() const { return report_.functions.size(); }
-
-    // `branch` leads to the function itself; `trunk` precedes everything below it.
-    void add(std::size_t index, const std::string &branch, const std::string &trunk) {
-        const FunctionReport &row = report_.functions[index];
-        if (!headings_[index].empty())
-            lines_.push_back({.heading = headings_[index]});
-        lines_.push_back({.changed = row.changed(),
-                          .cells = {place_cell(row, branch), type_text(row.function),
-                                    payload_cell(row), ecrc_text(row, &EcrcState::gen),
-                                    ecrc_text(row, &EcrcState::chk), name_cell(row)}});
-        const std::vector<std::size_t> &below = below_[index];
-        for (const std::size_t child : below) {
-            const bool last = child == below.back();
-            add(child, trunk + (last ? "└─" : "├─"), trunk + (last ? "  " : "│ "));
-        }
-    }
-
-    const Report &report_;
-    std::vector<std::vector<std::size_t>> below_;  // by bridge; the last are those on root buses
-    std::vector<std::string> headings_;            // by root port
-    std::vector<Line> lines_;
-};
-
-using Widths = std::array<std::size_t, COLUMNS>;
-
-Widths column_widths(const std::vector<Line> &lines) {
-    Widths widths{};
-    for (const Line &line : lines)
-        for (std::size_t column = 0; column < COLUMNS; ++column)
-            widths[column] = std::max(widths[column], display_width(line.cells[column]));
-    return widths;
+    std::string lines;
+    for (const char c : wrapped(text, style.width - INDENT))
+        lines += c == '\n' ? "\n" + std::string(INDENT, ' ') : std::string(1, c);
+    write_line(out, lines, bold, style);
 }
 
-std::string line_text(const Line &line, const Widths &widths) {
-    if (!line.heading.empty())
-        return line.heading;
-    std::string text = line.changed ? "* " : "  ";
-    for (std::size_t column = 0; column < COLUMNS; ++column) {
-        text += line.cells[column];
-        if (column != NAME)
-            text.append(widths[column] - display_width(line.cells[column]) + 2, ' ');
+void write_lines(std::ostream &out, const Report &report, TableStyle style) {
+    const TableLines table = table_lines(report, style.width);
+    if (table.lines.empty())
+        out << "no function is selected\n";
+    for (const TableLine &line : table.lines) {
+        const std::string text = line_text(table, line);
+        if (line.cells[PLACE].empty())
+            write_sentence(out, text, false, style);
+        else
+            write_line(out, style.width == 0 ? text : first_columns(text, style.width),
+                       line.row != nullptr && line.row->changed(), style);
     }
-    return text.erase(text.find_last_not_of(' ') + 1);
-}
-
-void write_line(std::ostream &out, const std::string &text, bool changed, TableStyle style) {
-    const std::string shown = style.width == 0 ? text : first_columns(text, style.width);
-    if (changed && style.emphasis)
-        out << BOLD << shown << PLAIN << '\n';
-    else
-        out << shown << '\n';
-}
-
-void write_rows(std::ostream &out, std::vector<Line> lines, TableStyle style) {
-    lines.insert(lines.begin(),
-                 {.changed = false,
-                  .cells = {"FUNCTION", "TYPE", "PAYLOAD", "ECRC GEN", "ECRC CHK", "NAME"}});
-    const Widths widths = column_widths(lines);
-    for (const Line &line : lines)
-        write_line(out, line_text(line, widths), line.changed, style);
+    out << '\n';
 }
 
 // The headings of hierarchies tell what limits them.
@@ -154,14 +67,14 @@ void write_findings(std::ostream &out, const Report &report, TableStyle style) {
         else if (!is_shown(report, finding))
             ++hidden[static_cast<std::size_t>(finding.severity)];
         else
-            write_line(out, std::string(severity_text(finding.severity)) + ": " + finding.text,
-                       finding.severity == Severity::ERROR,
-                       {.emphasis = style.emphasis, .width = 0});
+            write_sentence(out, std::string(severity_text(finding.severity)) + ": " + finding.text,
+                           finding.severity == Severity::ERROR, style);
     std::string counts;
     for (const Severity severity : {Severity::ERROR, Severity::WARNING, Severity::NOTE})
         counts += counted_text(hidden[static_cast<std::size_t>(severity)], severity_text(severity));
     if (!counts.empty())
-        out << "not shown: " << counts.substr(2) << " about other functions\n";
+        write_sentence(out, "not shown: " + counts.substr(2) + " about other functions", false,
+                       style);
 }
 
 bool environment_wants_no_color() {
@@ -180,14 +93,9 @@ TableStyle standard_output_style() {
 }
 
 void write_table(std::ostream &out, const Report &report, TableStyle style) {
-    std::vector<Line> lines = Tree(report).lines();
-    if (lines.empty())
-        out << "no function is selected\n";
-    else
-        write_rows(out, std::move(lines), style);
-    out << '\n';
+    write_lines(out, report, style);
     write_findings(out, report, style);
-    out << summary_text(report) << messages_text(report) << '\n';
+    write_sentence(out, summary_text(report) + messages_text(report), false, style);
 }
 
 }  // namespace host

@@ -10,7 +10,8 @@ namespace host {
 
 struct TableStyle {
     bool emphasis = false;  // changed rows in bold
-    std::size_t width = 0;  // columns of the terminal, which cut the names; 0: whole names
+    std::size_t width = 0;  // columns of the terminal, which cut the names; 0: whole names, and no
+                            // line is broken
 };
 
 // Returns the style for standard output: a terminal's width, and emphasis unless NO_COLOR is set.

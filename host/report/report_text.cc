@@ -8,37 +8,58 @@
 namespace host {
 namespace {
 
-const char *pcie_type(std::uint8_t port_type) {
+struct TypeTexts {
+    const char *whole;
+    const char *narrow;
+};
+
+TypeTexts pcie_type(std::uint8_t port_type) {
     switch (port_type) {
     case PORT_TYPE_ENDPOINT:
-        return "endpoint";
+        return {"endpoint", "EP"};
     case PORT_TYPE_LEGACY_ENDPOINT:
-        return "legacy endpoint";
+        return {"legacy endpoint", "legacy"};
     case PORT_TYPE_ROOT_PORT:
-        return "root port";
+        return {"root port", "RP"};
     case PORT_TYPE_SWITCH_UPSTREAM:
-        return "switch upstream";
+        return {"switch upstream", "USP"};
     case PORT_TYPE_SWITCH_DOWNSTREAM:
-        return "switch downstream";
+        return {"switch downstream", "DSP"};
     case PORT_TYPE_PCIE_TO_PCI:
-        return "PCIe-PCI bridge";
+        return {"PCIe-PCI bridge", "to PCI"};
     case PORT_TYPE_PCI_TO_PCIE:
-        return "PCI-PCIe bridge";
+        return {"PCI-PCIe bridge", "to PCIe"};
     case PORT_TYPE_RCIEP:
-        return "RCiEP";
+        return {"RCiEP", "RCiEP"};
     case PORT_TYPE_EVENT_COLLECTOR:
-        return "event collector";
+        return {"event collector", "RCEC"};
     default:
-        return "PCIe, unknown";
+        return {"PCIe, unknown", "PCIe ?"};
     }
+}
+
+TypeTexts type_texts(const Function &function) {
+    constexpr std::uint32_t ANY_INTERFACE_MASK = 0xFFFF00;
+    if (function.physical)
+        return {"virtual function", "VF"};
+    if (!function.answers)
+        return {"no answer", "none"};
+    if (function.port_type)
+        return pcie_type(*function.port_type);
+    if (function.header_type == 2)
+        return {"CardBus bridge", "CardBus"};
+    if (function.is_bridge())
+        return {"PCI bridge", "bridge"};
+    if ((function.class_code & ANY_INTERFACE_MASK) == HOST_BRIDGE_CLASS)
+        return {"host bridge", "host"};
+    return {"PCI device", "PCI"};
 }
 
 // Returns "07:00.0", "07:00.0 (and 08:00.0)" or "07:00.0 (and 5 more)".
 std::string limiters_text(const Report &report, const HierarchyReport &hierarchy) {
     const std::vector<std::size_t> &devices = hierarchy.limiting_devices;
     const auto name = [&](std::size_t i) {
-        return devices[i] == hierarchy.root_port ? "the root port itself"
-                                                 : report.functions[devices[i]].address;
+        return devices[i] == hierarchy.root_port ? "itself" : report.functions[devices[i]].address;
     };
     if (devices.size() == 1)
         return name(0);
@@ -59,19 +80,11 @@ std::string supported_text(const Report &report, const HierarchyReport &hierarch
 }  // namespace
 
 const char *type_text(const Function &function) {
-    constexpr std::uint32_t ANY_INTERFACE_MASK = 0xFFFF00;
-    if (function.physical)
-        return "virtual function";
-    if (!function.answers)
-        return "no answer";
-    if (function.port_type)
-        return pcie_type(*function.port_type);
-    if (function.header_type == 2)
-        return "CardBus bridge";
-    if (function.is_bridge())
-        return "PCI bridge";
-    return (function.class_code & ANY_INTERFACE_MASK) == HOST_BRIDGE_CLASS ? "host bridge"
-                                                                           : "PCI device";
+    return type_texts(function).whole;
+}
+
+const char *narrow_type_text(const Function &function) {
+    return type_texts(function).narrow;
 }
 
 std::string gone_text(const FunctionReport &row) {

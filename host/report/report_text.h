@@ -13,6 +13,9 @@ constexpr const char *NOTHING_TEXT = "-";
 // Returns "root port", "endpoint", "virtual function", "no answer", ...
 const char *type_text(const Function &function);
 
+// Returns the same in up to 7 columns: "RP", "EP", "VF", "none", ...
+const char *narrow_type_text(const Function &function);
+
 // Returns "removed" for a function that an event removed, "no answer" for one that was there and
 // does not answer; empty for others.
 std::string gone_text(const FunctionReport &row);

@@ -1,0 +1,62 @@
+// What the table shows in terminals of any width.
+#include "host/report/report_table.h"
+
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+#include "host/base/columns.h"
+#include "host/base/words.h"
+#include "host/exports/serve.h"
+#include "host/report/function_name.h"
+#include "tests/support/test_machine.h"
+
+namespace host::tests {
+
+TEST(Table, CutsOfANameWhatTellsLeast) {
+    const std::string known = "PCI bridge [0604]: A Corp. Hub [Xe] Port 3 [8086:7ec4]";
+    const struct {
+        std::string name;
+        std::size_t columns;
+        const char *shown;
+    } rows[] = {
+        {"PCI bridge: A Hub (Upstream) (rev 12) (prog-if 00 [Normal decode])", 99,
+         "PCI bridge: A Hub (Upstream)"},
+        {known + " (rev 12)", 47, "PCI bridge: A Corp. Hub [Xe] Port 3 [8086:7ec4]"},
+        {known + " (rev 12) (prog-if", 46, "A Corp. Hub [Xe] Port 3 [8086:7ec4]"},
+        {known, 34, "A Corp. Hub [Xe] Port 3"},
+        {known, 22, "… Hub [Xe] Port 3"},
+        {known, 11, "… Port 3"},
+        {known, 5, "… 3"},
+        {"Bridge: A Device [8086:7e", 16, "… [8086:7e"},
+        {"Bridge: Äußerst-lang", 6, "…-lang"},
+        {"", 0, ""},
+    };
+    for (const auto &[name, columns, shown] : rows) {
+        FunctionReport row;
+        row.name = name;
+        EXPECT_EQ(fitted_name(row, columns), shown) << name;
+    }
+}
+
+TEST(Table, NamesDevicesWithinTheWidthOfTheTerminal) {
+    TestMachine test(functions("0.1:4>1-4 1.0:5>2-4 2.0:6>3-3 3.0:0 3.0.1:1 0.2:-"));
+    const Serving serving(*test.machine);
+    Report report = begin_report(*test.machine, 0);
+    for (FunctionReport &row : report.functions)
+        row.name = "Ethernet controller: Vendor Corporation of Somewhere, device " + row.address;
+    end_report(report, *test.machine, {});
+    for (std::size_t width = 40; width < 200; ++width) {
+        std::ostringstream out;
+        write_table(out, report, {.width = width});
+        for (const std::string_view line : split(out.str(), '\n'))
+            EXPECT_LE(display_width(line), width) << line;
+        for (const FunctionReport &row : report.functions) {
+            const bool is_named =
+                out.str().find("device " + row.address + "\n") != std::string::npos;
+            EXPECT_TRUE(is_named || width < 70) << width << ": " << row.address;
+        }
+    }
+}
+
+}  // namespace host::tests
