@@ -33,12 +33,19 @@ Json bus_json(const Function &bridge, std::uint8_t bus) {
     return bridge.is_bridge() ? Json(bus_text(bus)) : Json(nullptr);
 }
 
-Json class_json(const Function &function) {
+// Returns null for functions of which the value is not known, because they do not answer.
+Json hexadecimal(const Function &function, unsigned digits, std::uint32_t value) {
     if (!function.answers && !function.physical)
         return nullptr;
-    char text[8];
-    std::snprintf(text, sizeof text, "%06x", function.class_code & 0xFFFFFFU);
+    char text[16];
+    std::snprintf(text, sizeof text, "%0*x", static_cast<int>(digits), value);
     return text;
+}
+
+// Behind the device, lspci's text may have the revision and the programming interface.
+std::string name_text(const FunctionReport &row) {
+    const std::string text = device_text(row);
+    return text.substr(0, std::min(text.find(" (rev "), text.find(" (prog-if ")));
 }
 
 Json payload_json(const FeatureState &state) {
@@ -78,8 +85,10 @@ Json function_json(const Report &report, const FunctionReport &row) {
     const Function &function = row.function;
     return {{"bdf", row.address},
             {"domain", domain_text(report.domain)},
-            {"name", text_or_null(device_text(row))},
-            {"class", class_json(function)},
+            {"name", text_or_null(name_text(row))},
+            {"vendor", hexadecimal(function, 4, function.vendor)},
+            {"device", hexadecimal(function, 4, function.device)},
+            {"class", hexadecimal(function, 6, function.class_code)},
             {"type", type_text(function)},
             {"port_type", value_or_null(function.port_type)},
             {"ari", (function.bdf & BDF_ARI_FLAG) != 0},
@@ -131,7 +140,7 @@ Json module_json(const ModuleResult &module) {
             {"result", value_or_null(module.result)}};
 }
 
-// Tells programs that the report does not have all functions.
+// Tells programs whether the report has all functions.
 Json shown_json(const Report &report) {
     return {{"functions", std::ranges::count(report.functions, true, &FunctionReport::selected)},
             {"of", report.functions.size()}};
@@ -169,8 +178,7 @@ void write_messages(JsonWriter &json, const LogRecord &messages) {
 void write_report(JsonWriter json, const Report &report) {
     json.open();
     json.value("format", 2);
-    if (report.narrowed)
-        json.value("shown", shown_json(report));
+    json.value("shown", shown_json(report));
     json.array(
         "functions", report.functions,
         [&](const FunctionReport &row) { return function_json(report, row); },

@@ -94,6 +94,9 @@ def function_row(domain, machine, f, mps, ecrc):
     payload = {"supported": f.supported, "before": mps, "after": None if f.gone else f.mps,
                "completed": False}
     above, bridge, gone = machine.path(f, end=None), f.answers and f.is_bridge, f.answers and f.gone
+    owner = machine.functions[f.physical] if f.physical else f
+    ids = (f.answers or f.physical) and [f"{owner.register(at, 2):04x}" for at in (
+        0, owner.sriov + 0x1A if f.physical else 2)] or None
     top = [g for g in [f, *above][-1:] if g.type == ROOT_PORT and g.is_bridge]
     return {"bdf": address_text(domain, f.address), "domain": f"{domain:04x}",
             "ari": f.answers and f.bus in machine.ari_buses, "gone": "removed" if gone else None,
@@ -104,6 +107,7 @@ def function_row(domain, machine, f, mps, ecrc):
             "changed": gone or [mps, ecrc] != [f.mps, f.ecrc], "class": f"{f.class_code:06x}" if f.answers or f.physical else None,
             "port_type": f.type,
             "physical_function": f.physical and address_text(domain, f.physical),
+            "vendor": ids and ids[0], "device": ids and ids[1],
             "name": None, "type": None, "managed": f.bus in machine.managed, "mps": payload if f.express else None,
             "ecrc": controls if f.aer else None}
 
@@ -120,7 +124,7 @@ class MachineTest(HoplarTest):
                 getattr(machine, event.replace("-", "_"))(machine.functions[address])
             report = self.start(DUMP, lines, "--domain", f"{domain:x}", *options, "-o", self.output,
                                 events=[f"{event} %02x:%02x.%x" % at for event, at in events])
-            self.assertEqual(list(report), ["format", "functions", "hierarchies", "findings", "modules",
+            self.assertEqual(list(report), ["format", "shown", "functions", "hierarchies", "findings", "modules",
                                             "messages"])
             self.assertEqual(report["hierarchies"], list(hierarchies(domain, machine, before)))
             self.assertEqual(len(report["functions"]), len(before))
