@@ -5,16 +5,19 @@
 #include <algorithm>
 #include <map>
 #include <string_view>
+#include <vector>
 
 #include "host/base/columns.h"
 #include "host/base/safe_text.h"
+#include "host/base/words.h"
 #include "host/report/dot_form.h"
+#include "host/report/function_name.h"
 #include "host/report/report_text.h"
 
 namespace host {
 namespace {
 
-constexpr std::size_t LONGEST_NAME = 46;  // characters that fit into a box
+constexpr std::size_t BOX_WIDTH = 46;  // characters of a name that fit into a line of a box
 
 constexpr const char *CHANGED_FILL = "#fdeccf";
 constexpr const char *LINE_COLOR = "#9aa7b5";
@@ -26,8 +29,10 @@ constexpr DotForm<10> FUNCTION_BOX(R"(      <TR><TD PORT='f%' BORDER='%' COLOR='
         %<TR>%%%</TR>
         </TABLE></TD></TR>
 )");
-constexpr DotForm<1> NAME_LINE(
-    "<TR><TD COLSPAN='3' ALIGN='LEFT'><FONT POINT-SIZE='9' COLOR='#52606d'>% </FONT></TD></TR>");
+constexpr DotForm<1>
+    NAME_LINE("<TR><TD COLSPAN='3' ALIGN='LEFT' BALIGN='LEFT'\n"
+              "          ><FONT POINT-SIZE='9' COLOR='#52606d'>% </FONT></TD></TR>");
+constexpr const char *LINE_END = "<BR/>";
 constexpr DotForm<3> PAYLOAD_CELL("<TD WIDTH='108' ALIGN='LEFT' BGCOLOR='%'>% of %</TD>");
 constexpr DotForm<1> NO_PAYLOAD_CELL("<TD WIDTH='108' ALIGN='LEFT'>%</TD>");
 constexpr DotForm<6>
@@ -80,13 +85,32 @@ constexpr BadgeStyle BADGE_STYLES[] = {
     {NOTHING_TEXT, "0", NO_FILL, NO_FILL, "#7b8794", false},
 };
 
+// Breaks a text between its words, and words that are too long anywhere.
+std::string in_box_lines(std::string_view text) {
+    std::vector<std::string> lines;
+    const std::string all = wrapped(text, BOX_WIDTH);
+    for (std::string_view rest : split(all, '\n'))
+        while (!rest.empty()) {
+            const std::string line = first_columns(rest, BOX_WIDTH);
+            rest.remove_prefix(line.size());
+            lines.push_back(escaped(line));
+        }
+    return join(lines, LINE_END);
+}
+
+// Returns the row with the name, of a function that has another one than that before it in its
+// device; where they only differ in what lspci adds to names, with all of that.
+std::string name_line(const FunctionReport &row, const FunctionReport *previous) {
+    std::string name = shown_name(row);
+    if (previous != nullptr && shown_name(*previous) == name)
+        name = previous->name == row.name ? "" : in_box_lines(safe_text(row.name));
+    return name.empty() ? "" : NAME_LINE.filled(name);
+}
+
 }  // namespace
 
 std::string shown_name(const FunctionReport &row) {
-    std::string name = device_text(row);  // the class would leave too little room for it
-    if (display_width(name) > LONGEST_NAME)
-        name = first_columns(name, LONGEST_NAME - 1) + "…";
-    return escaped(name);
+    return in_box_lines(device_name(row));
 }
 
 std::string type_and_state(const FunctionReport &row) {
@@ -124,12 +148,10 @@ std::string badge(const FunctionReport &row, const char *name, EcrcControl EcrcS
 }
 
 std::string function_box(const FunctionReport &row, std::size_t index, bool limits,
-                         const std::string &previous_name) {
-    const std::string name = shown_name(row);
+                         const FunctionReport *previous) {
     return FUNCTION_BOX.filled(std::to_string(index), row.changed() ? "2" : "1",
                                row.changed() ? CHANGED_COLOR : LINE_COLOR, type_fill(row.function),
-                               row.address, type_and_state(row),
-                               name == previous_name ? "" : NAME_LINE.filled(name),
+                               row.address, type_and_state(row), name_line(row, previous),
                                payload_cell(row, limits), badge(row, "gen", &EcrcState::gen),
                                badge(row, "chk", &EcrcState::chk));
 }

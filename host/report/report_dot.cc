@@ -157,10 +157,10 @@ private:
 
     void write_device(std::ostream &out, const Indices &device) const {
         out << NODE_BEGIN.filled(row(device.front()).address);
-        std::string previous_name;
+        const FunctionReport *previous = nullptr;
         for (const std::size_t index : device) {
-            out << function_box(row(index), index, limits_[index], previous_name);
-            previous_name = shown_name(row(index));
+            out << function_box(row(index), index, limits_[index], previous);
+            previous = &row(index);
         }
         out << NODE_END;
     }

@@ -1,5 +1,6 @@
 """Input that cannot be used, as a user meets it: messages, exit status, and nothing changed."""
 
+import itertools
 import json
 import os
 import re
@@ -99,7 +100,7 @@ NO_OUTPUT = (("none/x", "No such file or directory"), ("older/x", "Not a directo
 PLACES = [os.path.abspath(os.path.join(os.path.dirname(HOPLAR), place, "text.so"))
           for place in ("../lib/hoplar", "../../module")]
 
-# Names, and how they are shown. The graph cuts them after 46 characters.
+# Names, and how they are shown. The graph breaks them after 46 characters.
 NAMES = ((br"""x"'\N\\G<b>&lt;%--></TABLE>> \\E""", r"""x"'\N\\G<b>&lt;%--></TABLE>> \\E"""),
          (b"\0\t\x7f\xc3\xa4\xff\xed\xa0\x80\xef\xbf\xbf", r"\x00\x09\x7fä\xff\xed\xa0\x80\xef\xbf\xbf"),
          (b"\xc2\x9b\x9b\xe2\x80\xae\xe2\x81\xa6\xc0\x80", r"\xc2\x9b\x9b\xe2\x80\xae\xe2\x81\xa6\xc0\x80"),
@@ -275,8 +276,17 @@ class BadInputTest(HoplarTest):
             table, _ = self.hoplar("-F", "input")
             self.assertIn(f"  {shown}\n", table)
             _, texts = self.graph("-F", "input")
-            self.assertIn(shown if len(shown) <= 46 else shown[:45] + "…",
-                          [text.replace("\u200b", "").strip() for text in texts])
+            texts = [text.replace("\u200b", "").strip() for text in texts]
+            self.assertLessEqual({*filter(None, (shown[:46], shown[46:]))}, {*texts})
+
+    def test_the_graph_tells_functions_of_one_device_apart(self):
+        names = (f"A: {'long name ' * 6}1", f"A: {'long name ' * 6}2", "A: X (rev 01)", "A: X (rev 02)", "B: X")
+        for first, second in itertools.pairwise(names):
+            dump = re.sub("(?m)(?<=^01:00.0 ).*", first, DUMP)
+            self.file("input", re.sub("(?m)(?<=^01:00.1 ).*", second, dump))
+            boxes = re.findall(r"<B>01:00\.[01]</B>(.*?)WIDTH", self.graph("-F", "input")[0], re.DOTALL)
+            self.assertEqual(len({*boxes}), 2, (first, second))
+            self.assertIn("BALIGN", boxes[1])
 
     def test_json_is_text_whatever_names_hold(self):
         for name in b"./\xc2\x9b\xe2\x80\xae\xc3\xa9\x7f", b"./\x9b\xff":
