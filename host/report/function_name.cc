@@ -12,10 +12,12 @@ namespace {
 
 constexpr std::string_view ELLIPSIS = "…";
 
-// Cuts "(...)" at the end that begins with `begin`, and the blank in front.
+// Cuts off "(...)" that begins with `begin`, the last of the text, and the blank in front. It may
+// hold brackets itself: "(prog-if 20 [IO(X)-APIC])".
 void cut_annotation(std::string &text, std::string_view begin) {
     const std::size_t at = text.rfind(begin);
-    if (at != std::string::npos && text.find(')', at) == text.size() - 1)
+    if (at != std::string::npos && text.ends_with(')') &&
+        text.find(" (", at + 1) == std::string::npos)
         text.erase(at);
 }
 

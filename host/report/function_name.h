@@ -1,4 +1,4 @@
-// lspci's text about a function, shortened for people. Programs get all of it.
+// lspci's text about a function, and how it is shortened.
 #pragma once
 
 #include <cstddef>

@@ -8,6 +8,7 @@
 
 #include "host/base/address.h"
 #include "host/base/safe_text.h"
+#include "host/report/function_name.h"
 #include "host/report/json_writer.h"
 #include "host/report/report_text.h"
 #include "host/report/selection.h"
@@ -40,12 +41,6 @@ Json hexadecimal(const Function &function, unsigned digits, std::uint32_t value)
     char text[16];
     std::snprintf(text, sizeof text, "%0*x", static_cast<int>(digits), value);
     return text;
-}
-
-// Behind the device, lspci's text may have the revision and the programming interface.
-std::string name_text(const FunctionReport &row) {
-    const std::string text = device_text(row);
-    return text.substr(0, std::min(text.find(" (rev "), text.find(" (prog-if ")));
 }
 
 Json payload_json(const FeatureState &state) {
@@ -85,7 +80,7 @@ Json function_json(const Report &report, const FunctionReport &row) {
     const Function &function = row.function;
     return {{"bdf", row.address},
             {"domain", domain_text(report.domain)},
-            {"name", text_or_null(name_text(row))},
+            {"name", text_or_null(device_name(row))},
             {"vendor", hexadecimal(function, 4, function.vendor)},
             {"device", hexadecimal(function, 4, function.device)},
             {"class", hexadecimal(function, 6, function.class_code)},

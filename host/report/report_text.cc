@@ -2,7 +2,6 @@
 
 #include <algorithm>
 
-#include "host/base/safe_text.h"
 #include "host/base/words.h"
 
 namespace host {
@@ -91,13 +90,6 @@ std::string gone_text(const FunctionReport &row) {
     if (!row.gone())
         return "";
     return row.removed ? "removed" : "no answer";
-}
-
-std::string device_text(const FunctionReport &row) {
-    std::string text = safe_text(row.name);
-    if (const std::size_t class_end = text.find(": "); class_end != std::string::npos)
-        text.erase(0, class_end + 2);
-    return text;
 }
 
 std::string size_text(std::optional<unsigned> size) {

@@ -20,9 +20,6 @@ const char *narrow_type_text(const Function &function);
 // does not answer; empty for others.
 std::string gone_text(const FunctionReport &row);
 
-// Returns the vendor and the device as lspci names them, without the class in front.
-std::string device_text(const FunctionReport &row);
-
 // Returns "256".
 std::string size_text(std::optional<unsigned> size);
 

@@ -22,6 +22,7 @@ TEST(Table, CutsOfANameWhatTellsLeast) {
     } rows[] = {
         {"PCI bridge: A Hub (Upstream) (rev 12) (prog-if 00 [Normal decode])", 99,
          "PCI bridge: A Hub (Upstream)"},
+        {"PIC [0800]: IO(X) (rev 07) (prog-if 20 [IO(X)-APIC])", 99, "PIC: IO(X)"},
         {known + " (rev 12)", 47, "PCI bridge: A Corp. Hub [Xe] Port 3 [8086:7ec4]"},
         {known + " (rev 12) (prog-if", 46, "A Corp. Hub [Xe] Port 3 [8086:7ec4]"},
         {known, 34, "A Corp. Hub [Xe] Port 3"},
