@@ -50,11 +50,11 @@ TEST(Table, NamesDevicesWithinTheWidthOfTheTerminal) {
     for (std::size_t width = 40; width < 200; ++width) {
         std::ostringstream out;
         write_table(out, report, {.width = width});
-        for (const std::string_view line : split(out.str(), '\n'))
+        const std::string table = out.str();
+        for (const std::string_view line : split(table, '\n'))
             EXPECT_LE(display_width(line), width) << line;
         for (const FunctionReport &row : report.functions) {
-            const bool is_named =
-                out.str().find("device " + row.address + "\n") != std::string::npos;
+            const bool is_named = table.find("device " + row.address + "\n") != std::string::npos;
             EXPECT_TRUE(is_named || width < 70) << width << ": " << row.address;
         }
     }
