@@ -26,14 +26,14 @@ TABLE_ROW, DOT_CELL = (re.compile(row) for row in (
 
 class SelectionTest(HoplarTest):
     def report(self, form, *options):
-        self.file("features.cfg", "MPS=7.0.0:256\nMPS=1.0.0:max\n")
-        self.file("events", "remove 00:01.0\ninsert 00:01.0\n")
         text, messages = self.hoplar("-F", EXAMPLE, "-m", f"{PLUGIN},--config=features.cfg", "-e", "events",
                                      "-o", "output.lspci", "--report", form, *options)
         with open(self.output, "rb") as file:
             return text, messages, file.read()
 
     def test_all_forms_show_what_is_selected_and_nothing_else_changes(self):
+        self.file("features.cfg", "MPS=7.0.0:256\nMPS=1.0.0:max\n")
+        self.file("events", "remove 00:01.0\ninsert 00:01.0\n")
         _, usual, written = self.report("none")
         for options, selected, above, warning in ROWS:
             with self.subTest(options=options):

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <sstream>
+#include <tuple>
 
 #include "host/base/columns.h"
 #include "host/base/words.h"
@@ -15,20 +16,12 @@ namespace host::tests {
 
 TEST(Table, CutsOfANameWhatTellsLeast) {
     const std::string known = "PCI bridge [0604]: A Corp. Hub [Xe] Port 3 [8086:7ec4]";
-    const struct {
-        std::string name;
-        std::size_t columns;
-        const char *shown;
-    } rows[] = {
-        {"PCI bridge: A Hub (Upstream) (rev 12) (prog-if 00 [Normal decode])", 99,
-         "PCI bridge: A Hub (Upstream)"},
+    const std::tuple<std::string, std::size_t, const char *> rows[] = {
+        {"Hub: A (Upstream) (rev 12) (prog-if 00 [Normal decode])", 99, "Hub: A (Upstream)"},
         {"PIC [0800]: IO(X) (rev 07) (prog-if 20 [IO(X)-APIC])", 99, "PIC: IO(X)"},
         {known + " (rev 12)", 47, "PCI bridge: A Corp. Hub [Xe] Port 3 [8086:7ec4]"},
         {known + " (rev 12) (prog-if", 46, "A Corp. Hub [Xe] Port 3 [8086:7ec4]"},
-        {known, 34, "A Corp. Hub [Xe] Port 3"},
         {known, 22, "… Hub [Xe] Port 3"},
-        {known, 11, "… Port 3"},
-        {known, 5, "… 3"},
         {"Bridge: A Device [8086:7e", 16, "… [8086:7e"},
         {"Bridge: Äußerst-lang", 6, "…-lang"},
         {"", 0, ""},
@@ -53,10 +46,8 @@ TEST(Table, NamesDevicesWithinTheWidthOfTheTerminal) {
         const std::string table = out.str();
         for (const std::string_view line : split(table, '\n'))
             EXPECT_LE(display_width(line), width) << line;
-        for (const FunctionReport &row : report.functions) {
-            const bool is_named = table.find("device " + row.address + "\n") != std::string::npos;
-            EXPECT_TRUE(is_named || width < 70) << width << ": " << row.address;
-        }
+        for (const FunctionReport &row : report.functions)
+            EXPECT_TRUE(width < 70 || table.find("device " + row.address + "\n") < table.size());
     }
 }
 
