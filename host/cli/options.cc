@@ -26,6 +26,7 @@ constexpr const char *FOOTER =
     "\n"
     "Exit status: 0 done; 1 a module could not be loaded, refused to start, was\n"
     "listed twice or threw, a payload size above the port's could not be lowered,\n"
+    "with --strict also when a line of a feature file is not reached as a whole,\n"
     "with --watch also when no module is listed, with --write also when --busy\n"
     "refused, an access failed, or an event that was not answered on the control\n"
     "socket; 2 bad options or unreadable input, or a result that could not be\n"
@@ -95,6 +96,8 @@ void declare_settings(CLI::App &app, RawOptions &raw, Options &options) {
         ->type_name("WHAT");
     app.add_flag("--check", options.check,
                  "The exit status tells whether anything would change; nothing is written");
+    app.add_flag("--strict", options.strict,
+                 "Each line of a feature file that is not reached as a whole is an error");
     app.add_flag("--complete", options.complete,
                  "Set bridges that modules pass over to their hierarchy's payload size");
     app.add_flag("--cold", options.cold, "Every function starts in reset state, as after power-on");

@@ -29,6 +29,7 @@ struct Options {
     ReportForm report = ReportForm::TABLE;
     Selection selection;  // what the report shows
     bool check = false;   // the exit status tells what would change, and what is wrong
+    bool strict = false;  // what feature files ask for and is not reached is an error
     bool cold = false;
     Busy busy = Busy::REFUSE;  // with --write
     bool complete = false;

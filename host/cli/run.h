@@ -10,7 +10,8 @@ namespace host {
 
 constexpr int EXIT_DONE = 0;
 constexpr int EXIT_NOT_ALL_DONE = 1;  // a module could not be loaded or refused to start, or none
-                                      // runs with --watch; on live hardware, also an access that
+                                      // runs with --watch; a request is not reached with --strict;
+                                      // on live hardware, also an access that
                                       // failed, or an event from a source without answers that
                                       // failed
 constexpr int EXIT_BAD_INPUT = 2;     // bad options or input, or a result that was not written

@@ -9,6 +9,7 @@
 #include "host/cli/run.h"
 #include "host/cli/start_up.h"
 #include "host/cli/stay.h"
+#include "host/cli/strict.h"
 #include "host/cli/wanted_files.h"
 #include "host/exports/payload_guard.h"
 #include "host/machine/open_machine.h"
@@ -98,15 +99,20 @@ Session::Session(const Options &options, std::istream &in)
 void Session::start() {
     if (source_.is_written())
         block_signals();
+    if (options_.strict || options_.watch || options_.report == ReportForm::JSON)
+        feature_files_ = open_feature_files(modules_);
     results_ = start_up(modules_);
     all_done_ = std::ranges::all_of(results_, &ModuleResult::runs);
     all_done_ &= player_->play(events_).empty();
 }
 
+// A server that stays tells at once what start-up has not reached: its end may be long after.
 void Session::stay() {
-    if (service_)
-        all_done_ &= host::stay(
-            *service_, {source_, options_.source.domain, *machine_, *player_, results_, report_});
+    if (!service_)
+        return;
+    all_done_ &= reaches_requests();
+    all_done_ &= host::stay(*service_, {source_, options_.source.domain, *machine_, *player_,
+                                        results_, report_, feature_files_});
 }
 
 int Session::finish(std::ostream &out) {
@@ -114,7 +120,9 @@ int Session::finish(std::ostream &out) {
     const bool saved = save();
     all_done_ &= report_failures(source_) && !any_exception();
     warn_about_empty_slots(report_, options_.selection);
+    all_done_ &= service_ != nullptr || reaches_requests();
     end_report(report_, *machine_, std::move(results_));
+    report_.requests = judge(feature_files_, {*machine_, report_});
     if (source_.live && options_.report == ReportForm::JSON)
         read_drivers(report_, source_.live->sysfs());
     select_functions(report_, options_.selection);
@@ -124,6 +132,14 @@ int Session::finish(std::ostream &out) {
     if (!all_done_)
         return EXIT_NOT_ALL_DONE;
     return options_.check ? check() : EXIT_DONE;
+}
+
+// The errors come before the report, which lists all messages.
+bool Session::reaches_requests() {
+    if (!options_.strict)
+        return true;
+    read_states(report_, *machine_);
+    return report_faults(judge(feature_files_, {*machine_, report_}));
 }
 
 int Session::check() const {

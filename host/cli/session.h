@@ -13,6 +13,7 @@
 #include "host/machine/machine.h"
 #include "host/modules/module_loader.h"
 #include "host/report/report.h"
+#include "host/requests/judge.h"
 #include "host/space/machine_source.h"
 #include "host/space/output_file.h"
 #include "host/watch/event_player.h"
@@ -42,6 +43,9 @@ private:
     bool save();
     bool write_report(std::ostream &out) const;
 
+    // With --strict, returns false, after errors, when what feature files ask for is not reached.
+    bool reaches_requests();
+
     const Options &options_;
     const std::vector<ModuleEntry> modules_;
     const MachineSource source_;
@@ -54,6 +58,7 @@ private:
     const ExitWatch exit_watch_;
     const Serving serving_;
     Report report_;
+    std::vector<FeatureFile> feature_files_;
     std::vector<ModuleResult> results_;
     bool all_done_ = true;
 };

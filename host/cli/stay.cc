@@ -20,6 +20,7 @@ Report report_now(const Stay &stay) {
     Report report = stay.report;
     refresh_report(report, stay.machine, stay.domain);
     end_report(report, stay.machine, stay.modules);
+    report.requests = judge(stay.feature_files, {stay.machine, report});
     return report;
 }
 

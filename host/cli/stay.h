@@ -2,8 +2,10 @@
 #pragma once
 
 #include <ctime>
+#include <span>
 
 #include "host/report/report.h"
+#include "host/requests/judge.h"
 #include "host/watch/event_player.h"
 #include "host/watch/service.h"
 
@@ -17,6 +19,7 @@ struct Stay {
     EventPlayer &player;
     const std::vector<ModuleResult> &modules;
     Report &report;  // is kept up to date
+    std::span<const FeatureFile> feature_files{};
 };
 
 // Serves until the server is told to end. Failed accesses of start-up are logged before that,

@@ -13,6 +13,8 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr std::string_view CONFIG_OPTION = "--config";
+constexpr const char *FEATURES_MODULE = "hoplar-enable_features.so";
+constexpr const char *IGNORED = "-v";  // the module takes it, and does nothing
 
 void require_trust(const std::string &what, const fs::path &file) {
     if (const auto reason = distrust(file))
@@ -55,6 +57,21 @@ ModuleArguments sort_arguments(const ModuleEntry &module) {
             sorted.others.push_back(*argument);
     }
     return sorted;
+}
+
+bool reads_feature_files(const ModuleEntry &module) {
+    return fs::path(module.file).filename() == FEATURES_MODULE;
+}
+
+std::string argument_complaint(const std::string &argument) {
+    if (argument == IGNORED)
+        return "";
+    const std::size_t equals = argument.find('=');
+    std::string file = equals == std::string::npos ? argument : argument.substr(equals + 1);
+    if (file.empty() || file.starts_with('-'))
+        file = "FILE";
+    return "argument \"" + excerpt(argument) + "\" of " + FEATURES_MODULE +
+           " is not --config=FILE: write --config=" + file;
 }
 
 std::vector<fs::path> wanted_files(const Options &options) {

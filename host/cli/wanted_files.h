@@ -23,6 +23,13 @@ struct ModuleArguments {
 
 ModuleArguments sort_arguments(const ModuleEntry &module);
 
+// Returns true for the module that reads feature files.
+bool reads_feature_files(const ModuleEntry &module);
+
+// Returns what is wrong with one of its other arguments, which names no file to it or not as it is
+// documented; empty when nothing is.
+std::string argument_complaint(const std::string &argument);
+
 // Absolute paths of what a start reads: the configuration, then each module, and behind it what its
 // arguments --config name, whether or not that exists. A module that is not found is left out.
 // Throws as wanted_modules().

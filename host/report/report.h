@@ -12,6 +12,7 @@
 #include "host/report/finding.h"
 #include "host/report/function_report.h"
 #include "host/report/hierarchy_report.h"
+#include "host/report/request_report.h"
 #include "host/space/sysfs.h"
 
 namespace host {
@@ -27,6 +28,7 @@ struct Report {
     // Drivers that are bound at the end, by function; see read_drivers().
     std::map<RoutingId, std::string> drivers;
     std::vector<ModuleResult> modules;
+    std::vector<RequestReport> requests;  // the lines of feature files, in the order of reading
     LogRecord messages;
     bool narrowed = false;  // to functions that are selected, see selection.h
 };

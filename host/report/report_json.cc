@@ -129,6 +129,42 @@ Json finding_json(const Report &report, const Finding &finding) {
             {"text", finding.text}};
 }
 
+Json ecrc_request_json(std::optional<bool> requested, const FunctionReport &row,
+                       EcrcControl EcrcState::*control) {
+    if (!requested)
+        return nullptr;
+    return {
+        {"requested", *requested},
+        {"reached", row.after.ecrc ? Json(((*row.after.ecrc).*control).enabled) : Json(nullptr)}};
+}
+
+Json requested_function_json(const Report &report, const RequestedFunction &asked) {
+    const FunctionReport &row = report.functions[asked.function];
+    return {{"bdf", row.address},
+            {"mps", asked.payload_size
+                        ? Json{{"requested", *asked.payload_size},
+                               {"reached", row.after.mps ? value_or_null(row.after.mps->current)
+                                                         : Json(nullptr)}}
+                        : Json(nullptr)},
+            {"gen", ecrc_request_json(asked.generation, row, &EcrcState::gen)},
+            {"chk", ecrc_request_json(asked.checking, row, &EcrcState::chk)}};
+}
+
+Json request_json(const Report &report, const RequestReport &request) {
+    Json functions = Json::array();
+    for (const RequestedFunction &asked : request.functions)
+        functions.push_back(requested_function_json(report, asked));
+    return {{"file", request.file},
+            {"line", request.line != 0 ? Json(request.line) : Json(nullptr)},
+            {"keyword", text_or_null(request.keyword)},
+            {"value", text_or_null(request.value)},
+            {"status", status_word(request.status)},
+            {"reason", text_or_null(request.reason)},
+            {"selected", request.selected},
+            {"reached", request.reached},
+            {"functions", std::move(functions)}};
+}
+
 Json module_json(const ModuleResult &module) {
     return {{"file", module.file},
             {"version", module.version ? Json(version_text(*module.version)) : Json(nullptr)},
@@ -186,6 +222,8 @@ void write_report(JsonWriter json, const Report &report) {
         });
     write_findings(json, report);
     json.array("modules", report.modules, module_json);
+    json.array("requests", report.requests,
+               [&](const RequestReport &request) { return request_json(report, request); });
     write_messages(json, report.messages);
     json.close('}');
 }

@@ -10,6 +10,10 @@ namespace {
 namespace module = enable_features;
 using module::scope_t;
 
+constexpr const char *SHORT_DUMP =
+    "the dump has only 256 bytes of a function, without ECRC controls, which the line cannot be "
+    "checked against: make a full one with sudo lspci -xxxx";
+
 bool has_controls(const FunctionReport &row) {
     const auto &ecrc = row.before.ecrc;
     return ecrc && (ecrc->gen.capable || ecrc->chk.capable);
@@ -18,8 +22,6 @@ bool has_controls(const FunctionReport &row) {
 // Returns what is wrong with a request for one function; empty when nothing is.
 std::string complaint(const EcrcRequest &request, const FunctionReport &row) {
     const std::string &address = row.address;
-    if (std::string text = wrong_form(row.function, request.selection.bdf); !text.empty())
-        return "the line is not applied again after an insertion, " + text;
     if (!has_controls(row))
         return address + " has no ECRC controls, the line sets nothing: leave it out";
     const auto lacks = [](module::ecrc_setting setting, const EcrcControl &control) {
@@ -29,7 +31,8 @@ std::string complaint(const EcrcRequest &request, const FunctionReport &row) {
         return address + " cannot generate ECRC: write = for generation";
     if (lacks(request.requests.chk, row.before.ecrc->chk))
         return address + " cannot check ECRC: write = for checking";
-    return "";
+    const std::string text = wrong_form(row.function, request.selection.bdf);
+    return text.empty() ? "" : "the line is not applied again after an insertion, " + text;
 }
 
 std::string counts(const Rows &rows) {
@@ -39,6 +42,8 @@ std::string counts(const Rows &rows) {
            " of them with ECRC controls";
 }
 
+}  // namespace
+
 std::string problem(const EcrcRequest &request, const Rows &rows, const MachineView &view) {
     const bool single = request.selection.scope == scope_t::single;
     if (rows.empty())
@@ -47,16 +52,13 @@ std::string problem(const EcrcRequest &request, const Rows &rows, const MachineV
                ", the line sets nothing: " +
                suggestion(view, request.value, request.selection, [](bdf_t) { return true; });
     if (std::ranges::any_of(rows, [](const auto *row) { return row->before.ecrc_unknown; }))
-        return "the dump has only 256 bytes of a function, without ECRC controls, which the line "
-               "cannot be checked against: make a full one with sudo lspci -xxxx";
+        return SHORT_DUMP;
     if (single)
         return complaint(request, *rows.front());
     if (std::ranges::none_of(rows, [](const auto *row) { return has_controls(*row); }))
         return "the line selects " + counts(rows) + ", and sets nothing: leave it out";
     return "";
 }
-
-}  // namespace
 
 void check_on_machine(const std::vector<EcrcRequest> &requests, const MachineView &view,
                       bool describe, Remarks &remarks) {

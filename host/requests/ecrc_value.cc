@@ -14,12 +14,12 @@ void check_setting(std::string_view field, const char *name, std::size_t line, R
     constexpr std::string_view SETTINGS = "+-=";
     if (SETTINGS.find(field.front()) == std::string_view::npos)
         remarks.error(line,
-                      std::string(name) + " " + quoted(field) +
+                      std::string(name) + " " + in_quotes(field) +
                           " is no setting, the line is dropped: write + (enable), - (disable) "
                           "or = (leave alone)");
     else if (field.size() > 1)
-        remarks.warning(line, quoted(field.substr(1)) + " behind " + name + " " +
-                                  std::string(field.substr(0, 1)) + " is ignored: leave it out");
+        remarks.unread(line, in_quotes(field.substr(1)) + " behind " + name + " " +
+                                 std::string(field.substr(0, 1)) + " is ignored: leave it out");
 }
 
 // Returns false when the line is dropped.
@@ -33,10 +33,10 @@ bool check_selection(const char *field, std::size_t line, Remarks &remarks,
     *selection = result.selection;
     const bool accepted = result.fault == module::selection_fault_t::none;
     if (std::string_view(field).starts_with('*') || result.parts[0] == nullptr)
-        remarks.error(line, quoted(field) + " is no address, the line is dropped: write all for "
-                                            "every function");
+        remarks.error(line, in_quotes(field) + " is no address, the line is dropped: write all for "
+                                               "every function");
     else if (result.fault == module::selection_fault_t::form)
-        remarks.error(line, quoted(field) +
+        remarks.error(line, in_quotes(field) +
                                 " is no address, the line is dropped: write B, B.*, B.F, "
                                 "B.D.* or B.D.F");
     else
@@ -71,7 +71,7 @@ std::optional<EcrcRequest> read_ecrc(const FeatureLine &line, Remarks &remarks) 
     std::string value = line.value;
     const module::ecrc_fields_t fields = module::cut_ecrc_value(value.data());
     if (fields.chk == nullptr) {
-        remarks.error(line.number, quoted(line.value) + " lacks a field, the line is dropped: " +
+        remarks.error(line.number, in_quotes(line.value) + " lacks a field, the line is dropped: " +
                                        with_value(line.row));
         return std::nullopt;
     }
@@ -82,8 +82,8 @@ std::optional<EcrcRequest> read_ecrc(const FeatureLine &line, Remarks &remarks) 
     check_setting(fields.gen, "generation", line.number, remarks);
     check_setting(fields.chk, "checking", line.number, remarks);
     if (fields.further != nullptr)
-        remarks.warning(line.number,
-                        quoted(fields.further) + " behind checking is ignored: leave it out");
+        remarks.unread(line.number,
+                       in_quotes(fields.further) + " behind checking is ignored: leave it out");
     if (!selected || !module::read_requests(fields.gen, fields.chk, &request.requests))
         return std::nullopt;
     if (request.requests.gen != 0 || request.requests.chk != 0)

@@ -5,6 +5,7 @@
 #include <cctype>
 #include <numeric>
 
+#include "host/base/input.h"
 #include "host/base/words.h"
 #include "platform/config_text.h"
 
@@ -79,10 +80,10 @@ void check_behind_keyword(const char *begin, const Line &line, Remarks &remarks)
     const std::string_view rest = rest_of(begin, line.equals);
     if (rest.empty())
         return;
-    remarks.warning(line.number, quoted(rest) + " behind the keyword is not read: " +
-                                     (rest.find(':') == std::string_view::npos
-                                          ? "leave it out"
-                                          : with_equals({line.begin, line.end})));
+    remarks.unread(line.number, in_quotes(rest) + " behind the keyword is not read: " +
+                                    (rest.find(':') == std::string_view::npos
+                                         ? "leave it out"
+                                         : with_equals({line.begin, line.end})));
 }
 
 // Remarks on what stands behind the value, which ends at `begin`.
@@ -91,19 +92,20 @@ void check_behind_value(const char *begin, const Line &line, Remarks &remarks) {
     if (rest.empty())
         return;
     const bool is_apart = rest.data() != begin;
-    remarks.warning(line.number, quoted(rest) + " behind the value is not read: " +
-                                     (rest.starts_with('*') ? "a line names one endpoint, or all"
-                                      : is_apart ? "leave it out, a value holds no blanks"
-                                                 : "leave it out"));
+    remarks.unread(line.number, in_quotes(rest) + " behind the value is not read: " +
+                                    (rest.starts_with('*') ? "a line names one endpoint, or all"
+                                     : is_apart            ? "leave it out, a value holds no blanks"
+                                                           : "leave it out"));
 }
 
 std::string missing_value(const Line &line, module::feature_row row) {
     const std::string_view rest = rest_of(line.equals + 1, line.end);
-    return (rest.empty() ? "no value stands behind \"=\"" : quoted(rest) + " is no value") +
+    return (rest.empty() ? "no value stands behind \"=\"" : in_quotes(rest) + " is no value") +
            std::string(", the line is dropped: ") + with_value(row);
 }
 
-void take_line(const Line &line, std::vector<FeatureLine> &lines, Remarks &remarks) {
+// Finds the keyword and the value.
+void take_line(const Line &line, FeatureLine &found, Remarks &remarks) {
     const module::token_t keyword_token = module::keyword_before(line.begin, line.equals);
     if (line.equals == nullptr)
         return remarks.error(line.number, "the line is passed over silently, it has no \"=\": " +
@@ -111,19 +113,19 @@ void take_line(const Line &line, std::vector<FeatureLine> &lines, Remarks &remar
     if (keyword_token.text == nullptr)
         return remarks.error(line.number, "the line is passed over silently, no keyword stands at "
                                           "its start: write KEYWORD=VALUE");
-    const std::string keyword(keyword_token.text, keyword_token.length);
-    const module::feature_row row = module::row_of(keyword.c_str());
-    if (row == module::num_features)
-        return remarks.error(line.number,
-                             quoted(keyword) +
-                                 " is no keyword, the line is dropped: " + known_keyword(keyword));
+    found.keyword.assign(keyword_token.text, keyword_token.length);
+    found.row = module::row_of(found.keyword.c_str());
+    if (found.row == module::num_features)
+        return remarks.error(line.number, in_quotes(found.keyword) +
+                                              " is no keyword, the line is dropped: " +
+                                              known_keyword(found.keyword));
     check_behind_keyword(keyword_token.text + keyword_token.length, line, remarks);
     const module::token_t value =
-        module::value_behind(line.equals, line.end, module::value_chars(row));
+        module::value_behind(line.equals, line.end, module::value_chars(found.row));
     if (value.text == nullptr)
-        return remarks.error(line.number, missing_value(line, row));
+        return remarks.error(line.number, missing_value(line, found.row));
     check_behind_value(value.text + value.length, line, remarks);
-    lines.push_back({.number = line.number, .row = row, .value = {value.text, value.length}});
+    found.value.assign(value.text, value.length);
 }
 
 }  // namespace
@@ -139,6 +141,15 @@ std::string with_value(module::feature_row row) {
     }
 }
 
+std::string read_feature_file(const std::filesystem::path &file) {
+    std::error_code ignored;
+    const auto status = std::filesystem::status(file, ignored);
+    if (std::filesystem::exists(status) && !std::filesystem::is_directory(status) &&
+        !std::filesystem::is_regular_file(status))
+        throw InputError(file.string() + ": is no regular file, the module reads nothing of it");
+    return read_text_file(file);
+}
+
 std::vector<FeatureLine> read_lines(const std::string &text, Remarks &remarks) {
     std::vector<FeatureLine> lines;
     if (text.empty())
@@ -151,7 +162,8 @@ std::vector<FeatureLine> read_lines(const std::string &text, Remarks &remarks) {
          begin = module::line_after(end, last)) {
         number += static_cast<std::size_t>(std::count(counted, begin, '\n'));
         counted = begin;
-        take_line({number, begin, find_token('=', begin, end), end}, lines, remarks);
+        lines.push_back({.number = number, .text = std::string(trim({begin, end}))});
+        take_line({number, begin, find_token('=', begin, end), end}, lines.back(), remarks);
     }
     return lines;
 }

@@ -1,7 +1,8 @@
-// Finds the lines of a feature file that the module hands to its features.
+// Finds the lines of a feature file.
 #pragma once
 
 #include <cstddef>
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -12,15 +13,23 @@ namespace host {
 
 struct FeatureLine {
     std::size_t number;
-    enable_features::feature_row row;
-    std::string value;
+    std::string text;                                                  // without blanks at its ends
+    enable_features::feature_row row = enable_features::num_features;  // unless there is a keyword
+    std::string keyword{};                                             // as written
+    std::string value{};
+
+    // Returns true when the module hands the line to a feature.
+    bool counts() const { return row != enable_features::num_features && !value.empty(); }
 };
 
 // Returns how to write a value for a keyword: "write ENDPOINT:SIZE, as ...".
 std::string with_value(enable_features::feature_row row);
 
-// Returns the lines that have a keyword and a value; remarks on the others, and on what is not read
-// of a line.
+// Reads a feature file. Throws InputError for one that the module would read nothing of.
+std::string read_feature_file(const std::filesystem::path &file);
+
+// Returns all lines but comments; remarks on those that do not count, and on what is not read of a
+// line.
 std::vector<FeatureLine> read_lines(const std::string &text, Remarks &remarks);
 
 }  // namespace host

@@ -20,28 +20,24 @@ std::string refusal_of(std::string_view field) {
                : " is refused, the line is dropped: write max, 128, 256, 512, 1024, 2048 or 4096";
 }
 
-// Remarks on a size, which is `size` when the module accepts it. Returns true when it can be set.
-bool check_size(const char *field, bool accepted, std::uint32_t size, std::size_t line,
+// Remarks on a size, which is `size` when the module accepts it.
+void check_size(const char *field, bool accepted, std::uint32_t size, std::size_t line,
                 Remarks &remarks) {
     if (accepted && size == module::MPS_MAX)
-        return true;
-    if (!accepted) {
-        remarks.error(line, "size " + quoted(field) + refusal_of(field));
-        return false;
-    }
-    if (!std::has_single_bit(size)) {
-        remarks.error(line, "size " + std::to_string(size) +
-                                " is accepted, but cannot be set, and the path falls back to " +
-                                std::to_string(module::MPS_DEFAULT) + " bytes: write " +
-                                std::to_string(std::bit_floor(size)) + " or " +
-                                std::to_string(std::bit_ceil(size)));
-        return false;
-    }
+        return;
+    if (!accepted)
+        return remarks.error(line, "size " + in_quotes(field) + refusal_of(field));
+    if (!std::has_single_bit(size))
+        return remarks.error(line,
+                             "size " + std::to_string(size) +
+                                 " is accepted, but cannot be set, and the path falls back to " +
+                                 std::to_string(module::MPS_DEFAULT) + " bytes: write " +
+                                 std::to_string(std::bit_floor(size)) + " or " +
+                                 std::to_string(std::bit_ceil(size)));
     if (module::scan_number(field).number != size)
-        remarks.warning(line, "size " + quoted(field) + " reads as " + std::to_string(size) +
+        remarks.warning(line, "size " + in_quotes(field) + " reads as " + std::to_string(size) +
                                   ", its low 32 bits: write that");
     check_number(field, {"size", ~0UL}, line, remarks);
-    return true;
 }
 
 // Finds the endpoint; BDF_NONE for every one. Returns false when the line is dropped.
@@ -54,11 +50,11 @@ bool check_endpoint(char *field, std::size_t line, Remarks &remarks, bdf_t *bdf)
     check_address(result.parts, result.further, line, remarks);
     *bdf = result.bdf;
     if (result.fault == module::ep_fault_t::none && result.bdf == BDF_NONE)
-        remarks.error(line, "the line is dropped silently, " + quoted(text) +
+        remarks.error(line, "the line is dropped silently, " + in_quotes(text) +
                                 " is no endpoint: write BUS.DEVICE.FUNCTION, or BUS.FUNCTION for "
                                 "an ARI function");
     else if (result.parts[0] == nullptr)
-        remarks.error(line, "the line is dropped, " + quoted(text) + " is no endpoint");
+        remarks.error(line, "the line is dropped, " + in_quotes(text) + " is no endpoint");
     return result.fault == module::ep_fault_t::none && result.bdf != BDF_NONE;
 }
 
@@ -68,18 +64,18 @@ std::optional<MpsRequest> read_mps(const FeatureLine &line, Remarks &remarks) {
     std::string value = line.value;
     const module::mps_fields_t fields = module::cut_mps_value(value.data());
     if (fields.size == nullptr) {
-        remarks.error(line.number, quoted(line.value) + " lacks a field, the line is dropped: " +
+        remarks.error(line.number, in_quotes(line.value) + " lacks a field, the line is dropped: " +
                                        with_value(line.row));
         return std::nullopt;
     }
     MpsRequest request = {.line = line.number, .value = line.value, .bdf = BDF_NONE, .size = 0};
     const bool endpoint = check_endpoint(fields.endpoint, line.number, remarks, &request.bdf);
     const bool accepted = module::read_payload_size(fields.size, &request.size);
-    const bool size = check_size(fields.size, accepted, request.size, line.number, remarks);
+    check_size(fields.size, accepted, request.size, line.number, remarks);
     if (fields.further != nullptr)
-        remarks.warning(line.number,
-                        quoted(fields.further) + " behind the size is ignored: leave it out");
-    return endpoint && size ? std::optional(request) : std::nullopt;
+        remarks.unread(line.number,
+                       in_quotes(fields.further) + " behind the size is ignored: leave it out");
+    return endpoint && accepted ? std::optional(request) : std::nullopt;
 }
 
 std::string text_of(const MpsRequest &request) {

@@ -36,47 +36,49 @@ bool is_octal(std::string_view text) {
     return text.size() > 1 && text[0] == '0' && module::is_digit(text[1]);
 }
 
-// Remarks on a text that begins with 0 and means another number without it.
-void check_octal(std::string_view text, const Number &number, unsigned long value, std::size_t line,
-                 Remarks &remarks) {
+// Returns what is wrong with a text that begins with 0 and means another number without it; empty
+// for any other.
+std::string octal_text(std::string_view text, unsigned long value) {
+    if (!is_octal(text))
+        return "";
     const std::string_view digits = text.substr(0, text.find_first_not_of("0123456789"));
     const std::string_view decimal =
         digits.substr(std::min(digits.find_first_not_of('0'), digits.size() - 1));
     if (decimal == std::to_string(value))
-        return;
-    remarks.warning(line, std::string(number.name) + " " + quoted(text) +
-                              " begins with 0, so it is octal and reads as " +
-                              std::to_string(value) + ": write " + std::string(decimal) +
-                              ", or 0x" + std::string(decimal) + " for hexadecimal");
+        return "";
+    return " begins with 0, so it is octal and reads as " + std::to_string(value) + ": write " +
+           std::string(decimal) + ", or 0x" + std::string(decimal) + " for hexadecimal";
+}
+
+// Returns what to write where `text` is not read to its end, with `rest` behind the number.
+std::string without_rest(std::string_view text, std::string_view rest, const Number &number) {
+    if (rest.front() == '-' && is_in_address(number))
+        return std::string("there are no ranges, write a line for each ") + number.name;
+    const std::string hexadecimal = as_hexadecimal(text, number);
+    return hexadecimal.empty() ? "leave it out" : hexadecimal;
 }
 
 // Remarks on the text of a number that is accepted.
 void check_text(std::string_view text, const Number &number, const module::number_text_t &read,
                 std::size_t line, Remarks &remarks) {
-    const std::string name = std::string(number.name) + " " + quoted(text);
+    const std::string name = std::string(number.name) + " " + in_quotes(text);
     const std::string value = std::to_string(read.number);
+    const std::string_view rest = text.substr(static_cast<std::size_t>(read.end - text.data()));
+    const auto remark = rest.empty() ? &Remarks::warning : &Remarks::unread;
     if (text.front() == '+' || text.front() == '-')
-        return remarks.warning(line,
-                               name + " has a sign and reads as " + value + ": write it without");
-    if (is_octal(text))
-        return check_octal(text, number, read.number, line, remarks);
-    const auto length = static_cast<std::size_t>(read.end - text.data());
-    if (length == text.size())
-        return;
-    const std::string ignored = name + " reads as " + value + ", " + quoted(text.substr(length)) +
-                                " behind it is ignored: ";
-    const std::string hexadecimal = as_hexadecimal(text, number);
-    if (text[length] == '-' && is_in_address(number))
-        return remarks.warning(line, ignored + "there are no ranges, write a line for each " +
-                                         number.name);
-    remarks.warning(line, ignored + (hexadecimal.empty() ? "leave it out" : hexadecimal));
+        (remarks.*remark)(line, name + " has a sign and reads as " + value + ": write it without");
+    else if (const std::string octal = octal_text(text, read.number); !octal.empty())
+        (remarks.*remark)(line, name + octal);
+    else if (!rest.empty() && !is_octal(text))
+        remarks.unread(line, name + " reads as " + value + ", " + in_quotes(rest) +
+                                 " behind it is ignored: " + without_rest(text, rest, number));
 }
 
 }  // namespace
 
 void check_number(const char *text, const Number &number, std::size_t line, Remarks &remarks) {
     const module::number_text_t read = module::scan_number(text);
-    const std::string name = std::string(number.name) + " " + quoted(text);
+    const std::string name = std::string(number.name) + " " + in_quotes(text);
     if (read.end == text) {
         const std::string hexadecimal = as_hexadecimal(text, number);
         return remarks.error(
@@ -101,11 +103,11 @@ void check_address(const char *const (&parts)[3], const char *further, std::size
         if (i == 0 || part.front() != '*')
             check_number(parts[i], parts[2] != nullptr ? plain[i] : ari[i], line, remarks);
         else if (part.size() > 1)
-            remarks.warning(line, quoted(part) + " reads as \"*\": leave out the rest");
+            remarks.unread(line, in_quotes(part) + " reads as \"*\": leave out the rest");
     }
     if (further != nullptr)
-        remarks.warning(line, quoted(further) +
-                                  " behind the function is ignored: an address has three numbers");
+        remarks.unread(line, in_quotes(further) +
+                                 " behind the function is ignored: an address has three numbers");
 }
 
 std::string written(bdf_t bdf) {
@@ -126,7 +128,7 @@ bool is_lspci_form(const std::string &value, const Machine *machine, std::size_t
         if (!address)
             continue;
         const Function *const function = machine != nullptr ? machine->known(address->id) : nullptr;
-        remarks.error(line, quoted(text) +
+        remarks.error(line, in_quotes(text) +
                                 " is lspci's form of an address, the line is dropped: write " +
                                 written(function != nullptr ? function->bdf : bdf_t{address->id}) +
                                 " for it");

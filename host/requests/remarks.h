@@ -14,6 +14,7 @@ struct Remark {
     std::size_t line;
     Severity severity;  // ERROR: the line is dropped; WARNING: it is not what was meant
     std::string text;
+    bool is_unread = false;  // a part of the line is not read
 };
 
 class Remarks {
@@ -22,8 +23,18 @@ public:
     void warning(std::size_t line, std::string text);
     void note(std::size_t line, std::string text);
 
+    void add(std::size_t line, Severity severity, std::string text);
+
+    // Adds a warning about a part of the line that is not read.
+    void unread(std::size_t line, std::string text);
+
     // Returns true when there is an error or a warning.
     bool any() const;
+
+    // Return the first text about a line: of the worst kind; about a part that is not read. Empty
+    // when there is none.
+    std::string worst(std::size_t line) const;
+    std::string unread_part(std::size_t line) const;
 
     // Writes "FILE:LINE: error: TEXT" for each remark, in the order of the lines.
     void write(const std::string &file, std::ostream &out) const;
@@ -33,6 +44,6 @@ private:
 };
 
 // Returns the text in quotation marks.
-std::string quoted(std::string_view text);
+std::string in_quotes(std::string_view text);
 
 }  // namespace host

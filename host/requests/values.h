@@ -1,12 +1,15 @@
 // Reads the values of feature files as the module reads them.
 #pragma once
 
+#include <bit>
 #include <cstddef>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "feature_file/ecrc_value.h"
+#include "feature_file/mps_value.h"
+#include "host/machine/machine.h"
 #include "host/requests/feature_lines.h"
 #include "host/requests/remarks.h"
 #include "platform/types.h"
@@ -18,6 +21,11 @@ struct MpsRequest {
     std::string value;
     bdf_t bdf;           // BDF_NONE: every endpoint
     std::uint32_t size;  // bytes, or MPS_MAX
+
+    // False for sizes between the powers of two, which the module accepts, but no register takes.
+    bool can_be_set() const {
+        return size == enable_features::MPS_MAX || std::has_single_bit(size);
+    }
 };
 
 struct EcrcRequest {
@@ -27,8 +35,17 @@ struct EcrcRequest {
     enable_features::requests_t requests;
 };
 
-// Return what the line asks for; nullopt, after a remark, when the module drops it, or when it
-// cannot be set.
+// What one line asks for: one of the two, or none.
+struct Request {
+    std::optional<MpsRequest> mps;
+    std::optional<EcrcRequest> ecrc;
+};
+
+// Returns what the line asks for; none, after a remark, when the module drops it or its keyword has
+// no effect. A machine, which may be null, tells the functions of ARI devices.
+Request read_request(const FeatureLine &line, const Machine *machine, Remarks &remarks);
+
+// Return what a line with this keyword asks for; nullopt, after a remark, when the module drops it.
 std::optional<MpsRequest> read_mps(const FeatureLine &line, Remarks &remarks);
 std::optional<EcrcRequest> read_ecrc(const FeatureLine &line, Remarks &remarks);
 

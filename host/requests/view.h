@@ -33,6 +33,9 @@ std::string suggestion(const MachineView &view, const std::string &value,
 // empty when the form is right.
 std::string wrong_form(const Function &function, bdf_t named);
 
+// Returns what is wrong with a request for these functions; empty when nothing is.
+std::string problem(const EcrcRequest &request, const Rows &rows, const MachineView &view);
+
 // Remarks on requests that the machine cannot take; with `describe`, on what each selects.
 void check_on_machine(const std::vector<EcrcRequest> &requests, const MachineView &view,
                       bool describe, Remarks &remarks);

@@ -42,7 +42,7 @@ class ReportTest(HoplarTest):
                               if not field.get("description")], [])
 
     def test_reports_are_as_the_schema_says(self):
-        self.file("features.cfg", "MPS=all:max\nECRC=all:+:+")
+        self.file("features.cfg", "MPS=all:max\nECRC=all:+:+\nMPS=all:4096\nECRC=0:-:+\nECRC=0.0.0:+:-\n?")
         removals = {domain: [f"remove %02x:%02x.%x\n" % port.address for port in Machine(functions).limits]
                     for domain, functions in read_dump(DUMP).items()}
         for domain, *options in itertools.product(removals, *(

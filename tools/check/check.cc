@@ -9,7 +9,6 @@
 #include "host/cli/run.h"
 #include "host/exports/serve.h"
 #include "host/machine/open_machine.h"
-#include "host/requests/numbers.h"
 #include "host/requests/view.h"
 #include "host/space/machine_source.h"
 #include "tools/check/module_arguments.h"
@@ -17,9 +16,6 @@
 
 namespace check {
 namespace {
-
-namespace fs = std::filesystem;
-namespace module = enable_features;
 
 // The machine of a dump, or a snapshot of this one, as long as this object lives.
 class CheckedMachine {
@@ -37,15 +33,6 @@ private:
     const host::Report report_;
 };
 
-// Throws host::InputError for what the module would read nothing of, or would refuse.
-std::string read_file(const std::string &file) {
-    std::error_code ignored;
-    if (fs::exists(file, ignored) && !fs::is_directory(file, ignored) &&
-        !fs::is_regular_file(file, ignored))
-        throw host::InputError(file + ": is no regular file, the module would read nothing of it");
-    return host::read_text_file(file);
-}
-
 struct Requests {
     std::vector<host::MpsRequest> mps;
     std::vector<host::EcrcRequest> ecrc;
@@ -54,17 +41,13 @@ struct Requests {
 Requests read_requests(const std::string &text, const host::MachineView *view,
                        host::Remarks &remarks) {
     Requests requests;
+    const host::Machine *const machine = view != nullptr ? &view->machine : nullptr;
     for (const host::FeatureLine &line : host::read_lines(text, remarks)) {
-        if (line.row == module::ROW_FB2B || line.row == module::ROW_ASPM)
-            remarks.note(line.number, "the keyword has no effect in this version");
-        else if (host::is_lspci_form(line.value, view != nullptr ? &view->machine : nullptr,
-                                     line.number, remarks))
-            continue;
-        else if (line.row == module::ROW_MPS) {
-            if (auto request = host::read_mps(line, remarks))
-                requests.mps.push_back(std::move(*request));
-        } else if (auto request = host::read_ecrc(line, remarks))
-            requests.ecrc.push_back(std::move(*request));
+        const host::Request request = host::read_request(line, machine, remarks);
+        if (request.mps && request.mps->can_be_set())
+            requests.mps.push_back(*request.mps);
+        if (request.ecrc)
+            requests.ecrc.push_back(*request.ecrc);
     }
     return requests;
 }
@@ -72,7 +55,7 @@ Requests read_requests(const std::string &text, const host::MachineView *view,
 // Checks one file. `view` may be null.
 host::Remarks check_file(const std::string &file, const host::MachineView *view, bool describe) {
     host::Remarks remarks;
-    const Requests requests = read_requests(read_file(file), view, remarks);
+    const Requests requests = read_requests(host::read_feature_file(file), view, remarks);
     if (describe) {
         for (const host::MpsRequest &request : requests.mps)
             remarks.note(request.line, "asks for: " + host::text_of(request));
