@@ -69,7 +69,7 @@ void check_text(std::string_view text, const Number &number, const module::numbe
         (remarks.*remark)(line, name + " has a sign and reads as " + value + ": write it without");
     else if (const std::string octal = octal_text(text, read.number); !octal.empty())
         (remarks.*remark)(line, name + octal);
-    else if (!rest.empty() && !is_octal(text))
+    else if (!rest.empty())
         remarks.unread(line, name + " reads as " + value + ", " + in_quotes(rest) +
                                  " behind it is ignored: " + without_rest(text, rest, number));
 }

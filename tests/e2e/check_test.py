@@ -44,10 +44,11 @@ ROWS = (
          '14e "*" is no address', '15e generation "on" is no setting', "16w the line leaves both",
          "17e size 384 is accepted, but cannot be set, and the path falls back to 128 bytes: write 256",
          '18w bus "3a" reads as 3, "a" behind it is ignored: write 0x3a or 58'], False),
-    ((), "ECRC=1-2:+:+\nMPS=010.0.0:256\nMPS=+1.0.0:256b:x y", [
+    ((), "ECRC=1-2:+:+\nMPS=010.0.0:256\nMPS=+1.0.0:256b:x y\nMPS=04z.0.0:max", [
         '1w bus "1-2" reads as 1, "-2" behind it is ignored', '2w bus "010" begins with 0, so it is '
         "octal and reads as 8", '3w "y" behind the value is not', '3w bus "+1" has a sign',
-        '3w size "256b" reads as 256', '3w "x" behind the size'], True),
+        '3w size "256b" reads as 256', '3w "x" behind the size',
+        '4w bus "04z" reads as 4, "z" behind it is ignored'], True),
     ((), "MPS=1.0.0:256\nMPS=1.0.1:512\nECRC=1:+:+\nECRC=all:-:=\nECRC=1.0.*:=:+\nECRC=1:=:-", [
         f"{line}w the line has no effect, because all that it sets is set again by {later}:"
         for line, later in ((1, "line 2"), (3, "lines 4 and 6"), (5, "line 6"))], True),
