@@ -1,6 +1,5 @@
 // The last line that names a function and sets a control decides on that control.
 #include <algorithm>
-#include <ranges>
 
 #include "host/requests/judge_values.h"
 
@@ -115,8 +114,8 @@ private:
 void judge_requests(const std::vector<Judged<EcrcRequest>> &requests, const MachineView &view) {
     const std::size_t count = view.report.functions.size();
     Taken taken{std::vector<bool>(count), std::vector<bool>(count)};
-    for (const Judged<EcrcRequest> &judged : requests | std::views::reverse)
-        EcrcJudge(judged, view, taken).judge();
+    for (auto judged = requests.rbegin(); judged != requests.rend(); ++judged)
+        EcrcJudge(*judged, view, taken).judge();
 }
 
 }  // namespace host
