@@ -102,8 +102,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     static const fuzz::MemoryFile file;
     file.set({reinterpret_cast<const char *>(data) + 1, size - 1});
     try {
-        Dump dump = read_dump(file.path(), 0);
-        run({.name = "dump", .live = nullptr, .image = std::move(dump.image)}, {});
+        Dump dump = read_dump(file.path(), std::vector{0U});
+        run({"dump", 0, nullptr, std::move(dump.domains.at(0).image)}, {});
     } catch (const DumpError &) {
     }
     return 0;

@@ -120,7 +120,8 @@ struct Sweeps : ModuleTest {
         return above->bridge_kind == BRIDGE_KIND_HOST ? id_of(bdf) : top(above->bdf);
     }
 
-    const Dump saved = read_dump(EXAMPLES "server.lspci", 0);
+    const Dump dump = read_dump(EXAMPLES "server.lspci", std::vector{0U});
+    const DumpedDomain &saved = dump.domains.at(0);
     std::vector<bdf_t> functions;
     std::vector<std::string> arguments = std::vector<std::string>(20, "-v");
     std::optional<ConfigImage> image;

@@ -1,7 +1,6 @@
 #include "host/base/child_process.h"
 
 #include <fcntl.h>
-#include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -11,43 +10,13 @@
 #include <csignal>
 #include <cstring>
 #include <exception>
-#include <string_view>
 #include <system_error>
 
-#include "host/base/descriptor.h"
+#include "host/base/descriptor_io.h"
 #include "host/base/log.h"
 
 namespace host {
 namespace {
-
-Descriptor require_descriptor(int number, const char *what) {
-    if (number < 0)
-        throw std::system_error(errno, std::generic_category(), what);
-    return Descriptor(number);
-}
-
-bool write_whole(int descriptor, std::string_view text) {
-    while (!text.empty()) {
-        const ssize_t written = write(descriptor, text.data(), text.size());
-        if (written < 0 && errno != EINTR)
-            return false;
-        if (written > 0)
-            text.remove_prefix(static_cast<std::size_t>(written));
-    }
-    return true;
-}
-
-std::string read_whole(int descriptor) {
-    std::string text;
-    std::array<char, 4096> piece{};
-    for (;;) {
-        const ssize_t length = read(descriptor, piece.data(), piece.size());
-        if (length == 0 || (length < 0 && errno != EINTR))
-            return text;
-        if (length > 0)
-            text.append(piece.data(), static_cast<std::size_t>(length));
-    }
-}
 
 // Ends with _exit(), because the buffers and exit handlers that the child inherited are the
 // parent's to flush and run. An exception of another kind, or one of the handler, ends the child
@@ -88,8 +57,7 @@ std::string in_child_process(const std::function<std::string()> &work) {
         throw std::system_error(errno, std::generic_category(), "pipe");
     const Descriptor from_child(ends[0]);
     Descriptor to_parent(ends[1]);
-    const Descriptor messages =
-        require_descriptor(memfd_create("messages", MFD_CLOEXEC), "memfd_create");
+    const Descriptor messages = memory_file();
     // A process that inherits an ignored SIGCHLD is not told how its children end.
     std::signal(SIGCHLD, SIG_DFL);
     const pid_t child = fork();
@@ -100,8 +68,7 @@ std::string in_child_process(const std::function<std::string()> &work) {
         throw std::system_error(errno, std::generic_category(), "fork");
     std::string result = read_whole(from_child.number());
     if (const int status = wait_for(child); status != 0) {
-        lseek(messages.number(), 0, SEEK_SET);
-        write_whole(STDERR_FILENO, read_whole(messages.number()));
+        write_whole(STDERR_FILENO, read_from_start(messages.number()));
         throw ChildError(end_text(status));
     }
     return result;

@@ -30,6 +30,7 @@ struct Log {
     std::size_t kept_bytes = 0;
     std::size_t most_bytes = 0;
     bool to_journal = false;
+    std::string part;  // in front of each text
     int mildest = LOG_SEVERITY_DEBUG;
     std::function<void(const LogMessage &)> observer;
 };
@@ -124,6 +125,7 @@ void show(int severity, const std::string &safe) {
         write_all(level_of(severity).priority);
     write_all(level_of(severity).name);
     write_all(": ");
+    write_all(log().part);
     write_all(line);
     write_all("\n");
 }
@@ -179,8 +181,8 @@ void deliver(const LogMessage &message, int verbosity, int &severity) {
         log().observer(message);
     const bool shown = is_shown(severity, verbosity, message.verbosity);
     if (shown || log().most_bytes > 0)
-        show_and_keep(
-            {severity, message.verbosity, shown, safe_text(with_lspci_addresses(message.text))});
+        show_and_keep({severity, message.verbosity, shown,
+                       log().part + safe_text(with_lspci_addresses(message.text))});
 }
 
 // Modules call this through a C interface, which no exception may cross. The text of an error is
@@ -222,8 +224,8 @@ log_handle_t debug_handle = {.log_output = take_debug};
 void show_own(int severity, const std::string &text, int verbosity = 0) {
     const std::scoped_lock guard(log().lock);
     count(severity);
-    show_and_keep(
-        {severity, verbosity, is_shown(severity, pci_verbosity, verbosity), safe_text(text)});
+    show_and_keep({severity, verbosity, is_shown(severity, pci_verbosity, verbosity),
+                   log().part + safe_text(text)});
 }
 
 }  // namespace
@@ -241,6 +243,15 @@ void open_log(const LogLevel &level) {
     pci_verbosity = level.verbosity;
     pci_slog = &system_handle;
     pci_dbg = level.debug ? &debug_handle : nullptr;
+}
+
+void log_for(const std::string &part, bool keep) {
+    const std::scoped_lock guard(log().lock);
+    log().part = part + ": ";
+    if (keep)
+        return;
+    log().record = {};
+    log().kept_bytes = 0;
 }
 
 void observe_log(std::function<void(const LogMessage &)> observer) {

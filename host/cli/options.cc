@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <ostream>
+#include <set>
 
 #include "host/base/input.h"
 #include "host/base/words.h"
@@ -101,7 +102,9 @@ void declare_settings(CLI::App &app, RawOptions &raw, Options &options) {
     app.add_flag("--complete", options.complete,
                  "Set bridges that modules pass over to their hierarchy's payload size");
     app.add_flag("--cold", options.cold, "Every function starts in reset state, as after power-on");
-    app.add_option("--domain", raw.domain, "Domain that is served, default 0")->type_name("N");
+    app.add_option("--domain", raw.domain,
+                   "Domains that are served, as 0,2,10000; default all, with --write 0")
+        ->type_name("LIST");
     app.add_option("--manage", raw.managed, "Buses that are managed, as 00-7f,ff; default all")
         ->type_name("RANGES");
     app.add_flag("-v", raw.louder, "Messages about what is done too; more when repeated");
@@ -212,8 +215,10 @@ void interpret(const RawOptions &raw, Options &options) {
         options.busy = parse_word("--busy", *raw.busy, BUSY_WORDS);
     for (const std::string &module : raw.modules)
         options.modules.push_back(command_line_module(module));
-    if (raw.domain)
-        options.source.domain = parse_domain(*raw.domain);
+    options.source.domains_are_default = !raw.domain;
+    options.source.domains = parse_domains(raw.domain.value_or(options.source.write ? "0" : "all"));
+    require(!options.watch || (options.source.domains && options.source.domains->size() == 1),
+            "--watch: only with one --domain");
     if (raw.managed)
         options.managed = parse_bus_ranges(*raw.managed);
     options.log = log_level(raw.quiet, raw.louder, raw.debug);
@@ -244,6 +249,15 @@ unsigned parse_domain(const std::string &text) {
     if (!domain)
         throw InputError("--domain: \"" + excerpt(text) + "\" is no hexadecimal number");
     return *domain;
+}
+
+DomainChoice parse_domains(const std::string &text) {
+    if (text == "all")
+        return std::nullopt;
+    std::set<unsigned> domains;
+    for (const std::string_view domain : split(text, ','))
+        domains.insert(parse_domain(std::string(domain)));
+    return std::vector(domains.begin(), domains.end());
 }
 
 ManagedBuses parse_bus_ranges(const std::string &text) {

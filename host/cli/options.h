@@ -27,9 +27,10 @@ struct Options {
     std::optional<std::string> events;  // a file, or "-": standard input
     std::optional<std::filesystem::path> output;
     ReportForm report = ReportForm::TABLE;
-    Selection selection;  // what the report shows
-    bool check = false;   // the exit status tells what would change, and what is wrong
-    bool strict = false;  // what feature files ask for and is not reached is an error
+    Selection selection;   // what the report shows
+    bool is_part = false;  // the report and the output are parts of those of several domains
+    bool check = false;    // the exit status tells what would change, and what is wrong
+    bool strict = false;   // what feature files ask for and is not reached is an error
     bool cold = false;
     Busy busy = Busy::REFUSE;  // with --write
     bool complete = false;
@@ -50,6 +51,9 @@ void require_source(bool dump, bool live, bool write);
 
 // Parses the value of --domain, hexadecimal. Throws InputError, which names the text.
 unsigned parse_domain(const std::string &text);
+
+// Parses the same where it may be a list, "0,2,10000", or "all".
+DomainChoice parse_domains(const std::string &text);
 
 // Parses buses as "00-7f,ff", hexadecimal. Throws InputError, which names the text.
 ManagedBuses parse_bus_ranges(const std::string &text);

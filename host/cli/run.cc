@@ -1,11 +1,13 @@
 #include "host/cli/run.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <ostream>
 
 #include "host/base/input.h"
 #include "host/base/log.h"
 #include "host/base/words.h"
+#include "host/cli/domains.h"
 #include "host/cli/session.h"
 #include "host/cli/traffic.h"
 #include "host/cli/wanted_files.h"
@@ -43,6 +45,17 @@ std::size_t bytes_to_keep(const Options &options) {
     return options.watch ? OF_A_SERVER : SIZE_MAX;
 }
 
+// Warns of filters that no function of any domain matches.
+void warn_about_empty_slots(const Selection &selection, const std::vector<MachineSource> &sources) {
+    for (const SlotFilter &slot : selection.slots)
+        if (std::ranges::none_of(sources, [&](const MachineSource &source) {
+                return std::ranges::any_of(source.space().functions(), [&](RoutingId id) {
+                    return slot.matches(source.domain, id);
+                });
+            }))
+            log_warning("-s " + excerpt(slot.text) + ": no function of this machine matches");
+}
+
 }  // namespace
 
 int refuse(const std::exception &error) {
@@ -62,7 +75,13 @@ int run(const Options &options, std::istream &in, std::ostream &out) {
         return print_files(options, out);
     if (options.usage)
         return print_usage(*options.usage, out);
-    Session session(options, in);
+    const HostConfig config = wanted_modules(options);
+    std::vector<MachineSource> sources = open_sources(options.source, in);
+    warn_about_empty_slots(options.selection, sources);
+    const EventText events = read_events(options, in);
+    if (sources.size() != 1)
+        return run_domains(options, config, std::move(sources), events, out);
+    Session session(options, config.modules_of(sources[0].domain), std::move(sources[0]), events);
     session.start();
     session.stay();
     return session.finish(out);

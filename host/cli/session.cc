@@ -52,21 +52,10 @@ std::unique_ptr<Machine> wanted_machine(const Options &options, const MachineSou
     return machine;
 }
 
-// Reads the events to play after start-up. A server that stays reads standard input later.
-std::vector<BusEvent> wanted_events(const Options &options, std::istream &in,
-                                    const EventPlayer &player) {
-    if (!options.events || (options.watch && *options.events == STANDARD_INPUT))
-        return {};
-    const bool is_input = *options.events == STANDARD_INPUT;
-    const std::string name = is_input ? "standard input" : *options.events;
-    return player.parse(is_input ? read_text_stream(in, name) : read_text_file(name), name,
-                        options.source.domain);
-}
-
-std::unique_ptr<Service> open_service(const Options &options) {
+std::unique_ptr<Service> open_service(const Options &options, unsigned domain) {
     if (!options.watch)
         return nullptr;
-    auto service = std::make_unique<Service>(options.source.domain);
+    auto service = std::make_unique<Service>(domain);
     if (options.control)
         service->listen(*options.control);
     if (options.events == STANDARD_INPUT)
@@ -81,16 +70,26 @@ std::optional<OutputFile> wanted_output(const Options &options) {
 
 }  // namespace
 
+// A server that stays reads standard input later.
+EventText read_events(const Options &options, std::istream &in) {
+    if (!options.events || (options.watch && *options.events == STANDARD_INPUT))
+        return {};
+    const bool is_input = *options.events == STANDARD_INPUT;
+    const std::string name = is_input ? "standard input" : *options.events;
+    return {name, is_input ? read_text_stream(in, name) : read_text_file(name)};
+}
+
 // The service is opened before the machine is read, so that no kernel event is missed.
-Session::Session(const Options &options, std::istream &in)
-    : options_(options), modules_(wanted_modules(options)),
-      source_(open_source(options.source, in)), output_(wanted_output(options)),
-      service_(open_service(options)), machine_(wanted_machine(options, source_)),
-      player_(player_for(source_, *machine_)), events_(wanted_events(options, in, *player_)),
+Session::Session(const Options &options, std::vector<ModuleEntry> modules, MachineSource source,
+                 const EventText &events)
+    : options_(options), modules_(std::move(modules)), source_(std::move(source)),
+      output_(wanted_output(options)), service_(open_service(options, source_.domain)),
+      machine_(wanted_machine(options, source_)), player_(player_for(source_, *machine_)),
+      events_(player_->parse(events.text, events.name, source_.domain)),
       left_alone_(leave_busy_alone(options, modules_, source_, *machine_)),
       exit_watch_(EXIT_BAD_INPUT),
       serving_(*machine_, managed_buses(options, left_alone_, *machine_), options.complete),
-      report_(begin_report(*machine_, options.source.domain)) {
+      report_(begin_report(*machine_, source_.domain)) {
     report_.left_alone = left_alone_;
 }
 
@@ -111,15 +110,14 @@ void Session::stay() {
     if (!service_)
         return;
     all_done_ &= reaches_requests();
-    all_done_ &= host::stay(*service_, {source_, options_.source.domain, *machine_, *player_,
-                                        results_, report_, feature_files_});
+    all_done_ &= host::stay(*service_, {source_, source_.domain, *machine_, *player_, results_,
+                                        report_, feature_files_});
 }
 
 int Session::finish(std::ostream &out) {
     all_done_ &= keep_payloads_in_bounds();
     const bool saved = save();
     all_done_ &= report_failures(source_) && !any_exception();
-    warn_about_empty_slots(report_, options_.selection);
     all_done_ &= service_ != nullptr || reaches_requests();
     end_report(report_, *machine_, std::move(results_));
     report_.requests = judge(feature_files_, {*machine_, report_});
@@ -166,7 +164,9 @@ bool Session::write_report(std::ostream &out) const {
         write_table(out, report_, standard_output_style());
     if (options_.report == ReportForm::JSON)
         write_json(out, report_);
-    if (options_.report == ReportForm::DOT)
+    if (options_.report == ReportForm::DOT && options_.is_part)
+        write_dot_part(out, report_);
+    if (options_.report == ReportForm::DOT && !options_.is_part)
         write_dot(out, report_);
     if (out.flush())
         return true;

@@ -21,13 +21,23 @@
 
 namespace host {
 
+// The events to play after start-up.
+struct EventText {
+    std::string name;  // for messages
+    std::string text;
+};
+
+// Throws InputError. `in` is standard input.
+EventText read_events(const Options &options, std::istream &in);
+
 // Serves its machine as long as it lives; one session at a time. `options` must outlive it.
 class Session {
 public:
-    // Reads and checks all input; no module runs and nothing is written yet. `in` is the source of
-    // events or a dump given as "-". Throws InputError, DumpError, LiveError, and TrafficError for
-    // a machine that must not be written now.
-    Session(const Options &options, std::istream &in);
+    // Reads and checks the machine and all other input; no module runs and nothing is written yet.
+    // Throws InputError, DumpError, LiveError, and TrafficError for a machine that must not be
+    // written now.
+    Session(const Options &options, std::vector<ModuleEntry> modules, MachineSource source,
+            const EventText &events);
 
     // Starts the modules, and plays the events.
     void start();

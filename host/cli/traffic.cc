@@ -62,7 +62,7 @@ Report planned(const Options &options, const std::vector<ModuleEntry> &modules, 
     const std::unique_ptr<Machine> machine = open_machine(*snapshot);
     const ExitWatch exit_watch(EXIT_BAD_INPUT);
     const Serving serving(*machine, options.managed, options.complete);
-    Report report = begin_report(*machine, options.source.domain);
+    Report report = begin_report(*machine, live.sysfs().domain());
     end_report(report, *machine, start_up(modules));
     return report;
 }

@@ -1,10 +1,10 @@
 #include "host/cli/wanted_files.h"
 
+#include <algorithm>
 #include <string_view>
 
 #include "host/base/input.h"
 #include "host/base/log.h"
-#include "host/modules/host_config.h"
 #include "host/modules/trusted_file.h"
 
 namespace host {
@@ -28,7 +28,7 @@ fs::path full_path(const fs::path &file) {
 
 }  // namespace
 
-std::vector<ModuleEntry> wanted_modules(const Options &options) {
+HostConfig wanted_modules(const Options &options) {
     HostConfig config;
     if (options.config) {
         require_trust("", *options.config);
@@ -36,11 +36,16 @@ std::vector<ModuleEntry> wanted_modules(const Options &options) {
     }
     for (const std::string &warning : config.warnings)
         log_warning(warning);
-    config.modules.insert(config.modules.end(), options.modules.begin(), options.modules.end());
-    for (const ModuleEntry &module : config.modules)
+    const auto add = [&](std::vector<ModuleEntry> &listed) {
+        listed.insert(listed.end(), options.modules.begin(), options.modules.end());
+    };
+    add(config.modules);
+    for (auto &[domain, own] : config.of_domain)
+        add(own);
+    for (const ModuleEntry &module : config.all_modules())
         if (const auto place = find_module(module))
             require_trust("module ", *place);
-    return config.modules;
+    return config;
 }
 
 ModuleArguments sort_arguments(const ModuleEntry &module) {
@@ -76,13 +81,16 @@ std::string argument_complaint(const std::string &argument) {
 
 std::vector<fs::path> wanted_files(const Options &options) {
     std::vector<fs::path> files;
-    if (options.config)
-        files.push_back(full_path(*options.config));
-    for (const ModuleEntry &module : wanted_modules(options)) {
-        if (const auto place = find_module(module))
-            files.push_back(full_path(*place));
-        for (fs::path &file : sort_arguments(module).files)
+    const auto add = [&](fs::path file) {
+        if (std::ranges::find(files, file) == files.end())
             files.push_back(std::move(file));
+    };
+    if (options.config)
+        add(full_path(*options.config));
+    for (const ModuleEntry &module : wanted_modules(options).all_modules()) {
+        if (const auto place = find_module(module))
+            add(full_path(*place));
+        std::ranges::for_each(sort_arguments(module).files, add);
     }
     return files;
 }

@@ -12,7 +12,7 @@ namespace {
 constexpr std::string_view RUNTIME_SECTION = "runtime";
 constexpr std::string_view MODULE_LIST_KEY = "HOPLAR_MODULE_LIST";
 
-enum class Section { NONE, RUNTIME, UNKNOWN };
+constexpr std::string_view DOMAIN_SECTION = "domain";
 
 class Parser {
 public:
@@ -24,7 +24,7 @@ public:
         if (text_.starts_with('['))
             return take_section();
         // The form of lines in unknown sections is not known, so they are not checked.
-        if (section_ != Section::UNKNOWN)
+        if (!is_unknown_)
             take_key();
     }
 
@@ -38,13 +38,25 @@ private:
     void take_section() {
         // The lines below a malformed header are checked too, so that all faults are reported at
         // once.
-        section_ = Section::RUNTIME;
-        if (!text_.ends_with(']') || trim(text_.substr(1, text_.size() - 2)).empty())
+        section_ = &config_.modules;
+        is_unknown_ = false;
+        const auto name = words(text_.substr(1, text_.size() - 2));
+        if (!text_.ends_with(']') || name.empty())
             return reject("a section is written as [name]");
-        if (trim(text_.substr(1, text_.size() - 2)) == RUNTIME_SECTION)
+        if (name.front() == DOMAIN_SECTION)
+            return take_domain(name);
+        if (name.size() == 1 && name.front() == RUNTIME_SECTION)
             return;
-        section_ = Section::UNKNOWN;
+        is_unknown_ = true;
         warn("unknown section, passed over");
+    }
+
+    void take_domain(const std::vector<std::string_view> &name) {
+        const auto domain = name.size() == 2 ? parse_hex(name[1]) : std::nullopt;
+        if (domain)
+            section_ = &config_.of_domain[*domain];
+        else
+            reject("a domain's section is written as [domain 0002], hexadecimal");
     }
 
     void take_key() {
@@ -59,8 +71,8 @@ private:
             return reject("no key in front of \"=\"");
         if (key != MODULE_LIST_KEY)
             return warn("unknown key, passed over");
-        if (section_ != Section::RUNTIME)
-            return warn("only read in section [runtime], passed over");
+        if (!section_)
+            return warn("only read in sections [runtime] and [domain N], passed over");
         take_modules({equals + 1, first + text_.size()});
     }
 
@@ -74,8 +86,8 @@ private:
 
     void add_module(std::string_view word) {
         try {
-            config_.modules.push_back(parse_module_entry(word, file_.parent_path()));
-            config_.modules.back().line = line_;
+            section_->push_back(parse_module_entry(word, file_.parent_path()));
+            section_->back().line = line_;
         } catch (const InputError &error) {
             reject(error.what());
         }
@@ -92,12 +104,25 @@ private:
     const std::filesystem::path &file_;
     std::size_t line_ = 0;
     std::string_view text_;
-    Section section_ = Section::NONE;
     HostConfig config_;
+    std::vector<ModuleEntry> *section_ = nullptr;  // what the section lists; null before the first
+    bool is_unknown_ = false;                      // the section
     std::vector<std::string> errors_;
 };
 
 }  // namespace
+
+const std::vector<ModuleEntry> &HostConfig::modules_of(unsigned domain) const {
+    const auto own = of_domain.find(domain);
+    return own == of_domain.end() ? modules : own->second;
+}
+
+std::vector<ModuleEntry> HostConfig::all_modules() const {
+    std::vector<ModuleEntry> all = modules;
+    for (const auto &[domain, own] : of_domain)
+        all.insert(all.end(), own.begin(), own.end());
+    return all;
+}
 
 HostConfig read_host_config(const std::filesystem::path &file) {
     return parse_host_config(read_text_file(file), file);

@@ -7,6 +7,7 @@
 #include <ostream>
 #include <vector>
 
+#include "host/base/address.h"
 #include "host/base/words.h"
 #include "host/report/dot_boxes.h"
 #include "host/report/dot_form.h"
@@ -36,12 +37,12 @@ constexpr DotForm<1> GRAPH_BEGIN(R"(digraph hoplar {
 constexpr const char *GRAPH_END = "}\n";
 
 // A cluster around all hierarchies, because a label takes no place between them.
-constexpr DotForm<1> MACHINE_BEGIN(R"(  subgraph "cluster machine" {
+constexpr DotForm<3> MACHINE_BEGIN(R"(  subgraph "cluster %" {
   peripheries=0; labelloc=b; labeljust=l; label=<%>;
-  machine [style=invis, shape=point, width=0];
+  "%" [style=invis, shape=point, width=0];
 )");
 // Clusters are drawn in any order, but nodes are drawn in the order of the edges that lead to them.
-constexpr DotForm<1> PLACE_IN_ORDER("  machine -> \"%\" [style=invis, weight=0];\n");
+constexpr DotForm<2> PLACE_IN_ORDER("  \"%\" -> \"%\" [style=invis, weight=0];\n");
 constexpr DotForm<3> HIERARCHY_BEGIN(R"(  subgraph "cluster %" {
     label=<<B>Root port %</B>: %>; labelloc=t;
     peripheries=1; style="rounded,filled"; color="#d3dae1"; fillcolor="#f8fafb";
@@ -105,14 +106,15 @@ public:
 
     // Writes in descending order, because `dot` draws the first node lowest.
     void write(std::ostream &out) const {
-        out << GRAPH_BEGIN.filled(summary_text(report_)) << MACHINE_BEGIN.filled(others());
+        const std::string machine = "machine " + domain_text(report_.domain);
+        out << MACHINE_BEGIN.filled(machine, others(), machine);
         for (const HierarchyReport &hierarchy : reversed(report_.hierarchies))
             if (row(hierarchy.root_port).shown)
                 write_hierarchy(out, hierarchy);
         for (const HierarchyReport &hierarchy : reversed(report_.hierarchies))
             if (row(hierarchy.root_port).shown)
-                out << PLACE_IN_ORDER.filled(row(hierarchy.root_port).address);
-        out << CLUSTER_END << GRAPH_END;
+                out << PLACE_IN_ORDER.filled(machine, row(hierarchy.root_port).address);
+        out << CLUSTER_END;
     }
 
 private:
@@ -241,7 +243,18 @@ private:
 }  // namespace
 
 void write_dot(std::ostream &out, const Report &report) {
+    out << GRAPH_BEGIN.filled(summary_text(report));
     Graph(report).write(out);
+    out << GRAPH_END;
+}
+
+void write_dot_part(std::ostream &out, const Report &report) {
+    out << summary_text(report) << '\n';
+    Graph(report).write(out);
+}
+
+void write_dot_graph(std::ostream &out, const std::string &title, const std::string &clusters) {
+    out << GRAPH_BEGIN.filled(title) << clusters << GRAPH_END;
 }
 
 }  // namespace host

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <iosfwd>
+#include <string>
 
 #include "host/report/report.h"
 
@@ -13,5 +14,11 @@ namespace host {
 // width. Whatever the names are, the text is one that `dot` takes, and the same for the same
 // report.
 void write_dot(std::ostream &out, const Report &report);
+
+// Writes what write_dot_graph() makes a graph of: the title as a line, then the clusters.
+void write_dot_part(std::ostream &out, const Report &report);
+
+// Writes a graph with the clusters of one machine or more.
+void write_dot_graph(std::ostream &out, const std::string &title, const std::string &clusters);
 
 }  // namespace host

@@ -48,14 +48,6 @@ void show(Report &report, std::size_t index) {
 
 }  // namespace
 
-void warn_about_empty_slots(const Report &report, const Selection &selection) {
-    for (const SlotFilter &slot : selection.slots)
-        if (std::ranges::none_of(report.functions, [&](const FunctionReport &row) {
-                return slot.matches(report.domain, row.function.id());
-            }))
-            log_warning("-s " + excerpt(slot.text) + ": no function of this machine matches");
-}
-
 void select_functions(Report &report, const Selection &selection) {
     if (selection.is_everything())
         return;

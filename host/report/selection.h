@@ -24,9 +24,6 @@ struct Selection {
     bool is_everything() const { return slots.empty() && only.empty(); }
 };
 
-// Logs a warning about each slot that no function of the machine matches.
-void warn_about_empty_slots(const Report &report, const Selection &selection);
-
 // Marks what is selected of a report that has come to its end.
 void select_functions(Report &report, const Selection &selection);
 

@@ -47,7 +47,6 @@ unsigned hex_value(std::string_view digits) {
 
 struct Title {
     unsigned domain = 0;
-    bool has_domain = false;
     unsigned bus = 0;
     unsigned device = 0;
     unsigned function = 0;
@@ -60,7 +59,6 @@ std::optional<Title> parse_title(std::string_view line) {
     Title title;
     const std::size_t digits = count_hex(line);
     if (digits >= 4 && digits <= 8 && line.substr(digits, 1) == ":") {
-        title.has_domain = true;
         title.domain = hex_value(line.substr(0, digits));
         line.remove_prefix(digits + 1);
     }
@@ -94,9 +92,11 @@ std::string hex_text(unsigned value) {
 
 class DumpReader {
 public:
-    DumpReader(const std::string &file, unsigned domain) : file_(file) {
-        dump_.image = std::make_unique<ConfigImage>();
-        dump_.domain = domain;
+    DumpReader(const std::string &file, const DomainChoice &choice) : file_(file) {
+        takes_all_ = !choice;
+        if (choice)
+            for (const unsigned domain : *choice)
+                dump_.domains.try_emplace(domain);
     }
 
     Dump read(std::istream &stream) {
@@ -113,9 +113,10 @@ public:
             fail("the file is empty");
         if (seen_.empty())
             fail("no lspci dump: there is no function in it (take one with: lspci -xxxx)");
-        if (dump_.image->functions().empty())
-            fail("no function of domain " + hex_text(dump_.domain) + " among the " +
-                 std::to_string(seen_.size()) + " in it");
+        for (const auto &[domain, dumped] : dump_.domains)
+            if (dumped.image->functions().empty())
+                fail("no function of domain " + hex_text(domain) + " among the " +
+                     std::to_string(seen_.size()) + " in it");
         return std::move(dump_);
     }
 
@@ -153,7 +154,6 @@ private:
             fail_here("no such address", line);
         if (!seen_.emplace(title.domain, title.id()).second)
             fail_here("a second function with this address", line);
-        dump_.domain_in_text |= title.has_domain;
         current_ = title;
         title_text_ = line;
         title_line_ = line_number_;
@@ -204,14 +204,22 @@ private:
                         " bytes, and at least 64 are needed (take the dump with: "
                         "lspci -xxxx)",
                     title_text_);
-        if (title.domain != dump_.domain) {
-            ++dump_.other_domains;
+        DumpedDomain *const domain = wanted(title.domain);
+        if (!domain) {
+            ++dump_.left_out[title.domain];
             return;
         }
         if (bytes.size() == pci::HEADER_SIZE &&
             (bytes[pci::STATUS] & pci::STATUS_CAPABILITIES_LIST))
-            ++dump_.header_only;
-        dump_.image->add(title.id(), std::move(title_text_), std::move(bytes));
+            ++domain->header_only;
+        domain->image->add(title.id(), std::move(title_text_), std::move(bytes));
+    }
+
+    DumpedDomain *wanted(unsigned domain) {
+        if (takes_all_)
+            return &dump_.domains[domain];
+        const auto found = dump_.domains.find(domain);
+        return found == dump_.domains.end() ? nullptr : &found->second;
     }
 
     [[noreturn]] void fail(const std::string &reason) const {
@@ -228,6 +236,7 @@ private:
     }
 
     std::string file_;
+    bool takes_all_ = false;
     Dump dump_;
     std::size_t line_number_ = 0;
     std::uint64_t size_ = 0;
@@ -240,7 +249,7 @@ private:
 
 }  // namespace
 
-Dump read_dump(const std::filesystem::path &file, unsigned domain) {
+Dump read_dump(const std::filesystem::path &file, const DomainChoice &choice) {
     std::error_code ignored;
     if (std::filesystem::is_directory(file, ignored))
         throw DumpError(file.string() + ": is a directory");
@@ -248,11 +257,11 @@ Dump read_dump(const std::filesystem::path &file, unsigned domain) {
     std::ifstream stream(file, std::ios::binary);
     if (!stream)
         throw DumpError(file.string() + ": " + std::generic_category().message(errno));
-    return read_dump(stream, file.string(), domain);
+    return read_dump(stream, file.string(), choice);
 }
 
-Dump read_dump(std::istream &stream, const std::string &name, unsigned domain) {
-    return DumpReader(name, domain).read(stream);
+Dump read_dump(std::istream &stream, const std::string &name, const DomainChoice &choice) {
+    return DumpReader(name, choice).read(stream);
 }
 
 }  // namespace host

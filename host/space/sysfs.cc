@@ -75,14 +75,13 @@ std::vector<RoutingId> Sysfs::functions() const {
     return found;
 }
 
-std::size_t Sysfs::other_domains() const {
+std::map<unsigned, std::size_t> Sysfs::domains() const {
     std::error_code none;
-    std::size_t count = 0;
-    for (const fs::directory_entry &entry : fs::directory_iterator(devices(), none)) {
-        const auto address = parse_kernel_address(entry.path().filename().string());
-        count += address && address->domain != domain_;
-    }
-    return count;
+    std::map<unsigned, std::size_t> counts;
+    for (const fs::directory_entry &entry : fs::directory_iterator(devices(), none))
+        if (const auto address = parse_kernel_address(entry.path().filename().string()))
+            ++counts[address->domain];
+    return counts;
 }
 
 bool Sysfs::has(RoutingId id) const {

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -25,7 +26,8 @@ public:
     // Returns them in ascending order; empty on a machine without PCI.
     std::vector<RoutingId> functions() const;
 
-    std::size_t other_domains() const;  // number of functions in other domains
+    // Returns the number of functions in each domain, this one among them.
+    std::map<unsigned, std::size_t> domains() const;
 
     bool has(RoutingId id) const;
 

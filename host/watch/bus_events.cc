@@ -4,6 +4,7 @@
 #include <array>
 #include <limits>
 
+#include "host/base/address.h"
 #include "host/base/input.h"
 #include "host/base/words.h"
 #include "host/machine/open_machine.h"
@@ -153,6 +154,29 @@ std::vector<BusEvent> parse_bus_events(std::string_view text, const std::string 
     if (!errors.empty())
         throw InputError(errors);
     return events;
+}
+
+std::vector<std::string> split_bus_events(std::string_view text, const std::string &file,
+                                          const std::vector<unsigned> &domains) {
+    std::vector<std::string> texts(domains.size());
+    std::vector<std::string> errors;
+    std::size_t number = 0;
+    for (const std::string_view line : split(text, '\n')) {
+        ++number;
+        const std::vector<std::string_view> parts = words(line.substr(0, line.find('#')));
+        const auto address = parts.size() > 1 ? parse_address(parts[1]) : std::nullopt;
+        const unsigned domain = address ? address->domain.value_or(0) : domains.front();
+        const auto owner = std::ranges::find(domains, domain);
+        if (owner == domains.end())
+            errors.push_back(line_complaint(file, number, "not in a domain that is served", line));
+        else
+            texts[static_cast<std::size_t>(owner - domains.begin())] += line;
+        for (std::string &each : texts)
+            each += '\n';
+    }
+    if (!errors.empty())
+        throw InputError(errors);
+    return texts;
 }
 
 }  // namespace host

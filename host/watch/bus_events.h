@@ -38,4 +38,10 @@ std::vector<BusEvent> parse_bus_events(std::string_view text, const std::string 
                                        Machine &machine, unsigned domain,
                                        std::size_t first_line = 1);
 
+// Returns a text for each domain with the lines that belong to it, and empty lines in the place of
+// others. An address without a domain is in domain 0; a line without an address belongs to the
+// first. Throws InputError with every line of a domain that is not among them.
+std::vector<std::string> split_bus_events(std::string_view text, const std::string &file,
+                                          const std::vector<unsigned> &domains);
+
 }  // namespace host

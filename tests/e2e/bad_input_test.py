@@ -319,7 +319,7 @@ class BadInputTest(HoplarTest):
         self.file("input", "HOPLAR_MODULE_LIST = none.so\n[other]\nanything\n[runtime]\n"
                            f"HOPLAR_MODULE_LIST = {PLUGIN} same.so\n")
         self.check_start(["-c", "input", "-m", PLUGIN], [
-            "warning: input:1: only read in section [runtime], passed over: "
+            "warning: input:1: only read in sections [runtime] and [domain N], passed over: "
             "HOPLAR_MODULE_LIST = none.so",
             "warning: input:2: unknown section, passed over: [other]",
             f"info: module {PLUGIN}, version 3.0", *STARTED, *(

@@ -40,7 +40,7 @@ class SelectionTest(HoplarTest):
                 texts = {}
                 for form in "json", "table", "dot":
                     texts[form], messages, output = self.report(form, *options)
-                    self.assertEqual(messages, usual + warning)
+                    self.assertEqual(messages, warning + usual)
                     self.assertEqual(output, written)
                 shown = {*selected, *above}
                 report = json.loads(texts["json"])

@@ -103,7 +103,8 @@ protected:
 
 TEST_F(Runs, PlanAndWriteWhatADumpOfTheMachineGives) {
     const std::string example = EXAMPLES "server.lspci";
-    const Dump dump = read_dump(example, 0);
+    const Dump whole = read_dump(example, std::vector{0U});
+    const DumpedDomain &dump = whole.domains.at(0);
     for (const RoutingId id : dump.image->functions())
         plug(id, dump.image->bytes(id));
     EXPECT_EQ(finish("-o wanted -F " + example), EXIT_DONE);
@@ -152,8 +153,8 @@ TEST_F(Runs, SayWhatIsInTheWay) {
                       refused = "error: 01:00.0: cannot be reset (flr): ";
     constexpr int NOT_ALL = EXIT_NOT_ALL_DONE, BAD = EXIT_BAD_INPUT;
     const std::tuple<std::function<void()>, std::string, int, std::string> rows[] = {
-        {[&] { fs::create_symlink("..", sysfs.folder() / "devices/0001:00:00.0"); }, live, 0,
-         "warning: --live: 1 function of other domains left out, domain 0000 is served"},
+        {[&] { fs::create_symlink("..", sysfs.folder() / "devices/0001:00:00.0"); }, write, 0,
+         "warning: --live: 1 function of domain 0001 left out, domain 0000 is served"},
         {[&] { replace(CARD, "driver", "../nic"), poke(CARD, pci::COMMAND, "\4"); }, write, NOT_ALL,
          "would get another payload size under traffic on 01:00.0 (nic): nothing"},
         {[&] { replace(CARD, "reset", "/dev/full"); }, flr, NOT_ALL,
@@ -166,7 +167,8 @@ TEST_F(Runs, SayWhatIsInTheWay) {
          "error: 01:00.0: write at 0x48: Operation not permitted (is the kernel locked down?)\n"},
         {[&] { cut(CARD, 0x49); }, write, NOT_ALL, "01:00.0: read at 0x48: Input/output error\n"},
         {[&] { cut(PORT, 64), cut(CARD, 64); }, live, BAD, "the kernel shows no more than headers"},
-        {[&] { unplug(PORT); }, live, BAD, "error: --live: no PCI functions on this machine"},
+        {[&] { unplug(PORT); }, live + "--domain 0", BAD,
+         "error: --live: no PCI functions on this machine"},
         {[&] { user = 1000; }, live, BAD, "error: --live: only root can read"}};
     for (const auto &[happens, arguments, status, line] : rows) {
         plug("0.1:4>1-1=1");

@@ -22,7 +22,7 @@ class CheckedMachine {
 public:
     CheckedMachine(const host::SourceOptions &options, std::istream &in)
         : source_(host::open_source(options, in)), machine_(host::open_machine(source_.space())),
-          serving_(*machine_), report_(host::begin_report(*machine_, options.domain)) {}
+          serving_(*machine_), report_(host::begin_report(*machine_, source_.domain)) {}
 
     host::MachineView view() const { return {*machine_, report_}; }
 

@@ -33,7 +33,7 @@ std::vector<std::string> read_config(const std::filesystem::path &config, host::
     for (const std::string &warning : read.warnings)
         host::log_warning(warning);
     std::vector<std::string> files;
-    for (const host::ModuleEntry &entry : read.modules)
+    for (const host::ModuleEntry &entry : read.all_modules())
         check_entry(entry, files, remarks);
     return files;
 }

@@ -18,7 +18,7 @@ constexpr const char *FOOTER =
     "Exit status: 0 no errors and no warnings; 1 some; 2 bad options or unreadable\n"
     "input.\n";
 
-void declare(CLI::App &app, Options &options, std::string &domain) {
+void declare(CLI::App &app, Options &options, std::optional<std::string> &domain) {
     app.add_option("-F,--dump", options.source.dump,
                    "Check against the machine of a dump as of lspci -xxxx, - for standard input")
         ->type_name("FILE");
@@ -37,7 +37,7 @@ void declare(CLI::App &app, Options &options, std::string &domain) {
 std::optional<Options> parse_options(int argc, const char *const *argv, std::ostream &out) {
     CLI::App app("Says what is wrong with feature files before they are used.", "hoplar-check");
     Options options;
-    std::string domain = "0";
+    std::optional<std::string> domain;
     declare(app, options, domain);
     if (!host::parse_command_line(app, argc, argv, out))
         return std::nullopt;
@@ -51,7 +51,8 @@ std::optional<Options> parse_options(int argc, const char *const *argv, std::ost
          {std::pair("--dump", options.source.dump), std::pair("--config", options.config)})
         if (file && file->empty())
             throw host::InputError(std::string(option) + ": no file is named");
-    options.source.domain = host::parse_domain(domain);
+    options.source.domains_are_default = !domain;
+    options.source.domains = std::vector{host::parse_domain(domain.value_or("0"))};
     return options;
 }
 

@@ -36,7 +36,7 @@ int run(const Options &options) {
     std::optional<host::OutputFile> output;
     if (options.output)
         output.emplace(*options.output);
-    const Request request = parse_request(options.operation, *machine, options.source.domain);
+    const Request request = parse_request(options.operation, *machine, source.domain);
     refuse_bound(request, options, source);
     const host::Serving serving(*machine);
     if (source.is_written())

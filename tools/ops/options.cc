@@ -21,8 +21,8 @@ constexpr const char *FOOTER =
     "2 bad options, unreadable input, a driver that would be disturbed, or a result\n"
     "that could not be written.\n";
 
-void declare(CLI::App &app, Options &options, std::string &domain, bool &live, int &louder,
-             bool &quiet, bool &debug) {
+void declare(CLI::App &app, Options &options, std::optional<std::string> &domain, bool &live,
+             int &louder, bool &quiet, bool &debug) {
     app.add_option("-F,--dump", options.source.dump,
                    "Configuration space, a dump as of lspci -xxxx, - for standard input")
         ->type_name("FILE");
@@ -46,7 +46,7 @@ std::optional<Options> parse_options(int argc, const char *const *argv, std::ost
     CLI::App app("Runs one operation of the module on the configuration space of a machine.",
                  "hoplar-ops");
     Options options;
-    std::string domain = "0";
+    std::optional<std::string> domain;
     bool live = false;
     int louder = 0;
     bool quiet = false;
@@ -59,7 +59,8 @@ std::optional<Options> parse_options(int argc, const char *const *argv, std::ost
          {std::pair("--dump", options.source.dump), std::pair("--output", options.output)})
         if (file && file->empty())
             throw host::InputError(std::string(option) + ": no file is named");
-    options.source.domain = host::parse_domain(domain);
+    options.source.domains_are_default = !domain;
+    options.source.domains = std::vector{host::parse_domain(domain.value_or("0"))};
     options.log = host::log_level(quiet, louder, debug);
     return options;
 }

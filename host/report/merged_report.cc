@@ -1,0 +1,71 @@
+#include "host/report/merged_report.h"
+
+#include <ostream>
+
+#include "host/base/address.h"
+#include "host/base/words.h"
+#include "host/report/json_writer.h"
+#include "host/report/report_dot.h"
+
+namespace host {
+namespace {
+
+constexpr const char *FORMAT = "format";  // the one number that is no count
+
+void add(Json &sum, Json more) {
+    if (sum.is_array())
+        for (Json &row : more)
+            sum.push_back(std::move(row));
+    else if (sum.is_number())
+        sum = sum.get<std::uint64_t>() + more.get<std::uint64_t>();
+    else
+        for (auto &[name, value] : sum.items())
+            if (name != FORMAT)
+                add(value, std::move(more.at(name)));
+}
+
+void write(JsonWriter &json, const char *name, const Json &value) {
+    if (value.is_array())
+        return json.array(name, value, [](const Json &row) { return row; });
+    if (!value.is_object())
+        return json.value(name, value);
+    json.open(name, '{');
+    for (const auto &[member, part] : value.items())
+        write(json, member.c_str(), part);
+    json.close('}');
+}
+
+}  // namespace
+
+void write_merged_tables(std::ostream &out, const std::vector<DomainReport> &reports) {
+    for (const DomainReport &report : reports)
+        out << (&report == reports.data() ? "" : "\n") << "Domain " << domain_text(report.domain)
+            << ":\n"
+            << report.text;
+}
+
+void write_merged_json(std::ostream &out, const std::vector<DomainReport> &reports) {
+    Json sum = Json::parse(reports.front().text);
+    for (std::size_t i = 1; i < reports.size(); ++i)
+        add(sum, Json::parse(reports[i].text));
+    JsonWriter json(out, JsonWriter::Form::LINES);
+    json.open();
+    for (const auto &[name, value] : sum.items())
+        write(json, name.c_str(), value);
+    json.close('}');
+    out << '\n';
+}
+
+void write_merged_dot(std::ostream &out, const std::vector<DomainReport> &reports) {
+    std::vector<std::string> titles;
+    std::string machines;
+    for (const DomainReport &report : reports) {
+        const std::size_t end = report.text.find('\n');
+        titles.push_back("Domain " + domain_text(report.domain) + ": " +
+                         report.text.substr(0, end));
+        machines += report.text.substr(end + 1);
+    }
+    write_dot_graph(out, join(titles, "; "), machines);
+}
+
+}  // namespace host

@@ -1,0 +1,25 @@
+// Makes one report of those of several domains.
+#pragma once
+
+#include <iosfwd>
+#include <string>
+#include <vector>
+
+namespace host {
+
+struct DomainReport {
+    unsigned domain;
+    std::string text;
+};
+
+// Writes the tables one below the other, each below its domain.
+void write_merged_tables(std::ostream &out, const std::vector<DomainReport> &reports);
+
+// Writes one object with the rows of all, and the sums of what is counted. Each text is one that
+// write_json() wrote.
+void write_merged_json(std::ostream &out, const std::vector<DomainReport> &reports);
+
+// Writes one graph. Each text is one that write_dot_part() wrote.
+void write_merged_dot(std::ostream &out, const std::vector<DomainReport> &reports);
+
+}  // namespace host
