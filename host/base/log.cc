@@ -245,11 +245,9 @@ void open_log(const LogLevel &level) {
     pci_dbg = level.debug ? &debug_handle : nullptr;
 }
 
-void log_for(const std::string &part, bool keep) {
+void log_for(const std::string &part) {
     const std::scoped_lock guard(log().lock);
     log().part = part + ": ";
-    if (keep)
-        return;
     log().record = {};
     log().kept_bytes = 0;
 }

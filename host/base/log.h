@@ -57,9 +57,8 @@ LogLevel log_level(bool quiet, int louder, bool debug);
 void open_log(const LogLevel &level);
 
 // Puts `part` and ": " in front of each text from now on, so that the lines of several processes
-// can be told apart. Unless `keep` is set, the counts begin anew, and messages that are kept are
-// dropped.
-void log_for(const std::string &part, bool keep);
+// can be told apart. The counts begin anew, and messages that are kept are dropped.
+void log_for(const std::string &part);
 
 // Sends every message that reaches a handle, before filtering, to `observer` too; an empty function
 // removes it. The tests use this. The observer is called under the log's own lock.

@@ -1,7 +1,5 @@
 #include "host/cli/domains.h"
 
-#include <sys/prctl.h>
-#include <sys/socket.h>
 #include <sys/wait.h>
 
 #include <algorithm>
@@ -9,7 +7,6 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
-#include <functional>
 #include <optional>
 #include <ostream>
 #include <sstream>
@@ -21,8 +18,11 @@
 #include "host/base/descriptor_io.h"
 #include "host/base/input.h"
 #include "host/base/log.h"
+#include "host/base/words.h"
+#include "host/cli/domain_server.h"
 #include "host/cli/run.h"
 #include "host/report/merged_report.h"
+#include "host/requests/judge.h"
 #include "host/space/dump.h"
 #include "host/watch/bus_events.h"
 #include "host/watch/signals.h"
@@ -38,85 +38,12 @@ int gravest(int left, int right) {
     return std::ranges::find(STATUSES, left) < std::ranges::find(STATUSES, right) ? right : left;
 }
 
-// The server process of one domain.
-class DomainServer {
-public:
-    // `work` runs in the child and returns its exit status. It calls its argument when all input
-    // has been read, and does nothing more when that gives false.
-    using Ready = std::function<bool()>;
-    using Work = std::function<int(const Ready &ready)>;
-
-    explicit DomainServer(const Work &work) {
-        std::array<int, 2> ends{-1, -1};
-        if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) != 0)
-            throw std::system_error(errno, std::generic_category(), "socketpair");
-        to_child_ = Descriptor(ends[0]);
-        const Descriptor to_parent(ends[1]);
-        child_ = fork();
-        if (child_ == 0)
-            be_child(work, to_parent.number());
-        if (child_ < 0)
-            throw std::system_error(errno, std::generic_category(), "fork");
-    }
-
-    // Returns false when the child has ended instead.
-    bool is_ready() const { return receive(to_child_.number()); }
-
-    void start() const { send(to_child_.number(), "", 1, MSG_NOSIGNAL); }
-
-    // Waits until the child has ended, which one that has not been started does at once, and
-    // returns how, as waitpid() tells it.
-    int wait() {
-        shutdown(to_child_.number(), SHUT_WR);
-        has_finished_ = receive(to_child_.number());
-        int status = 0;
-        while (waitpid(child_, &status, 0) < 0)
-            if (errno != EINTR)
-                throw std::system_error(errno, std::generic_category(), "waitpid");
-        return status;
-    }
-
-    // Returns true when the work was done, whatever its status.
-    bool has_finished() const { return has_finished_; }
-
-private:
-    static bool receive(int descriptor) {
-        char byte = 0;
-        ssize_t length = 0;
-        do
-            length = recv(descriptor, &byte, 1, 0);
-        while (length < 0 && errno == EINTR);
-        return length == 1;
-    }
-
-    // Ends with _exit(), because the buffers that the child inherited are the parent's to flush.
-    [[noreturn]] static void be_child(const Work &work, int parent) noexcept {
-        prctl(PR_SET_PDEATHSIG, SIGTERM);
-        int status = EXIT_BAD_INPUT;
-        try {
-            bool started = false;
-            status = work([&] {
-                send(parent, "", 1, MSG_NOSIGNAL);
-                return started = receive(parent);
-            });
-            if (started)
-                send(parent, "", 1, MSG_NOSIGNAL);
-        } catch (const std::exception &error) {
-            status = refuse(error);
-        }
-        _exit(status);
-    }
-
-    Descriptor to_child_;
-    pid_t child_ = -1;
-    bool has_finished_ = false;
-};
-
 // A domain, its server and what that leaves behind.
 struct Domain {
     unsigned number;
     Descriptor report = memory_file();
     Descriptor dump = memory_file();
+    Descriptor lines = memory_file();  // of feature files, see lines_text()
     std::optional<DomainServer> server = std::nullopt;
 };
 
@@ -128,11 +55,68 @@ struct Run {
     std::vector<EventText> events;  // by domain
 };
 
+// A line of a feature file that names functions.
+struct NamedLine {
+    std::string place;  // "features.cfg:3"
+    std::string text;
+    std::string fault;                // why it sets nothing where there is no such function
+    std::vector<std::string> owners;  // domains that have such functions
+};
+
+// Returns three texts for each line that names functions, each with a zero byte behind it: the
+// place, the line, and why it sets nothing, or nothing where such functions are there.
+std::string lines_text(const std::vector<RequestReport> &requests) {
+    std::string text;
+    for (const RequestReport &request : requests)
+        if (request.is_named)
+            text += request.file + ":" + std::to_string(request.line) + '\0' +
+                    excerpt(request.text) + '\0' + (request.is_absent ? fault_text(request) : "") +
+                    '\0';
+    return text;
+}
+
+// Collects the lines of all domains.
+std::vector<NamedLine> named_lines(const std::vector<Domain> &domains) {
+    std::vector<NamedLine> lines;
+    for (const Domain &domain : domains) {
+        const std::string text = read_from_start(domain.lines.number());
+        const auto parts = split(text, '\0');
+        for (std::size_t i = 0; i + 3 < parts.size(); i += 3) {
+            auto line = std::ranges::find(lines, parts[i], &NamedLine::place);
+            if (line == lines.end())
+                line =
+                    lines.insert(line, {std::string(parts[i]), std::string(parts[i + 1]), "", {}});
+            if (parts[i + 2].empty())
+                line->owners.push_back(domain_text(domain.number));
+            else
+                line->fault = parts[i + 2];
+        }
+    }
+    return lines;
+}
+
+// Tells of lines that are taken for several domains, and with --strict of those that select nothing
+// in any. Returns false when there is one of the latter.
+bool report_lines(const Run &run) {
+    bool all_select = true;
+    for (const NamedLine &line : named_lines(run.domains)) {
+        if (line.owners.size() > 1)
+            log_warning(line.place + ": " + line.text + " is taken for domains " +
+                        join(line.owners, ", ") +
+                        ", all of which have the function: a section [domain N] in the host "
+                        "configuration tells them apart");
+        if (!line.owners.empty() || !run.options.strict)
+            continue;
+        log_error(line.fault);
+        all_select = false;
+    }
+    return all_select;
+}
+
 // Runs the session of a domain in its own process.
 int serve(Run &run, std::size_t index, const DomainServer::Ready &ready) {
     const Domain &domain = run.domains[index];
-    // The first domain's report tells what has been logged before there were several.
-    log_for("domain " + domain_text(domain.number), index == 0);
+    log_for("domain " + domain_text(domain.number));
     Options options = run.options;
     options.is_part = true;
     if (options.output)
@@ -144,7 +128,8 @@ int serve(Run &run, std::size_t index, const DomainServer::Ready &ready) {
     session.start();
     std::ostringstream report;
     const int status = session.finish(report);
-    if (write_whole(domain.report.number(), report.view()))
+    if (write_whole(domain.report.number(), report.view()) &&
+        write_whole(domain.lines.number(), lines_text(session.requests())))
         return status;
     throw std::system_error(errno, std::generic_category(), "the report");
 }
@@ -204,7 +189,7 @@ void write_report(ReportForm form, std::ostream &out, const std::vector<Domain> 
     if (form == ReportForm::TABLE)
         write_merged_tables(out, reports);
     if (form == ReportForm::JSON)
-        write_merged_json(out, reports);
+        write_merged_json(out, reports, log_record());
     if (form == ReportForm::DOT)
         write_merged_dot(out, reports);
     if (!out.flush())
@@ -230,7 +215,9 @@ int run_domains(const Options &options, const HostConfig &config,
         block_signals();
     // A process that inherits an ignored SIGCHLD is not told how its children end.
     std::signal(SIGCHLD, SIG_DFL);
-    const int status = run_all(run);
+    int status = run_all(run);
+    if (!report_lines(run))
+        status = gravest(status, EXIT_NOT_ALL_DONE);
     if (output && std::ranges::all_of(run.domains, has_finished))
         write_dump(*output, run.domains);
     write_report(options.report, out, run.domains);

@@ -98,7 +98,8 @@ Session::Session(const Options &options, std::vector<ModuleEntry> modules, Machi
 void Session::start() {
     if (source_.is_written())
         block_signals();
-    if (options_.strict || options_.watch || options_.report == ReportForm::JSON)
+    if (options_.strict || options_.watch || options_.is_part ||
+        options_.report == ReportForm::JSON)
         feature_files_ = open_feature_files(modules_);
     results_ = start_up(modules_);
     all_done_ = std::ranges::all_of(results_, &ModuleResult::runs);
@@ -137,7 +138,7 @@ bool Session::reaches_requests() {
     if (!options_.strict)
         return true;
     read_states(report_, *machine_);
-    return report_faults(judge(feature_files_, {*machine_, report_}));
+    return report_faults(judge(feature_files_, {*machine_, report_}), options_.is_part);
 }
 
 int Session::check() const {

@@ -21,10 +21,10 @@ std::vector<FeatureFile> open_feature_files(const std::vector<ModuleEntry> &modu
     return files;
 }
 
-bool report_faults(const std::vector<RequestReport> &requests) {
+bool report_faults(const std::vector<RequestReport> &requests, bool is_part) {
     bool any = false;
     for (const RequestReport &request : requests)
-        if (is_fault(request.status)) {
+        if (is_fault(request.status) && !(is_part && request.is_absent)) {
             log_error(fault_text(request));
             any = true;
         }

@@ -12,7 +12,8 @@ namespace host {
 // that names none, and should, counts as a file that cannot be used.
 std::vector<FeatureFile> open_feature_files(const std::vector<ModuleEntry> &modules);
 
-// Logs an error for each fault (is_fault()). Returns false when there is one.
-bool report_faults(const std::vector<RequestReport> &requests);
+// Logs an error for each fault (is_fault()), with `is_part` none where a line names a function that
+// may be one of another domain. Returns false when there is one.
+bool report_faults(const std::vector<RequestReport> &requests, bool is_part);
 
 }  // namespace host

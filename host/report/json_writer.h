@@ -5,6 +5,8 @@
 #include <iosfwd>
 #include <nlohmann/json.hpp>
 
+#include "host/base/log.h"
+
 namespace host {
 
 using Json = nlohmann::ordered_json;
@@ -51,5 +53,8 @@ private:
     unsigned depth_ = 0;
     bool is_first_ = true;  // of what is open
 };
+
+// Returns the row of a message in a report.
+Json message_json(const KeptMessage &message);
 
 }  // namespace host

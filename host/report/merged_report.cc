@@ -24,6 +24,18 @@ void add(Json &sum, Json more) {
                 add(value, std::move(more.at(name)));
 }
 
+void add(Json &messages, const LogRecord &own) {
+    const auto count = [&](const char *name, std::uint64_t more) {
+        messages[name] = messages[name].get<std::uint64_t>() + more;
+    };
+    count("error", own.counts.error);
+    count("warning", own.counts.warning);
+    count("info", own.counts.info);
+    count("debug", own.counts.debug);
+    for (const KeptMessage &message : own.kept)
+        messages["list"].push_back(message_json(message));
+}
+
 void write(JsonWriter &json, const char *name, const Json &value) {
     if (value.is_array())
         return json.array(name, value, [](const Json &row) { return row; });
@@ -44,10 +56,12 @@ void write_merged_tables(std::ostream &out, const std::vector<DomainReport> &rep
             << report.text;
 }
 
-void write_merged_json(std::ostream &out, const std::vector<DomainReport> &reports) {
+void write_merged_json(std::ostream &out, const std::vector<DomainReport> &reports,
+                       const LogRecord &own) {
     Json sum = Json::parse(reports.front().text);
     for (std::size_t i = 1; i < reports.size(); ++i)
         add(sum, Json::parse(reports[i].text));
+    add(sum["messages"], own);
     JsonWriter json(out, JsonWriter::Form::LINES);
     json.open();
     for (const auto &[name, value] : sum.items())

@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "host/base/log.h"
+
 namespace host {
 
 struct DomainReport {
@@ -15,9 +17,10 @@ struct DomainReport {
 // Writes the tables one below the other, each below its domain.
 void write_merged_tables(std::ostream &out, const std::vector<DomainReport> &reports);
 
-// Writes one object with the rows of all, and the sums of what is counted. Each text is one that
-// write_json() wrote.
-void write_merged_json(std::ostream &out, const std::vector<DomainReport> &reports);
+// Writes one object with the rows of all, and the sums of what is counted; `own` are the messages
+// that belong to no report. Each text is one that write_json() wrote.
+void write_merged_json(std::ostream &out, const std::vector<DomainReport> &reports,
+                       const LogRecord &own);
 
 // Writes one graph. Each text is one that write_dot_part() wrote.
 void write_merged_dot(std::ostream &out, const std::vector<DomainReport> &reports);

@@ -154,7 +154,8 @@ Json request_json(const Report &report, const RequestReport &request) {
     Json functions = Json::array();
     for (const RequestedFunction &asked : request.functions)
         functions.push_back(requested_function_json(report, asked));
-    return {{"file", request.file},
+    return {{"domain", domain_text(report.domain)},
+            {"file", request.file},
             {"line", request.line != 0 ? Json(request.line) : Json(nullptr)},
             {"keyword", text_or_null(request.keyword)},
             {"value", text_or_null(request.value)},
@@ -165,8 +166,9 @@ Json request_json(const Report &report, const RequestReport &request) {
             {"functions", std::move(functions)}};
 }
 
-Json module_json(const ModuleResult &module) {
-    return {{"file", module.file},
+Json module_json(const Report &report, const ModuleResult &module) {
+    return {{"domain", domain_text(report.domain)},
+            {"file", module.file},
             {"version", module.version ? Json(version_text(*module.version)) : Json(nullptr)},
             {"result", value_or_null(module.result)}};
 }
@@ -184,13 +186,6 @@ void write_findings(JsonWriter &json, const Report &report) {
     json.array("before", report.found, row, is_written);
     json.array("after", report.findings, row, is_written);
     json.close('}');
-}
-
-Json message_json(const KeptMessage &message) {
-    return {{"severity", severity_name(message.severity)},
-            {"verbosity", message.verbosity},
-            {"shown", message.shown},
-            {"text", message.text}};
 }
 
 void write_messages(JsonWriter &json, const LogRecord &messages) {
@@ -221,7 +216,8 @@ void write_report(JsonWriter json, const Report &report) {
             return report.functions[hierarchy.root_port].shown;
         });
     write_findings(json, report);
-    json.array("modules", report.modules, module_json);
+    json.array("modules", report.modules,
+               [&](const ModuleResult &module) { return module_json(report, module); });
     json.array("requests", report.requests,
                [&](const RequestReport &request) { return request_json(report, request); });
     write_messages(json, report.messages);
@@ -229,6 +225,13 @@ void write_report(JsonWriter json, const Report &report) {
 }
 
 }  // namespace
+
+Json message_json(const KeptMessage &message) {
+    return {{"severity", severity_name(message.severity)},
+            {"verbosity", message.verbosity},
+            {"shown", message.shown},
+            {"text", message.text}};
+}
 
 void write_json(std::ostream &out, const Report &report) {
     write_report({out, JsonWriter::Form::LINES}, report);

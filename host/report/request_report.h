@@ -35,11 +35,13 @@ struct RequestedFunction {
 
 struct RequestReport {
     std::string file{};
-    std::size_t line = 0;   // 0: the whole file, of which nothing can be read
-    std::string text{};     // the line
-    std::string keyword{};  // empty when there is none
-    std::string value{};    // likewise
-    std::string asked{};    // in words; empty where that cannot be told
+    std::size_t line = 0;    // 0: the whole file, of which nothing can be read
+    std::string text{};      // the line
+    std::string keyword{};   // empty when there is none
+    std::string value{};     // likewise
+    std::string asked{};     // in words; empty where that cannot be told
+    bool is_named = false;   // it names functions, not all
+    bool is_absent = false;  // there is none of these
     RequestStatus status = RequestStatus::REACHED;
     std::string reason{};      // empty when the line is reached as a whole
     std::size_t selected = 0;  // the functions that the line still decides on

@@ -32,6 +32,10 @@ JudgedLine judged_line(const std::string &file, const FeatureLine &line, const M
                      .keyword = line.keyword,
                      .value = line.value,
                      .asked = asked_text(judged.request)};
+    const Request &request = judged.request;
+    judged.report.is_named =
+        (request.mps && request.mps->bdf != BDF_NONE) ||
+        (request.ecrc && request.ecrc->selection.scope != enable_features::scope_t::every_function);
     if (!judged.request.mps && !judged.request.ecrc) {
         const bool is_known =
             line.row == enable_features::ROW_FB2B || line.row == enable_features::ROW_ASPM;

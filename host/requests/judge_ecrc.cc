@@ -22,6 +22,7 @@ public:
 
     void judge() {
         const Rows rows = selected(view_, request_.selection);
+        report_.is_absent = rows.empty();
         const std::string unreachable =
             is_single() ? out_of_reach(view_, request_.selection.bdf) : "";
         if (unreachable.empty())

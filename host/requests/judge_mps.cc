@@ -98,6 +98,8 @@ private:
                 endpoint.judged = &judged;
             return;
         }
+        judged.report.is_absent =
+            view_.machine.known(pci::routing_id_of(judged.request.bdf)) == nullptr;
         if (const std::string text = out_of_reach(view_, judged.request.bdf); !text.empty())
             set_outcome(judged.report, RequestStatus::REFUSED, text, view_);
         else if (const std::string reason = refusal_of(judged.request); !reason.empty())

@@ -46,11 +46,13 @@ class DomainsTest(HoplarTest):
         with open(self.file("output"), "rb") as output:
             self.assertEqual(output.read(), dumps)
         first, second = map(json.loads, self.parts("json")[0])
-        text, messages = self.run_on("json", "-e", "events", "-v")
+        text, messages = self.run_on("json", "-e", "events", "-v", "-v", "-v", "-v")
         report = json.loads(text)
         for name in "functions", "hierarchies", "modules":
             self.assertEqual(report[name], first[name] + second[name])
-        self.assertEqual(report["format"], first["format"])
+        self.assertEqual([report["messages"][name] for name in ("error", "warning", "info")],
+                         [sum(line.startswith(name) for line in messages)
+                          for name in ("error", "warning", "info")])
         self.assertEqual({message.split(": ")[1] for message in messages}, {"domain 0000", "domain 0002"})
         graph, drawn = self.graph("-F", "input", "-m", f"{PLUGIN},--config=all.cfg")
         self.assertEqual(graph.count("label=<<B>Root port"), len(report["hierarchies"]))
@@ -64,6 +66,13 @@ class DomainsTest(HoplarTest):
         checking = {f["domain"]: f["ecrc"]["chk"]["after"] for f in json.loads(text)["functions"]
                     if f["ecrc"] and f["ecrc"]["chk"]["capable"] and f["ecrc"]["gen"]["capable"]}
         self.assertEqual(checking, {"0000": True, "0002": False})
+
+    def test_lines_are_for_the_domains_that_have_their_functions(self):
+        self.file("all.cfg", "ECRC=1.0.0:=:-\nECRC=99.0.0:+:=\nECRC=0x10.0.0:+:=")
+        _, messages = self.run_on("none", "--strict", status=1)
+        own = [line.partition("all.cfg:")[2] for line in messages if ": domain " not in line]
+        self.assertEqual([line[:40] for line in own], ["1: ECRC=1.0.0:=:- is taken for domains 0",
+                                                       "2: ECRC=99.0.0:+:= (63:00.0, generation "])
 
     def test_nothing_is_done_where_one_domain_has_bad_input(self):
         for events, domains, message in (

@@ -72,7 +72,8 @@ class HoplarTest(unittest.TestCase):
             "-F", dump, "-m", f"{PLUGIN},--config=features.cfg", "-e", "events",
             "--report", "json", "-v", "-v", "-v", "-v", *options)
         report = json.loads(text)
-        self.assertEqual(report["modules"], [{"file": PLUGIN, "version": "3.0", "result": 0}])
+        self.assertEqual(report["modules"], [{"domain": report["functions"][0]["domain"], "file": PLUGIN,
+                                              "version": "3.0", "result": 0}])
         self.check_messages(report["messages"], messages)
         return report
 
