@@ -143,6 +143,25 @@ TEST_F(Runs, CheckAFeatureFileOnTheMachine) {
               "00:01.0 the limit is 128 (of 00:01.0, 01:00.0): write max or 128\n");
 }
 
+TEST_F(Runs, WriteEveryDomainThatIsChosen) {
+    plug("0.1:4>1-1=1 1.0:0>0-0=1");
+    const Sysfs other(1, sysfs.folder());
+    for (const RoutingId id : {PORT, CARD}) {
+        fs::create_directory(other.file(id, "").parent_path());
+        fs::copy(sysfs.file(id, "config"), other.file(id, "config"));
+    }
+    const auto size_bits = [](const Sysfs &domain) {
+        return read(domain.file(PORT, "config"))[DEVCTL_AT] |
+               read(domain.file(CARD, "config"))[DEVCTL_AT] << 8;
+    };
+    for (const auto &[domains, bits] : {std::pair("0001", 0), std::pair("all", 0x2020)}) {
+        EXPECT_EQ(finish(std::string("--live --write --domain ") + domains), EXIT_DONE);
+        EXPECT_EQ(size_bits(sysfs), bits);
+        EXPECT_EQ(size_bits(other), 0x2020);
+    }
+    EXPECT_EQ(report()["functions"].size(), 4);
+}
+
 TEST_F(Runs, SayWhatIsInTheWay) {
     write("flr", "flr 01:00.0\n");
     write("remove", "remove 00:01.0\n");
