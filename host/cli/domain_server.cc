@@ -36,10 +36,11 @@ bool is_told(int descriptor) {
     int status = EXIT_BAD_INPUT;
     try {
         bool started = false;
-        status = work([&] {
+        const auto ready = [&] {
             tell(parent);
             return started = is_told(parent);
-        });
+        };
+        status = work(ready, parent);
         if (started)
             tell(parent);
     } catch (const std::exception &error) {
@@ -71,9 +72,34 @@ void DomainServer::start() const {
     tell(to_child_.number());
 }
 
+std::optional<std::string> DomainServer::ask(const std::string &line) {
+    const std::string text = line + '\n';
+    if (send(to_child_.number(), text.data(), text.size(), MSG_NOSIGNAL) < 0)
+        return std::nullopt;
+    std::string answer;
+    std::array<char, 65536> piece{};
+    while (!answer.ends_with('\n')) {
+        const ssize_t length = recv(to_child_.number(), piece.data(), piece.size(), 0);
+        if (length > 0)
+            answer.append(piece.data(), static_cast<std::size_t>(length));
+        else if (length == 0 || errno != EINTR)
+            break;
+    }
+    if (!answer.ends_with('\n')) {
+        has_finished_ = answer.ends_with('\0');  // the child's last word
+        return std::nullopt;
+    }
+    answer.pop_back();
+    return answer;
+}
+
+void DomainServer::end() const {
+    kill(child_, SIGTERM);
+}
+
 int DomainServer::wait() {
     shutdown(to_child_.number(), SHUT_WR);
-    has_finished_ = is_told(to_child_.number());
+    has_finished_ |= is_told(to_child_.number());
     int status = 0;
     while (waitpid(child_, &status, 0) < 0)
         if (errno != EINTR)

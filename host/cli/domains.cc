@@ -6,7 +6,9 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
+#include <cstdlib>
 #include <cstring>
+#include <map>
 #include <optional>
 #include <ostream>
 #include <sstream>
@@ -19,12 +21,15 @@
 #include "host/base/input.h"
 #include "host/base/log.h"
 #include "host/base/words.h"
+#include "host/cli/domain_lines.h"
 #include "host/cli/domain_server.h"
+#include "host/cli/domain_watch.h"
 #include "host/cli/run.h"
 #include "host/report/merged_report.h"
-#include "host/requests/judge.h"
 #include "host/space/dump.h"
 #include "host/watch/bus_events.h"
+#include "host/watch/control_socket.h"
+#include "host/watch/service.h"
 #include "host/watch/signals.h"
 
 namespace host {
@@ -43,7 +48,7 @@ struct Domain {
     unsigned number;
     Descriptor report = memory_file();
     Descriptor dump = memory_file();
-    Descriptor lines = memory_file();  // of feature files, see lines_text()
+    Descriptor lines = memory_file();  // named_lines_text()
     std::optional<DomainServer> server = std::nullopt;
 };
 
@@ -55,70 +60,14 @@ struct Run {
     std::vector<EventText> events;  // by domain
 };
 
-// A line of a feature file that names functions.
-struct NamedLine {
-    std::string place;  // "features.cfg:3"
-    std::string text;
-    std::string fault;                // why it sets nothing where there is no such function
-    std::vector<std::string> owners;  // domains that have such functions
-};
-
-// Returns three texts for each line that names functions, each with a zero byte behind it: the
-// place, the line, and why it sets nothing, or nothing where such functions are there.
-std::string lines_text(const std::vector<RequestReport> &requests) {
-    std::string text;
-    for (const RequestReport &request : requests)
-        if (request.is_named)
-            text += request.file + ":" + std::to_string(request.line) + '\0' +
-                    excerpt(request.text) + '\0' + (request.is_absent ? fault_text(request) : "") +
-                    '\0';
-    return text;
-}
-
-// Collects the lines of all domains.
-std::vector<NamedLine> named_lines(const std::vector<Domain> &domains) {
-    std::vector<NamedLine> lines;
-    for (const Domain &domain : domains) {
-        const std::string text = read_from_start(domain.lines.number());
-        const auto parts = split(text, '\0');
-        for (std::size_t i = 0; i + 3 < parts.size(); i += 3) {
-            auto line = std::ranges::find(lines, parts[i], &NamedLine::place);
-            if (line == lines.end())
-                line =
-                    lines.insert(line, {std::string(parts[i]), std::string(parts[i + 1]), "", {}});
-            if (parts[i + 2].empty())
-                line->owners.push_back(domain_text(domain.number));
-            else
-                line->fault = parts[i + 2];
-        }
-    }
-    return lines;
-}
-
-// Tells of lines that are taken for several domains, and with --strict of those that select nothing
-// in any. Returns false when there is one of the latter.
-bool report_lines(const Run &run) {
-    bool all_select = true;
-    for (const NamedLine &line : named_lines(run.domains)) {
-        if (line.owners.size() > 1)
-            log_warning(line.place + ": " + line.text + " is taken for domains " +
-                        join(line.owners, ", ") +
-                        ", all of which have the function: a section [domain N] in the host "
-                        "configuration tells them apart");
-        if (!line.owners.empty() || !run.options.strict)
-            continue;
-        log_error(line.fault);
-        all_select = false;
-    }
-    return all_select;
-}
-
 // Runs the session of a domain in its own process.
-int serve(Run &run, std::size_t index, const DomainServer::Ready &ready) {
+int serve(Run &run, std::size_t index, const DomainServer::Ready &ready, int parent) {
     const Domain &domain = run.domains[index];
     log_for("domain " + domain_text(domain.number));
     Options options = run.options;
     options.is_part = true;
+    options.parent = parent;
+    unsetenv("NOTIFY_SOCKET");  // the process above tells the service manager
     if (options.output)
         options.output = "/dev/fd/" + std::to_string(domain.dump.number());
     Session session(options, run.config.modules_of(domain.number), std::move(run.sources[index]),
@@ -126,10 +75,11 @@ int serve(Run &run, std::size_t index, const DomainServer::Ready &ready) {
     if (!ready())
         return EXIT_DONE;
     session.start();
+    const bool told = write_whole(domain.lines.number(), named_lines_text(session.requests()));
+    session.stay();
     std::ostringstream report;
     const int status = session.finish(report);
-    if (write_whole(domain.report.number(), report.view()) &&
-        write_whole(domain.lines.number(), lines_text(session.requests())))
+    if (told && write_whole(domain.report.number(), report.view()))
         return status;
     throw std::system_error(errno, std::generic_category(), "the report");
 }
@@ -138,7 +88,7 @@ int serve(Run &run, std::size_t index, const DomainServer::Ready &ready) {
 bool prepare(Run &run) {
     for (std::size_t i = 0; i < run.domains.size(); ++i) {
         auto &server = run.domains[i].server;
-        server.emplace([&](const auto &ready) { return serve(run, i, ready); });
+        server.emplace([&](const auto &ready, int parent) { return serve(run, i, ready, parent); });
         if (!server->is_ready())
             return false;
     }
@@ -154,18 +104,61 @@ int exit_status(const Domain &domain, int status) {
     return EXIT_BAD_INPUT;
 }
 
-// Lets the servers do their work one after the other, or none where one is not ready.
-int run_all(Run &run) {
-    const bool all_ready = prepare(run);
+int wait_for(Domain &domain) {
+    return exit_status(domain, domain.server->wait());
+}
+
+// Lets the servers do their work one after the other, and waits for the end of each.
+int run_in_turn(std::vector<Domain> &domains) {
     int status = EXIT_DONE;
-    for (Domain &domain : run.domains) {
-        if (!domain.server)
-            break;
-        if (all_ready)
-            domain.server->start();
-        status = gravest(status, exit_status(domain, domain.server->wait()));
+    for (Domain &domain : domains) {
+        domain.server->start();
+        status = gravest(status, wait_for(domain));
     }
     return status;
+}
+
+int end_all(std::vector<Domain> &domains) {
+    int status = EXIT_DONE;
+    for (Domain &domain : domains)
+        if (domain.server)
+            status = gravest(status, wait_for(domain));
+    return status;
+}
+
+bool report_lines(const Run &run) {
+    std::map<unsigned, std::string> texts;
+    for (const Domain &domain : run.domains)
+        texts[domain.number] = read_from_start(domain.lines.number());
+    return report_named_lines(texts, run.options.strict);
+}
+
+// Lets the servers start one after the other, and stays above them.
+int run_and_stay(Run &run, const ControlSocket *socket) {
+    std::vector<WatchedDomain> watched;
+    for (Domain &domain : run.domains) {
+        domain.server->start();
+        if (domain.server->ask(
+                relayed({.text = "help", .source = "", .number = 1, .is_answered = true})))
+            watched.push_back({domain.number, &*domain.server});
+    }
+    bool all_done = report_lines(run);
+    if (!watched.empty())
+        all_done &= watch_domains(watched, socket, run.options.events == STANDARD_INPUT);
+    return gravest(end_all(run.domains), all_done ? EXIT_DONE : EXIT_NOT_ALL_DONE);
+}
+
+int run_all(Run &run) {
+    std::optional<ControlSocket> socket;
+    if (run.options.control)
+        socket.emplace(*run.options.control);
+    if (!prepare(run))
+        return end_all(run.domains);
+    run.sources.clear();
+    if (run.options.watch)
+        return run_and_stay(run, socket ? &*socket : nullptr);
+    const int status = run_in_turn(run.domains);
+    return report_lines(run) ? status : gravest(status, EXIT_NOT_ALL_DONE);
 }
 
 bool has_finished(const Domain &domain) {
@@ -215,9 +208,7 @@ int run_domains(const Options &options, const HostConfig &config,
         block_signals();
     // A process that inherits an ignored SIGCHLD is not told how its children end.
     std::signal(SIGCHLD, SIG_DFL);
-    int status = run_all(run);
-    if (!report_lines(run))
-        status = gravest(status, EXIT_NOT_ALL_DONE);
+    const int status = run_all(run);
     if (output && std::ranges::all_of(run.domains, has_finished))
         write_dump(*output, run.domains);
     write_report(options.report, out, run.domains);

@@ -217,8 +217,6 @@ void interpret(const RawOptions &raw, Options &options) {
         options.modules.push_back(command_line_module(module));
     options.source.domains_are_default = !raw.domain;
     options.source.domains = parse_domains(raw.domain.value_or(options.source.write ? "0" : "all"));
-    require(!options.watch || (options.source.domains && options.source.domains->size() == 1),
-            "--watch: only with one --domain");
     if (raw.managed)
         options.managed = parse_bus_ranges(*raw.managed);
     options.log = log_level(raw.quiet, raw.louder, raw.debug);

@@ -28,6 +28,7 @@ struct Options {
     std::optional<std::filesystem::path> output;
     ReportForm report = ReportForm::TABLE;
     Selection selection;   // what the report shows
+    int parent = -1;       // with `watch` and `is_part`: the connection to the process above
     bool is_part = false;  // the report and the output are parts of those of several domains
     bool check = false;    // the exit status tells what would change, and what is wrong
     bool strict = false;   // what feature files ask for and is not reached is an error

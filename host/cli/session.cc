@@ -1,5 +1,7 @@
 #include "host/cli/session.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <ostream>
 
@@ -56,9 +58,11 @@ std::unique_ptr<Service> open_service(const Options &options, unsigned domain) {
     if (!options.watch)
         return nullptr;
     auto service = std::make_unique<Service>(domain);
-    if (options.control)
+    if (options.parent >= 0)
+        service->read_relayed(Descriptor(dup(options.parent)));
+    else if (options.control)
         service->listen(*options.control);
-    if (options.events == STANDARD_INPUT)
+    if (options.parent < 0 && options.events == STANDARD_INPUT)
         service->read_standard_input();
     return service;
 }
@@ -137,8 +141,12 @@ int Session::finish(std::ostream &out) {
 bool Session::reaches_requests() {
     if (!options_.strict)
         return true;
+    return report_faults(requests(), options_.is_part);
+}
+
+std::vector<RequestReport> Session::requests() {
     read_states(report_, *machine_);
-    return report_faults(judge(feature_files_, {*machine_, report_}), options_.is_part);
+    return judge(feature_files_, {*machine_, report_});
 }
 
 int Session::check() const {

@@ -48,8 +48,8 @@ public:
     // Writes the dump and the report, the latter to `out`. Returns the exit status.
     int finish(std::ostream &out);
 
-    // What the lines of feature files have come to, after finish().
-    const std::vector<RequestReport> &requests() const { return report_.requests; }
+    // Returns what the lines of feature files have come to so far.
+    std::vector<RequestReport> requests();
 
 private:
     int check() const;

@@ -1,6 +1,7 @@
 #include "host/report/merged_report.h"
 
 #include <ostream>
+#include <sstream>
 
 #include "host/base/address.h"
 #include "host/base/words.h"
@@ -47,6 +48,17 @@ void write(JsonWriter &json, const char *name, const Json &value) {
     json.close('}');
 }
 
+void write_merged(JsonWriter json, const std::vector<DomainReport> &reports, const LogRecord &own) {
+    Json sum = Json::parse(reports.front().text);
+    for (std::size_t i = 1; i < reports.size(); ++i)
+        add(sum, Json::parse(reports[i].text));
+    add(sum["messages"], own);
+    json.open();
+    for (const auto &[name, value] : sum.items())
+        write(json, name.c_str(), value);
+    json.close('}');
+}
+
 }  // namespace
 
 void write_merged_tables(std::ostream &out, const std::vector<DomainReport> &reports) {
@@ -58,16 +70,14 @@ void write_merged_tables(std::ostream &out, const std::vector<DomainReport> &rep
 
 void write_merged_json(std::ostream &out, const std::vector<DomainReport> &reports,
                        const LogRecord &own) {
-    Json sum = Json::parse(reports.front().text);
-    for (std::size_t i = 1; i < reports.size(); ++i)
-        add(sum, Json::parse(reports[i].text));
-    add(sum["messages"], own);
-    JsonWriter json(out, JsonWriter::Form::LINES);
-    json.open();
-    for (const auto &[name, value] : sum.items())
-        write(json, name.c_str(), value);
-    json.close('}');
+    write_merged({out, JsonWriter::Form::LINES}, reports, own);
     out << '\n';
+}
+
+std::string merged_json_line(const std::vector<DomainReport> &reports, const LogRecord &own) {
+    std::ostringstream out;
+    write_merged({out, JsonWriter::Form::ONE_LINE}, reports, own);
+    return std::move(out).str();
 }
 
 void write_merged_dot(std::ostream &out, const std::vector<DomainReport> &reports) {

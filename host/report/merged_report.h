@@ -22,6 +22,9 @@ void write_merged_tables(std::ostream &out, const std::vector<DomainReport> &rep
 void write_merged_json(std::ostream &out, const std::vector<DomainReport> &reports,
                        const LogRecord &own);
 
+// Returns the same as one line, without its end.
+std::string merged_json_line(const std::vector<DomainReport> &reports, const LogRecord &own);
+
 // Writes one graph. Each text is one that write_dot_part() wrote.
 void write_merged_dot(std::ostream &out, const std::vector<DomainReport> &reports);
 

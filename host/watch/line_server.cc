@@ -36,6 +36,12 @@ void LineServer::read_stream(int descriptor) {
     clients_[descriptor];
 }
 
+void LineServer::read_connection(Descriptor connection) {
+    Client &client = clients_[connection.number()];
+    client.connection = std::move(connection);
+    client.idle_since = now_();
+}
+
 void LineServer::wait_for(std::vector<pollfd> &descriptors) const {
     const auto add = [&](int descriptor, short events) {
         descriptors.push_back({.fd = descriptor, .events = events, .revents = 0});
@@ -78,9 +84,7 @@ void LineServer::accept_waiting() {
         return;
     }
     is_short_ = false;
-    Client &client = clients_[connection.number()];
-    client.connection = std::move(connection);
-    client.idle_since = now_();
+    read_connection(std::move(connection));
 }
 
 // The socket stays readable, so without a pause the server would try again all the time.

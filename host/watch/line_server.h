@@ -52,6 +52,9 @@ public:
     // Reads lines from a stream too. The stream is not closed and gets no answers.
     void read_stream(int descriptor);
 
+    // Serves a connection that is there already.
+    void read_connection(Descriptor connection);
+
     // Adds the descriptors that serve() waits for.
     void wait_for(std::vector<pollfd> &descriptors) const;
 

@@ -7,8 +7,11 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <sstream>
+#include <string_view>
 #include <system_error>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "host/base/log.h"
@@ -16,6 +19,42 @@
 #include "host/watch/signals.h"
 
 namespace host {
+
+namespace {
+
+// A relayed line is "NUMBER control TEXT" or "NUMBER input TEXT"; an answer begins with "+", or "-"
+// when an event failed.
+constexpr std::string_view FROM_CONTROL = "control";
+constexpr std::string_view FROM_INPUT = "input";
+
+LineServer::Line line_of(const std::string &text) {
+    std::istringstream parts(text);
+    LineServer::Line line{};
+    std::string source;
+    parts >> line.number >> source;
+    parts.get();
+    std::getline(parts, line.text);
+    line.is_answered = source == FROM_CONTROL;
+    line.source = line.is_answered ? "control" : "standard input";
+    return line;
+}
+
+LineServer::Outcome answer_of(const LineServer::Outcome &outcome) {
+    return {.answer = (outcome.failed ? "-" : "+") + outcome.answer, .failed = false};
+}
+
+}  // namespace
+
+std::string relayed(const LineServer::Line &line) {
+    std::string text = std::to_string(line.number) + ' ';
+    text += line.is_answered ? FROM_CONTROL : FROM_INPUT;
+    return text + ' ' + line.text;
+}
+
+LineServer::Outcome outcome_of(const std::string &answer) {
+    const bool is_marked = answer.starts_with('+') || answer.starts_with('-');
+    return {.answer = answer.substr(is_marked ? 1 : 0), .failed = answer.starts_with('-')};
+}
 
 class Service::Loop {
 public:
@@ -25,6 +64,8 @@ public:
           lines_(service.socket_.get(), executed()) {
         if (service.standard_input_)
             lines_.read_stream(STDIN_FILENO);
+        if (service.relay_)
+            lines_.read_connection(std::move(service.relay_));
     }
 
     bool run() {
@@ -94,13 +135,18 @@ private:
     // Kernel events that came before a line are taken first, so that the line sees the machine as
     // it was then.
     LineServer::Execute executed() {
-        return [this](const LineServer::Line &line) {
-            if (told_to_end_ || termination_pending())
-                return LineServer::Outcome{.answer = "error: the server has been told to end",
-                                           .failed = false};
-            take_events();
-            return execute_(line);
-        };
+        if (service_.relay_)
+            return [this](const LineServer::Line &line) {
+                return answer_of(execute_line(line_of(line.text)));
+            };
+        return [this](const LineServer::Line &line) { return execute_line(line); };
+    }
+
+    LineServer::Outcome execute_line(const LineServer::Line &line) {
+        if (told_to_end_ || termination_pending())
+            return {.answer = "error: the server has been told to end", .failed = false};
+        take_events();
+        return execute_(line);
     }
 
     Service &service_;
@@ -127,6 +173,10 @@ void Service::listen(const std::filesystem::path &path) {
 
 void Service::read_standard_input() {
     standard_input_ = true;
+}
+
+void Service::read_relayed(Descriptor connection) {
+    relay_ = std::move(connection);
 }
 
 bool Service::serve_until_told(Machine &machine, LiveFunctions &functions, const Actions &actions) {

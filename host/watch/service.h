@@ -25,6 +25,9 @@ public:
     // Reads lines from standard input too.
     void read_standard_input();
 
+    // Reads lines from the process above too, in the form of relayed().
+    void read_relayed(Descriptor connection);
+
     struct Actions {
         LineServer::Execute execute;
         HotPlug::Observer hot_plug;
@@ -43,6 +46,11 @@ private:
     Descriptor signals_;
     std::unique_ptr<ControlSocket> socket_;
     bool standard_input_ = false;
+    Descriptor relay_;
 };
+
+// A line that a process hands to the one that can execute it, and what came of it.
+std::string relayed(const LineServer::Line &line);
+LineServer::Outcome outcome_of(const std::string &answer);
 
 }  // namespace host

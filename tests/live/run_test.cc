@@ -3,6 +3,8 @@
 #include "host/cli/run.h"
 
 #include <libudev.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 
 #include <csignal>
@@ -11,6 +13,7 @@
 #include <nlohmann/json.hpp>
 #include <thread>
 
+#include "host/base/descriptor_io.h"
 #include "host/space/dump.h"
 #include "host/watch/event_groups.h"
 #include "tests/live/live_machine.h"
@@ -86,6 +89,34 @@ protected:
         waitpid(child, &status, 0);
         return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     }
+    // Makes two domains that are alike, and returns the second one.
+    Sysfs plug_domains() {
+        plug("0.1:4>1-1=1 1.0:0>0-0=1");
+        Sysfs other(1, sysfs.folder());
+        for (const RoutingId id : {PORT, CARD}) {
+            fs::create_directory(other.file(id, "").parent_path());
+            for (const char *const name : {"config", "reset", "reset_method"})
+                fs::copy(sysfs.file(id, name), other.file(id, name));
+        }
+        return other;
+    }
+    void await(const std::function<bool()> &has_come) {
+        for (int tries = 0; !has_come(); ++tries) {
+            ASSERT_LT(tries, 6000) << read("messages");
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
+    }
+    // Returns what the control socket answers.
+    static std::string ask(const std::string &line) {
+        const Descriptor client(socket(AF_UNIX, SOCK_STREAM, 0));
+        const sockaddr_un address{.sun_family = AF_UNIX, .sun_path = "control"};
+        EXPECT_EQ(
+            connect(client.number(), reinterpret_cast<const sockaddr *>(&address), sizeof address),
+            0);
+        write_whole(client.number(), line + '\n');
+        shutdown(client.number(), SHUT_WR);
+        return read_whole(client.number());
+    }
     nlohmann::json report() { return nlohmann::json::parse(read("out"), nullptr, false); }
     bool says(const std::string &line) { return read("messages").find(line) != std::string::npos; }
 
@@ -144,12 +175,7 @@ TEST_F(Runs, CheckAFeatureFileOnTheMachine) {
 }
 
 TEST_F(Runs, WriteEveryDomainThatIsChosen) {
-    plug("0.1:4>1-1=1 1.0:0>0-0=1");
-    const Sysfs other(1, sysfs.folder());
-    for (const RoutingId id : {PORT, CARD}) {
-        fs::create_directory(other.file(id, "").parent_path());
-        fs::copy(sysfs.file(id, "config"), other.file(id, "config"));
-    }
+    const Sysfs other = plug_domains();
     const auto size_bits = [](const Sysfs &domain) {
         return read(domain.file(PORT, "config"))[DEVCTL_AT] |
                read(domain.file(CARD, "config"))[DEVCTL_AT] << 8;
@@ -200,12 +226,6 @@ TEST_F(Runs, SayWhatIsInTheWay) {
 }
 
 TEST_F(Runs, StayAndFollowWhatHappensUntilTheyAreToldToEnd) {
-    const auto await = [&](const std::function<bool()> &has_come) {
-        for (int tries = 0; !has_come(); ++tries) {
-            ASSERT_LT(tries, 6000) << read("messages");
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        }
-    };
     // The server takes events before it takes a line.
     using Events = std::vector<std::string>;
     const auto tell = [&](const Events &events, const std::string &line, const char *answer) {
@@ -245,6 +265,44 @@ TEST_F(Runs, StayAndFollowWhatHappensUntilTheyAreToldToEnd) {
     kill(child, SIGTERM);
     EXPECT_EQ(finish(), EXIT_NOT_ALL_DONE) << read("messages");  // the last reset
     EXPECT_EQ(report()["functions"][2]["mps"]["after"], nullptr);
+}
+
+TEST_F(Runs, StayAboveTheServersOfEveryDomain) {
+    const Sysfs other = plug_domains();
+    start("--live --write --watch -e - --control control --domain all -v");
+    await(
+        [&] { return fs::exists("control") && says("domain 0001: Enable Features module init"); });
+    const auto bits = [&](const Sysfs &domain) {
+        return read(domain.file(CARD, "config"))[DEVCTL_AT];
+    };
+    await([&] { return bits(other) == '\x20'; });
+    std::ofstream(other.file(CARD, "config"), std::ios::in).seekp(DEVCTL_AT) << '\0';
+    EXPECT_EQ(ask("flr 0001:01:00.0"), "ok\n");
+    EXPECT_EQ(bits(other), '\x20');
+    EXPECT_TRUE(says("domain 0001: event control:1: flr 0001:01:00.0"));
+    const std::string all = ask("status");
+    EXPECT_TRUE(all.starts_with("domain 0000: 1 of 1 modules run; 2 functions, 2 changed")) << all;
+    EXPECT_NE(all.find("; domain 0001: 1 of 1"), std::string::npos) << all;
+    EXPECT_EQ(nlohmann::json::parse(ask("report"))["functions"].size(), 4);
+    EXPECT_EQ(ask("flr 0002:01:00.0\nnothing"),
+              "error: control:1: not in a domain that is served: flr 0002:01:00.0\n"
+              "error: control:2: unknown word (flr, bus-reset, status, report, help): nothing\n");
+    EXPECT_GT(::write(input[1], "flr 01:0.9\n", 11), 0);
+    await([&] { return says("error: domain 0000: standard input:1: not a function's address"); });
+
+    std::ifstream children("/proc/" + std::to_string(child) + "/task/" + std::to_string(child) +
+                           "/children");
+    pid_t first = 0, second = 0;
+    children >> first >> second;
+    ASSERT_GT(second, 0);
+    kill(second, SIGKILL);
+    await([&] { return says("domain 0001: the server has ended, those of other domains go on"); });
+    EXPECT_EQ(ask("status").find("0001"), std::string::npos);
+    kill(child, SIGTERM);
+    EXPECT_EQ(finish(), EXIT_BAD_INPUT);
+    EXPECT_TRUE(says("domain 0001: the server was ended by signal 9 (Killed)"));
+    EXPECT_EQ(report()["functions"].size(), 2);
+    EXPECT_FALSE(fs::exists("control"));
 }
 
 }  // namespace host::tests
