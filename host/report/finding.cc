@@ -10,6 +10,23 @@
 namespace host {
 namespace {
 
+constexpr FindingKind UNSUPPORTED{"payload-unsupported", Severity::ERROR};
+constexpr FindingKind ABOVE_PORT{"payload-above-port", Severity::ERROR};
+constexpr FindingKind BELOW_PORT{"payload-below-port", Severity::ERROR};
+constexpr FindingKind MAY_BE_BELOW_PORT{"payload-below-port", Severity::WARNING};
+constexpr FindingKind LEFT_BEHIND{"payload-left-behind", Severity::NOTE};
+constexpr FindingKind BELOW_POSSIBLE{"payload-below-possible", Severity::NOTE};
+constexpr FindingKind LIMITED{"payload-limited", Severity::NOTE};
+constexpr FindingKind HIERARCHIES_DIFFER{"hierarchies-differ", Severity::NOTE};
+constexpr FindingKind UNCHECKED{"ecrc-unchecked", Severity::NOTE};
+constexpr FindingKind UNGENERATED{"ecrc-ungenerated", Severity::NOTE};
+constexpr FindingKind NO_ROOT_PORT{"no-root-port", Severity::NOTE};
+constexpr FindingKind ECRC_UNKNOWN{"ecrc-unknown", Severity::NOTE};
+
+constexpr std::array KINDS = {UNSUPPORTED, ABOVE_PORT,     BELOW_PORT,   MAY_BE_BELOW_PORT,
+                              LEFT_BEHIND, BELOW_POSSIBLE, LIMITED,      HIERARCHIES_DIFFER,
+                              UNCHECKED,   UNGENERATED,    NO_ROOT_PORT, ECRC_UNKNOWN};
+
 using Indices = std::vector<std::size_t>;
 
 // Sums up the functions below a bridge.
@@ -91,7 +108,7 @@ void find_unsupported(const View &view, Findings &findings) {
         const auto size = view.payload(i);
         const auto supported = size ? view.at(i).mps->supported : std::nullopt;
         if (supported && *size > *supported)
-            findings.push_back({"payload-unsupported", Severity::ERROR, i,
+            findings.push_back({UNSUPPORTED, i,
                                 view.name(i) + " is set to " + bytes_text(*size) + ", above the " +
                                     std::to_string(*supported) + " that it supports"});
     }
@@ -103,17 +120,15 @@ void compare_with_port(const View &view, std::size_t index, std::size_t port, Fi
                                    ", the port above it, " + view.name(port) + ", to " +
                                    std::to_string(port_size) + ": ";
     if (size > port_size)
-        findings.push_back({"payload-above-port", Severity::ERROR, index,
-                            difference + "its larger packets are lost"});
+        findings.push_back({ABOVE_PORT, index, difference + "its larger packets are lost"});
     else if (view.function(index).is_bridge() && !view.below[index].any)
-        findings.push_back({"payload-left-behind", Severity::NOTE, index,
+        findings.push_back({LEFT_BEHIND, index,
                             difference + "what is plugged in below it may lose packets" +
                                 (view.is_completable(index) ? " (--complete sets it)" : "")});
     else if (std::max(view.reads(index), view.below[index].reads) > size)
-        findings.push_back({"payload-below-port", Severity::ERROR, index,
-                            difference + "larger packets to it are lost"});
+        findings.push_back({BELOW_PORT, index, difference + "larger packets to it are lost"});
     else
-        findings.push_back({"payload-below-port", Severity::WARNING, index,
+        findings.push_back({MAY_BE_BELOW_PORT, index,
                             difference + "larger writes to it would be lost; its reads are not "
                                          "larger (Max_Read_Request_Size)"});
 }
@@ -140,12 +155,12 @@ void find_possible_sizes(const View &view, Findings &findings) {
         if (hierarchy.members.size() < 2 || !hierarchy.path_max)
             continue;
         if (size && *size < *hierarchy.path_max)
-            findings.push_back({"payload-below-possible", Severity::NOTE, root_port,
+            findings.push_back({BELOW_POSSIBLE, root_port,
                                 whose + "set to " + bytes_text(*size) + " and supports " +
                                     std::to_string(*hierarchy.path_max) + ": " +
                                     gain_text(*size, *hierarchy.path_max)});
         if (hierarchy.possible)
-            findings.push_back({"payload-limited", Severity::NOTE, root_port,
+            findings.push_back({LIMITED, root_port,
                                 whose + "limited to " + bytes_text(*hierarchy.path_max) + " by " +
                                     names_text(view, hierarchy.limiting_devices) + "; " +
                                     without_text(hierarchy)});
@@ -166,7 +181,7 @@ void find_different_hierarchies(const View &view, Findings &findings) {
     std::vector<std::string> texts;
     for (const unsigned size : sizes)
         texts.push_back(std::to_string(size));
-    findings.push_back({"hierarchies-differ", Severity::NOTE, view.hierarchies[0].root_port,
+    findings.push_back({HIERARCHIES_DIFFER, view.hierarchies[0].root_port,
                         "hierarchies are set to " + join(texts, ", ") +
                             " bytes: writes from below one root port to below another may not "
                             "pass; where they must, set all to " +
@@ -190,7 +205,7 @@ bool is_on_above(const View &view, std::size_t index, Control control) {
 }
 
 template <typename IsMeant>
-void note(const View &view, Findings &findings, const char *code, const char *text,
+void note(const View &view, Findings &findings, const FindingKind &kind, const char *text,
           IsMeant &&is_meant) {
     Indices meant;
     for (std::size_t i = 0; i < view.functions.size(); ++i)
@@ -199,7 +214,7 @@ void note(const View &view, Findings &findings, const char *code, const char *te
     if (meant.empty())
         return;
     const std::string names = names_text(view, meant);
-    findings.push_back({code, Severity::NOTE, meant[0], names + text, std::move(meant)});
+    findings.push_back({kind, meant[0], names + text, std::move(meant)});
 }
 
 // Packets go through all ports between a function and its root port, and end at one of these. A
@@ -212,20 +227,20 @@ void find_lonely_ecrc(const View &view, Findings &findings) {
                    !(view.below[i].*other.below) && !is_on_above(view, i, other);
         };
     };
-    note(view, findings, "ecrc-unchecked",
-         ": ECRC is generated, and checked by none above or below", is_alone(GEN, CHK));
-    note(view, findings, "ecrc-ungenerated",
-         ": ECRC is checked, and generated by none above or below", is_alone(CHK, GEN));
+    note(view, findings, UNCHECKED, ": ECRC is generated, and checked by none above or below",
+         is_alone(GEN, CHK));
+    note(view, findings, UNGENERATED, ": ECRC is checked, and generated by none above or below",
+         is_alone(CHK, GEN));
 }
 
 void find_limits_of_view(const View &view, Findings &findings) {
-    note(view, findings, "no-root-port",
+    note(view, findings, NO_ROOT_PORT,
          ": without a root port above, so that no payload size can be set", [&](std::size_t i) {
              const auto port_type = view.function(i).port_type;
              return (port_type == PORT_TYPE_ENDPOINT || port_type == PORT_TYPE_LEGACY_ENDPOINT) &&
                     view.payload(i) && !root_port_of(view.functions, i);
          });
-    note(view, findings, "ecrc-unknown",
+    note(view, findings, ECRC_UNKNOWN,
          ": without extended configuration space here, so that nothing is known of ECRC",
          [&](std::size_t i) { return view.at(i).ecrc_unknown; });
 }
@@ -246,6 +261,10 @@ std::vector<Finding> find_findings(const std::vector<FunctionReport> &functions,
                std::pair(-static_cast<int>(right.severity), right.function);
     });
     return findings;
+}
+
+std::span<const FindingKind> finding_kinds() {
+    return KINDS;
 }
 
 const char *severity_text(Severity severity) {

@@ -1,7 +1,9 @@
 // Finds what registers tell is wrong with a machine, or worth knowing.
 #pragma once
 
+#include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "host/report/hierarchy_report.h"
@@ -10,9 +12,19 @@ namespace host {
 
 enum class Severity { NOTE, WARNING, ERROR };
 
-struct Finding {
-    const char *code;      // stays the same for programs: "payload-above-port"
-    Severity severity;     // ERROR: packets are lost
+struct FindingKind {
+    const char *code;   // stays the same for programs: "payload-above-port"
+    Severity severity;  // ERROR: packets are lost
+
+    bool operator==(const FindingKind &other) const {
+        return std::string_view(code) == other.code && severity == other.severity;
+    }
+};
+
+// Returns all kinds that there are, so that what is counted by kind can have zeros.
+std::span<const FindingKind> finding_kinds();
+
+struct Finding : FindingKind {
     std::size_t function;  // index of the function, or of the hierarchy's root port
     std::string text;      // a sentence for users, which begins with the function's address
     std::vector<std::size_t> several{};  // all functions that it is about, where these are several
