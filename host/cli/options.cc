@@ -36,7 +36,7 @@ constexpr const char *FOOTER =
 
 // The options as they are written, before their values are parsed.
 struct RawOptions {
-    std::optional<std::string> dump, config, events, output, usage, control;
+    std::optional<std::string> dump, config, events, output, usage, control, report_file;
     bool live = false;
     std::vector<std::string> modules, slots, only;
     std::string report = "table";
@@ -77,8 +77,11 @@ void declare_results(CLI::App &app, RawOptions &raw) {
     app.add_option("-o,--output", raw.output, "Write the resulting configuration space as a dump")
         ->type_name("FILE");
     app.add_option("--report", raw.report,
-                   "What goes to standard output: table, json, dot (a graph for Graphviz) or none")
+                   "What is reported: table, json, dot (a graph for Graphviz) or none")
         ->type_name("FORM");
+    app.add_option("--report-file", raw.report_file,
+                   "Where the report goes, default standard output; replaced when it is complete")
+        ->type_name("FILE");
     add_list(
         app, "--only", raw.only,
         "Report only functions that are changed or pcie, or have problems: one of these words, "
@@ -164,11 +167,8 @@ auto parse_word(const char *option, const std::string &text, const Words &words)
 // An empty text is no file, and a message about it could name none, so it is refused here.
 void require_file_names(const RawOptions &raw) {
     const std::pair<const char *, const std::optional<std::string> &> files[] = {
-        {"--dump", raw.dump},
-        {"--config", raw.config},
-        {"--events", raw.events},
-        {"--output", raw.output},
-        {"--control", raw.control}};
+        {"--dump", raw.dump},     {"--config", raw.config},   {"--events", raw.events},
+        {"--output", raw.output}, {"--control", raw.control}, {"--report-file", raw.report_file}};
     for (const auto &[option, file] : files)
         if (file == "")
             throw InputError(std::string(option) + ": no file is named");
@@ -189,6 +189,8 @@ void require_matching_options(const RawOptions &raw, const Options &options) {
     require(options.watch || !raw.control, "--control: only with --watch");
     require(!options.source.write || !options.cold,
             "--cold: not with --write, which takes this machine as it is");
+    require(options.report != ReportForm::NONE || !raw.report_file,
+            "--report-file: not with --report none");
 }
 
 // Parses the values.
@@ -197,6 +199,7 @@ void interpret(const RawOptions &raw, Options &options) {
         options.usage = command_line_module(*raw.usage);
         return;
     }
+    options.report = parse_word("--report", raw.report, REPORT_FORMS);
     if (!options.list_files)
         require_matching_options(raw, options);
     require_file_names(raw);
@@ -205,7 +208,7 @@ void interpret(const RawOptions &raw, Options &options) {
     options.config = raw.config;
     options.events = raw.events;
     options.output = raw.output;
-    options.report = parse_word("--report", raw.report, REPORT_FORMS);
+    options.report_file = raw.report_file;
     for (const std::string &list : raw.only)
         for (const std::string_view word : split(list, ','))
             options.selection.only.push_back(parse_word("--only", std::string(word), ONLY_WORDS));

@@ -26,6 +26,7 @@ struct Options {
     std::vector<ModuleEntry> modules;
     std::optional<std::string> events;  // a file, or "-": standard input
     std::optional<std::filesystem::path> output;
+    std::optional<std::filesystem::path> report_file;  // empty: standard output
     ReportForm report = ReportForm::TABLE;
     Selection selection;   // what the report shows
     int parent = -1;       // with `watch` and `is_part`: the connection to the process above

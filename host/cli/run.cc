@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <ostream>
+#include <sstream>
 
 #include "host/base/input.h"
 #include "host/base/log.h"
@@ -12,6 +13,7 @@
 #include "host/cli/traffic.h"
 #include "host/cli/wanted_files.h"
 #include "host/modules/usage_text.h"
+#include "host/space/output_file.h"
 
 namespace host {
 namespace {
@@ -56,6 +58,30 @@ void warn_about_empty_slots(const Selection &selection, const std::vector<Machin
             log_warning("-s " + excerpt(slot.text) + ": no function of this machine matches");
 }
 
+int serve(const Options &options, std::istream &in, std::ostream &out) {
+    const HostConfig config = wanted_modules(options);
+    std::vector<MachineSource> sources = open_sources(options.source, in);
+    warn_about_empty_slots(options.selection, sources);
+    const EventText events = read_events(options, in);
+    if (sources.size() != 1)
+        return run_domains(options, config, std::move(sources), events, out);
+    Session session(options, config.modules_of(sources[0].domain), std::move(sources[0]), events);
+    session.start();
+    session.stay();
+    return session.finish(out);
+}
+
+// Finds out whether the report can be written before anything runs. A run without a report leaves
+// the one of the run before.
+int serve_with_report_file(const Options &options, std::istream &in) {
+    OutputFile file(*options.report_file);
+    std::ostringstream report;
+    const int status = serve(options, in, report);
+    if (!report.view().empty())
+        file.write([&](const Sink &sink) { sink(report.view()); });
+    return status;
+}
+
 }  // namespace
 
 int refuse(const std::exception &error) {
@@ -75,16 +101,7 @@ int run(const Options &options, std::istream &in, std::ostream &out) {
         return print_files(options, out);
     if (options.usage)
         return print_usage(*options.usage, out);
-    const HostConfig config = wanted_modules(options);
-    std::vector<MachineSource> sources = open_sources(options.source, in);
-    warn_about_empty_slots(options.selection, sources);
-    const EventText events = read_events(options, in);
-    if (sources.size() != 1)
-        return run_domains(options, config, std::move(sources), events, out);
-    Session session(options, config.modules_of(sources[0].domain), std::move(sources[0]), events);
-    session.start();
-    session.stay();
-    return session.finish(out);
+    return options.report_file ? serve_with_report_file(options, in) : serve(options, in, out);
 }
 
 }  // namespace host

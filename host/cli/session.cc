@@ -170,7 +170,7 @@ bool Session::save() {
 
 bool Session::write_report(std::ostream &out) const {
     if (options_.report == ReportForm::TABLE)
-        write_table(out, report_, standard_output_style());
+        write_table(out, report_, options_.report_file ? TableStyle{} : standard_output_style());
     if (options_.report == ReportForm::JSON)
         write_json(out, report_);
     if (options_.report == ReportForm::DOT && options_.is_part)

@@ -55,6 +55,8 @@ REFUSED = (
     (["-F", "-", "-e", "-"], "", ["--dump - and --events -: standard input can be one of them only"]),
     (["-F", "-"], "", ["standard input: the file is empty"]),
     (["-F", EXAMPLE, "--report", "xml"], "", ['--report: "xml" is none of table, json, dot, none']),
+    (["-F", EXAMPLE, "--report", "none", "--report-file", "x"], "", ["--report-file: not with --report none"]),
+    (["-F", EXAMPLE, "--report-file", "none/x"], "", ["none/x: No such file or directory"]),
     (["-F", EXAMPLE, "--only", "pcie,"], "", ['--only: "" is none of changed, pcie, problems']),
     (["-F", EXAMPLE, "-s", "1:20.0"], "", ['-s: "1:20.0": Invalid slot number (as lspci: ']),
     (["--live", "--write", "--check"], "", ["--check: not with --write"]),
