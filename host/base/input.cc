@@ -23,26 +23,7 @@ std::string safe_lines(const std::vector<std::string> &lines) {
     return join(shown, "\n");
 }
 
-}  // namespace
-
-InputError::InputError(const std::string &line) : InputError(std::vector<std::string>{line}) {}
-
-InputError::InputError(const std::vector<std::string> &lines)
-    : std::runtime_error(safe_lines(lines)) {}
-
-std::string read_text_file(const std::filesystem::path &file) {
-    std::error_code ignored;
-    if (std::filesystem::is_directory(file, ignored))
-        throw InputError(file.string() + ": is a directory");
-    errno = 0;
-    std::ifstream in(file, std::ios::binary);
-    if (!in)
-        throw InputError(file.string() +
-                         ": cannot be read: " + std::generic_category().message(errno));
-    return read_text_stream(in, file.string());
-}
-
-std::string read_text_stream(std::istream &in, const std::string &name) {
+std::string read_stream(std::istream &in, const std::string &name) {
     std::string text;
     std::array<char, 65536> chunk{};
     errno = 0;
@@ -54,9 +35,40 @@ std::string read_text_stream(std::istream &in, const std::string &name) {
     }
     if (in.bad())
         throw InputError(name + ": cannot be read: " + std::generic_category().message(errno));
+    return text;
+}
+
+}  // namespace
+
+InputError::InputError(const std::string &line) : InputError(std::vector<std::string>{line}) {}
+
+InputError::InputError(const std::vector<std::string> &lines)
+    : std::runtime_error(safe_lines(lines)) {}
+
+std::string read_file(const std::filesystem::path &file) {
+    std::error_code ignored;
+    if (std::filesystem::is_directory(file, ignored))
+        throw InputError(file.string() + ": is a directory");
+    errno = 0;
+    std::ifstream in(file, std::ios::binary);
+    if (!in)
+        throw InputError(file.string() +
+                         ": cannot be read: " + std::generic_category().message(errno));
+    return read_stream(in, file.string());
+}
+
+std::string without_byte_order_mark(std::string text) {
     if (text.starts_with(BYTE_ORDER_MARK))
         text.erase(0, BYTE_ORDER_MARK.size());
     return text;
+}
+
+std::string read_text_file(const std::filesystem::path &file) {
+    return without_byte_order_mark(read_file(file));
+}
+
+std::string read_text_stream(std::istream &in, const std::string &name) {
+    return without_byte_order_mark(read_stream(in, name));
 }
 
 std::string line_complaint(const std::string &file, std::size_t line, std::string_view reason,

@@ -19,8 +19,14 @@ public:
     explicit InputError(const std::vector<std::string> &lines);
 };
 
-// Read a whole file, or the rest of a stream: up to 16 MiB, without a UTF-8 byte order mark at the
-// start. Throw InputError, which names the file.
+// Returns the bytes of a whole file, up to 16 MiB. Throws InputError, which names the file.
+std::string read_file(const std::filesystem::path &file);
+
+// Returns the text without a UTF-8 byte order mark at its start.
+std::string without_byte_order_mark(std::string text);
+
+// Read a whole text, or the rest of a stream, in the same way but without a UTF-8 byte order mark
+// at the start.
 std::string read_text_file(const std::filesystem::path &file);
 std::string read_text_stream(std::istream &in, const std::string &name);
 

@@ -185,6 +185,8 @@ void write_report(ReportForm form, std::ostream &out, const std::vector<Domain> 
         write_merged_json(out, reports, log_record());
     if (form == ReportForm::DOT)
         write_merged_dot(out, reports);
+    if (form == ReportForm::METRICS)
+        write_merged_metrics(out, reports, log_record());
     if (!out.flush())
         throw InputError("standard output: the report cannot be written");
 }

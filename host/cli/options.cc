@@ -77,7 +77,8 @@ void declare_results(CLI::App &app, RawOptions &raw) {
     app.add_option("-o,--output", raw.output, "Write the resulting configuration space as a dump")
         ->type_name("FILE");
     app.add_option("--report", raw.report,
-                   "What is reported: table, json, dot (a graph for Graphviz) or none")
+                   "What is reported: table, json, dot (a graph for Graphviz), metrics (for "
+                   "Prometheus) or none")
         ->type_name("FORM");
     app.add_option("--report-file", raw.report_file,
                    "Where the report goes, default standard output; replaced when it is complete")
@@ -140,9 +141,10 @@ struct Word {
     Value value;
 };
 
-constexpr std::array<Word<ReportForm>, 4> REPORT_FORMS{{{"table", ReportForm::TABLE},
+constexpr std::array<Word<ReportForm>, 5> REPORT_FORMS{{{"table", ReportForm::TABLE},
                                                         {"json", ReportForm::JSON},
                                                         {"dot", ReportForm::DOT},
+                                                        {"metrics", ReportForm::METRICS},
                                                         {"none", ReportForm::NONE}}};
 
 constexpr std::array<Word<Only>, 3> ONLY_WORDS{
@@ -191,6 +193,8 @@ void require_matching_options(const RawOptions &raw, const Options &options) {
             "--cold: not with --write, which takes this machine as it is");
     require(options.report != ReportForm::NONE || !raw.report_file,
             "--report-file: not with --report none");
+    require(options.report != ReportForm::METRICS || (raw.only.empty() && raw.slots.empty()),
+            "--report metrics: without --only and -s, because it counts the whole machine");
 }
 
 // Parses the values.

@@ -15,7 +15,7 @@
 
 namespace host {
 
-enum class ReportForm { TABLE, JSON, DOT, NONE };
+enum class ReportForm { TABLE, JSON, DOT, METRICS, NONE };
 
 // Decides on hierarchies with traffic whose payload size would change.
 enum class Busy { REFUSE, SKIP, WRITE };

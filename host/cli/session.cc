@@ -17,6 +17,7 @@
 #include "host/machine/open_machine.h"
 #include "host/report/report_dot.h"
 #include "host/report/report_json.h"
+#include "host/report/report_metrics.h"
 #include "host/report/report_table.h"
 #include "host/report/report_text.h"
 #include "host/report/selection.h"
@@ -103,8 +104,9 @@ void Session::start() {
     if (source_.is_written())
         block_signals();
     if (options_.strict || options_.watch || options_.is_part ||
-        options_.report == ReportForm::JSON)
+        options_.report == ReportForm::JSON || options_.report == ReportForm::METRICS)
         feature_files_ = open_feature_files(modules_);
+    report_.feature_files = checksums_of(feature_files_);
     results_ = start_up(modules_);
     all_done_ = std::ranges::all_of(results_, &ModuleResult::runs);
     all_done_ &= player_->play(events_).empty();
@@ -177,6 +179,8 @@ bool Session::write_report(std::ostream &out) const {
         write_dot_part(out, report_);
     if (options_.report == ReportForm::DOT && !options_.is_part)
         write_dot(out, report_);
+    if (options_.report == ReportForm::METRICS)
+        write_metrics(out, report_);
     if (out.flush())
         return true;
     log_error("standard output: the report cannot be written");

@@ -1,12 +1,15 @@
 #include "host/report/merged_report.h"
 
+#include <algorithm>
 #include <ostream>
 #include <sstream>
+#include <string_view>
 
 #include "host/base/address.h"
 #include "host/base/words.h"
 #include "host/report/json_writer.h"
 #include "host/report/report_dot.h"
+#include "host/report/report_metrics.h"
 
 namespace host {
 namespace {
@@ -59,6 +62,24 @@ void write_merged(JsonWriter json, const std::vector<DomainReport> &reports, con
     json.close('}');
 }
 
+// Returns the pieces of metrics that begin with a line "# HELP NAME ...", one for each name. A
+// file's name, which stands within a line, may hold the same.
+std::vector<std::string_view> families_in(std::string_view text) {
+    text.remove_suffix(METRICS_END.size());
+    std::vector<std::string_view> families;
+    while (!text.empty()) {
+        const std::size_t end = std::min(text.find("\n# HELP "), text.size() - 1) + 1;
+        families.push_back(text.substr(0, end));
+        text.remove_prefix(end);
+    }
+    return families;
+}
+
+// Returns what stands behind "# HELP ..." and "# TYPE ...".
+std::string_view samples_in(std::string_view family) {
+    return family.substr(family.find('\n', family.find("\n# TYPE ") + 1) + 1);
+}
+
 }  // namespace
 
 void write_merged_tables(std::ostream &out, const std::vector<DomainReport> &reports) {
@@ -78,6 +99,22 @@ std::string merged_json_line(const std::vector<DomainReport> &reports, const Log
     std::ostringstream out;
     write_merged({out, JsonWriter::Form::ONE_LINE}, reports, own);
     return std::move(out).str();
+}
+
+// All texts have the same families, in the same order.
+void write_merged_metrics(std::ostream &out, const std::vector<DomainReport> &reports,
+                          const LogRecord &own) {
+    std::vector<std::vector<std::string_view>> texts;
+    for (const DomainReport &report : reports)
+        texts.push_back(families_in(report.text));
+    for (std::size_t i = 0; i < texts[0].size(); ++i) {
+        out << texts[0][i];
+        for (std::size_t report = 1; report < texts.size(); ++report)
+            out << samples_in(texts[report].at(i));
+        if (texts[0][i].starts_with(std::string("# HELP ") + MESSAGE_METRIC + ' '))
+            write_message_metrics(out, "none", own.counts);
+    }
+    out << METRICS_END;
 }
 
 void write_merged_dot(std::ostream &out, const std::vector<DomainReport> &reports) {

@@ -25,6 +25,11 @@ void write_merged_json(std::ostream &out, const std::vector<DomainReport> &repor
 // Returns the same as one line, without its end.
 std::string merged_json_line(const std::vector<DomainReport> &reports, const LogRecord &own);
 
+// Writes one text, in which each family stands once. `own` are the messages about no domain. Each
+// text is one that write_metrics() wrote.
+void write_merged_metrics(std::ostream &out, const std::vector<DomainReport> &reports,
+                          const LogRecord &own);
+
 // Writes one graph. Each text is one that write_dot_part() wrote.
 void write_merged_dot(std::ostream &out, const std::vector<DomainReport> &reports);
 

@@ -69,6 +69,7 @@ void refresh_report(Report &report, Machine &machine, unsigned domain) {
         row.name = old->name;
     }
     now.left_alone = std::move(report.left_alone);
+    now.feature_files = std::move(report.feature_files);
     report = std::move(now);
 }
 

@@ -2,6 +2,7 @@
 // state before the modules were loaded and at the end.
 #pragma once
 
+#include <cstdint>
 #include <map>
 #include <span>
 #include <string>
@@ -17,6 +18,11 @@
 
 namespace host {
 
+struct FileChecksum {
+    std::string file;  // absolute, as safe_text() shows it
+    std::uint32_t checksum;
+};
+
 struct Report {
     unsigned domain = 0;                       // of all functions
     std::vector<FunctionReport> functions;     // ascending by routing ID
@@ -27,6 +33,7 @@ struct Report {
     std::map<RoutingId, std::string> left_alone;
     // Drivers that are bound at the end, by function; see read_drivers().
     std::map<RoutingId, std::string> drivers;
+    std::vector<FileChecksum> feature_files;  // that can be read, each once
     std::vector<ModuleResult> modules;
     std::vector<RequestReport> requests;  // the lines of feature files, in the order of reading
     LogRecord messages;

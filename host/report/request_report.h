@@ -1,6 +1,7 @@
 // The content of the reports about the lines of feature files: what was requested and reached.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <optional>
 #include <string>
@@ -16,6 +17,10 @@ enum class RequestStatus {
     REFUSED,      // likewise, because the function or its path cannot take it
     DROPPED       // the module takes nothing from the line, or finds no function for it
 };
+
+inline constexpr std::array REQUEST_STATUSES = {
+    RequestStatus::REACHED,     RequestStatus::REPLACED, RequestStatus::PARTLY_READ,
+    RequestStatus::NOT_REACHED, RequestStatus::REFUSED,  RequestStatus::DROPPED};
 
 // Returns true when users are told with --strict.
 constexpr bool is_fault(RequestStatus status) {

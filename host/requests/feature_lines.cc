@@ -147,10 +147,11 @@ std::string read_feature_file(const std::filesystem::path &file) {
     if (std::filesystem::exists(status) && !std::filesystem::is_directory(status) &&
         !std::filesystem::is_regular_file(status))
         throw InputError(file.string() + ": is no regular file, the module reads nothing of it");
-    return read_text_file(file);
+    return read_file(file);
 }
 
-std::vector<FeatureLine> read_lines(const std::string &text, Remarks &remarks) {
+std::vector<FeatureLine> read_lines(const std::string &bytes, Remarks &remarks) {
+    const std::string text = without_byte_order_mark(bytes);
     std::vector<FeatureLine> lines;
     if (text.empty())
         return lines;

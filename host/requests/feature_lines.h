@@ -25,11 +25,12 @@ struct FeatureLine {
 // Returns how to write a value for a keyword: "write ENDPOINT:SIZE, as ...".
 std::string with_value(enable_features::feature_row row);
 
-// Reads a feature file. Throws InputError for one that the module would read nothing of.
+// Returns the bytes of a feature file. Throws InputError for one that the module would read nothing
+// of.
 std::string read_feature_file(const std::filesystem::path &file);
 
 // Returns all lines but comments; remarks on those that do not count, and on what is not read of a
 // line.
-std::vector<FeatureLine> read_lines(const std::string &text, Remarks &remarks);
+std::vector<FeatureLine> read_lines(const std::string &bytes, Remarks &remarks);
 
 }  // namespace host

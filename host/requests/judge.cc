@@ -1,7 +1,9 @@
 // All lines are read first, because later requests replace earlier ones, also those of other files.
 #include "host/requests/judge.h"
 
+#include "host/base/checksum.h"
 #include "host/base/input.h"
+#include "host/base/safe_text.h"
 #include <algorithm>
 
 #include "host/requests/judge_values.h"
@@ -82,6 +84,16 @@ FeatureFile open_feature_file(const std::filesystem::path &file) {
     } catch (const InputError &error) {
         return {.name = file.string(), .text = "", .unusable = error.what()};
     }
+}
+
+std::vector<FileChecksum> checksums_of(std::span<const FeatureFile> files) {
+    std::vector<FileChecksum> checksums;
+    for (const FeatureFile &file : files)
+        if (const std::string name = safe_text(file.name);
+            file.unusable.empty() &&
+            std::ranges::find(checksums, name, &FileChecksum::file) == checksums.end())
+            checksums.push_back({name, checksum(file.text)});
+    return checksums;
 }
 
 std::vector<RequestReport> judge(std::span<const FeatureFile> files, const MachineView &view) {
