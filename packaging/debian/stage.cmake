@@ -35,7 +35,9 @@ file(RENAME "${stage}/usr/etc" "${stage}/etc")
 put("${CPACK_HOPLAR_SOURCE_DIR}/config/hoplar-template.cfg" etc/hoplar hoplar.cfg)
 put("${CPACK_HOPLAR_SOURCE_DIR}/config/hoplar_mod-enable_features-template.cfg"
     etc/hoplar features.cfg)
-put("${packaging}/hoplar.service" lib/systemd/system hoplar.service)
+foreach(unit IN ITEMS hoplar.service hoplar-metrics.service hoplar-metrics.timer)
+    put("${packaging}/${unit}" lib/systemd/system ${unit})
+endforeach()
 put("${packaging}/debian/hoplar.preset" lib/systemd/system-preset 90-hoplar.preset)
 # The two packages for initramfs share these scripts.
 foreach(script IN ITEMS files start)

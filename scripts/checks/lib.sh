@@ -39,11 +39,11 @@ needs() {
 declare -A PROGRAMS=([hoplar]=host/cli/hoplar [hoplar-check]=tools/check/hoplar-check
     [hoplar-ops]=tools/ops/hoplar-ops)
 
-# options_of PROGRAM: prints the options that --help lists or the unit uses.
+# options_of PROGRAM: prints the options that --help lists or a unit uses.
 options_of() {
     local options
     options=$("$BUILD/${PROGRAMS[$1]}" --help | sed -n 's/^  \(-[-,a-zA-Z]*\).*/\1/p' | tr , '\n')
     [[ $options == *--version* ]] || fail "cannot tell which options $1 has"
     echo "$options"
-    [[ $1 != hoplar ]] || grep ^ExecStart= packaging/hoplar.service | grep -oE -- ' --?[a-z]+'
+    [[ $1 != hoplar ]] || grep -h ^ExecStart= packaging/*.service | grep -oE -- ' --?[a-z]+'
 }
