@@ -1,11 +1,11 @@
 // All lines are read first, because later requests replace earlier ones, also those of other files.
 #include "host/requests/judge.h"
 
+#include <algorithm>
+
 #include "host/base/checksum.h"
 #include "host/base/input.h"
 #include "host/base/safe_text.h"
-#include <algorithm>
-
 #include "host/requests/judge_values.h"
 
 namespace host {

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <ostream>
-#include <string_view>
 
 #include "host/base/input.h"
 #include "host/base/safe_text.h"
@@ -22,38 +21,39 @@ void Remarks::note(std::size_t line, std::string text) {
 }
 
 void Remarks::add(std::size_t line, Severity severity, std::string text) {
-    remarks_.push_back({line, severity, std::move(text)});
+    remarks_[line].push_back({severity, std::move(text)});
 }
 
 void Remarks::unread(std::size_t line, std::string text) {
-    remarks_.push_back({line, Severity::WARNING, std::move(text), true});
+    remarks_[line].push_back({Severity::WARNING, std::move(text), true});
 }
 
 std::string Remarks::worst(std::size_t line) const {
-    const Remark *worst = nullptr;
-    for (const Remark &remark : remarks_)
-        if (remark.line == line && (worst == nullptr || remark.severity > worst->severity))
-            worst = &remark;
-    return worst != nullptr ? worst->text : "";
+    const auto found = remarks_.find(line);
+    return found != remarks_.end()
+               ? std::ranges::max_element(found->second, {}, &Remark::severity)->text
+               : "";
 }
 
 std::string Remarks::unread_part(std::size_t line) const {
-    const auto found = std::ranges::find_if(
-        remarks_, [&](const Remark &remark) { return remark.line == line && remark.is_unread; });
-    return found != remarks_.end() ? found->text : "";
+    const auto found = remarks_.find(line);
+    if (found == remarks_.end())
+        return "";
+    const auto part = std::ranges::find_if(found->second, &Remark::is_unread);
+    return part != found->second.end() ? part->text : "";
 }
 
 bool Remarks::any() const {
+    const auto is_no_note = [](const Remark &remark) { return remark.severity != Severity::NOTE; };
     return std::ranges::any_of(
-        remarks_, [](const Remark &remark) { return remark.severity != Severity::NOTE; });
+        remarks_, [&](const auto &line) { return std::ranges::any_of(line.second, is_no_note); });
 }
 
 void Remarks::write(const std::string &file, std::ostream &out) const {
-    std::vector<Remark> sorted = remarks_;
-    std::ranges::stable_sort(sorted, {}, &Remark::line);
-    for (const Remark &remark : sorted)
-        out << safe_text(file) << ':' << remark.line << ": " << severity_text(remark.severity)
-            << ": " << safe_text(remark.text) << '\n';
+    for (const auto &[line, remarks] : remarks_)
+        for (const Remark &remark : remarks)
+            out << safe_text(file) << ':' << line << ": " << severity_text(remark.severity) << ": "
+                << safe_text(remark.text) << '\n';
 }
 
 std::string in_quotes(std::string_view text) {

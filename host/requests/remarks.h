@@ -3,7 +3,9 @@
 
 #include <cstddef>
 #include <iosfwd>
+#include <map>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "host/report/finding.h"
@@ -11,7 +13,6 @@
 namespace host {
 
 struct Remark {
-    std::size_t line;
     Severity severity;  // ERROR: the line is dropped; WARNING: it is not what was meant
     std::string text;
     bool is_unread = false;  // a part of the line is not read
@@ -40,7 +41,7 @@ public:
     void write(const std::string &file, std::ostream &out) const;
 
 private:
-    std::vector<Remark> remarks_;
+    std::map<std::size_t, std::vector<Remark>> remarks_;  // by line
 };
 
 // Returns the text in quotation marks.
