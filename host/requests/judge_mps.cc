@@ -102,8 +102,8 @@ private:
             view_.machine.known(pci::routing_id_of(judged.request.bdf)) == nullptr;
         if (const std::string text = out_of_reach(view_, judged.request.bdf); !text.empty())
             set_outcome(judged.report, RequestStatus::REFUSED, text, view_);
-        else if (const std::string reason = refusal_of(judged.request); !reason.empty())
-            set_outcome(judged.report, RequestStatus::DROPPED, reason, view_);
+        else if (const std::string fault = refusal_of(judged.request); !fault.empty())
+            set_outcome(judged.report, RequestStatus::DROPPED, fault, view_);
         else
             for (const std::size_t place : devices_.at(pci::function_0_of(judged.request.bdf)))
                 endpoints_[place].judged = &judged;
