@@ -38,14 +38,15 @@ std::size_t distance(std::string_view a, std::string_view b) {
     return row.back();
 }
 
-// Returns how to mend an unknown keyword.
+// Returns how to mend an unknown keyword. Only one wrong letter, or letters in another order, count
+// as a typing error, because MRRS, for example, does not mean MPS.
 std::string known_keyword(const std::string &keyword) {
-    const auto to_keyword = [text = upper(keyword)](const char *each) {
-        return distance(text, each);
+    const auto typing_errors = [text = upper(keyword)](std::string_view each) {
+        return std::ranges::is_permutation(text, each) ? 1 : distance(text, each);
     };
-    const char *const nearest = *std::ranges::min_element(KEYWORDS, {}, to_keyword);
-    return to_keyword(nearest) <= 2 ? std::string("did you mean ") + nearest + "?"
-                                    : "write MPS or ECRC";
+    const char *const nearest = *std::ranges::min_element(KEYWORDS, {}, typing_errors);
+    return typing_errors(nearest) <= 1 ? std::string("did you mean ") + nearest + "?"
+                                       : "write MPS or ECRC";
 }
 
 // Returns how to mend a line without "=" behind the keyword.

@@ -34,7 +34,7 @@ ROWS = (
         "nothing: numbers are decimal, lspci's 83:00.0 is written 131.0.0"], False),
     ((), "\nMPS=01:00.0:256\nECRC=3a:00.0:+:+\nMPS all max\n=1\nMSP=all:max\nMPS=\nMPS=1.0.0:300\n"
      "MPS=-1.0.0:256\nMPS=1.32.0:max\nMPS=1:max\nMPS=all\nECRC=1.g:+:+\nECRC=*:+:+\nECRC=all:on:+\n"
-     "ECRC=all:=:=\nMPS=1.0.0:384\nMPS=3a.0.0:256", [
+     "ECRC=all:=:=\nMPS=1.0.0:384\nMPS=3a.0.0:256\nMRRS=all:max", [
          f'2e "01:00.0" {LSPCI} 1.0.0 or 0x01.0.0', f'3e "3a:00.0" {LSPCI} 58.0.0 or 0x3a.0.0',
          '4e the line is passed over silently, it has no "=": write MPS=all:max',
          "5e the line is passed over silently, no keyword", '6e "MSP" is no keyword, the line is '
@@ -43,7 +43,8 @@ ROWS = (
          'silently, "1" is no endpoint', '12e "all" lacks a field', '13e "1.g" is no address',
          '14e "*" is no address', '15e generation "on" is no setting', "16w the line leaves both",
          "17e size 384 is accepted, but cannot be set, and the path falls back to 128 bytes: write 256",
-         '18w bus "3a" reads as 3, "a" behind it is ignored: write 0x3a or 58'], False),
+         '18w bus "3a" reads as 3, "a" behind it is ignored: write 0x3a or 58',
+         '19e "MRRS" is no keyword, the line is dropped: write MPS or ECRC'], False),
     ((), "ECRC=1-2:+:+\nMPS=010.0.0:256\nMPS=+1.0.0:256b:x y\nMPS=04z.0.0:max", [
         '1w bus "1-2" reads as 1, "-2" behind it is ignored', '2w bus "010" begins with 0, so it is '
         "octal and reads as 8", '3w "y" behind the value is not', '3w bus "+1" has a sign',
