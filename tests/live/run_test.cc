@@ -194,14 +194,19 @@ TEST_F(Runs, SayWhatIsInTheWay) {
     const auto cut = [&](RoutingId id, unsigned size) {
         fs::resize_file(sysfs.file(id, "config"), size);
     };
+    const auto make_busy = [&] {
+        replace(CARD, "driver", "../nic"), poke(CARD, pci::COMMAND, "\4");
+    };
     const std::string write = "--live --write ", live = "--live ", flr = write + "-e flr",
                       refused = "error: 01:00.0: cannot be reset (flr): ";
     constexpr int NOT_ALL = EXIT_NOT_ALL_DONE, BAD = EXIT_BAD_INPUT;
     const std::tuple<std::function<void()>, std::string, int, std::string> rows[] = {
         {[&] { fs::create_symlink("..", sysfs.folder() / "devices/0001:00:00.0"); }, write, 0,
          "warning: --live: 1 function of domain 0001 left out, domain 0000 is served"},
-        {[&] { replace(CARD, "driver", "../nic"), poke(CARD, pci::COMMAND, "\4"); }, write, NOT_ALL,
+        {make_busy, write, NOT_ALL,
          "would get another payload size under traffic on 01:00.0 (nic): nothing"},
+        {make_busy, write + "--busy skip --strict", NOT_ALL,
+         "is not reached: 128 bytes on 01:00.0, 00:01.0: left alone: traffic on 01:00.0 (nic)\n"},
         {[&] { replace(CARD, "reset", "/dev/full"); }, flr, NOT_ALL,
          refused + "No space left on device; the kernel offers: bus\n"},
         {[&] { replace(CARD, "reset_method", ""); }, flr, NOT_ALL,
