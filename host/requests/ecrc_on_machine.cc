@@ -35,11 +35,20 @@ std::string complaint(const EcrcRequest &request, const FunctionReport &row) {
     return text.empty() ? "" : "the line is not applied again after an insertion, " + text;
 }
 
-std::string counts(const Rows &rows) {
-    const auto capable =
-        std::ranges::count_if(rows, [](const FunctionReport *row) { return has_controls(*row); });
-    return functions_text(rows.size()) + ", " + std::to_string(capable) +
-           " of them with ECRC controls";
+// Returns the number of functions that have a control that the request sets.
+std::ptrdiff_t count_capable(const EcrcRequest &request, const Rows &rows) {
+    const auto takes = [](module::ecrc_setting setting, const EcrcControl &control) {
+        return setting != 0 && control.capable;
+    };
+    return std::ranges::count_if(rows, [&](const FunctionReport *row) {
+        const EcrcState ecrc = row->before.ecrc.value_or(EcrcState{});
+        return takes(request.requests.gen, ecrc.gen) || takes(request.requests.chk, ecrc.chk);
+    });
+}
+
+std::string counts(const EcrcRequest &request, const Rows &rows) {
+    return functions_text(rows.size()) + ", " + std::to_string(count_capable(request, rows)) +
+           " of them with an ECRC control that it sets";
 }
 
 }  // namespace
@@ -55,8 +64,8 @@ std::string problem(const EcrcRequest &request, const Rows &rows, const MachineV
         return SHORT_DUMP;
     if (single)
         return complaint(request, *rows.front());
-    if (std::ranges::none_of(rows, [](const auto *row) { return has_controls(*row); }))
-        return "the line selects " + counts(rows) + ", and sets nothing: leave it out";
+    if (count_capable(request, rows) == 0)
+        return "the line selects " + counts(request, rows) + ": leave it out";
     return "";
 }
 
@@ -67,7 +76,7 @@ void check_on_machine(const std::vector<EcrcRequest> &requests, const MachineVie
         if (const std::string text = problem(request, rows, view); !text.empty())
             remarks.warning(request.line, text);
         else if (describe && request.selection.scope != scope_t::single)
-            remarks.note(request.line, "selects " + counts(rows));
+            remarks.note(request.line, "selects " + counts(request, rows));
     }
 }
 

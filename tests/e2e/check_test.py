@@ -54,19 +54,19 @@ ROWS = (
         f"{line}w the line has no effect, because all that it sets is set again by {later}:"
         for line, later in ((1, "line 2"), (3, "lines 4 and 6"), (5, "line 6"))], True),
     (("-F", EXAMPLE), "MPS=99.0.0:256\nECRC=99:+:+\nMPS=10.0.0:256\nMPS=1.0:256\nMPS=16.0.0:256\n"
-     "MPS=0.1.0:max\nMPS=0.8.0:max\nMPS=66.0.0:256\nECRC=0.31.4:+:+\nECRC=17:+:+", [
+     "MPS=0.1.0:max\nMPS=0.8.0:max\nMPS=66.0.0:256\nECRC=0.31.4:+:+\nECRC=17:+:+\nECRC=8:=:-", [
          "1w there is no 63:00.0, the line sets nothing: the nearest is 42:00.1, written 66.0.1",
          "2w there is no such function", "3w there is no 0a:00.0, the line sets nothing: numbers are "
          "decimal, lspci's 10:00.0 is written 16.0", "4w the line sets nothing, 01:00.0 is no ARI",
          "5w the line sets nothing, 10:00.0 is an ARI function", "6w 00:01.0 is a bridge",
          "7w 00:08.0 is integrated", "8w 256 bytes are dropped for 42:00.0, below root port 40:02.0 "
          "the limit is 128 (of 42:00.0, 42:00.1): write max or 128", "9w 00:1f.4 has no ECRC",
-         "10w the line selects 1 function, 0 of"], False),
+         "10w the line selects 1 function, 0 of", "11w the line selects 1 function, 0 of"], False),
     (("-F", EXAMPLE, "-v"), "MPS=all:max\nMPS=4.0.0:128\nMPS=7.0.0:256\nECRC=0:=:+", [
         "1n asks for: every endpoint, the largest", "1n 08:00.0 gets 128 bytes, because 04:00.0 (line 2)",
         "2n asks", "3n asks for: the device of 07:00.0, payloads of 256", "3w 07:00.0 gets 128 bytes",
         "4n asks for: every function on bus 00, generation left alone, checking on",
-        "4n selects 12 functions, 4 of them with ECRC controls"], True))
+        "4n selects 12 functions, 4 of them with an ECRC control"], True))
 
 
 class CheckTest(HoplarTest):
