@@ -7,6 +7,8 @@
 namespace host {
 namespace {
 
+constexpr std::string_view ELLIPSIS = "…";
+
 // A byte 10xxxxxx continues the character that an earlier byte began.
 bool begins_character(char c) {
     return (static_cast<unsigned char>(c) & 0xC0U) != 0x80U;
@@ -43,6 +45,19 @@ std::string wrapped(std::string_view text, std::size_t columns) {
         used = fits && used > 0 ? used + 1 + width : width;
     }
     return result;
+}
+
+std::string last_words(const std::string &text, std::size_t columns) {
+    const std::size_t width = display_width(text);
+    if (width <= columns)
+        return text;
+    for (std::size_t at = text.find(' '); at != std::string::npos; at = text.find(' ', at + 1)) {
+        const std::size_t dropped = display_width(std::string_view(text).substr(0, at));
+        if (width - dropped + 1 <= columns)
+            return std::string(ELLIPSIS) + text.substr(at);
+    }
+    const std::size_t kept = columns > 0 ? columns - 1 : 0;
+    return std::string(ELLIPSIS) + text.substr(first_columns(text, width - kept).size());
 }
 
 }  // namespace host

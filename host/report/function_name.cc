@@ -10,8 +10,6 @@
 namespace host {
 namespace {
 
-constexpr std::string_view ELLIPSIS = "…";
-
 // Cuts off "(...)" that begins with `begin`, the last of the text, and the blank in front. It may
 // hold brackets itself: "(prog-if 20 [IO(X)-APIC])".
 void cut_annotation(std::string &text, std::string_view begin) {
@@ -48,20 +46,6 @@ std::string without_number(const std::string &device) {
     std::string text = device;
     cut_number(text);
     return text.ends_with(" Device") ? device : text;
-}
-
-// Returns the text from the first word on with which it fits, or else its last characters.
-std::string last_words(const std::string &text, std::size_t columns) {
-    const std::size_t width = display_width(text);
-    if (width <= columns)
-        return text;
-    for (std::size_t at = text.find(' '); at != std::string::npos; at = text.find(' ', at + 1)) {
-        const std::size_t dropped = display_width(std::string_view(text).substr(0, at));
-        if (width - dropped + 1 <= columns)
-            return std::string(ELLIPSIS) + text.substr(at);
-    }
-    const std::size_t kept = columns > 0 ? columns - 1 : 0;
-    return std::string(ELLIPSIS) + text.substr(first_columns(text, width - kept).size());
 }
 
 struct Name {
