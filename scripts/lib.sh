@@ -11,7 +11,7 @@ JOBS=$(nproc)
 
 # Building needs these, tests included, and lspci for a second opinion.
 BUILD_PACKAGES=(cmake ninja-build g++ libgtest-dev libcli11-dev nlohmann-json3-dev libelf-dev
-    libpci-dev libudev-dev libsystemd-dev linux-libc-dev python3 pciutils)
+    libpci-dev libsqlite3-dev libudev-dev libsystemd-dev linux-libc-dev python3 pciutils)
 
 # The fuzz targets and the address sanitizer need these in addition.
 FUZZ_PACKAGES=(clang libclang-rt-14-dev)

@@ -37,7 +37,7 @@ needs() {
 }
 
 declare -A PROGRAMS=([hoplar]=host/cli/hoplar [hoplar-check]=tools/check/hoplar-check
-    [hoplar-ops]=tools/ops/hoplar-ops)
+    [hoplar-fleet]=tools/fleet/hoplar-fleet [hoplar-ops]=tools/ops/hoplar-ops)
 
 # options_of PROGRAM: prints the options that --help lists or a unit uses.
 options_of() {
