@@ -56,6 +56,16 @@ std::string with_lspci_addresses(std::string_view text) {
     return result;
 }
 
+std::optional<unsigned> bus_in(std::string_view text) {
+    for (std::size_t at = text.find('B'); at != std::string_view::npos;
+         at = text.find('B', at + 1)) {
+        std::array<char, 16> address{};
+        if (module_address(std::string(text.substr(at, 16)), address) > 0)
+            return parse_hex(std::string_view(address.data(), 2));
+    }
+    return std::nullopt;
+}
+
 std::string domain_text(unsigned domain) {
     std::array<char, 16> text{};
     std::snprintf(text.data(), text.size(), "%04x", domain);

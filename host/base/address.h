@@ -22,6 +22,9 @@ std::string bdf_text(bdf_t bdf);
 // [02:00.*]".
 std::string with_lspci_addresses(std::string_view text);
 
+// Returns the bus of the first address in a module's message; nullopt without one.
+std::optional<unsigned> bus_in(std::string_view text);
+
 // Returns "0000".
 std::string domain_text(unsigned domain);
 

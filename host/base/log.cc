@@ -32,6 +32,7 @@ struct Log {
     bool to_journal = false;
     std::string part;  // in front of each text
     int mildest = LOG_SEVERITY_DEBUG;
+    std::function<bool(std::string_view text)> is_no_loss;
     std::function<void(const LogMessage &)> observer;
 };
 
@@ -139,7 +140,9 @@ bool is_shown(int severity, int verbosity, int message_verbosity) {
 int severity_here(int severity, std::string_view text) {
     const bool is_lack =
         severity <= LOG_SEVERITY_ERROR && text.ends_with(" initialization failed, Not supported");
-    return is_lack ? LOG_SEVERITY_INFO : severity;
+    const bool is_no_loss =
+        severity == LOG_SEVERITY_WARNING && log().is_no_loss && log().is_no_loss(text);
+    return is_lack || is_no_loss ? LOG_SEVERITY_INFO : severity;
 }
 
 std::size_t bytes_of(const KeptMessage &message) {
@@ -185,14 +188,14 @@ void deliver(const LogMessage &message, int verbosity, int &severity) {
                        log().part + safe_text(with_lspci_addresses(message.text))});
 }
 
-// Modules call this through a C interface, which no exception may cross. The text of an error is
-// looked at whether or not it is shown.
+// Modules call this through a C interface, which no exception may cross. The texts of errors and
+// warnings are looked at whether or not they are shown.
 int take(bool debug_handle, int severity, int verbosity, int message_verbosity, const char *format,
          va_list args) {
     Log &the_log = log();
     const std::scoped_lock guard(the_log.lock);
     if (is_shown(severity, verbosity, message_verbosity) || the_log.observer ||
-        the_log.most_bytes > 0 || severity <= LOG_SEVERITY_ERROR) {
+        the_log.most_bytes > 0 || severity <= LOG_SEVERITY_WARNING) {
         va_list again;
         va_copy(again, args);
         try {
@@ -250,6 +253,11 @@ void log_for(const std::string &part) {
     log().part = part + ": ";
     log().record = {};
     log().kept_bytes = 0;
+}
+
+void demote_warnings(std::function<bool(std::string_view text)> is_no_loss) {
+    const std::scoped_lock guard(log().lock);
+    log().is_no_loss = std::move(is_no_loss);
 }
 
 void observe_log(std::function<void(const LogMessage &)> observer) {

@@ -6,6 +6,7 @@
 #include <deque>
 #include <functional>
 #include <string>
+#include <string_view>
 
 #include "platform/log.h"
 
@@ -59,6 +60,10 @@ void open_log(const LogLevel &level);
 // Puts `part` and ": " in front of each text from now on, so that the lines of several processes
 // can be told apart. The counts begin anew, and messages that are kept are dropped.
 void log_for(const std::string &part);
+
+// Lets warnings of modules for which `is_no_loss` returns true count as mere information; an empty
+// function lets none. It is called under the log's own lock.
+void demote_warnings(std::function<bool(std::string_view text)> is_no_loss);
 
 // Sends every message that reaches a handle, before filtering, to `observer` too; an empty function
 // removes it. The tests use this. The observer is called under the log's own lock.

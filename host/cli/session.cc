@@ -21,6 +21,7 @@
 #include "host/report/report_table.h"
 #include "host/report/report_text.h"
 #include "host/report/selection.h"
+#include "host/requests/named_buses.h"
 #include "host/space/dump.h"
 #include "host/watch/signals.h"
 #include "platform/pci_regs.h"
@@ -103,9 +104,10 @@ Session::Session(const Options &options, std::vector<ModuleEntry> modules, Machi
 void Session::start() {
     if (source_.is_written())
         block_signals();
-    if (options_.strict || options_.watch || options_.is_part ||
-        options_.report == ReportForm::JSON || options_.report == ReportForm::METRICS)
-        feature_files_ = open_feature_files(modules_);
+    feature_files_ = open_feature_files(modules_);
+    demote_warnings([named = named_buses(feature_files_)](std::string_view warning) {
+        return is_no_loss(warning, named);
+    });
     report_.feature_files = checksums_of(feature_files_);
     results_ = start_up(modules_);
     all_done_ = std::ranges::all_of(results_, &ModuleResult::runs);

@@ -52,15 +52,14 @@ std::vector<MachineSource> open_saved(const SourceOptions &options, std::istream
     warn_about_left_out(file, dump.left_out, options);
     std::vector<MachineSource> sources;
     for (auto &[domain, dumped] : dump.domains) {
-        const std::string name = source_name(file, domain, dump.domains.size());
-        warn_about_dump(name, dumped);
-        sources.push_back({name, domain, nullptr, std::move(dumped.image)});
+        warn_about_dump(source_name(file, domain, dump.domains.size()), dumped);
+        sources.push_back({file, domain, nullptr, std::move(dumped.image)});
     }
     return sources;
 }
 
-MachineSource open_live(const SourceOptions &options, unsigned domain, std::size_t count) {
-    MachineSource source{.name = source_name("--live", domain, count),
+MachineSource open_live(const SourceOptions &options, unsigned domain) {
+    MachineSource source{.name = "--live",
                          .domain = domain,
                          .live = std::make_unique<LiveSpace>(domain, options.sysfs),
                          .image = nullptr};
@@ -81,7 +80,7 @@ std::vector<MachineSource> open_live(const SourceOptions &options) {
         chosen.push_back(0);  // there is no function; opening it tells why
     std::vector<MachineSource> sources;
     for (const unsigned domain : chosen) {
-        sources.push_back(open_live(options, domain, chosen.size()));
+        sources.push_back(open_live(options, domain));
         others.erase(domain);
     }
     warn_about_left_out("--live", others, options);

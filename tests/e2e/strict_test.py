@@ -50,6 +50,12 @@ class StrictTest(HoplarTest):
             _, errors = self.run_on_example("--strict", *options, status=int(bool(faults)))
             self.assertEqual([int(line) for line in re.findall(r"/input:(\d+): ", "\n".join(errors))], faults)
 
+    def test_warnings_are_about_functions_that_a_line_names(self):
+        for lines, warned in ("", 0), ("ECRC=8.0.0:+:+", 2), ("MPS=8.0.0:max", 2), ("MPS=1.0.0:max", 0):
+            self.file("input", "MPS=all:max\nECRC=all:+:+\n" + lines)
+            _, messages = self.hoplar("-F", EXAMPLE, "-m", f"{PLUGIN},--config=input")
+            self.assertEqual(["[08:00.0]" in line for line in messages], [True] * warned)
+
     def test_files_that_cannot_be_read(self):
         self.file("events", "")
         self.file("good", "MPS=all:max")
