@@ -39,6 +39,9 @@ namespace {
 constexpr std::array STATUSES{EXIT_DONE, EXIT_FINDING, EXIT_WOULD_CHANGE, EXIT_NOT_ALL_DONE,
                               EXIT_BAD_INPUT};
 
+// Each takes a process and some descriptors; a dump may name as many as it likes.
+constexpr std::size_t MOST_DOMAINS = 256;
+
 int gravest(int left, int right) {
     return std::ranges::find(STATUSES, left) < std::ranges::find(STATUSES, right) ? right : left;
 }
@@ -195,6 +198,10 @@ void write_report(ReportForm form, std::ostream &out, const std::vector<Domain> 
 
 int run_domains(const Options &options, const HostConfig &config,
                 std::vector<MachineSource> sources, const EventText &events, std::ostream &out) {
+    if (sources.size() > MOST_DOMAINS)
+        throw InputError(std::to_string(sources.size()) + " domains, and at most " +
+                         std::to_string(MOST_DOMAINS) +
+                         " are served at once: choose some with --domain");
     std::optional<OutputFile> output;
     if (options.output)
         output.emplace(*options.output);

@@ -84,6 +84,14 @@ class DomainsTest(HoplarTest):
             self.assertEqual(messages, [message.format("events:2: ") + f": {events}"])
             self.assertFalse(os.path.exists(self.file("output")))
 
+    def test_machines_of_too_many_domains_are_refused(self):
+        self.file("input", "".join(f"{domain:04x}:00:00.0 x\n" + "".join(
+            f"{at:x}0:" + " 12" * 16 + "\n" for at in range(4)) + "\n" for domain in range(257)))
+        _, messages = self.run_on("none", "-q", status=2)
+        self.assertEqual(messages, ["error: 257 domains, and at most 256 are served at once: choose some "
+                                    "with --domain"])
+        self.run_on("none", "-q", "--domain", "0,100")
+
     def test_the_gravest_status_counts_and_the_others_report(self):
         listed = "[runtime]\nHOPLAR_MODULE_LIST = {},--config=all.cfg\n[domain {}]\nHOPLAR_MODULE_LIST = {}\n"
         for domain, module, status, rows in (9, "none.so", 3, 77), (2, "none.so", 1, 77), (0, FAULTY, 2, 30):
