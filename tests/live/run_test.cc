@@ -2,7 +2,6 @@
 // events come through a pipe.
 #include "host/cli/run.h"
 
-#include <libudev.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <sys/wait.h>
@@ -16,41 +15,20 @@
 #include "host/base/descriptor_io.h"
 #include "host/space/dump.h"
 #include "host/watch/event_groups.h"
+#include "tests/live/kernel_pipe.h"
 #include "tests/live/live_machine.h"
 #include "tools/check/check.h"
-
-// An event as "add /devices/pci0000:00/0000:00:01.0", with a third word when it is synthetic.
-struct udev_device {
-    std::string action, path, again;
-};
 
 namespace host::tests {
 
 constexpr RoutingId PORT = at(0, 1), CARD = at(1), OTHER_CARD = at(2);
 
-static int kernel[2], input[2];  // pipes; one of packets, each an event
+static int input[2];  // a pipe
 
 static uid_t user = 0;
 
-#define WRAP(type, name, parameters, value)                                                        \
-    extern "C" type __wrap_##name parameters {                                                     \
-        return value;                                                                              \
-    }
-WRAP(uid_t, geteuid, (), user)
-WRAP(int, udev_monitor_get_fd, (udev_monitor *), kernel[0])
-WRAP(const char *, udev_device_get_action, (udev_device * device), device->action.c_str())
-WRAP(const char *, udev_device_get_devpath, (udev_device * device), device->path.c_str())
-WRAP(const char *, udev_device_get_property_value, (udev_device * device, const char *),
-     device->again.empty() ? nullptr : "")
-WRAP(void, udev_device_unref, (udev_device * device), delete device)
-extern "C" udev_device *__wrap_udev_monitor_receive_device(udev_monitor *) {
-    char text[256] = "";
-    if (::read(kernel[0], text, sizeof text - 1) <= 0)
-        return nullptr;
-    auto device = std::make_unique<udev_device>();
-    std::istringstream(text) >> device->action >> device->path >> device->again;
-    errno = ENOBUFS;
-    return device->action == "lost" ? nullptr : device.release();
+extern "C" uid_t __wrap_geteuid() {
+    return user;
 }
 
 class Runs : public LiveMachine {
