@@ -1,12 +1,16 @@
 """How the scenarios of a virtual machine are run, and what they leave behind is read."""
 
+import json
 import os
 import subprocess
 import sys
 
+import jsonschema
+
 HERE = os.path.dirname(os.path.abspath(__file__))
 OUT, RELEASE = (os.path.normpath(f"{HERE}/../../build/{name}") for name in ("vm/out", "release"))
-for name, program in (("HOPLAR", "host/cli/hoplar"), ("OPS", "tools/ops/hoplar-ops"),
+for name, program in (("HOPLAR", "host/cli/hoplar"),
+                      ("CHECK", "tools/check/hoplar-check"), ("OPS", "tools/ops/hoplar-ops"),
                       ("PLUGIN", "module/hoplar-enable_features.so")):
     os.environ.setdefault(name, f"{RELEASE}/{program}")
 sys.path.append(f"{HERE}/../e2e")
@@ -15,6 +19,13 @@ sys.path.append(f"{HERE}/../e2e")
 def text(name):
     with open(f"{OUT}/{name}", encoding="utf-8") as file:
         return file.read()
+
+
+def report(name):
+    """The JSON report, which is as its schema says."""
+    with open(f"{HERE}/../../docs/report.schema.json") as file:
+        jsonschema.validate(found := json.loads(text(name)), json.load(file))
+    return found
 
 
 def boot(*parameters, **environment):
