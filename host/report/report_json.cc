@@ -97,7 +97,8 @@ Json function_json(const Report &report, const FunctionReport &row) {
             {"changed", row.changed()},
             {"gone", text_or_null(gone_text(row))},
             {"mps", mps_json(row)},
-            {"ecrc", ecrc_json(row)}};
+            {"ecrc", ecrc_json(row)},
+            {"ecrc_unknown", row.after.ecrc_unknown}};
 }
 
 // In percent, with two digits behind the point.
@@ -119,7 +120,8 @@ Json hierarchy_json(const Report &report, const HierarchyReport &hierarchy) {
             {"gain", gain_json(hierarchy)},
             {"before", payload_json(root_port.before)},
             {"after", payload_json(root_port.after)},
-            {"left_alone", text_or_null(left_alone_text(report, hierarchy))}};
+            {"left_alone", text_or_null(left_alone_text(report, hierarchy))},
+            {"text", limit_text(report, hierarchy)}};
 }
 
 Json finding_json(const Report &report, const Finding &finding) {

@@ -49,8 +49,8 @@ class SelectionTest(HoplarTest):
                 for form, address in ("table", TABLE_ROW), ("dot", DOT_CELL):
                     self.assertEqual({*address.findall(texts[form])}, shown)
                     self.assertIn(f"{len(shown)} of 47 functions shown; whole machine: 47 ", texts[form])
-                self.assertEqual([h["root_port"] for h in report["hierarchies"]],
-                                 re.findall(r"(?m)^-- root port (\S+):", texts["table"]))
+                self.assertEqual([f"{h['root_port']}: {h['text']}" for h in report["hierarchies"]],
+                                 re.findall(r"(?m)^-- root port (.+)$", texts["table"]))
                 errors = {f["function"] for f in report["findings"]["after"] if f["severity"] == "error"}
                 self.assertEqual(errors, {*LOST} & shown)
                 self.assertEqual("not shown: 2 errors" in texts["table"], not errors)
