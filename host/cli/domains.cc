@@ -26,6 +26,7 @@
 #include "host/cli/domain_watch.h"
 #include "host/cli/run.h"
 #include "host/report/merged_report.h"
+#include "host/report/report_html.h"
 #include "host/space/dump.h"
 #include "host/watch/bus_events.h"
 #include "host/watch/control_socket.h"
@@ -186,6 +187,8 @@ void write_report(ReportForm form, std::ostream &out, const std::vector<Domain> 
         write_merged_tables(out, reports);
     if (form == ReportForm::JSON)
         write_merged_json(out, reports, log_record());
+    if (form == ReportForm::HTML)
+        write_html_page(out, merged_json_line(reports, log_record()));
     if (form == ReportForm::DOT)
         write_merged_dot(out, reports);
     if (form == ReportForm::METRICS)

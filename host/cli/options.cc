@@ -77,8 +77,8 @@ void declare_results(CLI::App &app, RawOptions &raw) {
     app.add_option("-o,--output", raw.output, "Write the resulting configuration space as a dump")
         ->type_name("FILE");
     app.add_option("--report", raw.report,
-                   "What is reported: table, json, dot (a graph for Graphviz), metrics (for "
-                   "Prometheus) or none")
+                   "What is reported: table, json, html (a page for a browser), dot (a graph for "
+                   "Graphviz), metrics (for Prometheus) or none")
         ->type_name("FORM");
     app.add_option("--report-file", raw.report_file,
                    "Where the report goes, default standard output; replaced when it is complete")
@@ -141,8 +141,9 @@ struct Word {
     Value value;
 };
 
-constexpr std::array<Word<ReportForm>, 5> REPORT_FORMS{{{"table", ReportForm::TABLE},
+constexpr std::array<Word<ReportForm>, 6> REPORT_FORMS{{{"table", ReportForm::TABLE},
                                                         {"json", ReportForm::JSON},
+                                                        {"html", ReportForm::HTML},
                                                         {"dot", ReportForm::DOT},
                                                         {"metrics", ReportForm::METRICS},
                                                         {"none", ReportForm::NONE}}};

@@ -15,7 +15,12 @@
 
 namespace host {
 
-enum class ReportForm { TABLE, JSON, DOT, METRICS, NONE };
+enum class ReportForm { TABLE, JSON, HTML, DOT, METRICS, NONE };
+
+// Returns true for the forms that have requests, messages and drivers too.
+constexpr bool has_all_facts(ReportForm form) {
+    return form == ReportForm::JSON || form == ReportForm::HTML;
+}
 
 // Decides on hierarchies with traffic whose payload size would change.
 enum class Busy { REFUSE, SKIP, WRITE };

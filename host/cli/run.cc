@@ -38,11 +38,11 @@ int print_files(const Options &options, std::ostream &out) {
     return EXIT_BAD_INPUT;
 }
 
-// Returns how much memory the messages may take that the JSON report lists. Those of a start come
+// Returns how much memory the messages may take that a report lists. Those of a start come
 // to an end; a server that stays may run for years.
 std::size_t bytes_to_keep(const Options &options) {
     constexpr std::size_t OF_A_SERVER = 1 << 20;
-    if (options.report != ReportForm::JSON && !options.control)
+    if (!has_all_facts(options.report) && !options.control)
         return 0;
     return options.watch ? OF_A_SERVER : SIZE_MAX;
 }

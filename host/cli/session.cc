@@ -16,6 +16,7 @@
 #include "host/exports/payload_guard.h"
 #include "host/machine/open_machine.h"
 #include "host/report/report_dot.h"
+#include "host/report/report_html.h"
 #include "host/report/report_json.h"
 #include "host/report/report_metrics.h"
 #include "host/report/report_table.h"
@@ -130,7 +131,7 @@ int Session::finish(std::ostream &out) {
     all_done_ &= service_ != nullptr || reaches_requests();
     end_report(report_, *machine_, std::move(results_));
     report_.requests = judge(feature_files_, {*machine_, report_});
-    if (source_.live && options_.report == ReportForm::JSON)
+    if (source_.live && has_all_facts(options_.report))
         read_drivers(report_, source_.live->sysfs());
     select_functions(report_, options_.selection);
     const bool reported = write_report(out);
@@ -175,7 +176,8 @@ bool Session::save() {
 bool Session::write_report(std::ostream &out) const {
     if (options_.report == ReportForm::TABLE)
         write_table(out, report_, options_.report_file ? TableStyle{} : standard_output_style());
-    if (options_.report == ReportForm::JSON)
+    const bool is_page_part = options_.report == ReportForm::HTML && options_.is_part;
+    if (options_.report == ReportForm::JSON || is_page_part)
         write_json(out, report_);
     if (options_.report == ReportForm::DOT && options_.is_part)
         write_dot_part(out, report_);
@@ -183,6 +185,8 @@ bool Session::write_report(std::ostream &out) const {
         write_dot(out, report_);
     if (options_.report == ReportForm::METRICS)
         write_metrics(out, report_);
+    if (options_.report == ReportForm::HTML && !is_page_part)
+        write_html(out, report_);
     if (out.flush())
         return true;
     log_error("standard output: the report cannot be written");

@@ -54,7 +54,7 @@ REFUSED = (
     (["-F", ""], "", ["--dump: no file is named"]),
     (["-F", "-", "-e", "-"], "", ["--dump - and --events -: standard input can be one of them only"]),
     (["-F", "-"], "", ["standard input: the file is empty"]),
-    (["-F", EXAMPLE, "--report", "xml"], "", ['--report: "xml" is none of table, json, dot, metrics, none']),
+    (["-F", EXAMPLE, "--report", "xml"], "", ['--report: "xml" is none of table, json, html, dot, metrics, none']),
     (["-F", EXAMPLE, "--report", "metrics", "-s", "1:"], "", ["--report metrics: without --only and -s"]),
     (["-F", EXAMPLE, "--report", "none", "--report-file", "x"], "", ["--report-file: not with --report none"]),
     (["-F", EXAMPLE, "--report-file", "none/x"], "", ["none/x: No such file or directory"]),

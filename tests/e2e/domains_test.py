@@ -50,6 +50,8 @@ class DomainsTest(HoplarTest):
         report = json.loads(text)
         for name in "functions", "hierarchies", "modules":
             self.assertEqual(report[name], first[name] + second[name])
+        page, _ = self.run_on("html", "-e", "events")
+        self.assertEqual(json.loads(re.search(r'id="report">(.*)</script>', page)[1])["shown"], report["shown"])
         self.assertEqual([report["messages"][name] for name in ("error", "warning", "info")],
                          [sum(line.startswith(name) for line in messages)
                           for name in ("error", "warning", "info")])
