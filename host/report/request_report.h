@@ -30,7 +30,7 @@ constexpr bool is_fault(RequestStatus status) {
 // Returns "not_reached", which stays the same for programs.
 const char *status_word(RequestStatus status);
 
-// What a line asks of a function; what is reached stands in the function's own report.
+// The settings that a line asks of a function. Its own report tells which are reached.
 struct RequestedFunction {
     std::size_t function = 0;  // index
     std::optional<unsigned> payload_size{};

@@ -55,7 +55,7 @@ public:
     }
 
 private:
-    // What has been found out about one request.
+    // The findings about one request.
     struct Tally {
         bool refused = false;        // all that is not reached cannot be
         std::string why;             // of the first that is not reached

@@ -8,7 +8,7 @@
 
 namespace host {
 
-// What is known of functions: by the module, or by their registers.
+// These tests ask the module, or the registers.
 struct EndpointTests {
     std::function<bool(bdf_t bdf)> is_endpoint;
     std::function<bool(bdf_t bdf)> can_be_set;  // is one, and has a path from a root port
@@ -21,7 +21,7 @@ std::string refusal(const MpsRequest &request, const MachineView &view, const En
 std::string too_large_text(const MpsRequest &request, const MachineView &view, bdf_t device,
                            bdf_t root_port, unsigned limit);
 
-// What another request has decided for a hierarchy.
+// The size that another request has decided on for a hierarchy.
 struct Decision {
     std::uint32_t size = 0;
     bdf_t device = BDF_NONE;

@@ -35,7 +35,7 @@ struct EcrcRequest {
     enable_features::requests_t requests;
 };
 
-// What one line asks for: one of the two, or none.
+// A line asks for one of the two, or for nothing.
 struct Request {
     std::optional<MpsRequest> mps;
     std::optional<EcrcRequest> ecrc;

@@ -1,4 +1,4 @@
-"""What hoplar-check says of feature files, beside what the module does with them."""
+"""The remarks of hoplar-check on feature files agree with what the module does with them."""
 
 import os
 import re

@@ -1,4 +1,4 @@
-"""What hoplar-fleet adds up, beside a count of the same reports in Python."""
+"""The sums of hoplar-fleet are compared with a count of the same reports in Python."""
 
 import csv
 import io

@@ -1,4 +1,4 @@
-"""What --only and -s show: the same functions in all forms of the report."""
+"""All forms of the report show the same functions with --only and -s."""
 
 import json
 import re

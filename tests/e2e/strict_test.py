@@ -1,4 +1,4 @@
-"""What becomes of the lines of feature files on the example machine, of which --strict tells."""
+"""The lines of feature files are judged by what they have reached on the example machine."""
 
 import json
 import re

@@ -1,4 +1,4 @@
-// What the table shows in terminals of any width.
+// The table fits into terminals of any width.
 #include "host/report/report_table.h"
 
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-// What reports add up to, in a temporary database.
+// Adds reports up in a temporary database.
 #pragma once
 
 #include "tools/fleet/database.h"

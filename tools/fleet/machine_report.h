@@ -1,4 +1,4 @@
-// What is kept of one report until it has been read to its end.
+// The rows of one report are kept until it has been read to its end.
 #pragma once
 
 #include <cstdint>
