@@ -211,19 +211,19 @@ int run_domains(const Options &options, const HostConfig &config,
     std::vector<unsigned> numbers;
     for (const MachineSource &source : sources)
         numbers.push_back(source.domain);
-    Run run{options, config, std::move(sources), {}, {}};
+    Run whole_run{options, config, std::move(sources), {}, {}};
     for (std::string &text : split_bus_events(events.text, events.name, numbers))
-        run.events.push_back({events.name, std::move(text)});
+        whole_run.events.push_back({events.name, std::move(text)});
     for (const unsigned number : numbers)
-        run.domains.push_back({.number = number});
-    if (run.sources.front().is_written())
+        whole_run.domains.push_back({.number = number});
+    if (whole_run.sources.front().is_written())
         block_signals();
     // A process that inherits an ignored SIGCHLD is not told how its children end.
     std::signal(SIGCHLD, SIG_DFL);
-    const int status = run_all(run);
-    if (output && std::ranges::all_of(run.domains, has_finished))
-        write_dump(*output, run.domains);
-    write_report(options.report, out, run.domains);
+    const int status = run_all(whole_run);
+    if (output && std::ranges::all_of(whole_run.domains, has_finished))
+        write_dump(*output, whole_run.domains);
+    write_report(options.report, out, whole_run.domains);
     return status;
 }
 
