@@ -8,7 +8,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <mutex>
@@ -17,6 +16,7 @@
 #include <utility>
 
 #include "host/base/address.h"
+#include "host/base/descriptor_io.h"
 #include "host/base/safe_text.h"
 #include "platform/log.h"
 
@@ -84,15 +84,9 @@ bool leads_to_journal() {
            named == std::to_string(status.st_dev) + ":" + std::to_string(status.st_ino);
 }
 
-// Drops what cannot be written: there is no other place to report it.
+// Text that cannot be written is lost: there is no other place to report it.
 void write_all(std::string_view text) {
-    while (!text.empty()) {
-        const ssize_t written = write(STDERR_FILENO, text.data(), text.size());
-        if (written < 0 && errno != EINTR)
-            return;
-        if (written > 0)
-            text.remove_prefix(static_cast<std::size_t>(written));
-    }
+    static_cast<void>(write_whole(STDERR_FILENO, text));
 }
 
 // The caller holds the lock.

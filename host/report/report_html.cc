@@ -4,7 +4,7 @@
 
 #include "host/report/report_json.h"
 
-// What page.S has between its two symbols: the page, in which one word stands for the report.
+// page.S has the page between its two symbols; one word in it stands for the report.
 extern "C" {
 extern const char hoplar_page_begin[];
 extern const char hoplar_page_end[];

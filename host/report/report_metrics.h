@@ -11,8 +11,8 @@
 namespace host {
 
 // Writes counts of the whole machine, at the end of the run. Each sample has the domain as a label.
-// Which samples there are depends on the feature files alone, not on the machine: what could be
-// counted and is not there is 0. hoplar(8) describes them.
+// Feature files alone decide which samples there are, not the machine: what could be counted and is
+// not there is 0. hoplar(8) describes them.
 void write_metrics(std::ostream &out, const Report &report);
 
 // Writes the samples that count messages, as those of a domain of this name.

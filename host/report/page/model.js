@@ -1,6 +1,6 @@
 "use strict";
-// What the page shows, made of the JSON report that it holds: the tree of functions, and the texts
-// that several parts of the page have in common.
+// The model makes, of the JSON report that the page holds, the tree of functions and the texts that
+// several parts of the page have in common.
 
 const report = JSON.parse(document.getElementById("report").textContent);
 
