@@ -93,6 +93,8 @@ private:
     }
 
     LineServer::Outcome execute(const LineServer::Line &line) {
+        if (termination_pending() || domains_.empty())
+            return {.answer = "error: the servers are ending", .failed = false};
         const auto said = words(std::string_view(line.text).substr(0, line.text.find('#')));
         const bool is_alone = line.is_answered && said.size() == 1;
         if (is_alone && said.front() == "status")
@@ -135,7 +137,7 @@ private:
 
     std::string report() {
         const std::vector<DomainReport> reports = ask_all("report");
-        return reports.empty() ? "error: the servers have ended"
+        return reports.empty() ? "error: the servers are ending"
                                : merged_json_line(reports, log_record());
     }
 
