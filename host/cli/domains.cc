@@ -169,11 +169,18 @@ bool has_finished(const Domain &domain) {
     return domain.server && domain.server->has_finished();
 }
 
-void write_dump(OutputFile &output, const std::vector<Domain> &domains) {
-    output.write([&](const Sink &sink) {
-        for (const Domain &domain : domains)
-            sink(read_from_start(domain.dump.number()));
-    });
+// Returns false when the dump cannot be written; the report is written all the same.
+bool write_dump(OutputFile &output, const std::vector<Domain> &domains) {
+    try {
+        output.write([&](const Sink &sink) {
+            for (const Domain &domain : domains)
+                sink(read_from_start(domain.dump.number()));
+        });
+        return true;
+    } catch (const DumpError &error) {
+        log_error(error.what());
+        return false;
+    }
 }
 
 void write_report(ReportForm form, std::ostream &out, const std::vector<Domain> &domains) {
@@ -220,9 +227,10 @@ int run_domains(const Options &options, const HostConfig &config,
         block_signals();
     // A process that inherits an ignored SIGCHLD is not told how its children end.
     std::signal(SIGCHLD, SIG_DFL);
-    const int status = run_all(whole_run);
-    if (output && std::ranges::all_of(whole_run.domains, has_finished))
-        write_dump(*output, whole_run.domains);
+    int status = run_all(whole_run);
+    if (output && std::ranges::all_of(whole_run.domains, has_finished) &&
+        !write_dump(*output, whole_run.domains))
+        status = EXIT_BAD_INPUT;
     write_report(options.report, out, whole_run.domains);
     return status;
 }

@@ -94,6 +94,11 @@ class DomainsTest(HoplarTest):
                                     "with --domain"])
         self.run_on("none", "-q", "--domain", "0,100")
 
+    def test_a_dump_that_cannot_be_written_costs_no_report(self):
+        table, messages = self.run_on("table", "-o", "/dev/full", status=2)
+        self.assertIn("Domain 0002:", table)
+        self.assertEqual(messages, ["error: /dev/full: No space left on device"])
+
     def test_the_gravest_status_counts_and_the_others_report(self):
         listed = "[runtime]\nHOPLAR_MODULE_LIST = {},--config=all.cfg\n[domain {}]\nHOPLAR_MODULE_LIST = {}\n"
         for domain, module, status, rows in (9, "none.so", 3, 77), (2, "none.so", 1, 77), (0, FAULTY, 2, 30):
