@@ -130,7 +130,8 @@ int Session::finish(std::ostream &out) {
     all_done_ &= report_failures(source_) && !any_exception();
     all_done_ &= service_ != nullptr || reaches_requests();
     end_report(report_, *machine_, std::move(results_));
-    report_.requests = judge(feature_files_, {*machine_, report_});
+    if (has_all_facts(options_.report) || options_.report == ReportForm::METRICS)
+        report_.requests = judge(feature_files_, {*machine_, report_});
     if (source_.live && has_all_facts(options_.report))
         read_drivers(report_, source_.live->sysfs());
     select_functions(report_, options_.selection);
