@@ -181,6 +181,11 @@ TEST(ValueCharacters, AreTheFeaturesOrTheDefault) {
               "*" + replaced(most, ":", ":="));
     EXPECT_EQ(module::feature_list[module::ROW_FB2B].valid_param_char, nullptr);
     EXPECT_EQ(module::feature_list[module::ROW_ASPM].valid_param_char, nullptr);
+    for (unsigned row = 0; row < module::num_features; ++row) {
+        const name_char_t own = module::feature_list[row].valid_param_char;
+        EXPECT_EQ(module::value_chars(static_cast<module::feature_row>(row)),
+                  own ? own : module::valid_param_val_char);
+    }
 }
 
 }  // namespace host::tests
