@@ -16,7 +16,7 @@
 namespace host {
 namespace {
 
-// A byte in either direction is all that parent and child tell each other.
+// A byte tells the other process that the next step may begin, or that the work is done.
 void tell(int descriptor) {
     send(descriptor, "", 1, MSG_NOSIGNAL);
 }
