@@ -49,8 +49,10 @@ private:
     Descriptor relay_;
 };
 
-// A line that a process hands to the one that can execute it, and what came of it.
+// Returns a line in the form in which a process hands it to the one that can execute it.
 std::string relayed(const LineServer::Line &line);
+
+// Returns the outcome that the answer to such a line tells.
 LineServer::Outcome outcome_of(const std::string &answer);
 
 }  // namespace host
