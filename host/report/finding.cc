@@ -181,7 +181,7 @@ void find_different_hierarchies(const View &view, Findings &findings) {
     std::vector<std::string> texts;
     for (const unsigned size : sizes)
         texts.push_back(std::to_string(size));
-    findings.push_back({HIERARCHIES_DIFFER, view.hierarchies[0].root_port,
+    findings.push_back({HIERARCHIES_DIFFER, root_ports[0],
                         "hierarchies are set to " + join(texts, ", ") +
                             " bytes: writes from below one root port to below another may not "
                             "pass; where they must, set all to " +

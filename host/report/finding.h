@@ -26,7 +26,7 @@ std::span<const FindingKind> finding_kinds();
 
 struct Finding : FindingKind {
     std::size_t function;  // index of the function, or of the hierarchy's root port
-    std::string text;      // a sentence for users, which begins with the function's address
+    std::string text;      // a sentence for users, which names the functions that it is about
     std::vector<std::size_t> several{};  // all functions that it is about, where these are several
 };
 

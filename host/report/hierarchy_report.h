@@ -30,7 +30,7 @@ std::vector<HierarchyReport> find_hierarchies(const std::vector<FunctionReport> 
 
 // Returns by how many percent the share of payload in a link's bytes grows from packets of `from`
 // bytes to packets of `to` bytes: each packet carries 24 bytes more, of framing, sequence number,
-// header of three double words and LCRC.
+// header of four double words and LCRC.
 double payload_gain(unsigned from, unsigned to);
 
 }  // namespace host
