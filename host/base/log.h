@@ -34,6 +34,11 @@ struct KeptMessage {
 struct LogRecord {
     LogCounts counts;
     std::deque<KeptMessage> kept;  // in the order in which they came
+
+    // Returns how many of those that are counted are not kept.
+    std::uint64_t left_out() const {
+        return counts.error + counts.warning + counts.info + counts.debug - kept.size();
+    }
 };
 
 // Returns "error", "warning", "info" or "debug".

@@ -36,6 +36,7 @@ void add(Json &messages, const LogRecord &own) {
     count("warning", own.counts.warning);
     count("info", own.counts.info);
     count("debug", own.counts.debug);
+    count("left_out", own.left_out());
     for (const KeptMessage &message : own.kept)
         messages["list"].push_back(message_json(message));
 }

@@ -197,8 +197,7 @@ void write_messages(JsonWriter &json, const LogRecord &messages) {
     json.value("warning", counts.warning);
     json.value("info", counts.info);
     json.value("debug", counts.debug);
-    json.value("left_out",
-               counts.error + counts.warning + counts.info + counts.debug - messages.kept.size());
+    json.value("left_out", messages.left_out());
     json.array("list", messages.kept, message_json);
     json.close('}');
 }
