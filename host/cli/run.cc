@@ -75,6 +75,8 @@ int serve(const Options &options, std::istream &in, std::ostream &out) {
 // the one of the run before.
 int serve_with_report_file(const Options &options, std::istream &in) {
     OutputFile file(*options.report_file);
+    if (options.output && OutputFile(*options.output).replaces_same_file_as(file))
+        throw InputError("--output and --report-file: both are " + options.output->string());
     std::ostringstream report;
     const int status = serve(options, in, report);
     if (!report.view().empty())

@@ -145,6 +145,14 @@ OutputFile::OutputFile(const fs::path &file) : asked_for_(file) {
         open_unnamed();
 }
 
+bool OutputFile::replaces_same_file_as(const OutputFile &other) const {
+    struct stat one {};
+    struct stat two {};
+    return is_replaced_ && other.is_replaced_ && place_.name == other.place_.name &&
+           fstat(place_.folder.number(), &one) == 0 &&
+           fstat(other.place_.folder.number(), &two) == 0 && is_same_file(one, two);
+}
+
 void OutputFile::write(const std::function<void(const Sink &)> &content) {
     if (!is_replaced_) {
         if (!open_)

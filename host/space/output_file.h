@@ -30,6 +30,9 @@ public:
     // Throws DumpError for a file that cannot be written.
     explicit OutputFile(const std::filesystem::path &file);
 
+    // Returns true when each would replace what the other has written.
+    bool replaces_same_file_as(const OutputFile &other) const;
+
     // Writes the text that `content` gives to its sink. Throws DumpError. Call once for each
     // object.
     void write(const std::function<void(const Sink &)> &content);

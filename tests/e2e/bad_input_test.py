@@ -57,6 +57,7 @@ REFUSED = (
     (["-F", EXAMPLE, "--report", "xml"], "", ['--report: "xml" is none of table, json, html, dot, metrics, none']),
     (["-F", EXAMPLE, "--report", "metrics", "-s", "1:"], "", ["--report metrics: without --only and -s"]),
     (["-F", EXAMPLE, "--report", "none", "--report-file", "x"], "", ["--report-file: not with --report none"]),
+    (["-F", EXAMPLE, "--report-file", "./output.lspci"], "", ["--output and --report-file: both are "]),
     (["-F", EXAMPLE, "--report-file", "none/x"], "", ["none/x: No such file or directory"]),
     (["-F", EXAMPLE, "--only", "pcie,"], "", ['--only: "" is none of changed, pcie, problems']),
     (["-F", EXAMPLE, "-s", "1:20.0"], "", ['-s: "1:20.0": Invalid slot number (as lspci: ']),
