@@ -42,4 +42,16 @@ bool parse_command_line(CLI::App &app, int argc, const char *const *argv, std::o
     return false;
 }
 
+void require_file_name(const char *option, const std::optional<std::filesystem::path> &file) {
+    if (file && file->empty())
+        throw InputError(std::string(option) + ": no file is named");
+}
+
+void require_output_name(const char *option, const std::optional<std::filesystem::path> &file) {
+    require_file_name(option, file);
+    if (file == "-")
+        throw InputError(std::string(option) +
+                         ": write /dev/stdout for standard output, or ./- for a file \"-\"");
+}
+
 }  // namespace host

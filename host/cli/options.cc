@@ -167,14 +167,13 @@ auto parse_word(const char *option, const std::string &text, const Words &words)
                      join(known, ", "));
 }
 
-// An empty text is no file, and a message about it could name none, so it is refused here.
 void require_file_names(const RawOptions &raw) {
-    const std::pair<const char *, const std::optional<std::string> &> files[] = {
-        {"--dump", raw.dump},     {"--config", raw.config},   {"--events", raw.events},
-        {"--output", raw.output}, {"--control", raw.control}, {"--report-file", raw.report_file}};
-    for (const auto &[option, file] : files)
-        if (file == "")
-            throw InputError(std::string(option) + ": no file is named");
+    require_file_name("--dump", raw.dump);
+    require_file_name("--config", raw.config);
+    require_file_name("--events", raw.events);
+    require_file_name("--control", raw.control);
+    require_output_name("--output", raw.output);
+    require_output_name("--report-file", raw.report_file);
 }
 
 void require(bool met, const char *complaint) {

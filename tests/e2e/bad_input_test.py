@@ -58,6 +58,7 @@ REFUSED = (
     (["-F", EXAMPLE, "--report", "metrics", "-s", "1:"], "", ["--report metrics: without --only and -s"]),
     (["-F", EXAMPLE, "--report", "none", "--report-file", "x"], "", ["--report-file: not with --report none"]),
     (["-F", EXAMPLE, "--report-file", "./output.lspci"], "", ["--output and --report-file: both are "]),
+    (["-F", EXAMPLE, "--report-file", "-"], "", ["--report-file: write /dev/stdout for standard output"]),
     (["-F", EXAMPLE, "--report-file", "none/x"], "", ["none/x: No such file or directory"]),
     (["-F", EXAMPLE, "--only", "pcie,"], "", ['--only: "" is none of changed, pcie, problems']),
     (["-F", EXAMPLE, "-s", "1:20.0"], "", ['-s: "1:20.0": Invalid slot number (as lspci: ']),

@@ -47,10 +47,8 @@ std::optional<Options> parse_options(int argc, const char *const *argv, std::ost
         throw host::InputError("FEATURE-FILE: no file is named");
     if (options.live && options.source.dump)
         throw host::InputError("--dump and --live: one of them");
-    for (const auto &[option, file] :
-         {std::pair("--dump", options.source.dump), std::pair("--config", options.config)})
-        if (file && file->empty())
-            throw host::InputError(std::string(option) + ": no file is named");
+    host::require_file_name("--dump", options.source.dump);
+    host::require_file_name("--config", options.config);
     options.source.domains_are_default = !domain;
     options.source.domains = std::vector{host::parse_domain(domain.value_or("0"))};
     return options;

@@ -55,10 +55,8 @@ std::optional<Options> parse_options(int argc, const char *const *argv, std::ost
     if (!host::parse_command_line(app, argc, argv, out))
         return std::nullopt;
     host::require_source(options.source.dump.has_value(), live, options.source.write);
-    for (const auto &[option, file] :
-         {std::pair("--dump", options.source.dump), std::pair("--output", options.output)})
-        if (file && file->empty())
-            throw host::InputError(std::string(option) + ": no file is named");
+    host::require_file_name("--dump", options.source.dump);
+    host::require_output_name("--output", options.output);
     options.source.domains_are_default = !domain;
     options.source.domains = std::vector{host::parse_domain(domain.value_or("0"))};
     options.log = host::log_level(quiet, louder, debug);
