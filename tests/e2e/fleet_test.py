@@ -128,7 +128,8 @@ class FleetTest(HoplarTest):
                 (row + "{}]}", ":1: byte 30: a row of functions[] lacks what names it"),
                 (row + '{"bdf": 1}]}', ":1: byte 38: functions[].bdf has a value of another"),
                 (row + '\n{"mps":\n' + good, ":3: byte 38: the report ends behind functions[].mps, and another"),
-                (good[:-1] + ', "\x1b[31m"', rf":1: byte {len(good) + 3}: syntax error"), (good[:9], ":1: byte 9: syntax")):
+                (good[:-1] + ', "\x1b[31m"', rf":1: byte {len(good) + 3}: syntax error"), (good[:9], ":1: byte 9: syntax"),
+                ('{"x": ' + 999 * "9" + "}", ":1: byte 1006: number overflow parsing '9")):
             self.file("bad.json", text)
             self.file("good\x1b[31m.json", good)
             out, errors = self.fleet("bad.json", "good\x1b[31m.json", "none", "--form=csv", status=1)
@@ -138,6 +139,7 @@ class FleetTest(HoplarTest):
             is_last = text.endswith(good)
             self.assertIn(f"\ntotals,{1 + is_last},1,2,0,", out.replace("\r", ""))
             self.assertNotIn("\x1b", out + "".join(errors))
+            self.assertLess(max(map(len, errors)), 250)
             self.fleet("bad.json", status=1 if is_last else 2)
 
     def test_a_name_of_a_machine_is_no_order_to_the_terminal(self):

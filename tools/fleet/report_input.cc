@@ -53,11 +53,14 @@ void ReportInput::skip_report() {
     }
 }
 
-// A line end belongs to the line that it ends.
+// A line end belongs to the line that it ends. A reason may quote a report, whose texts and numbers
+// have any length.
 void ReportInput::refuse(const std::string &reason) const {
+    constexpr std::size_t LONGEST = 200;
     const bool ends_line = taken() > 0 && *(gptr() - 1) == '\n';
     throw host::InputError(file_ + ":" + std::to_string(next_line() - (ends_line ? 1 : 0)) +
-                           ": byte " + std::to_string(bytes_before_ + taken()) + ": " + reason);
+                           ": byte " + std::to_string(bytes_before_ + taken()) + ": " +
+                           host::excerpt(reason, LONGEST));
 }
 
 std::size_t ReportInput::next_line() const {

@@ -2,6 +2,7 @@
 // kept, and where. A row of an array is added when its object ends.
 #include "tools/fleet/report_reader.h"
 
+#include <algorithm>
 #include <array>
 #include <nlohmann/json.hpp>
 #include <string_view>
@@ -144,11 +145,11 @@ constexpr std::array<RowKind, 4> ROW_KINDS = {{{"functions[]", add_function},
                                                {"findings.after[]", add_finding},
                                                {"requests[]", add_request}}};
 
-// Returns what the library says without its own number and place of the error.
-std::string reason_of(std::string_view text) {
-    const std::size_t column = text.find(", column ");
-    const std::size_t colon = text.find(": ", column == std::string_view::npos ? 0 : column);
-    return std::string(colon == std::string_view::npos ? text : text.substr(colon + 2));
+// Returns what the library says behind "[NUMBER] ", and behind its own place of the error.
+std::string_view reason_of(std::string_view text) {
+    text.remove_prefix(std::min(text.find("] ") + 2, text.size()));
+    const std::size_t place = text.starts_with("parse error at ") ? text.find(": ") : text.npos;
+    return place == text.npos ? text : text.substr(place + 2);
 }
 
 // The interface that the parser calls; false ends it.
@@ -205,7 +206,7 @@ public:
     }
     bool parse_error(std::size_t /*unused*/, const std::string & /*unused*/,
                      const nlohmann::detail::exception &error) override {
-        return refuse(reason_of(error.what()));
+        return refuse(std::string(reason_of(error.what())));
     }
 
     // Returns what is wrong with the report; empty if nothing is.
