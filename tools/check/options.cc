@@ -15,8 +15,8 @@ namespace {
 constexpr const char *FOOTER =
     "Each remark is a line FILE:LINE: error|warning|note: TEXT on standard output.\n"
     "\n"
-    "Exit status: 0 no errors and no warnings; 1 some; 2 bad options or unreadable\n"
-    "input.\n";
+    "Exit status: 0 no errors and no warnings; 1 some; 2 bad options, unreadable\n"
+    "input, or remarks that could not be written.\n";
 
 void declare(CLI::App &app, Options &options, std::optional<std::string> &domain) {
     app.add_option("-F,--dump", options.source.dump,

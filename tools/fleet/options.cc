@@ -16,8 +16,8 @@ constexpr const char *FOOTER =
     "A report is what \"hoplar --report json\" writes. Of a folder, all files below it\n"
     "whose names end in .json, .jsonl or .ndjson are read; - is standard input.\n"
     "\n"
-    "Exit status: 0 all reports were read; 1 some were not; 2 bad options, or no\n"
-    "report could be read.\n";
+    "Exit status: 0 all reports were read; 1 some were not; 2 bad options, no report\n"
+    "that could be read, or a result that could not be written.\n";
 
 const std::map<std::string, Form> FORMS = {
     {"table", Form::TABLE}, {"json", Form::JSON}, {"csv", Form::CSV}};
