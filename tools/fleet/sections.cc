@@ -92,9 +92,11 @@ const std::array<Passage, 6> PASSAGES = {{
     ORDER BY count(*) DESC, min(machine))"},
     {"Findings", "SELECT code AS finding, severity, machines, findings AS count FROM findings"},
     {"Requests that were not reached", R"(
-    SELECT format('%s %s, %d machines: %s=%s, on %s: %s', replace(status, '_', ' '),
-        iif(requests = 1, 'once', requests || ' times'), machines, ifnull(keyword, ''),
-        ifnull(value, ''), machine, ifnull(reason, 'no reason')) FROM requests)"},
+    SELECT format('%s %s, %d %s%s, on %s: %s', replace(status, '_', ' '),
+        iif(requests = 1, 'once', requests || ' times'), machines,
+        iif(machines = 1, 'machine', 'machines'),
+        ifnull(': ' || keyword || '=' || ifnull(value, ''), ''), machine,
+        ifnull(reason, 'no reason')) FROM requests)"},
 }};
 
 }  // namespace fleet
