@@ -155,7 +155,7 @@ class FleetTest(HoplarTest):
 
     def test_unusable_options(self):
         for arguments, error in (([], "no report is named"), ([""], "REPORT: no file"), (["--form=x", "a"], "--form: x is none"),
-                                 (["-x"], "The following"), (["."], "no report could be read")):
+                                 (["-x"], "The following"), (["."], ".: no file in it ends in .json")):
             self.assertEqual(self.fleet(*arguments, status=2)[1][0][:len(error) + 7], f"error: {error}")
 
 

@@ -27,8 +27,13 @@ public:
         read();
         Statement files = database_.prepare("SELECT path FROM file ORDER BY path");
         files.begin();
-        while (files.step())
+        bool any = false;
+        while (files.step()) {
             use(std::string(files.text(0)));
+            any = true;
+        }
+        if (!any && unreadable_ == 0)
+            complain(folder_, "no file in it ends in .json, .jsonl or .ndjson");
         return unreadable_;
     }
 
@@ -49,12 +54,12 @@ private:
                     insert.run(std::string_view(entry->path().native()));
             }
             if (error)
-                complain(folder, error);
+                complain(folder, "cannot be read: " + error.message());
         }
     }
 
-    void complain(const fs::path &folder, const std::error_code &error) {
-        host::log_error(host::safe_text(folder.string() + ": cannot be read: " + error.message()));
+    void complain(const fs::path &folder, const std::string &reason) {
+        host::log_error(host::safe_text(folder.string() + ": " + reason));
         ++unreadable_;
     }
 
