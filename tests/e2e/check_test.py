@@ -98,6 +98,13 @@ class CheckTest(HoplarTest):
             ("w", "--config=b"), ("w", f"{PLUGIN},--config=FILE"), ("e", "MODULE,ARGUMENT without blanks")])
         self.assertEqual((done.returncode, done.stderr), (1, ""))
 
+    def test_a_machine_tells_nothing_of_files_for_other_domains(self):
+        self.file("a", "MPS=99.0.0:256\nMPS=1")
+        listed = "HOPLAR_MODULE_LIST = {},--config=a"
+        self.file("c", "\n".join(("[domain 1]", listed, "[runtime]", listed)).format(PLUGIN, PLUGIN))
+        done = self.check("-F", EXAMPLE, "-c", "c")
+        self.assertEqual(re.findall(r"/a:(\d)", done.stdout), ["1", "2", "2"])
+
     def test_unusable_input(self):
         self.file("a", "MPS=all:max")
         for arguments, error in ((["none", "a"], "none: cannot be read: "), ([], "no feature file"), ([""], "FEATURE"),

@@ -77,35 +77,53 @@ int write(const host::Remarks &remarks, const std::string &file, std::ostream &o
     return remarks.any() ? EXIT_REMARKS : EXIT_CLEAN;
 }
 
+// Returns the files that the options and the configuration name; remarks on the latter.
+std::vector<NamedFile> named_files(const Options &options, unsigned domain,
+                                   host::Remarks &remarks) {
+    std::vector<NamedFile> files;
+    for (const std::string &file : options.files)
+        files.push_back({.name = file});
+    if (options.config)
+        for (NamedFile &file : read_config(*options.config, domain, remarks))
+            files.push_back(std::move(file));
+    return files;
+}
+
+// Checks the files, also behind one that cannot be read, and returns the exit status. `view` may be
+// null.
+int check_files(const std::vector<NamedFile> &files, const host::MachineView *view, bool describe,
+                std::ostream &out) {
+    int status = EXIT_CLEAN;
+    for (const NamedFile &file : files) {
+        try {
+            const host::Remarks remarks =
+                check_file(file.name, file.is_of_domain ? view : nullptr, describe);
+            status = std::max(status, write(remarks, file.name, out));
+        } catch (const host::InputError &error) {
+            status = host::refuse(error);
+        }
+    }
+    return status;
+}
+
 }  // namespace
 
 int run(const Options &options, std::istream &in, std::ostream &out) {
     host::open_log(host::log_level(false, 0, false));
-    int status = EXIT_CLEAN;
     std::optional<CheckedMachine> machine;
     if (options.has_machine())
         machine.emplace(options.source, in);
     std::optional<host::MachineView> view;
     if (machine)
         view.emplace(machine->view());
-    std::vector<std::string> files = options.files;
-    if (options.config) {
-        host::Remarks remarks;
-        const auto named = read_config(*options.config, remarks);
-        files.insert(files.end(), named.begin(), named.end());
+    int status = EXIT_CLEAN;
+    host::Remarks remarks;
+    const auto files = named_files(options, view ? view->report.domain : 0, remarks);
+    if (options.config)
         status = write(remarks, options.config->string(), out);
-    }
     if (files.empty())
         throw host::InputError(options.config->string() + ": names no feature file");
-    for (const std::string &file : files) {
-        try {
-            const host::Remarks remarks =
-                check_file(file, view ? &*view : nullptr, options.describe);
-            status = std::max(status, write(remarks, file, out));
-        } catch (const host::InputError &error) {
-            status = host::refuse(error);
-        }
-    }
+    status = std::max(status, check_files(files, view ? &*view : nullptr, options.describe, out));
     if (!out.flush())
         throw host::InputError("standard output: cannot be written");
     return status;
