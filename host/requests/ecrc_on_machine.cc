@@ -55,11 +55,12 @@ std::string counts(const EcrcRequest &request, const Rows &rows) {
 
 std::string problem(const EcrcRequest &request, const Rows &rows, const MachineView &view) {
     const bool single = request.selection.scope == scope_t::single;
+    const auto is_wanted = [&](bdf_t bdf) { return has_controls(*function_at(view, bdf)); };
     if (rows.empty())
         return (single ? "there is no " + bdf_text(request.selection.bdf)
                        : std::string("there is no such function")) +
                ", the line sets nothing: " +
-               suggestion(view, request.value, request.selection, [](bdf_t) { return true; });
+               suggestion(view, request.value, request.selection, is_wanted);
     if (std::ranges::any_of(rows, [](const auto *row) { return row->before.ecrc_unknown; }))
         return SHORT_DUMP;
     if (single)

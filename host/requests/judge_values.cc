@@ -8,13 +8,6 @@
 namespace host {
 namespace {
 
-const FunctionReport *function_at(const MachineView &view, bdf_t bdf) {
-    const auto id = [](const FunctionReport &row) { return row.function.id(); };
-    const auto &rows = view.report.functions;
-    const auto found = std::ranges::lower_bound(rows, pci::routing_id_of(bdf), {}, id);
-    return found != rows.end() && id(*found) == pci::routing_id_of(bdf) ? &*found : nullptr;
-}
-
 std::string control_text(const char *name, bool enabled) {
     return std::string(name) + (enabled ? " on" : " off");
 }

@@ -37,6 +37,13 @@ std::optional<selection_t> with_hexadecimal(const selection_t &selection) {
 
 }  // namespace
 
+const FunctionReport *function_at(const MachineView &view, bdf_t bdf) {
+    const auto id = [](const FunctionReport &row) { return row.function.id(); };
+    const auto &rows = view.report.functions;
+    const auto found = std::ranges::lower_bound(rows, pci::routing_id_of(bdf), {}, id);
+    return found != rows.end() && id(*found) == pci::routing_id_of(bdf) ? &*found : nullptr;
+}
+
 Rows selected(const MachineView &view, const selection_t &selection) {
     Rows rows;
     for (const FunctionReport &row : view.report.functions) {

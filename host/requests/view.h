@@ -19,6 +19,10 @@ struct MachineView {
 
 using Rows = std::vector<const FunctionReport *>;
 
+// Returns the function with an address in either form, also one that is gone; null when there is
+// none.
+const FunctionReport *function_at(const MachineView &view, bdf_t bdf);
+
 // Returns the functions there that a selection holds; for scope `single`, in either form of the
 // address.
 Rows selected(const MachineView &view, const enable_features::selection_t &selection);

@@ -56,7 +56,7 @@ ROWS = (
     (("-F", EXAMPLE), "MPS=99.0.0:256\nECRC=99:+:+\nMPS=10.0.0:256\nMPS=1.0:256\nMPS=16.0.0:256\n"
      "MPS=0.1.0:max\nMPS=0.8.0:max\nMPS=66.0.0:256\nECRC=0.31.4:+:+\nECRC=17:+:+\nECRC=8:=:-", [
          "1w there is no 63:00.0, the line sets nothing: the nearest is 42:00.1, written 66.0.1",
-         "2w there is no such function", "3w there is no 0a:00.0, the line sets nothing: numbers are "
+         "2w there is no such function, the line sets nothing: the nearest is 42:00.0, written", "3w there is no 0a:00.0, the line sets nothing: numbers are "
          "decimal, lspci's 10:00.0 is written 16.0", "4w the line sets nothing, 01:00.0 is no ARI",
          "5w the line sets nothing, 10:00.0 is an ARI function", "6w 00:01.0 is a bridge",
          "7w 00:08.0 is integrated", "8w 256 bytes are dropped for 42:00.0, below root port 40:02.0 "
