@@ -71,8 +71,7 @@ std::optional<EcrcRequest> read_ecrc(const FeatureLine &line, Remarks &remarks) 
     std::string value = line.value;
     const module::ecrc_fields_t fields = module::cut_ecrc_value(value.data());
     if (fields.chk == nullptr) {
-        remarks.error(line.number, in_quotes(line.value) + " lacks a field, the line is dropped: " +
-                                       with_value(line.row));
+        remarks.error(line.number, lacking_field(line));
         return std::nullopt;
     }
     EcrcRequest request = {

@@ -99,6 +99,18 @@ void check_behind_value(const char *begin, const Line &line, Remarks &remarks) {
                                                            : "leave it out"));
 }
 
+// Returns how to write a value for a keyword.
+std::string with_value(module::feature_row row) {
+    switch (row) {
+    case module::ROW_MPS:
+        return "write ENDPOINT:SIZE, as all:max or 3.0.0:256";
+    case module::ROW_ECRC:
+        return "write FUNCTIONS:GENERATION:CHECKING, as all:+:+";
+    default:
+        return "leave it out";
+    }
+}
+
 std::string missing_value(const Line &line, module::feature_row row) {
     const std::string_view rest = rest_of(line.equals + 1, line.end);
     return (rest.empty() ? "no value stands behind \"=\"" : in_quotes(rest) + " is no value") +
@@ -131,15 +143,8 @@ void take_line(const Line &line, FeatureLine &found, Remarks &remarks) {
 
 }  // namespace
 
-std::string with_value(module::feature_row row) {
-    switch (row) {
-    case module::ROW_MPS:
-        return "write ENDPOINT:SIZE, as all:max or 3.0.0:256";
-    case module::ROW_ECRC:
-        return "write FUNCTIONS:GENERATION:CHECKING, as all:+:+";
-    default:
-        return "leave it out";
-    }
+std::string lacking_field(const FeatureLine &line) {
+    return in_quotes(line.value) + " lacks a field, the line is dropped: " + with_value(line.row);
 }
 
 std::string read_feature_file(const std::filesystem::path &file) {

@@ -22,8 +22,8 @@ struct FeatureLine {
     bool counts() const { return row != enable_features::num_features && !value.empty(); }
 };
 
-// Returns how to write a value for a keyword: "write ENDPOINT:SIZE, as ...".
-std::string with_value(enable_features::feature_row row);
+// Returns what is wrong with a line whose value has too few fields, and how to write it.
+std::string lacking_field(const FeatureLine &line);
 
 // Returns the bytes of a feature file. Throws InputError for one that the module would read nothing
 // of.

@@ -64,8 +64,7 @@ std::optional<MpsRequest> read_mps(const FeatureLine &line, Remarks &remarks) {
     std::string value = line.value;
     const module::mps_fields_t fields = module::cut_mps_value(value.data());
     if (fields.size == nullptr) {
-        remarks.error(line.number, in_quotes(line.value) + " lacks a field, the line is dropped: " +
-                                       with_value(line.row));
+        remarks.error(line.number, lacking_field(line));
         return std::nullopt;
     }
     MpsRequest request = {.line = line.number, .value = line.value, .bdf = BDF_NONE, .size = 0};
