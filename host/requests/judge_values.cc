@@ -1,8 +1,5 @@
 #include "host/requests/judge_values.h"
 
-#include <algorithm>
-#include <map>
-
 #include "host/base/words.h"
 
 namespace host {
@@ -25,9 +22,8 @@ std::string held_text(const RequestedFunction &asked, const FeatureState &state)
     return join(controls, ", ");
 }
 
-// Returns "128 bytes on 42:00.0, 42:00.1; 256 bytes on 40:01.0", three functions of each.
+// Returns "128 bytes on 42:00.0 and 42:00.1; 256 bytes on 40:01.0".
 std::string held_text(const RequestReport &report, const MachineView &view) {
-    constexpr std::size_t MOST = 3;
     std::map<std::string, std::vector<std::string>> addresses;
     for (const RequestedFunction &asked : report.functions) {
         const FunctionReport &row = view.report.functions[asked.function];
@@ -35,12 +31,8 @@ std::string held_text(const RequestReport &report, const MachineView &view) {
             addresses[text].push_back(row.address);
     }
     std::vector<std::string> texts;
-    for (auto &[text, all] : addresses) {
-        const std::size_t more = all.size() - std::min(all.size(), MOST);
-        all.resize(all.size() - more);
-        texts.push_back(text + " on " + join(all, ", ") +
-                        (more != 0 ? " and " + std::to_string(more) + " more" : ""));
-    }
+    for (const auto &[text, all] : addresses)
+        texts.push_back(text + " on " + listed(all, MOST_ADDRESSES));
     return join(texts, "; ");
 }
 

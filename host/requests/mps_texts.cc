@@ -12,16 +12,13 @@ std::string bytes(std::uint32_t size) {
     return std::to_string(size) + " bytes";
 }
 
-// Returns the functions that allow no more below a root port, the first three of them.
 std::string limiters(const MachineView &view, bdf_t root_port) {
     std::vector<std::string> addresses;
     for (const HierarchyReport &hierarchy : view.report.hierarchies)
         if (view.report.functions[hierarchy.root_port].function.bdf == root_port)
             for (const std::size_t limiter : hierarchy.limiters)
                 addresses.push_back(view.report.functions[limiter].address);
-    const std::size_t more = addresses.size() - std::min<std::size_t>(addresses.size(), 3);
-    addresses.resize(addresses.size() - more);
-    return join(addresses, ", ") + (more != 0 ? " and " + std::to_string(more) + " more" : "");
+    return listed(addresses, MOST_ADDRESSES);
 }
 
 std::string refusal_of_bridge(const Function &bridge, const MpsRequest &request,

@@ -17,6 +17,9 @@ struct MachineView {
     const Report &report;
 };
 
+// Texts name no more functions than this one by one.
+constexpr std::size_t MOST_ADDRESSES = 4;
+
 using Rows = std::vector<const FunctionReport *>;
 
 // Returns the function with an address in either form, also one that is gone; null when there is

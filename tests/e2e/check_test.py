@@ -25,7 +25,7 @@ ROWS = (
         '6w "*:max" behind the value is not read: a line names one', "6e", "7e"], False),
     (("-F", P6T6), "MPS=4.0.0:256\nMPS=0.3.0:256\nMPS=0.1.0:max\nECRC=0:+:+", [
         "1w 256 bytes are dropped for 04:00.0, below root port 00:03.0 the limit is 128 (of 02:00.0, "
-        "03:00.0, 03:02.0)", "2w 00:03.0 is a bridge, the line sets nothing: write an endpoint below "
+        "03:00.0 and 03:02.0)", "2w 00:03.0 is a bridge, the line sets nothing: write an endpoint below "
         "it, the nearest is 04:00.0, written 4.0.0", "3w 00:01.0 is a bridge, the line sets nothing: "
         "no endpoint is below it, the nearest", "4w the line selects 26 functions, 0 of them"], False),
     (("-F", PLX), "MPS=all:256", ["1w 256 bytes are dropped for 01:00.1, below"], False),
@@ -60,7 +60,7 @@ ROWS = (
          "decimal, lspci's 10:00.0 is written 16.0", "4w the line sets nothing, 01:00.0 is no ARI",
          "5w the line sets nothing, 10:00.0 is an ARI function", "6w 00:01.0 is a bridge",
          "7w 00:08.0 is integrated", "8w 256 bytes are dropped for 42:00.0, below root port 40:02.0 "
-         "the limit is 128 (of 42:00.0, 42:00.1): write max or 128", "9w 00:1f.4 has no ECRC",
+         "the limit is 128 (of 42:00.0 and 42:00.1): write max or 128", "9w 00:1f.4 has no ECRC",
          "10w the line selects 1 function, 0 of", "11w the line selects 1 function, 0 of"], False),
     (("-F", EXAMPLE, "-v"), "MPS=all:max\nMPS=4.0.0:128\nMPS=7.0.0:256\nECRC=0:=:+", [
         "1n asks for: every endpoint, the largest", "1n 08:00.0 gets 128 bytes, because 04:00.0 (line 2)",

@@ -149,7 +149,7 @@ TEST_F(Runs, CheckAFeatureFileOnTheMachine) {
     EXPECT_EQ(check::run(options, std::cin, out), check::EXIT_REMARKS);
     EXPECT_EQ(out.str(),
               "features.cfg:1: warning: 512 bytes are dropped for 01:00.0, below root port "
-              "00:01.0 the limit is 128 (of 00:01.0, 01:00.0): write max or 128\n");
+              "00:01.0 the limit is 128 (of 00:01.0 and 01:00.0): write max or 128\n");
 }
 
 TEST_F(Runs, WriteEveryDomainThatIsChosen) {
@@ -184,7 +184,8 @@ TEST_F(Runs, SayWhatIsInTheWay) {
         {make_busy, write, NOT_ALL,
          "would get another payload size under traffic on 01:00.0 (nic): nothing"},
         {make_busy, write + "--busy skip --strict", NOT_ALL,
-         "is not reached: 128 bytes on 01:00.0, 00:01.0: left alone: traffic on 01:00.0 (nic)\n"},
+         "is not reached: 128 bytes on 01:00.0 and 00:01.0: left alone: traffic on 01:00.0 "
+         "(nic)\n"},
         {[&] { replace(CARD, "reset", "/dev/full"); }, flr, NOT_ALL,
          refused + "No space left on device; the kernel offers: bus\n"},
         {[&] { replace(CARD, "reset_method", ""); }, flr, NOT_ALL,
