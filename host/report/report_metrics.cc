@@ -4,6 +4,7 @@
 #include <array>
 #include <cstdint>
 #include <ctime>
+#include <iterator>
 #include <ostream>
 #include <string>
 #include <utility>
@@ -73,39 +74,24 @@ Samples findings(const Report &report) {
     return samples;
 }
 
-template <typename IsCounted>
-Samples count_functions(const Report &report, IsCounted &&is_counted) {
-    return {{{}, std::ranges::count_if(report.functions, is_counted)}};
-}
-
 Samples functions(const Report &report) {
-    return count_functions(report, [](const FunctionReport &) { return true; });
+    return {{{}, std::ssize(report.functions)}};
 }
 
-Samples changed_functions(const Report &report) {
-    return count_functions(report, &FunctionReport::changed);
+template <auto IsCounted>
+Samples count_functions(const Report &report) {
+    return {{{}, std::ranges::count_if(report.functions, IsCounted)}};
 }
 
-Samples silent_functions(const Report &report) {
-    return count_functions(report, &FunctionReport::is_silent);
-}
-
-Samples count_ecrc(const Report &report, bool EcrcControl::*property) {
+template <bool EcrcControl::*Property>
+Samples count_ecrc(const Report &report) {
     const auto count = [&](EcrcControl EcrcState::*control) {
         return std::ranges::count_if(report.functions, [&](const FunctionReport &row) {
-            return row.after.ecrc && (*row.after.ecrc).*control.*property;
+            return row.after.ecrc && (*row.after.ecrc).*control.*Property;
         });
     };
     return {{{{"control", "generation"}}, count(&EcrcState::gen)},
             {{{"control", "checking"}}, count(&EcrcState::chk)}};
-}
-
-Samples ecrc_capable(const Report &report) {
-    return count_ecrc(report, &EcrcControl::capable);
-}
-
-Samples ecrc_enabled(const Report &report) {
-    return count_ecrc(report, &EcrcControl::enabled);
 }
 
 // Reserved codes stand for no size.
@@ -153,11 +139,13 @@ constexpr std::array FAMILIES = {
     Family{"hoplar_functions", "Functions, virtual ones included.", functions},
     Family{"hoplar_functions_changed",
            "Functions with a setting that the run has changed, or would change with --write.",
-           changed_functions},
-    Family{"hoplar_functions_silent", "Functions that should answer and do not.", silent_functions},
+           count_functions<&FunctionReport::changed>},
+    Family{"hoplar_functions_silent", "Functions that should answer and do not.",
+           count_functions<&FunctionReport::is_silent>},
     Family{"hoplar_functions_ecrc_capable", "Functions that could generate or check ECRC.",
-           ecrc_capable},
-    Family{"hoplar_functions_ecrc_enabled", "Functions that generate or check ECRC.", ecrc_enabled},
+           count_ecrc<&EcrcControl::capable>},
+    Family{"hoplar_functions_ecrc_enabled", "Functions that generate or check ECRC.",
+           count_ecrc<&EcrcControl::enabled>},
     Family{"hoplar_hierarchies_by_payload",
            "Hierarchies, by the payload size that their root port is set to.",
            hierarchies_by_payload},
