@@ -101,14 +101,3 @@ function messagesList() {
     left_out > 0 ? element("p", {}, `${counted(left_out, "older message")} left out.`) : "", lines,
   ];
 }
-
-// A button that stays pressed until it is pressed again.
-function toggleButton(text, isOn, onToggle) {
-  const button = element("button", { type: "button", "aria-pressed": isOn }, text);
-  button.addEventListener("click", () => {
-    const now = button.getAttribute("aria-pressed") !== "true";
-    button.setAttribute("aria-pressed", now);
-    onToggle(now);
-  });
-  return button;
-}

@@ -1,34 +1,7 @@
-"use strict";
 // The model makes, of the JSON report that the page holds, the tree of functions and the texts that
 // several parts of the page have in common.
 
-const report = JSON.parse(document.getElementById("report").textContent);
-
-const SIGNS = { error: "✕", warning: "▲", note: "●", mended: "✓" };
 const ADDRESS = /((?:[0-9a-f]{4,8}:)?[0-9a-f]{2}:[01][0-9a-f]\.[0-7])/;
-
-// Makes an element. Children that are strings become text, so that no name is taken for markup.
-function element(name, attributes, ...children) {
-  const made = document.createElement(name);
-  for (const [key, value] of Object.entries(attributes ?? {}))
-    if (typeof value === "function") made.addEventListener(key, value);
-    else if (value !== null) made.setAttribute(key, value);
-  made.append(...children.flat(Infinity).filter((child) => child !== null && child !== ""));
-  return made;
-}
-
-function counted(count, what) {
-  return `${count} ${what}${count === 1 ? "" : "s"}`;
-}
-
-// Groups rows by what `key` returns for them.
-function grouped(rows, key) {
-  const groups = new Map();
-  for (const row of rows)
-    if (groups.has(key(row))) groups.get(key(row)).push(row);
-    else groups.set(key(row), [row]);
-  return groups;
-}
 
 const findingsOf = grouped(report.findings.after, (finding) => finding.function);
 const hierarchyOf = new Map(report.hierarchies.map((each) => [each.root_port, each]));
@@ -136,20 +109,6 @@ function pathTo(node) {
 function linked(text) {
   return text.split(ADDRESS).map((part) =>
     nodes.has(part) ? element("a", { href: `#${part}` }, part) : part);
-}
-
-function badge(severity, text = severity) {
-  return element("span", { class: `badge ${severity}` },
-    element("span", { "aria-hidden": "true" }, SIGNS[severity] ?? ""), ` ${text}`);
-}
-
-// A size in bytes, coloured; the number is always there.
-function size(bytes) {
-  return element("span", { class: `size s${bytes ?? "none"}` }, bytes === null ? "–" : String(bytes));
-}
-
-function onOff(enabled) {
-  return enabled === null ? "–" : enabled ? "on" : "off";
 }
 
 // Returns the arrow of the table: "⇒" where hoplar itself has set the size.

@@ -1,7 +1,8 @@
-# cmake -D PARTS=FOLDER -D PAGE=FILE -P page.cmake
+# cmake -D PARTS=FOLDER -D BODY=FILE -D STYLES=FILE... -D SCRIPTS=FILE... -D TITLE=TEXT -D PAGE=FILE
+#       -P page.cmake
 #
-# Puts style and script into page.html, and their hashes into its Content-Security-Policy, so that a
-# browser runs nothing else.
+# Puts body, styles and scripts into frame.html, those of all pages first, and the hashes of both into
+# its Content-Security-Policy, so that a browser runs nothing else.
 
 # Stores in `result` the hexadecimal digits in base 64: three of them are two characters. A SHA-256
 # has 64, so one is left at the end.
@@ -21,16 +22,23 @@ function(to_base64 digits result)
     set(${result} "${text}=" PARENT_SCOPE)
 endfunction()
 
-file(READ "${PARTS}/page.css" STYLE)
-set(SCRIPT "")
-foreach(part IN ITEMS model tree panel lists page)
-    file(READ "${PARTS}/${part}.js" text)
-    string(APPEND SCRIPT "${text}")
-endforeach()
+# Stores in `result` what the files hold, one behind the other.
+function(read_all files result)
+    set(all "")
+    foreach(file IN LISTS files)
+        file(READ "${file}" text)
+        string(APPEND all "${text}")
+    endforeach()
+    set(${result} "${all}" PARENT_SCOPE)
+endfunction()
+
+read_all("${BODY}" BODY)
+read_all("${PARTS}/common.css;${STYLES}" STYLE)
+read_all("${PARTS}/common.js;${SCRIPTS}" SCRIPT)
 string(SHA256 style_digits "${STYLE}")
 string(SHA256 script_digits "${SCRIPT}")
 to_base64(${style_digits} STYLE_HASH)
 to_base64(${script_digits} SCRIPT_HASH)
-file(READ "${PARTS}/page.html" text)
+file(READ "${PARTS}/frame.html" text)
 string(CONFIGURE "${text}" text @ONLY)
 file(WRITE "${PAGE}" "${text}")

@@ -2,31 +2,16 @@
 // function or the part that is seen.
 
 const search = document.getElementById("search");
-const tabs = [...document.querySelectorAll('[role="tab"]')];
 
-function showTab(name) {
-  for (const tab of tabs) {
-    const isShown = tab.id === `tab-${name}`;
-    tab.setAttribute("aria-selected", isShown);
-    tab.tabIndex = isShown ? 0 : -1;
-  }
-  for (const panel of document.querySelectorAll('[role="tabpanel"]'))
-    panel.classList.toggle("shown", panel.id === name);
+// The lists are made when they are first seen.
+function showPart(name) {
+  showTab(name);
   makeList(name);
 }
 
-function openTab(name) {
-  showTab(name);
+function openPart(name) {
+  showPart(name);
   history.replaceState(null, "", name === "functions" && view.chosen ? `#${view.chosen.title}` : `#${name}`);
-}
-
-function onTabKey(event) {
-  const step = { ArrowRight: 1, ArrowLeft: -1 }[event.key];
-  if (step === undefined) return;
-  event.preventDefault();
-  const tab = tabs[(tabs.indexOf(event.target) + step + tabs.length) % tabs.length];
-  openTab(tab.getAttribute("aria-controls"));
-  tab.focus();
 }
 
 function labelTabs() {
@@ -39,11 +24,6 @@ function labelTabs() {
   label("messages", report.messages.list.length,
     error > 0 ? counted(error, "error") : warning > 0 ? counted(warning, "warning") : "",
     error > 0 ? "error" : "warning");
-}
-
-function label(name, count, alarm = "", severity = "") {
-  document.getElementById(`tab-${name}`).append(" ", element("span", { class: "count" }, String(count)));
-  if (alarm !== "") document.getElementById(`tab-${name}`).append(" ", badge(severity, alarm));
 }
 
 function summaryText() {
@@ -71,7 +51,7 @@ function narrow() {
 }
 
 function readSearch() {
-  view.words = search.value.toLowerCase().split(/\s+/).filter(Boolean);
+  view.words = searchedWords(search);
   narrow();
 }
 
@@ -95,14 +75,6 @@ function onSearchKey(event) {
     if (first) choose(first);
     event.preventDefault();
   }
-}
-
-function onPageKey(event) {
-  if (event.key !== "/" || event.target.matches("input") || event.ctrlKey || event.metaKey) return;
-  event.preventDefault();
-  openTab("functions");
-  search.focus();
-  search.select();
 }
 
 function addFilters() {
@@ -129,10 +101,10 @@ function addLegend() {
 function followAddress() {
   const place = location.hash.slice(1);
   if (nodes.has(place)) {
-    showTab("functions");
+    showPart("functions");
     reveal(nodes.get(place));
   } else
-    showTab(LISTS[place] ? place : "functions");
+    showPart(LISTS[place] ? place : "functions");
 }
 
 function start() {
@@ -148,13 +120,10 @@ function start() {
   tree.addEventListener("keydown", onTreeKey);
   search.addEventListener("input", readSearch);
   search.addEventListener("keydown", onSearchKey);
-  document.addEventListener("keydown", onPageKey);
+  addSearchKey(search, () => openPart("functions"));
   document.getElementById("unfold").addEventListener("click", () => foldAll(false));
   document.getElementById("fold").addEventListener("click", () => foldAll(true));
-  for (const tab of tabs) {
-    tab.addEventListener("click", () => openTab(tab.getAttribute("aria-controls")));
-    tab.addEventListener("keydown", onTabKey);
-  }
+  addTabKeys(openPart);
   window.addEventListener("hashchange", followAddress);
   window.addEventListener("beforeprint", () => Object.keys(LISTS).forEach(makeList));
 }

@@ -89,11 +89,6 @@ function otherLimiters(hierarchy, path) {
     others.slice(0, MOST).map((each, index) => [index > 0 ? ", " : "", linked(each)]), more, ".");
 }
 
-function tableRow(cell, texts) {
-  return element("tr", {}, texts.map((text) =>
-    element(cell, cell === "th" ? { scope: "col" } : {}, text)));
-}
-
 // A register's rows are its fields, each with its value before and after; once where no module
 // changes it.
 function registersPart(fn) {
