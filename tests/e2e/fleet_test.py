@@ -80,7 +80,11 @@ class FleetTest(HoplarTest):
             "hierarchies": sum(len(each["hierarchies"]) for each in every),
             "below_machines": sum(map(bool, below)), "below_hierarchies": sum(below),
             "limited_machines": sum(map(bool, limited)), "limited_hierarchies": sum(limited),
-            "different_machines": len(different)})
+            "different_machines": len(different), **{
+                f"{name}_{what}": sum(row["ecrc"][control][field] for each in every for row in each["functions"]
+                                      if row["ecrc"] and not row["physical_function"])
+                for name, control in (("generation", "gen"), ("checking", "chk"))
+                for what, field in (("capable", "capable"), ("on", "after"))}})
         self.assertEqual({(row["vendor"], row["device"], row["supported"]): [
             row[name] for name in ("devices", "machines", "hierarchies", "freed")] for row in result["limits"]},
             limits(every))

@@ -1,5 +1,6 @@
 #include "tools/fleet/fleet_store.h"
 
+#include <algorithm>
 #include <functional>
 #include <map>
 #include <set>
@@ -20,7 +21,8 @@ CREATE INDEX model_hash ON model (hash);
 CREATE TABLE place (model INTEGER, address TEXT, device INTEGER, PRIMARY KEY (model, address))
     WITHOUT ROWID;
 CREATE TABLE content (id INTEGER PRIMARY KEY, hash INTEGER, model INTEGER, machines INTEGER,
-    states TEXT);
+    states TEXT, generation_capable INTEGER, generation_on INTEGER, checking_capable INTEGER,
+    checking_on INTEGER);
 CREATE INDEX content_hash ON content (hash);
 CREATE TABLE state (content INTEGER, address TEXT, what TEXT, value TEXT,
     PRIMARY KEY (content, address, what)) WITHOUT ROWID;
@@ -107,6 +109,8 @@ std::string states_text(const MachineReport &report, std::int64_t model) {
         append(text, function.payload);
         append(text, function.generation);
         append(text, function.checking);
+        append(text, function.can_generate);
+        append(text, function.can_check);
     }
     for (const Finding &finding : report.findings)
         text += finding.address + " " + finding.code + " " + finding.severity + "\n";
@@ -118,6 +122,13 @@ std::string states_text(const MachineReport &report, std::int64_t model) {
             text += limiter + " ";
     }
     return text;
+}
+
+std::int64_t functions_with(const MachineReport &report,
+                            std::optional<bool> FunctionState::*control) {
+    return std::ranges::count_if(report.functions, [&](const FunctionState &function) {
+        return (function.*control).value_or(false);
+    });
 }
 
 // The functions of a device have one bus and device number; those of an ARI device only one bus.
@@ -147,7 +158,8 @@ FleetStore::FleetStore()
       insert_model_(database_.prepare("INSERT INTO model VALUES (NULL, ?, ?)")),
       insert_place_(database_.prepare("INSERT OR REPLACE INTO place VALUES (?, ?, ?)")),
       find_content_(database_.prepare("SELECT id FROM content WHERE hash = ? AND states = ?")),
-      insert_content_(database_.prepare("INSERT INTO content VALUES (NULL, ?, ?, 0, ?)")),
+      insert_content_(
+          database_.prepare("INSERT INTO content VALUES (NULL, ?, ?, 0, ?, ?, ?, ?, ?)")),
       count_content_(database_.prepare("UPDATE content SET machines = machines + 1 WHERE id = ?")),
       insert_state_(database_.prepare("INSERT OR REPLACE INTO state VALUES (?, ?, ?, ?)")),
       insert_finding_(database_.prepare("INSERT INTO finding VALUES (?, ?, ?)")),
@@ -201,7 +213,11 @@ std::int64_t FleetStore::content_of(const MachineReport &report, std::int64_t mo
     find_content_.begin(hash_of(states), std::string_view(states));
     if (find_content_.step())
         return find_content_.number(0);
-    insert_content_.run(hash_of(states), model, std::string_view(states));
+    insert_content_.run(hash_of(states), model, std::string_view(states),
+                        functions_with(report, &FunctionState::can_generate),
+                        functions_with(report, &FunctionState::generation),
+                        functions_with(report, &FunctionState::can_check),
+                        functions_with(report, &FunctionState::checking));
     const std::int64_t content = database_.last_id();
     add_content(report, content);
     return content;

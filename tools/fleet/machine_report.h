@@ -14,6 +14,7 @@ struct FunctionState {
     std::size_t device;  // index in Devices
     std::optional<std::int64_t> supported, payload;
     std::optional<bool> generation, checking;  // of ECRC, enabled
+    std::optional<bool> can_generate, can_check;
     bool ari;
 };
 

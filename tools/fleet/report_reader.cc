@@ -85,6 +85,8 @@ const std::unordered_map<std::string_view, Take> FIELDS = {
     {"functions[].physical_function", take_own<&Rows::physical_function>},
     {"functions[].mps.supported", take_field<&Rows::function, &FunctionState::supported>},
     {"functions[].mps.after", take_field<&Rows::function, &FunctionState::payload>},
+    {"functions[].ecrc.gen.capable", take_field<&Rows::function, &FunctionState::can_generate>},
+    {"functions[].ecrc.chk.capable", take_field<&Rows::function, &FunctionState::can_check>},
     {"functions[].ecrc.gen.after", take_field<&Rows::function, &FunctionState::generation>},
     {"functions[].ecrc.chk.after", take_field<&Rows::function, &FunctionState::checking>},
     {"hierarchies[].path_max", take_field<&Rows::hierarchy, &Hierarchy::path_max>},

@@ -58,7 +58,11 @@ CREATE VIEW totals AS
         ifnull(sum(machines) FILTER (WHERE limited > 0), 0) AS limited_machines,
         ifnull(sum(limited * machines), 0) AS limited_hierarchies,
         (SELECT count(*) FROM machine WHERE content IN (SELECT content FROM difference))
-            AS different_machines
+            AS different_machines,
+        (SELECT ifnull(sum(generation_capable * machines), 0) FROM content) AS generation_capable,
+        (SELECT ifnull(sum(generation_on * machines), 0) FROM content) AS generation_on,
+        (SELECT ifnull(sum(checking_capable * machines), 0) FROM content) AS checking_capable,
+        (SELECT ifnull(sum(checking_on * machines), 0) FROM content) AS checking_on
     FROM hierarchies_of_state h JOIN content c ON c.id = h.content;
 )";
 
