@@ -10,6 +10,7 @@ from collections import Counter, defaultdict
 from pathlib import Path
 
 from hoplar import EXAMPLE, HOPLAR, PLUGIN, HoplarTest
+from page import Page
 
 DUMPS = [EXAMPLE, *sorted(Path(os.environ.get("MACHINES") or "none").glob("*.lspci"))]
 EMPTY = {"format": 2, "functions": [], "hierarchies": [], "findings": {"after": []}, "requests": []}
@@ -120,6 +121,35 @@ class FleetTest(HoplarTest):
         lines = "\n".join(json.dumps(report) for report in reports.values())
         self.assertEqual(json.loads(self.fleet("-", "--form=json", text=lines)[0])["totals"], result["totals"])
         self.assertEqual(max(map(len, self.fleet("r")[0].splitlines())) <= 80, True)
+        self.check_page(result)
+
+    def check_page(self, result):
+        """The page has what machines share once: told for each machine, it is the result again."""
+        page = Page(self.fleet("--form=html", "r")[0])
+        page.check(self)
+        tables = {name: [dict(zip(table["columns"], row, strict=True)) for row in table["rows"]]
+                  for name, table in json.loads(page.raw[1]).items()}
+        self.assertEqual(tables["totals"], [result["totals"]])
+        in_state = defaultdict(list)
+        for machine in tables["machines"]:
+            in_state[machine["state"]].append(machine["name"])
+        self.assertCountEqual(
+            [(machine, row["what"], row["here"], row["usual"], row["functions"], row["address"])
+             for row in tables["state_differences"] for machine in in_state[row["state"]]],
+            [tuple(row[name] for name in ("machine", "what", "here", "usual", "functions", "address"))
+             for row in result["differences"]])
+        code = {row["id"]: row["code"] for row in tables["devices"]}
+        having, found, missed = Counter(), Counter(), Counter()
+        for row in tables["state_limits"]:
+            having[code[row["device"]], row["supported"]] += len(in_state[row["state"]])
+        for row in tables["state_findings"]:
+            found[row["code"]] += row["findings"] * len(in_state[row["state"]])
+        for row in tables["machine_requests"]:
+            missed[row["request"]] += 1
+        self.assertEqual(having, {(f"{row['vendor']}:{row['device']}", row["supported"]): row["machines"]
+                                  for row in result["limits"]})
+        self.assertEqual(found, {row["code"]: row["findings"] for row in result["findings"]})
+        self.assertCountEqual(missed.values(), [row["machines"] for row in result["requests"]])
 
     def test_reports_that_cannot_be_used_do_not_stop_the_others(self):
         good = json.dumps(EMPTY)
@@ -152,9 +182,9 @@ class FleetTest(HoplarTest):
         other = json.loads(json.dumps(usual).replace('"after": 128', '"after": 256'))
         self.file("x.jsonl", "\n".join(map(json.dumps, (usual, usual))))
         self.file("\x1b\udc9b.json", json.dumps(other))
-        for form in "table", "json", "csv":
+        for form in "table", "json", "csv", "html":
             out, _ = self.fleet(".", f"--form={form}")
-            self.assertNotRegex(out, r"[^ -~\r\n…]")
+            self.assertNotRegex(Page(out).raw[1] if form == "html" else out, r"[^ -~\r\n…]")
         self.assertIn("\\x1b\\x9b of 3: payload 256, usually 128: 00:01.0 (8086:1533)\n", self.fleet(".")[0])
 
     def test_unusable_options(self):

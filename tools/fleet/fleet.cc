@@ -76,7 +76,8 @@ private:
     std::size_t read_ = 0, unreadable_ = 0;
 };
 
-constexpr auto WRITERS = std::array{write_table, write_json, write_csv};  // in the order of Form
+constexpr auto WRITERS =
+    std::array{write_table, write_json, write_csv, write_html};  // in the order of Form
 
 }  // namespace
 

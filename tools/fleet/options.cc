@@ -20,7 +20,7 @@ constexpr const char *FOOTER =
     "that could be read, or a result that could not be written.\n";
 
 const std::map<std::string, Form> FORMS = {
-    {"table", Form::TABLE}, {"json", Form::JSON}, {"csv", Form::CSV}};
+    {"table", Form::TABLE}, {"json", Form::JSON}, {"csv", Form::CSV}, {"html", Form::HTML}};
 
 }  // namespace
 
@@ -28,7 +28,8 @@ std::optional<Options> parse_options(int argc, const char *const *argv, std::ost
     CLI::App app("Adds up the reports of many machines.", "hoplar-fleet");
     Options options;
     std::string form = "table";
-    app.add_option("--form", form, "table (default), json or csv")->type_name("FORM");
+    app.add_option("--form", form, "table (default), json, csv or html, a page for a browser")
+        ->type_name("FORM");
     app.add_option("REPORT", options.reports, "Files and folders, a report a machine")
         ->type_name("");
     app.footer(FOOTER);
@@ -37,7 +38,7 @@ std::optional<Options> parse_options(int argc, const char *const *argv, std::ost
     const auto found = FORMS.find(form);
     if (found == FORMS.end())
         throw host::InputError("--form: " + host::excerpt(form) +
-                               " is none of table, json and csv");
+                               " is none of table, json, csv and html");
     if (options.reports.empty())
         throw host::InputError("no report is named (hoplar-fleet --help)");
     if (std::ranges::find(options.reports, "") != options.reports.end())

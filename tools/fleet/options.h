@@ -8,7 +8,7 @@
 
 namespace fleet {
 
-enum class Form { TABLE, JSON, CSV };
+enum class Form { TABLE, JSON, CSV, HTML };
 
 struct Options {
     std::vector<std::string> reports;  // files and folders; "-": standard input

@@ -12,13 +12,17 @@ CREATE VIEW limit_of_state AS
         sum(h.gain) FILTER (WHERE h.models = 1) AS gains
     FROM limiter l JOIN hierarchy h ON h.id = l.hierarchy WHERE h.possible IS NOT NULL
     GROUP BY l.device, h.path_max, h.content;
-CREATE VIEW limits AS
-    SELECT d.vendor, d.device, d.name, l.supported, sum(l.devices * c.machines) AS devices,
-        sum(c.machines) AS machines, sum(l.hierarchies * c.machines) AS hierarchies,
-        sum(l.freed * c.machines) AS freed, max(l.possible) AS possible,
+CREATE VIEW limits_of_devices AS
+    SELECT l.id, l.supported, sum(l.devices * c.machines) AS devices, sum(c.machines) AS machines,
+        sum(l.hierarchies * c.machines) AS hierarchies, sum(l.freed * c.machines) AS freed,
+        max(l.possible) AS possible,
         round(sum(l.gains * c.machines) / sum(l.freed * c.machines), 2) AS gain
-    FROM limit_of_state l JOIN content c ON c.id = l.content JOIN device d ON d.id = l.id
-    GROUP BY l.id, l.supported
+    FROM limit_of_state l JOIN content c ON c.id = l.content
+    GROUP BY l.id, l.supported;
+CREATE VIEW limits AS
+    SELECT d.vendor, d.device, d.name, l.supported, l.devices, l.machines, l.hierarchies, l.freed,
+        l.possible, l.gain
+    FROM limits_of_devices l JOIN device d ON d.id = l.id
     ORDER BY 8 DESC, 5 DESC, 1, 2, 4;
 
 CREATE VIEW differences AS
@@ -37,11 +41,12 @@ CREATE VIEW findings AS
     GROUP BY code, severity
     ORDER BY severity = 'error' DESC, severity = 'warning' DESC, machines DESC, code;
 
+CREATE VIEW request_kind AS
+    SELECT keyword, value, status, count(DISTINCT machine) AS machines, count(*) AS requests,
+        min(rowid) AS example FROM request GROUP BY keyword, value, status;
 CREATE VIEW requests AS
-    SELECT r.keyword, r.value, r.status, r.machines, r.requests, m.name AS machine, e.reason FROM
-        (SELECT keyword, value, status, count(DISTINCT machine) AS machines, count(*) AS requests,
-             min(rowid) AS example FROM request GROUP BY keyword, value, status) r
-    JOIN request e ON e.rowid = r.example JOIN machine m ON m.id = e.machine
+    SELECT r.keyword, r.value, r.status, r.machines, r.requests, m.name AS machine, e.reason
+    FROM request_kind r JOIN request e ON e.rowid = r.example JOIN machine m ON m.id = e.machine
     ORDER BY r.machines DESC, r.keyword, r.value, r.status;
 
 CREATE VIEW hierarchies_of_state AS

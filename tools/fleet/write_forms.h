@@ -15,4 +15,7 @@ void write_table(std::ostream &out, Database &fleet);
 void write_json(std::ostream &out, Database &fleet);
 void write_csv(std::ostream &out, Database &fleet);
 
+// For a browser: one file, which needs no other and no network.
+void write_html(std::ostream &out, Database &fleet);
+
 }  // namespace fleet

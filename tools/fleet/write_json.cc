@@ -1,7 +1,7 @@
 #include <ostream>
 #include <string>
 
-#include "host/report/json_writer.h"
+#include "tools/fleet/row_json.h"
 #include "tools/fleet/sections.h"
 #include "tools/fleet/write_forms.h"
 
@@ -9,20 +9,6 @@ namespace fleet {
 namespace {
 
 using host::Json;
-
-Json value_json(const Statement &row, int column) {
-    switch (row.type(column)) {
-    case Statement::Type::NONE:
-        return nullptr;
-    case Statement::Type::INTEGER:
-        return row.number(column);
-    case Statement::Type::REAL:
-        return row.real(column);
-    case Statement::Type::TEXT:
-        break;
-    }
-    return std::string(row.text(column));
-}
 
 Json row_json(const Statement &row) {
     Json json = Json::object();
