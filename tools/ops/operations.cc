@@ -38,7 +38,7 @@ bool test_bus(Machine &machine, bridge_rec *bridge, std::ostream &out) {
     const bool capable = module::fast_back_to_back(bridge, module::FB2B_TEST);
     const int bus = machine.bridges().secondary_bus(*bridge);
     if (bridge->bridge_kind == BRIDGE_KIND_HOST)
-        out << "bus " << host::bus_text(pci::bus_of(bridge->bdf)) << "  root bus      ";
+        out << "bus " << host::bus_text(pci::bus_of(bridge->bdf)) << "  root bus     ";
     else
         out << "bus " << (bus < 0 ? "--" : host::bus_text(static_cast<unsigned>(bus))) << "  below "
             << host::bdf_text(bridge->bdf);
