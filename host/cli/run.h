@@ -11,9 +11,8 @@ namespace host {
 constexpr int EXIT_DONE = 0;
 constexpr int EXIT_NOT_ALL_DONE = 1;  // a module could not be loaded or refused to start, or none
                                       // runs with --watch; a request is not reached with --strict;
-                                      // on live hardware, also an access that
-                                      // failed, or an event from a source without answers that
-                                      // failed
+                                      // on live hardware, also an access that failed, or an event
+                                      // from a source without answers that failed
 constexpr int EXIT_BAD_INPUT = 2;     // bad options or input, or a result that was not written
 constexpr int EXIT_WOULD_CHANGE = 3;  // with --check only, as the next
 constexpr int EXIT_FINDING = 4;       // nothing would change, and a finding is an error
