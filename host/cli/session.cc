@@ -39,10 +39,9 @@ void warn_about_short_spaces(const MachineSource &source, const Machine &machine
     };
     const auto count = std::ranges::count_if(machine.functions(), is_short);
     if (count != 0)
-        log_warning(
-            source.name + ": " + functions_text(static_cast<std::size_t>(count)) +
-            " without extended configuration space, ECRC cannot be set on them; a full dump: "
-            "sudo lspci -xxxx > FILE");
+        log_warning(source.name + ": " + functions_text(static_cast<std::size_t>(count)) +
+                    " without extended configuration space, ECRC cannot be set there; a full dump: "
+                    "sudo lspci -xxxx > FILE");
 }
 
 // Opens the machine as it is, or with --cold in reset state, and logs as warnings what users should

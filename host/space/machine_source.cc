@@ -35,7 +35,7 @@ void warn_about_left_out(const std::string &source, const std::map<unsigned, std
 void warn_about_dump(const std::string &name, const DumpedDomain &dump) {
     if (dump.header_only != 0)
         log_warning(name + ": " + functions_text(dump.header_only) +
-                    " without capability data, nothing can be set on them; a full dump: "
+                    " without capability data, nothing can be set there; a full dump: "
                     "sudo lspci -xxxx > FILE");
 }
 

@@ -266,13 +266,13 @@ class BadInputTest(HoplarTest):
         example = Machine(read_dump(EXAMPLE)[0])
         for lines, functions, lack in (
                 ("[4-9a-f]0|[0-9a-f]{3}", [f for f in example if f.data[6] & 0x10],
-                 "capability data, nothing can be set on"),
+                 "capability data, nothing can be set"),
                 ("[0-9a-f]{3}", [f for f in example if f.express],
-                 "extended configuration space, ECRC cannot be set on")):
+                 "extended configuration space, ECRC cannot be set")):
             self.file("input", re.sub(rf"(?m)^(?:{lines}): .*\n", "", DUMP))
             _, messages = self.hoplar("-F", "input", "-o", self.output)
             self.assertEqual(messages, [f"warning: input: {len(functions)} functions without {lack} "
-                                        "them; a full dump: sudo lspci -xxxx > FILE"])
+                                        "there; a full dump: sudo lspci -xxxx > FILE"])
             self.compare_output(read_dump(self.file("input")))
 
     def test_any_name_is_shown_and_no_terminal_obeys_it(self):
