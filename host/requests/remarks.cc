@@ -8,24 +8,27 @@
 
 namespace host {
 
-void Remarks::error(std::size_t line, std::string text) {
-    add(line, Severity::ERROR, std::move(text));
+void Remarks::error(std::size_t line, std::string_view text) {
+    add(line, Severity::ERROR, text);
 }
 
-void Remarks::warning(std::size_t line, std::string text) {
-    add(line, Severity::WARNING, std::move(text));
+void Remarks::warning(std::size_t line, std::string_view text) {
+    add(line, Severity::WARNING, text);
 }
 
-void Remarks::note(std::size_t line, std::string text) {
-    add(line, Severity::NOTE, std::move(text));
+void Remarks::note(std::size_t line, std::string_view text) {
+    add(line, Severity::NOTE, text);
 }
 
-void Remarks::add(std::size_t line, Severity severity, std::string text) {
-    remarks_[line].push_back({severity, std::move(text)});
+// What stands in a line has any length, and so has what to write in its place.
+void Remarks::add(std::size_t line, Severity severity, std::string_view text) {
+    constexpr std::size_t LONGEST = 600;
+    remarks_[line].push_back({severity, excerpt(text, LONGEST)});
 }
 
-void Remarks::unread(std::size_t line, std::string text) {
-    remarks_[line].push_back({Severity::WARNING, std::move(text), true});
+void Remarks::unread(std::size_t line, std::string_view text) {
+    warning(line, text);
+    remarks_[line].back().is_unread = true;
 }
 
 std::string Remarks::worst(std::size_t line) const {
@@ -53,7 +56,7 @@ void Remarks::write(const std::string &file, std::ostream &out) const {
     for (const auto &[line, remarks] : remarks_)
         for (const Remark &remark : remarks)
             out << safe_text(file) << ':' << line << ": " << severity_text(remark.severity) << ": "
-                << safe_text(remark.text) << '\n';
+                << remark.text << '\n';
 }
 
 std::string in_quotes(std::string_view text) {

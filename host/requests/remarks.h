@@ -13,21 +13,21 @@
 namespace host {
 
 struct Remark {
-    Severity severity;  // ERROR: the line is dropped; WARNING: it is not what was meant
-    std::string text;
+    Severity severity;       // ERROR: the line is dropped; WARNING: it is not what was meant
+    std::string text;        // as safe_text() shows it
     bool is_unread = false;  // a part of the line is not read
 };
 
 class Remarks {
 public:
-    void error(std::size_t line, std::string text);
-    void warning(std::size_t line, std::string text);
-    void note(std::size_t line, std::string text);
+    void error(std::size_t line, std::string_view text);
+    void warning(std::size_t line, std::string_view text);
+    void note(std::size_t line, std::string_view text);
 
-    void add(std::size_t line, Severity severity, std::string text);
+    void add(std::size_t line, Severity severity, std::string_view text);
 
     // Adds a warning about a part of the line that is not read.
-    void unread(std::size_t line, std::string text);
+    void unread(std::size_t line, std::string_view text);
 
     // Returns true when there is an error or a warning.
     bool any() const;
