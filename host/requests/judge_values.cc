@@ -9,15 +9,15 @@ std::string control_text(const char *name, bool enabled) {
     return std::string(name) + (enabled ? " on" : " off");
 }
 
-// Returns "128 bytes", "generation off, checking on"; empty where there is no such register.
+// Returns "128 bytes", "generation off, checking on"; without what the function does not have.
 std::string held_text(const RequestedFunction &asked, const FeatureState &state) {
     if (asked.payload_size)
         return state.mps && state.mps->current ? std::to_string(*state.mps->current) + " bytes"
                                                : "";
     std::vector<std::string> controls;
-    if (asked.generation && state.ecrc)
+    if (asked.generation && state.ecrc && state.ecrc->gen.capable)
         controls.push_back(control_text("generation", state.ecrc->gen.enabled));
-    if (asked.checking && state.ecrc)
+    if (asked.checking && state.ecrc && state.ecrc->chk.capable)
         controls.push_back(control_text("checking", state.ecrc->chk.enabled));
     return join(controls, ", ");
 }
