@@ -17,9 +17,10 @@ BUILD_PACKAGES=(cmake ninja-build g++ libgtest-dev libcli11-dev nlohmann-json3-d
 FUZZ_PACKAGES=(clang libclang-rt-14-dev)
 
 # The packages of programs that the checks in scripts/checks need beyond what building needs.
-declare -A PACKAGE_OF=([clang++]=clang [dpkg]=dpkg [dpkg-deb]=dpkg [dpkg-parsechangelog]=dpkg-dev
-    [dpkg-shlibdeps]=dpkg-dev [fakeroot]=fakeroot [file]=file [groff]=groff-base [lintian]=lintian
-    [mandoc]=mandoc [systemctl]=systemd [systemd-analyze]=systemd)
+declare -A PACKAGE_OF=([ansible-lint]=ansible-lint [ansible-playbook]=ansible-core [clang++]=clang
+    [dpkg]=dpkg [dpkg-deb]=dpkg [dpkg-parsechangelog]=dpkg-dev [dpkg-shlibdeps]=dpkg-dev
+    [fakeroot]=fakeroot [file]=file [groff]=groff-base [lintian]=lintian [mandoc]=mandoc
+    [systemctl]=systemd [systemd-analyze]=systemd [yamllint]=yamllint)
 
 # The test programs with threads in them.
 THREADED_TESTS=(module_tests ecrc_tests mps_tests operations_tests)
