@@ -117,6 +117,16 @@ pci_err_t admit(const Function &function, unsigned code) {
     return bound->error ? bound->error : PCI_ERR_INVALID;
 }
 
+bool is_above_a_module_s_size(Served &now, const Function &function) {
+    std::uint16_t devctl = 0;
+    const auto bound = lowest_bound(now.machine, function);
+    if (!bound || bound->error || read_devctl(function, devctl) != PCI_OK ||
+        payload_code(devctl) <= bound->code)
+        return false;
+    const std::scoped_lock guard(now.given_payloads.lock);
+    return now.given_payloads.by_modules.find(pci::routing_id_of(bound->port)) == bound->code;
+}
+
 }  // namespace
 
 pci_err_t admit_payload(const Function &function, std::uint16_t devctl) {
@@ -131,6 +141,17 @@ pci_err_t admit_payload(const Function &function, std::uint16_t devctl) {
                                                       : admit(function, payload_code(devctl));
     } catch (const std::bad_alloc &) {
         return PCI_ERR_NO_MEMORY;
+    }
+}
+
+void admit_arrivals(std::span<const RoutingId> come) {
+    Served *const now = served();
+    for (const RoutingId id : come) {
+        const Function *const function = now ? now->machine.find(id) : nullptr;
+        if (!function || !is_above_a_module_s_size(*now, *function))
+            continue;
+        const std::scoped_lock guard(now->payload_writes.lock);
+        now->payload_writes.written.insert(id);
     }
 }
 

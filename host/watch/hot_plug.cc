@@ -5,6 +5,7 @@
 #include "host/base/address.h"
 #include "host/base/log.h"
 #include "host/exports/hooks.h"
+#include "host/exports/payload_guard.h"
 #include "host/exports/serve.h"
 #include "platform/buscfg.h"
 
@@ -123,6 +124,7 @@ void HotPlug::insert(bridge_rec *bridge, const std::vector<RoutingId> &come) {
     call_bridge_hooks(BUSCFG_HOOK_PRE_INSERTION, bridge, bus_value(machine_, *bridge), PCI_OK);
     machine_.update({}, come);
     observer_.inserted();
+    admit_arrivals(come);
     call_bridge_hooks(BUSCFG_HOOK_POST_INSERTION, bridge, bus_value(machine_, *bridge), PCI_OK);
     report_inserted(place_text(*bridge), come);
     report_payload_mismatches(come);
@@ -140,6 +142,7 @@ void HotPlug::insert_root_buses(const std::vector<RoutingId> &come) {
         return;
     machine_.update({}, come);
     observer_.inserted();
+    admit_arrivals(come);
     std::set<bridge_rec *> roots;
     for (const RoutingId id : come)
         if (bridge_rec *above = machine_.bridges().above(id); above && !above->parent)

@@ -6,6 +6,7 @@
 #include <functional>
 
 #include "host/exports/hooks.h"
+#include "host/exports/payload_guard.h"
 #include "host/exports/serve.h"
 #include "host/space/live_space.h"
 #include "platform/buscfg.h"
@@ -95,6 +96,32 @@ TEST_F(HotPlugs, AreToldBeforeAndAfterWhatHappens) {
         EXPECT_EQ(told, expected);
     }
     forget_hooks();
+}
+
+// The card has the size that its port had when it came, before a module lowered the port to 128
+// bytes. In the other rows the module leaves 512, and the kernel lowers the port; or the card fits.
+TEST_F(HotPlugs, BringFunctionsBelowPortsThatModulesHaveLowered) {
+    constexpr RoutingId PORT = at(0, 1), CARD = at(1);
+    const struct {
+        std::uint16_t module;
+        char card, after;
+    } rows[] = {{0, 0x40, 0}, {2 << 5, 0x40, 0x40}, {0, 0, 0}};
+    for (const auto &[module, card, after] : rows) {
+        plug("0.1:4>1-1=2 1.0:0=2");
+        poke(PORT, DEVCTL_AT, "\x40");
+        LiveSpace space(0, sysfs.folder());
+        Machine machine(space);
+        const Serving serving(machine);
+        plug("1.0:0=2");
+        poke(CARD, DEVCTL_AT, {&card, 1});
+        EXPECT_EQ(admit_payload(*machine.find(PORT), module), PCI_OK);
+        keep_payloads_in_bounds();
+        poke(PORT, DEVCTL_AT, {"", 1});
+        HotPlug hot_plug(machine, space, {[] {}, [](const auto &) { return ""; }});
+        hot_plug.take({.added = true, .id = CARD, .bridges = {PORT}});
+        hot_plug.settle(HotPlug::Clock::now() + EventGroups::LONGEST);
+        EXPECT_EQ(read(sysfs.file(CARD, "config"))[DEVCTL_AT], after);
+    }
 }
 
 }  // namespace host::tests
