@@ -100,7 +100,7 @@ void note_given_payload(const Function &function, std::uint16_t devctl) {
     GivenPayloads &given = served()->given_payloads;
     const std::scoped_lock guard(given.lock);
     given.by_modules.set(function.id(), payload_code(devctl));
-    given.recent[function.id()] = true;
+    given.recent[function.id()] = given.any_recent = true;
     given.by_host.erase(function.id());
 }
 
@@ -115,11 +115,11 @@ void complete_hierarchies(Served &now, std::set<RoutingId> &written) {
                 given.by_modules.forget(id);
         std::erase_if(given.by_host,
                       [&](const auto &each) { return !now.machine.find(each.first); });
+        if (!now.complete || !std::exchange(given.any_recent, false))
+            return;
         by_modules = given.by_modules;
         std::swap(recent, given.recent);
     }
-    if (!now.complete)
-        return;
     for (const Hierarchy &hierarchy : hierarchies_of_one_size(now.machine, by_modules, recent))
         for (const Branch &branch : incomplete_branches(now.machine, hierarchy, by_modules))
             complete(now, hierarchy, branch, written);

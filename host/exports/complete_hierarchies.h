@@ -28,6 +28,7 @@ struct GivenPayloads {
     GivenSizes by_modules;
     // By routing ID, those of by_modules since the last completion.
     std::vector<bool> recent = std::vector<bool>(ROUTING_IDS);
+    bool any_recent = false;
     std::map<RoutingId, unsigned> by_host;  // given to bridges by completion
     std::set<std::string> told;             // obstacles that have been logged
 };

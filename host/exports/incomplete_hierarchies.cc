@@ -28,9 +28,10 @@ bool is_set_to(const Function &function, unsigned code) {
 
 std::vector<RoutingId> GivenSizes::functions() const {
     std::vector<RoutingId> found;
-    for (std::size_t id = 0; id < codes_.size(); ++id)
-        if (codes_[id] != NONE)
-            found.push_back(static_cast<RoutingId>(id));
+    for (unsigned bus = 0; bus < buses_.size(); ++bus)
+        for (unsigned id = bus << 8; buses_[bus] && pci::bus_of(id) == bus; ++id)
+            if (codes_[id] != NONE)
+                found.push_back(static_cast<RoutingId>(id));
     return found;
 }
 

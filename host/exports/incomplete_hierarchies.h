@@ -16,6 +16,7 @@
 //   it: a function that is set to less would have to refuse what the bridge lets through then.
 #pragma once
 
+#include <bitset>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -29,7 +30,10 @@ namespace host {
 // one takes no memory, because modules read sizes of every function.
 class GivenSizes {
 public:
-    void set(RoutingId id, unsigned code) { codes_[id] = static_cast<std::uint8_t>(code); }
+    void set(RoutingId id, unsigned code) {
+        codes_[id] = static_cast<std::uint8_t>(code);
+        buses_[pci::bus_of(id)] = true;
+    }
     void forget(RoutingId id) { codes_[id] = NONE; }
 
     // Returns the size; nullopt for a function that none was given.
@@ -43,6 +47,7 @@ public:
 private:
     static constexpr std::uint8_t NONE = 0xFF;
     std::vector<std::uint8_t> codes_ = std::vector<std::uint8_t>(ROUTING_IDS, NONE);
+    std::bitset<256> buses_;  // those with a function that was given one, ever
 };
 
 struct Hierarchy {

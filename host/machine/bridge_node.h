@@ -152,7 +152,7 @@ struct BridgeTree::Plan {
     std::vector<Entry> entries;  // parents before children
     std::unordered_map<const Node *, std::size_t> of;
     std::vector<Node *> roots;  // ascending
-    std::vector<Node *> by_id = std::vector<Node *>(ROUTING_IDS);
+    std::unordered_map<RoutingId, Node *> by_id;
     std::array<Node *, BUSES> by_secondary{};
     std::array<Node *, BUSES> holder{};
     std::vector<BusConflict> conflicts;

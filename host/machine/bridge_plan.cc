@@ -74,7 +74,7 @@ void BridgeTree::plan_conflicts(Plan &plan, std::span<const Function *const> fun
         const Node *own_side = plan.holder[pci::bus_of(function->bdf)];
         // On a root bus there is nothing to limit; what is on the holder's side counts already.
         if (!holder || holder == own_side || !holder->parent ||
-            holder == plan.by_id[function->id()])
+            holder == plan.by_id.at(function->id()))
             continue;
         plan.entry(holder).devs.push_back(function->bdf);
         plan.conflicts.push_back({function->bdf, holder});
@@ -90,7 +90,7 @@ BridgeTree::Node &BridgeTree::node_for(const bridge_rec &record, const pci_cap_t
                (node->pcie_cap ? capability && node->capability.head.offset == capability->offset
                                : !capability);
     };
-    std::vector<std::unique_ptr<Node>> &same_id = nodes_[record.bdf & BDF_ROUTING_ID];
+    std::vector<std::unique_ptr<Node>> &same_id = nodes_.at(pci::routing_id_of(record.bdf));
     const auto found = std::ranges::find_if(same_id, is_same);
     if (found != same_id.end())
         return **found;

@@ -5,8 +5,7 @@
 
 namespace host {
 
-BridgeTree::BridgeTree(std::span<const Function *const> functions, const BusLayout &layout)
-    : nodes_(ROUTING_IDS), by_id_(ROUTING_IDS) {
+BridgeTree::BridgeTree(std::span<const Function *const> functions, const BusLayout &layout) {
     update(functions, layout);
 }
 
@@ -17,7 +16,7 @@ bridge_rec *BridgeTree::top() const {
 }
 
 bridge_rec *BridgeTree::by_bdf(bdf_t bdf) const {
-    Node *node = bdf <= BDF_HIGHEST ? by_id_[bdf & BDF_ROUTING_ID].load() : nullptr;
+    Node *node = bridge_at(bdf);
     return node && node->attached ? node : nullptr;
 }
 
@@ -117,15 +116,16 @@ void BridgeTree::update(std::span<const Function *const> functions, const BusLay
 
 void BridgeTree::set_operations(const pcie_cap_ops_t &operations) {
     operations_ = &operations;
-    for (const auto &same_id : nodes_)
+    nodes_.visit_all([&](RoutingId, const auto &same_id) {
         for (const auto &node : same_id)
             node->capability.ops = operations_;
+    });
 }
 
 // Records that are gone leave first. Then children are shown before their parents, so that every
 // record is complete when it comes into sight.
 void BridgeTree::show(const Plan &plan) {
-    for (const auto &same_id : nodes_)
+    nodes_.visit_all([&](RoutingId, const auto &same_id) {
         for (const auto &node : same_id)
             if (!plan.of.contains(node.get())) {
                 node->attached = false;
@@ -133,6 +133,7 @@ void BridgeTree::show(const Plan &plan) {
                 node->hide_devs();
                 node->all_children.clear();
             }
+    });
     for (auto entry = plan.entries.rbegin(); entry != plan.entries.rend(); ++entry) {
         entry->node->secondary = entry->secondary;
         entry->node->set_devs(entry->devs);
@@ -144,8 +145,12 @@ void BridgeTree::show(const Plan &plan) {
         (*root)->attached = true;
         next = *root;
     }
-    for (std::size_t id = 0; id < ROUTING_IDS; ++id)
-        by_id_[id] = plan.by_id[id];
+    for (const auto &[id, node] : plan.by_id)
+        by_id_.at(id) = node;
+    by_id_.visit_all([&](RoutingId id, std::atomic<Node *> &node) {
+        if (!plan.by_id.contains(id))
+            node = nullptr;
+    });
     for (unsigned bus = 0; bus < BUSES; ++bus) {
         by_secondary_[bus] = plan.by_secondary[bus];
         holder_[bus] = plan.holder[bus];
@@ -160,11 +165,17 @@ void BridgeTree::show(const Plan &plan) {
 BridgeTree::Node *BridgeTree::node_of(const bridge_rec &bridge) const {
     if (bridge.bdf > BDF_HIGHEST)
         return nullptr;
-    Node *node = by_id_[bridge.bdf & BDF_ROUTING_ID];
+    Node *node = bridge_at(bridge.bdf);
     if (node == &bridge)
         return node;
     node = holder_[pci::bus_of(bridge.bdf)];
     return node == &bridge ? node : nullptr;
+}
+
+// Returns the bridge even while it is not attached.
+BridgeTree::Node *BridgeTree::bridge_at(bdf_t bdf) const {
+    const auto *node = bdf <= BDF_HIGHEST ? by_id_.find(pci::routing_id_of(bdf)) : nullptr;
+    return node ? node->load() : nullptr;
 }
 
 }  // namespace host

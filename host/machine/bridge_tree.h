@@ -9,6 +9,7 @@
 #include <span>
 #include <vector>
 
+#include "host/base/by_routing_id.h"
 #include "host/space/config_space.h"
 #include "platform/bridge.h"
 
@@ -79,13 +80,14 @@ private:
     void show(const Plan &plan);
     bool is_below(bdf_t bdf, const bridge_rec &bridge) const;
     Node *node_of(const bridge_rec &bridge) const;
+    Node *bridge_at(bdf_t bdf) const;
 
     // Records by routing ID: a bridge's own, a host bridge record's is the first of its bus.
-    std::vector<std::vector<std::unique_ptr<Node>>> nodes_;
+    ByRoutingId<std::vector<std::unique_ptr<Node>>> nodes_;
     const pcie_cap_ops_t *operations_ = nullptr;
     mutable std::mutex conflicts_lock_;
     std::vector<BusConflict> conflicts_;
-    std::vector<std::atomic<Node *>> by_id_;  // bridges by their own routing ID
+    ByRoutingId<std::atomic<Node *>> by_id_;  // bridges by their own routing ID
     std::atomic<Node *> top_ = nullptr;       // first host bridge record
     std::array<std::atomic<Node *>, 256> by_secondary_{};
     std::array<std::atomic<Node *>, 256> holder_{};  // the deepest record that holds the bus

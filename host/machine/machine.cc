@@ -10,8 +10,7 @@
 
 namespace host {
 
-Machine::Machine(ConfigSpace &space, Warn warn)
-    : space_(space), warn_(std::move(warn)), known_(ROUTING_IDS), reachable_(ROUTING_IDS) {
+Machine::Machine(ConfigSpace &space, Warn warn) : space_(space), warn_(std::move(warn)) {
     std::vector<std::unique_ptr<Function>> fresh = read(space.functions());
     tell_virtual(fresh);
     choose_forms(fresh);
@@ -28,21 +27,23 @@ ConfigSpace &Machine::space() const {
 
 std::vector<const Function *> Machine::functions() const {
     std::vector<const Function *> all;
-    for (const auto &function : known_)
-        if (function)
-            all.push_back(function);
+    places_.visit_all([&](RoutingId, const Place &place) {
+        if (place.function)
+            all.push_back(place.function);
+    });
     return all;
 }
 
 const Function *Machine::known(RoutingId id) const {
-    return known_[id];
+    const Place *place = places_.find(id);
+    return place ? place->function.load() : nullptr;
 }
 
 const Function *Machine::find(bdf_t bdf) const {
     if (bdf > BDF_HIGHEST)
         return nullptr;
-    const auto id = pci::routing_id_of(bdf);
-    return reachable_[id] ? known(id) : nullptr;
+    const Place *place = places_.find(pci::routing_id_of(bdf));
+    return place && place->reachable ? place->function.load() : nullptr;
 }
 
 bool Machine::reachable(const Function &function) const {
@@ -64,7 +65,8 @@ BridgeTree &Machine::bridges() {
 void Machine::update(std::span<const RoutingId> gone, std::span<const RoutingId> come) {
     const std::scoped_lock guard(change_lock_);
     for (const RoutingId id : gone)
-        reachable_[id] = false;
+        if (Place *place = places_.find(id))
+            place->reachable = false;
     std::vector<RoutingId> changed = renumbered();
     changed.insert(changed.end(), come.begin(), come.end());
     std::vector<std::unique_ptr<Function>> fresh = read(changed);
@@ -101,9 +103,10 @@ std::vector<const Function *> Machine::below(const bridge_rec &bridge) const {
     for (unsigned bus = 0; bus < BUSES; ++bus) {
         if (!buses[bus])
             continue;
-        for (unsigned number = 0; number <= pci::HIGHEST_ARI_FUNCTION; ++number)
-            if (const Function *function = known_[pci::routing_id_of(pci::ari_bdf(bus, number))])
-                found.push_back(function);
+        places_.visit_bus(bus, [&](RoutingId, const Place &place) {
+            if (place.function)
+                found.push_back(place.function);
+        });
     }
     return found;
 }
@@ -157,23 +160,25 @@ void Machine::tell_virtual(std::span<const std::unique_ptr<Function>> fresh) {
 void Machine::choose_forms(std::span<const std::unique_ptr<Function>> fresh) {
     const std::vector<const Function *> all = reachable_with(fresh);
     const BusLayout layout = lay_out_buses(all, nullptr);
-    std::vector<const Function *> by_id(ROUTING_IDS);
-    for (const Function *function : all)
-        if (function->answers)
-            by_id[function->id()] = function;
+    const auto answering = [&](bdf_t bdf) -> const Function * {
+        const auto found =
+            std::ranges::lower_bound(all, pci::routing_id_of(bdf), {}, &Function::id);
+        const bool is_there = found != all.end() && (*found)->id() == pci::routing_id_of(bdf);
+        return is_there && (*found)->answers ? *found : nullptr;
+    };
     std::array<bool, BUSES> ari{};
     for (unsigned bus = 0; bus < BUSES; ++bus) {
         const Function *bridge = layout.by_secondary[bus];
-        const Function *function_0 = by_id[pci::plain_bdf(bus, 0, 0)];
-        ari[bus] = bridge && function_0 && function_0->ext_cap(EXT_CAPID_ARI) &&
-                   forwards_ari(space_, *bridge);
+        const Function *function_0 = bridge ? answering(pci::plain_bdf(bus, 0, 0)) : nullptr;
+        ari[bus] =
+            function_0 && function_0->ext_cap(EXT_CAPID_ARI) && forwards_ari(space_, *bridge);
     }
     for (const auto &function : fresh) {
         if (!function->answers)
             continue;
         if (ari[pci::bus_of(function->bdf)])
             function->bdf |= BDF_ARI_FLAG;
-        const Function *function_0 = by_id[pci::routing_id_of(pci::function_0_of(function->bdf))];
+        const Function *function_0 = answering(pci::function_0_of(function->bdf));
         function->multi_function = function_0 && function_0->multi_function;
     }
 }
@@ -188,25 +193,31 @@ void Machine::publish(std::vector<std::unique_ptr<Function>> fresh) {
         const auto [first, last] = old.equal_range(function->bdf);
         const auto same = std::find_if(
             first, last, [&](const auto &record) { return *record.second == *function; });
-        const RoutingId id = function->id();
-        if (same != last)
-            known_[id] = same->second;
-        else
-            known_[id] = records_.emplace_back(std::move(function)).get();
-        reachable_[id] = known_[id].load()->answers;
+        const Function *record = same != last ? same->second : function.get();
+        if (same == last)
+            records_.push_back(std::move(function));
+        Place &place = places_.at(record->id());
+        place.function = record;
+        place.reachable = record->answers;
     }
 }
 
 // Returns what is reachable, with `fresh` in place of what was there, ascending.
 std::vector<const Function *>
 Machine::reachable_with(std::span<const std::unique_ptr<Function>> fresh) const {
-    std::vector<const Function *> by_id(ROUTING_IDS);
-    for (std::size_t id = 0; id < ROUTING_IDS; ++id)
-        by_id[id] = find(static_cast<bdf_t>(id));
+    ByRoutingId<const Function *> by_id;
+    places_.visit_all([&](RoutingId id, const Place &place) {
+        if (place.reachable)
+            by_id.at(id) = place.function;
+    });
     for (const auto &function : fresh)
-        by_id[function->id()] = function.get();
-    std::erase(by_id, nullptr);
-    return by_id;
+        by_id.at(function->id()) = function.get();
+    std::vector<const Function *> all;
+    by_id.visit_all([&](RoutingId, const Function *function) {
+        if (function)
+            all.push_back(function);
+    });
+    return all;
 }
 
 // Each line is given once: a bridge with wrong numbers stays wrong, whatever else comes and goes.
@@ -218,7 +229,7 @@ void Machine::give_warnings(const std::vector<std::string> &lines) {
 
 void Machine::set_reachable(const bridge_rec &bridge, bool reachable) {
     for (const Function *function : below(bridge))
-        reachable_[function->id()] = reachable && function->answers;
+        places_.at(function->id()).reachable = reachable && function->answers;
 }
 
 // The record of a host bridge is never removed.

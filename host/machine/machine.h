@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "host/base/by_routing_id.h"
 #include "host/machine/bridge_tree.h"
 #include "host/machine/function.h"
 #include "host/space/config_space.h"
@@ -69,6 +70,11 @@ public:
     std::vector<const Function *> below(const bridge_rec &bridge) const;
 
 private:
+    struct Place {
+        std::atomic<const Function *> function = nullptr;  // the last one known there
+        std::atomic<bool> reachable = false;
+    };
+
     std::vector<std::unique_ptr<Function>> read(std::span<const RoutingId> ids);
     std::vector<RoutingId> renumbered() const;
     void tell_virtual(std::span<const std::unique_ptr<Function>> fresh);
@@ -84,8 +90,7 @@ private:
     Warn warn_;
     std::set<std::string> warned_of_;
     std::vector<std::unique_ptr<const Function>> records_;  // also those that others have replaced
-    std::vector<std::atomic<const Function *>> known_;      // by routing ID
-    std::vector<std::atomic<bool>> reachable_;              // by routing ID
+    ByRoutingId<Place> places_;
     std::unique_ptr<BridgeTree> bridges_;
     std::mutex change_lock_;  // one change at a time; never held by lookups
     std::atomic<std::uint64_t> generation_ = 0;

@@ -53,8 +53,6 @@ WriteMasks masks_of(const std::vector<RegisterRule> &rules, unsigned offset, uns
 
 }  // namespace
 
-ConfigImage::ConfigImage() : entries_(ROUTING_IDS) {}
-
 void ConfigImage::add(RoutingId id, std::string title, std::vector<std::uint8_t> bytes) {
     if (bytes.size() > pci::EXT_CONFIG_SIZE)
         throw std::invalid_argument(bdf_text(id) + " has more than 4096 bytes");
@@ -63,17 +61,18 @@ void ConfigImage::add(RoutingId id, std::string title, std::vector<std::uint8_t>
     entry->title = std::move(title);
     entry->bytes = std::move(bytes);
     const std::scoped_lock guard(lock_);
-    if (entries_[id])
+    if (find(id))
         throw std::invalid_argument(bdf_text(id) + " is there already");
-    entries_[id] = std::move(entry);
+    entries_.at(id) = std::move(entry);
 }
 
 std::vector<RoutingId> ConfigImage::functions() const {
     const std::scoped_lock guard(lock_);
     std::vector<RoutingId> ids;
-    for (std::size_t id = 0; id < ROUTING_IDS; ++id)
-        if (entries_[id])
-            ids.push_back(static_cast<RoutingId>(id));
+    entries_.visit_all([&](RoutingId id, const std::unique_ptr<Entry> &entry) {
+        if (entry)
+            ids.push_back(id);
+    });
     return ids;
 }
 
@@ -147,7 +146,8 @@ void ConfigImage::set_filter(AccessFilter filter) {
 }
 
 ConfigImage::Entry *ConfigImage::find(RoutingId id) const {
-    return entries_[id].get();
+    const std::unique_ptr<Entry> *entry = entries_.find(id);
+    return entry ? entry->get() : nullptr;
 }
 
 pci_err_t ConfigImage::check(const Entry *entry, unsigned offset, unsigned width) const {

@@ -6,6 +6,7 @@
 #include <memory>
 #include <mutex>
 
+#include "host/base/by_routing_id.h"
 #include "host/space/config_space.h"
 #include "host/space/register_rules.h"
 
@@ -27,8 +28,6 @@ using AccessFilter = std::function<pci_err_t(ImageAccess &)>;
 
 class ConfigImage : public ConfigSpace {
 public:
-    ConfigImage();
-
     // Adds a function with its bytes (64, 256 or 4096; shorter is allowed). Its writable registers
     // are derived from its own header and capabilities. Throws std::invalid_argument for a routing
     // ID that is already taken and for more than 4096 bytes.
@@ -68,7 +67,7 @@ private:
     pci_err_t check(const Entry *entry, unsigned offset, unsigned width) const;
 
     mutable std::mutex lock_;
-    std::vector<std::unique_ptr<Entry>> entries_;  // by routing ID
+    ByRoutingId<std::unique_ptr<Entry>> entries_;
     AccessFilter filter_;
 };
 
