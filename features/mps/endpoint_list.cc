@@ -3,7 +3,6 @@
 #include <cstdlib>
 
 #include "features/mps/register_access.h"
-#include "module/base/bdf_index.h"
 #include "module/base/guards.h"
 #include "module/base/log.h"
 #include "module/base/managed.h"
@@ -13,12 +12,11 @@
 namespace enable_features {
 
 pthread_once_t ep_list_once = PTHREAD_ONCE_INIT;
+bdf_index_t device_index;
 
 namespace {
 
 constexpr char BUILD[] = "ep_list_once_init";  // the build's name in messages
-
-bdf_index_t device_index;  // by device key
 
 // The caller holds the list's lock, or is the build, during which no other thread uses the list.
 mps_entry *find_device(bdf_t key) {
@@ -82,7 +80,6 @@ void ep_list_once_init() {
     list.last = nullptr;
     list.count = 0;
     pthread_mutex_init(&list.lock, nullptr);
-    clear_index(device_index);
 
     for (std::uint32_t index = 0;; index++) {
         const bdf_t bdf = pci_device_find(index, ANY_VENDOR, ANY_DEVICE, ANY_CLASS);

@@ -7,6 +7,7 @@
 #include <pthread.h>
 
 #include "features/mps/root_port_list.h"
+#include "module/base/bdf_index.h"
 #include "module/base/feature.h"
 #include "platform/bridge.h"
 #include "platform/types.h"
@@ -40,6 +41,9 @@ inline entry_list_t &ep_list() {
 }
 
 extern pthread_once_t ep_list_once;
+
+// Indexes the list's entries by device key; guarded by the row's lock. Empty before the build.
+extern bdf_index_t device_index;
 
 // Builds the list; runs only through pthread_once(&ep_list_once, ...). Resets the list and
 // initialises its lock first, so no thread may hold it. Builds the root-port list on the way.

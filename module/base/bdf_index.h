@@ -4,8 +4,6 @@
 // first entry. The list's lock guards the index.
 #pragma once
 
-#include <algorithm>
-
 #include "module/base/entry_list.h"
 #include "platform/types.h"
 
@@ -14,10 +12,6 @@ namespace enable_features {
 struct bdf_index_t {
     list_entry_t *entries[BDF_HIGHEST + 1];
 };
-
-inline void clear_index(bdf_index_t &index) {
-    std::ranges::fill(index.entries, nullptr);
-}
 
 inline list_entry_t *find_indexed(const bdf_index_t &index, bdf_t bdf) {
     return bdf <= BDF_HIGHEST ? index.entries[bdf] : nullptr;

@@ -16,13 +16,16 @@ namespace host::tests {
 
 namespace module = enable_features;
 
-static void free_ecrc_entries() {
+// An index is large, so only its entries are cleared.
+static void free_capabilities_and_indexes() {
     for (auto *link = module::feature_list[module::ROW_ECRC].list.first; link; link = link->next) {
         const auto *entry = static_cast<module::ecrc_entry *>(link);
         std::free(entry->pcie_cap);
         std::free(entry->aer_cap);
+        module::ecrc_index.entries[entry->bdf] = nullptr;
     }
-    module::ecrc_index = {};
+    for (auto *link = module::ep_list().first; link; link = link->next)
+        module::device_index.entries[static_cast<module::mps_entry *>(link)->bdf] = nullptr;
 }
 
 static void empty(module::entry_list_t &list) {
@@ -34,7 +37,7 @@ static void empty(module::entry_list_t &list) {
 
 void reset_module() {
     static const auto as_loaded = std::to_array(module::feature_list);
-    free_ecrc_entries();
+    free_capabilities_and_indexes();
     for (module::feature_t &row : module::feature_list)
         empty(row.list);
     std::ranges::copy(as_loaded, module::feature_list);
