@@ -1,18 +1,17 @@
 // Reads machines with any bytes in their configuration space, starts the module on them, and plays
-// every event on each of their functions. An input is either the rows of a hostile machine, or "T"
-// and the text of a dump.
+// every event on some of their functions.
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <optional>
 #include <sstream>
 
-#include "fuzz/support.h"
+#include "fuzz/machines.h"
 #include "host/exports/serve.h"
 #include "host/report/report.h"
 #include "host/report/report_dot.h"
 #include "host/report/report_json.h"
 #include "host/report/report_table.h"
-#include "host/space/dump.h"
-#include "tests/support/faults.h"
 #include "tests/support/module_state.h"
 
 using namespace host;
@@ -64,24 +63,28 @@ void write_reports(const Report &report) {
     write_dot(out, report);
 }
 
-void run(const MachineSource &source, const fuzz::HostileMachine &hostile) {
-    const bool sound = !hostile.faults && hostile.failing_calloc == 0;
+void run(const fuzz::HostileMachine &hostile, const MachineSource &source) {
+    constexpr std::size_t MOST_WITH_EVENTS = 8;
     Machine machine(*source.image);
-    const Serving serving(machine, ManagedBuses(256, true), true);
+    const Serving serving(machine, hostile.managed, true);
     const std::vector<Payload> before = payloads(machine);
-    Report report = begin_report(machine, 0);
-    tests::fail_calloc(hostile.failing_calloc);
-    fuzz::start_module_with(FEATURES);
-    tests::fail_calloc(0);
-    if (sound)
+    std::optional<Report> report;
+    if (hostile.reported)
+        report = begin_report(machine, 0);
+    fuzz::start_module_with(hostile.features.empty() ? FEATURES : hostile.features,
+                            hostile.failing_calloc);
+    if (hostile.is_sound())
         check_payloads(machine, before);
-    for (const Function *function : machine.functions())
-        fuzz::play_each(fuzz::all_events_of(function->bdf), source, machine);
-    if (sound)
+    const std::vector<const Function *> functions = machine.functions();
+    for (std::size_t i = 0; i < std::min(hostile.with_events.size(), MOST_WITH_EVENTS); ++i)
+        fuzz::play_each(fuzz::all_events_of(functions[hostile.with_events[i]]->bdf), source,
+                        machine);
+    if (hostile.is_sound())
         check_payloads(machine, before);
-    end_report(report, machine, {});
-    write_reports(report);
-    tests::reset_module();
+    if (!report)
+        return;
+    end_report(*report, machine, {});
+    write_reports(*report);
 }
 
 }  // namespace
@@ -92,19 +95,12 @@ extern "C" int LLVMFuzzerInitialize(int *, char ***) {
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
-    if (size == 0 || data[0] != 'T') {
-        const fuzz::HostileMachine hostile = fuzz::hostile_machine({data, size});
-        const MachineSource source = fuzz::source_of(hostile.functions);
-        source.image->set_filter(hostile.faults);
-        run(source, hostile);
-        return 0;
-    }
-    static const fuzz::MemoryFile file;
-    file.set({reinterpret_cast<const char *>(data) + 1, size - 1});
-    try {
-        Dump dump = read_dump(file.path(), std::vector{0U});
-        run({"dump", 0, nullptr, std::move(dump.domains.at(0).image)}, {});
-    } catch (const DumpError &) {
-    }
+    const fuzz::HostileMachine hostile = fuzz::hostile_machine({data, size});
+    const MachineSource source = hostile.source();
+    source.image->set_filter(hostile.faults);
+    run(hostile, source);
+    source.image->set_filter({});
+    tests::reset_module();
+    fuzz::end_execution({data, size}, *source.image);
     return 0;
 }

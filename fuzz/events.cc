@@ -81,5 +81,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     }
     check_payload_sizes(served.machine);
     tests::reset_module();
+    fuzz::end_execution({data, size}, *served.source.image);
     return 0;
 }

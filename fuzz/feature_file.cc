@@ -9,7 +9,9 @@ namespace {
 // Made once; every run begins with its registers reset.
 struct ServedMachine {
     MachineSource source = fuzz::source_of(fuzz::small_machine());
+    std::vector<RoutingId> functions = source.image->functions();
     Machine machine{*source.image};
+    Serving serving{machine};
 };
 
 }  // namespace
@@ -21,9 +23,9 @@ extern "C" int LLVMFuzzerInitialize(int *, char ***) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
     static ServedMachine served;
-    for (const RoutingId id : served.source.image->functions())
+    for (const RoutingId id : served.functions)
         served.source.image->reset(id);
-    const Serving serving(served.machine);
     fuzz::start_module_with({reinterpret_cast<const char *>(data), size});
+    fuzz::end_execution({data, size}, *served.source.image);
     return 0;
 }

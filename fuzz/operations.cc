@@ -4,7 +4,7 @@
 
 #include "features/aspm/link_control.h"
 #include "features/fb2b/control.h"
-#include "fuzz/support.h"
+#include "fuzz/machines.h"
 #include "host/exports/event_records.h"
 #include "host/exports/serve.h"
 #include "msi/register_save.h"
@@ -50,8 +50,8 @@ extern "C" int LLVMFuzzerInitialize(int *, char ***) {
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
-    fuzz::HostileMachine hostile = fuzz::hostile_machine({data, size});
-    const MachineSource source = fuzz::source_of(hostile.functions);
+    const fuzz::HostileMachine hostile = fuzz::hostile_machine({data, size});
+    const MachineSource source = hostile.source();
     Machine machine(*source.image);
     const Serving serving(machine);
     source.image->set_filter(hostile.faults);
@@ -61,6 +61,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     for (const bdf_t bdf : {BDF_NONE, BDF_HIGHEST, BDF_HIGHEST + 1, bdf_t{0xFF00}})
         run_all(bdf);
     tests::fail_calloc(0);
+    source.image->set_filter({});
     tests::reset_module();
+    fuzz::end_execution({data, size}, *source.image);
     return 0;
 }

@@ -1,8 +1,7 @@
-// Shared by the fuzz targets: a small machine, hostile machines, the start of the module.
+// Shared by the fuzz targets: the log, the start of the module, events, and the record of states.
 #pragma once
 
 #include <cstdint>
-#include <memory>
 #include <span>
 #include <string>
 #include <string_view>
@@ -15,7 +14,10 @@
 
 namespace host::fuzz {
 
-// Opens a log that formats every message and shows none. Call once, before anything else.
+using Input = std::span<const std::uint8_t>;
+
+// Opens a log that formats every message of the module and shows none. Call once, before anything
+// else.
 void open_silent_log();
 
 // A file in memory.
@@ -34,28 +36,12 @@ private:
 // endpoint.
 std::vector<tests::FunctionSpec> small_machine();
 
-// A machine that no vendor would build, and the faults that it is to have.
-struct HostileMachine {
-    std::vector<tests::FunctionSpec> functions;
-    AccessFilter faults;          // empty: none
-    unsigned failing_calloc = 0;  // for fail_calloc()
-};
-
-// From rows of 8 bytes, of which the first is the kind:
-//   F  bus, device and function, port type (above 15: conventional), secondary bus,
-//      subordinate bus, Max_Payload_Size Supported, flags (see support.cc); further rows are
-//      about this function
-//   D  -, two bytes of offset (low first, counted in dwords), value (low first, 4 bytes)
-//   X  n, -, error code (0: all ones are read), -...: from its n-th on, accesses to it fail
-//   A  n: the n-th allocation of the module fails
-// Rows that make no sense are passed over.
-HostileMachine hostile_machine(std::span<const std::uint8_t> rows);
-
 // Makes a machine source from these functions.
 MachineSource source_of(const std::vector<tests::FunctionSpec> &functions);
 
-// Starts the module, in the state of a fresh load, with a feature file of this text.
-void start_module_with(std::string_view features);
+// Starts the module, in the state of a fresh load, with a feature file of this text. Above 0, the
+// n-th allocation of the module fails.
+void start_module_with(std::string_view features, unsigned failing_calloc = 0);
 
 // Plays the lines that are valid, each parsed when its turn comes.
 void play_each(const std::vector<std::string> &lines, const MachineSource &source,
@@ -63,5 +49,9 @@ void play_each(const std::vector<std::string> &lines, const MachineSource &sourc
 
 // Returns every event that can happen to a function.
 std::vector<std::string> all_events_of(bdf_t bdf);
+
+// Ends an execution. With a file in the environment variable FUZZ_STATES, adds a line to it: a hash
+// of the input, and one of the log's messages since the last call and of the image's bytes.
+void end_execution(Input input, const ConfigImage &image);
 
 }  // namespace host::fuzz

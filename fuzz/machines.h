@@ -1,0 +1,50 @@
+// Machines that no vendor would build, from rows of bytes.
+#pragma once
+
+#include <vector>
+
+#include "fuzz/support.h"
+
+namespace host::fuzz {
+
+// A row, of which the first byte is the kind.
+constexpr std::size_t ROW = 8;
+
+// A function: made from a specification, or the one of an example machine; then changed.
+struct HostileFunction {
+    tests::FunctionSpec spec;
+    const std::vector<std::uint8_t> *example = nullptr;
+};
+
+// A machine, the faults that it is to have, and what is done with it.
+struct HostileMachine {
+    std::vector<HostileFunction> functions;
+    AccessFilter faults;          // empty: none
+    unsigned failing_calloc = 0;  // for start_module_with()
+    std::vector<bool> managed = std::vector<bool>(256, true);
+    std::vector<std::size_t> with_events;  // indexes of functions that events happen to
+    bool reported = false;                 // reports are written too
+    std::string_view features;             // empty: none are given
+
+    bool is_sound() const { return !faults && failing_calloc == 0; }
+    MachineSource source() const;
+};
+
+// Rows are:
+//   F  bus, device and function, port type (above 15: conventional), secondary bus,
+//      subordinate bus, Max_Payload_Size Supported, flags (see machines.cc); further rows are
+//      about this function
+//   E  n: all functions of the n-th machine of examples/, if there are none yet; further rows are
+//      about the last of them
+//   G  n: further rows are about the n-th function
+//   D  -, two bytes of offset (low first, counted in dwords), value (low first, 4 bytes)
+//   X  n, -, error code (0: all ones are read), -...: from its n-th on, accesses to it fail
+//   A  n: the n-th allocation of the module fails
+//   S  n: another server manages bus n
+//   V  n: every event happens to the n-th function
+//   R  reports are written
+//   T  the rest of the input, after this row, is the text of the feature file
+// Rows that make no sense are passed over.
+HostileMachine hostile_machine(Input rows);
+
+}  // namespace host::fuzz
