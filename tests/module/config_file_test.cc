@@ -1,14 +1,18 @@
 // The feature file: which lines reach which parser, and where a file ends.
 #include "module/config_file.h"
 
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstring>
 #include <fstream>
 #include <iterator>
 
 #include "feature_file/value_text.h"
+#include "module/stack_room.h"
+#include "tests/support/faults.h"
 #include "tests/support/module_test.h"
 
 namespace host::tests {
@@ -164,6 +168,38 @@ TEST_F(ConfigFile, ReadsManyLinesOnASmallStack) {
     for (unsigned i = 0; i < 200'000; ++i)
         expected += unknown(i < read ? "A" : NO_ROOM);
     EXPECT_TRUE(said == expected && read < 20'000) << read;
+}
+
+// The lowest address where it is known; half of the limit where it is not, but of 8 MiB at most;
+// and nothing where no limit is known either.
+TEST(StackRoom, ReachesToTheLowestAddressOrACautiousGuess) {
+    const auto here = [] { return static_cast<const char *>(__builtin_frame_address(0)); };
+    const auto depth = [&] { return static_cast<double>(here() - module::stack_floor()); };
+    constexpr double MIB = 1 << 20, NEAR = 1 << 16;
+    pthread_attr_t attributes;
+    void *lowest = nullptr;
+    std::size_t size = 0;
+    ASSERT_EQ(pthread_getattr_np(pthread_self(), &attributes), 0);
+    pthread_attr_getstack(&attributes, &lowest, &size);
+    pthread_attr_destroy(&attributes);
+    EXPECT_EQ(module::stack_floor(), lowest);
+    rlimit usual = {};
+    getrlimit(RLIMIT_STACK, &usual);
+    for (const unsigned mib : {2U, 8U, 32U}) {
+        const rlimit limit = {rlim_t{mib} << 20, usual.rlim_max};
+        setrlimit(RLIMIT_STACK, &limit);
+        fail_calls(1, FOREVER, "pthread_getattr_np");
+        EXPECT_NEAR(depth(), MIB * std::min(mib, 8U) / 2, NEAR);
+    }
+    setrlimit(RLIMIT_STACK, &usual);
+    fail_calls(1, FOREVER);
+    EXPECT_NEAR(depth(), 0, NEAR);
+    fail_calls(0);
+    const auto left = [&](std::size_t below) {
+        return static_cast<double>(module::__stackavail(here() - below));
+    };
+    EXPECT_NEAR(left(module::STACK_RESERVE + 1'000'000), 1'000'000, NEAR);
+    EXPECT_EQ(left(module::STACK_RESERVE / 2), 0);
 }
 
 TEST(ValueCharacters, AreTheFeaturesOrTheDefault) {

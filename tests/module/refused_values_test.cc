@@ -53,18 +53,18 @@ TEST_F(RefusedValues, OfPayloadSizes) {
 }
 
 TEST_F(RefusedValues, OfEcrc) {
-    expect(
-        "ecrc",
-        {{"Invalid ECRC parameter value '$v', all fields required", {"1.0.0:+", "", "::+::+:"}},
-         {"(param '$v') bad BDF bus value '$1', ignoring record",
-          {"256:+:+", "x:+:+", "allx:+:+", ".:+:+", "-1.0.0:+:+", "4294967296.0.0:+:+"}},
-         {"(param '$v') bad BDF value '$1', ignoring record",
-          {"0.g:+:+", "0.G:+:+", "0.z:+:+", "0.+1.0:+:+", "0.*.1:+:+"}},
-         {"(param '$v') bad BDF device value '$1', ignoring record", {"0.32.0:+:+", "0.a.*:+:+"}},
-         {"(param '$v') bad BDF function value '$1', ignoring record",
-          {"0.256:+:+", "0.f:+:+", "0.0.8:+:+", "0.0.x:+:+"}},
-         {"(param '$v') bad ECRC gen or check values 'y'/'+', ignoring record", {"1.0.0:y:+"}},
-         {"(param '$v') bad ECRC gen or check values '='/'1x', ignoring record", {"all:=:1x"}}});
+    expect("ecrc",
+           {{"Invalid ECRC parameter value '$v', all fields required", {"1.0.0:+", "", "::+::+:"}},
+            {"(param '$v') bad BDF bus value '$1', ignoring record",
+             {"256:+:+", "x:+:+", "allx:+:+", ".:+:+", "-1.0.0:+:+", "4294967296.0.0:+:+"}},
+            {"(param '$v') bad BDF value '$1', ignoring record",
+             {"0.g:+:+", "0.G:+:+", "0.z:+:+", "0.+1.0:+:+", "0.*.1:+:+"}},
+            {"(param '$v') bad BDF device value '$1', ignoring record",
+             {"0.32.0:+:+", "0.a.*:+:+", "0.A.0:+:+", "0.F.*:+:+"}},
+            {"(param '$v') bad BDF function value '$1', ignoring record",
+             {"0.256:+:+", "0.f:+:+", "0.0.8:+:+", "0.0.x:+:+"}},
+            {"(param '$v') bad ECRC gen or check values 'y'/'+', ignoring record", {"1.0.0:y:+"}},
+            {"(param '$v') bad ECRC gen or check values '='/'1x', ignoring record", {"all:=:1x"}}});
 }
 
 TEST_F(RefusedValues, AreThoseWithoutMemoryForTheirText) {

@@ -77,6 +77,7 @@ TEST_F(MpsLists, AreBuiltBeforeARootPortIsAddedByHand) {
     EXPECT_EQ(bridge, machine->bridge(at(0, 1)));
     EXPECT_EQ(module::add_rp_entry(bridge, 128), PCI_OK);
     EXPECT_EQ(root_ports(&module::rp_entry::path_max), "512 256 2048 128 ");
+    EXPECT_EQ(module::find_rp_entry(bridge)->path_max, 512U) << "the first one counts";
 }
 
 TEST_F(MpsLists, FindTheSmallestPayloadOfAHierarchy) {

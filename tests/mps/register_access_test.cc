@@ -30,6 +30,7 @@ TEST_F(MpsRegisters, TakeASizeAndKeepEveryOtherBit) {
             machine->image.write(F, DEVCTL_AT, 2, before);
             machine->image.set_filter(fault);
             pcie_cap_t *const cap = object == "entry" ? machine->bridge(F)->pcie_cap : nullptr;
+            fail_calloc(cap ? 1 : 0);  // the bridge's own object is used
             EXPECT_EQ(module::mps_write_mps(cap, F, size), result);
             machine->image.set_filter({});
             EXPECT_EQ(machine->get(F, DEVCTL_AT, 2), after);
@@ -44,6 +45,17 @@ TEST_F(MpsRegisters, TakeASizeAndKeepEveryOtherBit) {
     EXPECT_EQ(module::mps_write_mps(nullptr, at(2), 256), 48U);
     EXPECT_EQ(messages(), expand("D3 mps_write_mps((nil), B0:D1:F0, 256), {12}\n"
                                  "D3 mps_write_mps((nil), B2:D0:F0, 256), {48}\n"));
+}
+
+TEST_F(MpsRegisters, TellTheLargestSize) {
+    serve({{.id = F, .port = 4, .secondary = 1, .payload_cap = 5}});
+    pcie_cap_t *const cap = machine->bridge(F)->pcie_cap;
+    EXPECT_EQ(module::mps_read_max_capable(nullptr, F), 4096U);
+    fail_calls(1, FOREVER, "calloc");
+    EXPECT_EQ(module::mps_read_max_capable(cap, F), 4096U);
+    EXPECT_EQ(module::mps_read_max_capable(nullptr, F), 0U);
+    machine->image.set_filter(fail(of(F), 1));
+    EXPECT_EQ(module::mps_read_max_capable(cap, F), 0U);
 }
 
 TEST_F(MpsRegisters, OfADeviceAreWrittenFunctionByFunction) {

@@ -41,6 +41,8 @@ TEST_F(MpsStartUp, GivesEachHierarchyOneSize) {
                  "=256 " + to_3 + "03:00.0 =128 " + both_again, "128 0 0 ", broken(at(3), 1)},
                 {"an endpoint fails", "5.0.0:256", "=256 00:02.0 05:00.0 =128 00:02.0 05:00.0 ",
                  "0 128 0 ", broken(at(5)), 5},
+                {"a refusal after a failure", "5.0.0:256 65.0.0:4096",
+                 "=256 00:02.0 05:00.0 =128 00:02.0 05:00.0 ", "0 128 0 ", broken(at(5)), 5},
                 {"the bridge above fails", "3.0.0:256",
                  "=256 " + to_3 + "=128 " + to_3 + "04:00.5 04:10.2 ", "128 0 0 ",
                  broken(at(2, 0))},

@@ -67,6 +67,18 @@ TEST_F(Aspm, LevelIsWhatBothEndsSupportAndEndpointsAccept) {
     EXPECT_EQ(level(at(1)), '0') << "a latency is not known";
     serve(functions("0.1:4>1-2 1.0:0>0-0=7700 1.1:->2-2"));
     EXPECT_EQ(module::acceptable_ep_latency(machine->bridge(at(0, 1)), 1), 0U);
+    // Behind no PCI Express link: a conventional function, and a bridge to conventional PCI.
+    const std::string call = "D2 acceptable_ep_latency(B0:D1:F0, 1)";
+    const std::tuple<std::string, std::uint32_t, std::string> rows[] = {
+        {"0.1:4>1-1 1.2:-", 0,
+         "D2 acceptable_ep_latency(), EP device B1:D2:F0 is not PCIe ???\n" + call +
+             " returns 0 for EP device B255:D0:F255\n"},
+        {"0.1:4>1-2 1.0:7>2-2", ~0U, call + " returns 4294967295 for EP device B1:D0:F0\n"}};
+    for (const auto &[functions_in_short, accepted, said] : rows) {
+        serve(functions(functions_in_short));
+        EXPECT_EQ(module::acceptable_ep_latency(machine->bridge(at(0, 1)), 1), accepted);
+        EXPECT_EQ(messages(), call + '\n' + said);
+    }
 }
 
 // The port is written first to enable, last to disable, and goes back to 0 when enabling fails.
