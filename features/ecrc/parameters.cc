@@ -38,9 +38,6 @@ void report_bad_selection(const record_t &record, selection_fault_t fault) {
     else if (fault == selection_fault_t::form)
         LOG_ERROR(0, "%s, (param '%s') bad BDF value '%s', ignoring record", PARSER, record.param,
                   record.functions);
-    else if (fault == selection_fault_t::function)
-        LOG_ERROR(0, "%s, (param '%s') bad BDF function value '%s', ignoring record", PARSER,
-                  record.param, record.functions);
     else
         LOG_ERROR(0, "%s, (param '%s') bad BDF %s value '%s', ignoring record", PARSER,
                   record.param, fault == selection_fault_t::device ? "device" : "function",

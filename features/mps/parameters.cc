@@ -21,9 +21,6 @@ void report_bad_endpoint(ep_fault_t fault, const char *whole, const char *field)
     if (fault == ep_fault_t::bus)
         LOG_ERROR(0, "%s, (param '%s') bad EP bus value '%s', ignoring record", PARSER, whole,
                   field);
-    else if (fault == ep_fault_t::function)
-        LOG_ERROR(0, "%s, (param '%s') bad EP function value '%s', ignoring record", PARSER, whole,
-                  field);
     else
         LOG_ERROR(0, "%s, (param '%s') bad EP %s value '%s', ignoring record", PARSER, whole,
                   fault == ep_fault_t::device ? "device" : "function", field);
