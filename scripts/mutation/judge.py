@@ -6,6 +6,7 @@ import concurrent.futures
 import json
 import os
 import pathlib
+import re
 import subprocess
 import sys
 import threading
@@ -38,8 +39,9 @@ class Test:
         self.skipped = values.get("SKIP_RETURN_CODE")
         self.seconds, self.passed = 0.0, set()
 
-    def is_judge(self):
-        return self.command and not self.labels & OTHER_LABELS and self.name not in OTHER_TESTS
+    def is_judge(self, without):
+        is_other = self.labels & OTHER_LABELS or self.name in OTHER_TESTS
+        return self.command and not is_other and not (without and re.search(without, self.name))
 
     def run(self, limit, **environment):
         """Returns "passed", or why it has not."""
@@ -162,10 +164,11 @@ def main():
     if not wanted:
         return
     listed = json.loads((WORK / "tests.json").read_text())["tests"]
-    tests = [test for test in map(Test, listed) if test.is_judge()]
+    tests = [test for test in map(Test, listed) if test.is_judge(job["without"])]
     judge = Judge(tests, run_originals(tests, job["count"]), job["tests"])
     print(f"{len(tests)} tests take {sum(test.seconds for test in tests):.0f} s", flush=True)
     left = judge.judge_all(wanted, QUICK)
+    left = [mutant for mutant in left if not mutant["is_equivalent"]]
     print(f"{len(left)} mutants survive all tests of up to {QUICK} s", flush=True)
     judge.judge_all(left, float("inf"))
 

@@ -163,10 +163,8 @@ class File:
 
     def literal(self, cursor, parent):
         text = self.text(start(cursor), end(cursor))
-        before = self.text(0, start(cursor)).rstrip()[-1:]
-        if before == "[" and parent.kind in {Kind.VAR_DECL, Kind.FIELD_DECL, Kind.PARM_DECL}:
-            return
-        if before == "<" and not parent.kind == Kind.BINARY_OPERATOR:
+        before = self.bytes[:start(cursor)].rstrip()[-1:]
+        if before == b"<" and not parent.kind == Kind.BINARY_OPERATOR:
             return
         number, character = INTEGER.match(text), CHARACTER.match(text)
         if number:
@@ -224,22 +222,33 @@ class File:
         shown = one_line(self.text(start(cursor), end(cursor)))
         if result and result.get_canonical().kind == TypeKind.LVALUEREFERENCE:
             return
-        if value.kind in {Kind.INTEGER_LITERAL, Kind.CXX_BOOL_LITERAL_EXPR, Kind.CXX_NULL_PTR_LITERAL_EXPR}:
+        if value.kind in {Kind.INTEGER_LITERAL, Kind.CXX_BOOL_LITERAL_EXPR,
+                          Kind.CXX_NULL_PTR_LITERAL_EXPR} or self.is_zero(value):
             return
         if kind == TypeKind.BOOL and self.calls(value):
-            self.condition(value, "returned value", "mutants::flip(@0, ", [(shown, shown.replace("return ", "return !", 1))])
+            self.condition(value, "returned value", "mutants::flip(@0, ",
+                           [(f"{shown};", shown.replace("return ", "return !", 1) + ";")])
         elif kind in SCALARS and shown not in ("return 0", "return nullptr"):
             self.wrap("returned value", value, "mutants::zero(@0, ", ")", [(f"{shown};", "return 0;")])
         elif result and EMPTY_RETURN.match(result.spelling) and shown != "return {}":
             self.drop_statement(start(cursor), end(cursor), "returned value", "return {};")
 
-    def calls(self, value):
-        """Neither an operator nor a constant, which have mutants of their own."""
+    def without_casts(self, value):
         while value.kind == Kind.UNEXPOSED_EXPR:
             inner = list(value.get_children())
             if len(inner) != 1:
                 break
             value = inner[0]
+        return value
+
+    def is_zero(self, value):
+        """The name of an enumerator that is 0."""
+        named = self.without_casts(value).referenced
+        return named and named.kind == Kind.ENUM_CONSTANT_DECL and named.enum_value == 0
+
+    def calls(self, value):
+        """Neither an operator nor a constant, which have mutants of their own."""
+        value = self.without_casts(value)
         is_operator = value.kind == Kind.CALL_EXPR and re.match(r"operator[=!<>]", value.spelling)
         return value.kind in {Kind.CALL_EXPR, Kind.DECL_REF_EXPR, Kind.MEMBER_REF_EXPR} and not is_operator
 
@@ -282,7 +291,8 @@ class File:
         self.is_constant |= is_static or "constexpr" in head or "constinit" in head
         if not (cursor.kind == Kind.FIELD_DECL and cursor.is_bitfield()):
             for child in children:
-                if start(child) > cursor.location.offset:
+                is_bound = self.bytes[:start(child)].rstrip()[-1:] == b"["
+                if start(child) > cursor.location.offset and not is_bound:
                     self.visit(child, cursor)
         self.is_constant = saved
 

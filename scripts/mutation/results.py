@@ -57,16 +57,27 @@ def count(mutants, key):
     return {**dict(sorted(rows.items())), "all": total}
 
 
-def show(folder, mutants, left_out, equivalents, chosen):
-    known, same, used = read_results(folder), read_equivalents(equivalents), set()
+def mark(mutants, known, same):
+    """Gives each its result; returns the rows of equivalents that there are not, and those of which
+    all have been killed."""
+    unused, killed, alive = set(same), set(), set()
     for each in mutants:
         found = known.get((each["file"], each["key"]))
         each["result"] = found["result"].removeprefix("survived ") if found else "not run"
         row = (each["file"], each["code"], each["change"])
         if row in same:
-            used.add(row)
-            if each["result"] != "killed":
+            unused.discard(row)
+            if each["result"] == "killed":
+                killed.add(row)
+            else:
+                alive.add(row)
                 each["result"] = "equivalent"
+    return unused, killed - alive
+
+
+def show(folder, mutants, left_out, equivalents, chosen):
+    """Returns the script's exit status."""
+    unused, killed = mark(mutants, read_results(folder), read_equivalents(equivalents))
     show_survivors(each for each in mutants
                    if each["result"] in ("survived", "so far", "no difference", "not reached"))
     show_table("folder", count(mutants, lambda each: folder_of(each["file"])))
@@ -76,6 +87,7 @@ def show(folder, mutants, left_out, equivalents, chosen):
     print(f"\nleft out in all folders: {constants} mutants of constants at compile time, "
           f"{others} that do not compile")
     if not chosen.sample:
-        for file, code, change in sorted(same - used):
-            if any(file.startswith(name) for name in chosen.folders):
-                print(f"scripts/mutation/equivalents: no such mutant: {file}: {code}: {change}")
+        killed |= {row for row in unused if any(row[0].startswith(name) for name in chosen.folders)}
+    for row in sorted(killed):
+        print("scripts/mutation/equivalents: no such mutant, or tests kill it: " + ": ".join(row))
+    return 1 if killed else 0
