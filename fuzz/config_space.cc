@@ -3,15 +3,9 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <optional>
-#include <sstream>
 
 #include "fuzz/machines.h"
 #include "host/exports/serve.h"
-#include "host/report/report.h"
-#include "host/report/report_dot.h"
-#include "host/report/report_json.h"
-#include "host/report/report_table.h"
 #include "tests/support/module_state.h"
 
 using namespace host;
@@ -56,21 +50,11 @@ void check_payloads(const Machine &machine, const std::vector<Payload> &before) 
         }
 }
 
-void write_reports(const Report &report) {
-    std::ostringstream out;
-    write_table(out, report, {});
-    write_json(out, report);
-    write_dot(out, report);
-}
-
 void run(const fuzz::HostileMachine &hostile, const MachineSource &source) {
     constexpr std::size_t MOST_WITH_EVENTS = 8;
     Machine machine(*source.image);
     const Serving serving(machine, hostile.managed, true);
     const std::vector<Payload> before = payloads(machine);
-    std::optional<Report> report;
-    if (hostile.reported)
-        report = begin_report(machine, 0);
     fuzz::start_module_with(hostile.features.empty() ? FEATURES : hostile.features,
                             hostile.failing_calloc);
     if (hostile.is_sound())
@@ -81,10 +65,6 @@ void run(const fuzz::HostileMachine &hostile, const MachineSource &source) {
                         machine);
     if (hostile.is_sound())
         check_payloads(machine, before);
-    if (!report)
-        return;
-    end_report(*report, machine, {});
-    write_reports(*report);
 }
 
 }  // namespace

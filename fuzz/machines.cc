@@ -140,9 +140,6 @@ public:
         case 'S':
             machine_.managed[n] = false;
             break;
-        case 'R':
-            machine_.reported = true;
-            break;
         default:
             if (!machine_.functions.empty())
                 change(row, n % machine_.functions.size());

@@ -23,7 +23,6 @@ struct HostileMachine {
     unsigned failing_calloc = 0;  // for start_module_with()
     std::vector<bool> managed = std::vector<bool>(256, true);
     std::vector<std::size_t> with_events;  // indexes of functions that events happen to
-    bool reported = false;                 // reports are written too
     std::string_view features;             // empty: none are given
 
     bool is_sound() const { return !faults && failing_calloc == 0; }
@@ -42,7 +41,6 @@ struct HostileMachine {
 //   A  n: the n-th allocation of the module fails
 //   S  n: another server manages bus n
 //   V  n: every event happens to the n-th function
-//   R  reports are written
 //   T  the rest of the input, after this row, is the text of the feature file
 // Rows that make no sense are passed over.
 HostileMachine hostile_machine(Input rows);

@@ -171,8 +171,6 @@ private:
         case 2:
             return insert({'S', n});
         case 3:
-            return insert({'R'});
-        case 4:
             return rows_.insert(rows_.begin(), 1, Row{'E', n}), void();
         case 5:
         case 6:
