@@ -242,8 +242,11 @@ class File:
         return value
 
     def is_zero(self, value):
-        """The name of an enumerator that is 0."""
+        """The name of an enumerator, or of a constant, that is 0."""
         named = self.without_casts(value).referenced
+        if named and named.kind == Kind.VAR_DECL:
+            words = [token.spelling for token in named.get_tokens()]
+            return words[:1] == ["constexpr"] and words[-2:] == ["=", "0"]
         return named and named.kind == Kind.ENUM_CONSTANT_DECL and named.enum_value == 0
 
     def calls(self, value):
