@@ -273,7 +273,7 @@ void take_line(Model &model, std::string line) {
             ++size;
         return std::string(text.substr(0, size));
     };
-    while (line.starts_with("\xEF\xBB\xBF"))
+    if (line.starts_with("\xEF\xBB\xBF"))
         line.erase(0, 3);
     const std::size_t equals = line.find('=');
     if (equals == line.npos || line.find_first_not_of(" \t") == line.find('#'))
