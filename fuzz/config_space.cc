@@ -69,11 +69,6 @@ void run(const fuzz::HostileMachine &hostile, const MachineSource &source) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerInitialize(int *, char ***) {
-    fuzz::open_silent_log();
-    return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
     const fuzz::HostileMachine hostile = fuzz::hostile_machine({data, size});
     const MachineSource source = hostile.source();

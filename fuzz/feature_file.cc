@@ -16,11 +16,6 @@ struct ServedMachine {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerInitialize(int *, char ***) {
-    fuzz::open_silent_log();
-    return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
     static ServedMachine served;
     for (const RoutingId id : served.functions)

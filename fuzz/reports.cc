@@ -12,11 +12,6 @@
 
 using namespace host;
 
-extern "C" int LLVMFuzzerInitialize(int *, char ***) {
-    fuzz::open_silent_log();
-    return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
     const fuzz::HostileMachine hostile = fuzz::hostile_machine({data, size});
     const MachineSource source = hostile.source();

@@ -33,11 +33,6 @@ void compare(const fuzz::Spaces &found, const fuzz::Spaces &expected) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerInitialize(int *, char ***) {
-    fuzz::open_silent_log();
-    return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
     const fuzz::HostileMachine hostile = fuzz::hostile_machine({data, size});
     const std::string_view features =

@@ -72,9 +72,10 @@ log_handle_t silent_log = {.log_output = take_message};
 
 }  // namespace
 
-void open_silent_log() {
+extern "C" int LLVMFuzzerInitialize(int *, char ***) {
     open_log({.verbosity = -1, .debug = true});
     pci_slog = pci_dbg = &silent_log;
+    return 0;
 }
 
 MemoryFile::MemoryFile() : descriptor_(memfd_create("fuzz", MFD_CLOEXEC)) {

@@ -1,4 +1,5 @@
-// Shared by the fuzz targets: the log, the start of the module, events, and the record of states.
+// Shared by the fuzz targets: a log that formats every message of the module and shows none, the
+// start of the module, events, and the record of states.
 #pragma once
 
 #include <cstdint>
@@ -15,10 +16,6 @@
 namespace host::fuzz {
 
 using Input = std::span<const std::uint8_t>;
-
-// Opens a log that formats every message of the module and shows none. Call once, before anything
-// else.
-void open_silent_log();
 
 // A file in memory.
 class MemoryFile {
