@@ -187,11 +187,11 @@ Figures in_child(const std::function<Figures()> &measurement) {
         const Figures figures = measurement();
         _exit(write(ends[1], &figures, sizeof figures) == sizeof figures ? 0 : 1);
     }
+    close(ends[1]);  // a child that fails must not leave the read waiting
     Figures figures{};
     int status = 0;
     const bool got = read(ends[0], &figures, sizeof figures) == sizeof figures;
     close(ends[0]);
-    close(ends[1]);
     if (waitpid(child, &status, 0) != child || status != 0 || !got)
         std::abort();
     return figures;
@@ -212,7 +212,8 @@ Figures best(unsigned functions, Work work, const std::string &config) {
 }  // namespace
 }  // namespace host::bench
 
-// Arguments: numbers of functions, multiples of 256, to measure instead of the usual ones.
+// Arguments: numbers of functions, multiples of 256 from 512 on, to measure instead of the usual
+// ones.
 int main(int argc, char **argv) {
     using namespace host::bench;
     std::vector<unsigned> sizes;
