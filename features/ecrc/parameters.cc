@@ -31,6 +31,7 @@ void report_no_memory(const record_t &record) {
               pci_strerror(PCI_ERR_NO_MEMORY));
 }
 
+// The log gets the format, so each kind of message keeps its own, also where two read alike.
 void report_bad_selection(const record_t &record, selection_fault_t fault) {
     if (fault == selection_fault_t::bus)
         LOG_ERROR(0, "%s, (param '%s') bad BDF bus value '%s', ignoring record", PARSER,
@@ -38,6 +39,9 @@ void report_bad_selection(const record_t &record, selection_fault_t fault) {
     else if (fault == selection_fault_t::form)
         LOG_ERROR(0, "%s, (param '%s') bad BDF value '%s', ignoring record", PARSER, record.param,
                   record.functions);
+    else if (fault == selection_fault_t::function)
+        LOG_ERROR(0, "%s, (param '%s') bad BDF function value '%s', ignoring record", PARSER,
+                  record.param, record.functions);
     else
         LOG_ERROR(0, "%s, (param '%s') bad BDF %s value '%s', ignoring record", PARSER,
                   record.param, fault == selection_fault_t::device ? "device" : "function",

@@ -16,10 +16,14 @@ namespace {
 
 constexpr char PARSER[] = "param_parse_mps";  // the parser's name in messages
 
-// `whole` is the value and `field` its endpoint, both as written.
+// `whole` is the value and `field` its endpoint, both as written. The log gets the format, so each
+// kind of message keeps its own, also where two read alike.
 void report_bad_endpoint(ep_fault_t fault, const char *whole, const char *field) {
     if (fault == ep_fault_t::bus)
         LOG_ERROR(0, "%s, (param '%s') bad EP bus value '%s', ignoring record", PARSER, whole,
+                  field);
+    else if (fault == ep_fault_t::function)
+        LOG_ERROR(0, "%s, (param '%s') bad EP function value '%s', ignoring record", PARSER, whole,
                   field);
     else
         LOG_ERROR(0, "%s, (param '%s') bad EP %s value '%s', ignoring record", PARSER, whole,

@@ -1,6 +1,9 @@
 // Values that the parsers of the feature file refuse: nothing is recorded, and a message says why.
+#include <utility>
+
 #include "features/ecrc/parameters.h"
 #include "features/mps/parameters.h"
+#include "platform/log.h"
 #include "tests/mps/mps_test.h"
 
 namespace host::tests {
@@ -65,6 +68,25 @@ TEST_F(RefusedValues, OfEcrc) {
              {"0.256:+:+", "0.f:+:+", "0.0.8:+:+", "0.0.x:+:+"}},
             {"(param '$v') bad ECRC gen or check values 'y'/'+', ignoring record", {"1.0.0:y:+"}},
             {"(param '$v') bad ECRC gen or check values '='/'1x', ignoring record", {"all:=:1x"}}});
+}
+
+// A log handle gets formats, which tell one kind of message from another also where the text is
+// alike.
+TEST_F(RefusedValues, HaveTheFormatOfTheirKind) {
+    static std::string format;
+    log_handle_t handle = {.log_output = [](int, int, int, const char *given, va_list) {
+        format = given;
+        return 0;
+    }};
+    log_handle_t *const usual = std::exchange(pci_slog, &handle);
+    for (const auto &[row, name] : {std::pair(module::ROW_MPS, "EP"), {module::ROW_ECRC, "BDF"}})
+        for (const auto &[address, what] : {std::pair("3.0.8", "function"), {"3.256", "%s"}}) {
+            std::string value = std::string(address) + ":+:+";
+            module::feature_list[row].param_parse("", value.data(), nullptr);
+            EXPECT_EQ(format, "%s, (param '%s') bad " + std::string(name) + ' ' + what +
+                                  " value '%s', ignoring record");
+        }
+    pci_slog = usual;
 }
 
 TEST_F(RefusedValues, AreThoseWithoutMemoryForTheirText) {
