@@ -117,7 +117,8 @@ pci_err_t admit(const Function &function, unsigned code) {
     return bound->error ? bound->error : PCI_ERR_INVALID;
 }
 
-bool is_above_a_module_s_size(Served &now, const Function &function) {
+// Returns true when the function is above a port that still has the size that a module gave it.
+bool is_above_given_size(Served &now, const Function &function) {
     std::uint16_t devctl = 0;
     const auto bound = lowest_bound(now.machine, function);
     if (!bound || bound->error || read_devctl(function, devctl) != PCI_OK ||
@@ -148,7 +149,7 @@ void admit_arrivals(std::span<const RoutingId> come) {
     Served *const now = served();
     for (const RoutingId id : come) {
         const Function *const function = now ? now->machine.find(id) : nullptr;
-        if (!function || !is_above_a_module_s_size(*now, *function))
+        if (!function || !is_above_given_size(*now, *function))
             continue;
         const std::scoped_lock guard(now->payload_writes.lock);
         now->payload_writes.written.insert(id);
