@@ -12,7 +12,6 @@
 
 #include "host/base/address.h"
 #include "host/base/log.h"
-#include "host/space/libpci.h"
 #include "platform/pci_regs.h"
 
 namespace host {
@@ -24,6 +23,17 @@ std::string failure_text(RoutingId id, const char *what, unsigned offset, int er
     const bool is_refused = error == EPERM || error == EACCES;
     return bdf_text(id) + place.data() + std::generic_category().message(error) +
            (is_refused ? " (is the kernel locked down?)" : "");
+}
+
+bool is_access(unsigned offset, unsigned width) {
+    return (width == 1 || width == 2 || width == 4) && offset % width == 0;
+}
+
+std::uint32_t load(std::span<const std::uint8_t> bytes, unsigned width) {
+    std::uint32_t value = 0;
+    for (unsigned i = width; i-- > 0;)
+        value = value << 8 | bytes[i];
+    return value;
 }
 
 }  // namespace
@@ -67,14 +77,13 @@ private:
     int error_ = 0;  // an errno
 };
 
-LiveSpace::LiveSpace(unsigned domain, const std::filesystem::path &folder)
-    : domain_(domain), sysfs_(domain, folder) {
+LiveSpace::LiveSpace(unsigned domain, Mode mode, const std::filesystem::path &folder)
+    : domain_(domain), sysfs_(domain, folder), files_(sysfs_, mode) {
     if (geteuid() != 0)
         throw LiveError("--live: only root can read this machine's configuration space");
     if (sysfs_.functions().empty())
         throw LiveError("--live: no PCI functions on this machine (" +
                         (folder / "devices").string() + ", domain " + domain_text(domain) + ")");
-    libpci_ = std::make_unique<Libpci>(sysfs_);
     if (shows_headers_alone())
         throw LiveError("--live: the kernel shows no more than headers of configuration space "
                         "(CAP_SYS_ADMIN is needed)");
@@ -85,9 +94,8 @@ LiveSpace::~LiveSpace() = default;
 bool LiveSpace::shows_headers_alone() const {
     std::array<std::uint8_t, 4> bytes{};
     const auto reads = [&](unsigned offset) {
-        return std::ranges::any_of(functions(), [&](RoutingId id) {
-            return libpci_->read(id, offset, bytes.data(), bytes.size()) == 0;
-        });
+        return std::ranges::any_of(
+            functions(), [&](RoutingId id) { return read_bytes(id, offset, bytes) == 0; });
     };
     return !reads(pci::HEADER_SIZE) && reads(0);
 }
@@ -96,19 +104,25 @@ std::vector<RoutingId> LiveSpace::functions() const {
     return sysfs_.functions();
 }
 
-// Writes the title as lspci does.
 std::string LiveSpace::title(RoutingId id) const {
-    std::string address = domain_ == 0 ? bdf_text(id) : kernel_address(domain_, id);
-    std::array<std::uint8_t, pci::HEADER_SIZE> header{};
-    if (libpci_->read(id, 0, header.data(), header.size()) != 0)
-        return address;
-    const auto word = [&](unsigned at) { return header[at] | unsigned{header[at + 1]} << 8; };
+    std::uint32_t ids = 0;
+    std::uint32_t class_revision = 0;
+    if (read_register(id, pci::IDS, 4, ids) == 0 &&
+        read_register(id, pci::CLASS_REVISION, 4, class_revision) == 0)
+        return title_of(id, ids, class_revision);
+    return domain_ == 0 ? bdf_text(id) : kernel_address(domain_, id);
+}
+
+// Writes the title as lspci does.
+std::string LiveSpace::title_of(RoutingId id, std::uint32_t ids,
+                                std::uint32_t class_revision) const {
     const bool virtual_function = sysfs_.is_virtual(id);
-    std::string text =
-        address + " " + libpci_->class_name(word(pci::CLASS_DEVICE)) + ": " +
-        libpci_->device_name(virtual_function ? sysfs_.vendor(id) : word(pci::VENDOR_ID),
-                             virtual_function ? sysfs_.device(id) : word(pci::DEVICE_ID));
-    if (const unsigned revision = header[pci::REVISION_ID]) {
+    const unsigned vendor = virtual_function ? sysfs_.vendor(id) : pci::get(ids, pci::IDS_VENDOR);
+    const unsigned device = virtual_function ? sysfs_.device(id) : pci::get(ids, pci::IDS_DEVICE);
+    std::string text = (domain_ == 0 ? bdf_text(id) : kernel_address(domain_, id)) + " " +
+                       names_.class_name(class_revision >> 16) + ": " +
+                       names_.device_name(vendor, device);
+    if (const unsigned revision = pci::get(class_revision, pci::CLASS_REVISION_ID)) {
         std::array<char, 16> suffix{};
         std::snprintf(suffix.data(), suffix.size(), " (rev %02x)", revision);
         text += suffix.data();
@@ -116,25 +130,38 @@ std::string LiveSpace::title(RoutingId id) const {
     return text;
 }
 
-pci_err_t LiveSpace::read(RoutingId id, unsigned offset, unsigned width, std::uint32_t &value) {
-    if ((width != 1 && width != 2 && width != 4) || offset % width != 0)
-        return PCI_ERR_INVALID;
+int LiveSpace::read_bytes(RoutingId id, unsigned offset, std::span<std::uint8_t> bytes) const {
+    const std::scoped_lock guard(access_lock_);
+    return files_.read(id, offset, bytes.data(), static_cast<unsigned>(bytes.size()));
+}
+
+int LiveSpace::read_register(RoutingId id, unsigned offset, unsigned width,
+                             std::uint32_t &value) const {
     std::array<std::uint8_t, 4> bytes{};
-    if (const int error = libpci_->read(id, offset, bytes.data(), width))
-        return failed(id, "read", offset, error);
-    value = 0;
-    for (unsigned i = width; i-- > 0;)
-        value = value << 8 | bytes[i];
-    return PCI_OK;
+    if (const int error = read_bytes(id, offset, std::span(bytes).first(width)))
+        return error;
+    value = load(bytes, width);
+    return 0;
+}
+
+pci_err_t LiveSpace::read(RoutingId id, unsigned offset, unsigned width, std::uint32_t &value) {
+    if (!is_access(offset, width))
+        return PCI_ERR_INVALID;
+    const int error = read_register(id, offset, width, value);
+    return error == 0 ? PCI_OK : failed(id, "read", offset, error);
 }
 
 pci_err_t LiveSpace::write(RoutingId id, unsigned offset, unsigned width, std::uint32_t value) {
-    if ((width != 1 && width != 2 && width != 4) || offset % width != 0)
+    if (!is_access(offset, width))
         return PCI_ERR_INVALID;
     std::array<std::uint8_t, 4> bytes{};
     for (unsigned i = 0; i < width; ++i)
         bytes[i] = static_cast<std::uint8_t>(value >> 8 * i);
-    const int error = libpci_->write(id, offset, bytes.data(), width);
+    int error = 0;
+    {
+        const std::scoped_lock guard(access_lock_);
+        error = files_.write(id, offset, bytes.data(), width);
+    }
     return error == 0 ? PCI_OK : failed(id, "write", offset, error);
 }
 
@@ -203,23 +230,27 @@ bool LiveSpace::answers(RoutingId id) {
 }
 
 bool LiveSpace::is_another(RoutingId id) const {
-    return libpci_->is_another(id);
+    const std::scoped_lock guard(access_lock_);
+    return files_.is_another(id);
 }
 
 void LiveSpace::forget(RoutingId id) {
-    libpci_->forget(id);
-    const std::scoped_lock guard(mappings_lock_);
+    const std::scoped_lock guard(access_lock_, mappings_lock_);
+    files_.forget(id);
     mappings_.erase(id);
 }
 
 std::unique_ptr<ConfigImage> LiveSpace::snapshot() const {
     auto image = std::make_unique<ConfigImage>();
+    constexpr std::size_t HEADER = pci::HEADER_SIZE;
     for (const RoutingId id : functions()) {
-        for (const std::size_t size : {sysfs_.config_size(id), std::size_t{pci::HEADER_SIZE}}) {
+        for (const std::size_t size : {std::max(sysfs_.config_size(id), HEADER), HEADER}) {
             std::vector<std::uint8_t> bytes(size);
-            if (libpci_->read(id, 0, bytes.data(), static_cast<unsigned>(size)) != 0)
+            if (read_bytes(id, 0, bytes) != 0)
                 continue;
-            image->add(id, title(id), std::move(bytes));
+            const std::uint32_t ids = load(bytes, 4);
+            const std::uint32_t revision = load(std::span(bytes).subspan(pci::CLASS_REVISION), 4);
+            image->add(id, title_of(id, ids, revision), std::move(bytes));
             break;
         }
     }
@@ -228,6 +259,11 @@ std::unique_ptr<ConfigImage> LiveSpace::snapshot() const {
 
 std::uint64_t LiveSpace::failures() const {
     return failures_;
+}
+
+Accesses LiveSpace::accesses() const {
+    const std::scoped_lock guard(access_lock_);
+    return files_.accesses();
 }
 
 const Sysfs &LiveSpace::sysfs() const {

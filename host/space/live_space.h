@@ -1,4 +1,4 @@
-// The configuration space of the machine that this process runs on, through libpci.
+// The configuration space of the machine that this process runs on, through the kernel's files.
 #pragma once
 
 #include <atomic>
@@ -6,26 +6,28 @@
 #include <memory>
 #include <mutex>
 #include <set>
+#include <span>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "host/space/config_files.h"
 #include "host/space/config_image.h"
 #include "host/space/config_space.h"
+#include "host/space/device_names.h"
 #include "host/space/live_error.h"
 #include "host/space/live_functions.h"
 #include "host/space/sysfs.h"
 
 namespace host {
 
-class Libpci;
-
 class LiveSpace final : public ConfigSpace, public LiveFunctions {
 public:
-    // Serves the functions of one domain. Opens nothing for writing before the first write. Throws
-    // LiveError without root, when the operating system shows headers alone, and on a machine
-    // without PCI.
-    explicit LiveSpace(unsigned domain, const std::filesystem::path &folder = PCI_BUS);
+    using Mode = ConfigFiles::Mode;
+
+    // Serves the functions of one domain. Throws LiveError without root, when the operating system
+    // shows headers alone, and on a machine without PCI.
+    LiveSpace(unsigned domain, Mode mode, const std::filesystem::path &folder = PCI_BUS);
     ~LiveSpace() override;
     LiveSpace(const LiveSpace &) = delete;
     LiveSpace &operator=(const LiveSpace &) = delete;
@@ -57,19 +59,27 @@ public:
     // Returns how many accesses ended with PCI_ERR_IO so far.
     std::uint64_t failures() const;
 
+    // Returns the accesses to this machine so far.
+    Accesses accesses() const;
+
     const Sysfs &sysfs() const;
 
 private:
     class Mapping;
 
     bool shows_headers_alone() const;
+    std::string title_of(RoutingId id, std::uint32_t ids, std::uint32_t class_revision) const;
+    int read_bytes(RoutingId id, unsigned offset, std::span<std::uint8_t> bytes) const;
+    int read_register(RoutingId id, unsigned offset, unsigned width, std::uint32_t &value) const;
     pci_err_t failed(RoutingId id, const char *what, unsigned offset, int error);
     volatile void *no_memory(RoutingId id, unsigned bar, int error);
     bool is_new(const char *what, int error);
 
     unsigned domain_;
     Sysfs sysfs_;
-    std::unique_ptr<Libpci> libpci_;
+    mutable DeviceNames names_;
+    mutable std::mutex access_lock_;  // guards the files
+    mutable ConfigFiles files_;
     std::atomic<std::uint64_t> failures_ = 0;
     std::mutex said_lock_;
     // The failures that have been reported: what was tried, and the errno.

@@ -59,9 +59,10 @@ std::vector<MachineSource> open_saved(const SourceOptions &options, std::istream
 }
 
 MachineSource open_live(const SourceOptions &options, unsigned domain) {
+    const auto mode = options.write ? LiveSpace::Mode::READ_AND_WRITE : LiveSpace::Mode::READ;
     MachineSource source{.name = "--live",
                          .domain = domain,
-                         .live = std::make_unique<LiveSpace>(domain, options.sysfs),
+                         .live = std::make_unique<LiveSpace>(domain, mode, options.sysfs),
                          .image = nullptr};
     if (!options.write)
         source.image = source.live->snapshot();

@@ -1,7 +1,6 @@
 #include "host/space/sysfs.h"
 
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -87,12 +86,6 @@ std::map<unsigned, std::size_t> Sysfs::domains() const {
 bool Sysfs::has(RoutingId id) const {
     std::error_code none;
     return fs::exists(directory(id), none);
-}
-
-// The kernel gives each new entry another inode number, so the inode tells entries apart.
-std::uint64_t Sysfs::identity(RoutingId id) const {
-    struct stat status {};
-    return stat(directory(id).c_str(), &status) == 0 ? status.st_ino : 0;
 }
 
 // The link leads to ".../pci0000:00/0000:00:02.0/0000:04:00.0". Functions of other domains are left

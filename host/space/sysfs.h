@@ -31,10 +31,6 @@ public:
 
     bool has(RoutingId id) const;
 
-    // Returns a number that differs whenever the kernel has made the function anew; 0 when there is
-    // none.
-    std::uint64_t identity(RoutingId id) const;
-
     // Returns the bridges above a function, the nearest first, as the kernel knows them.
     std::vector<RoutingId> bridges_above(RoutingId id) const;
 

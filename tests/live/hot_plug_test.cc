@@ -2,6 +2,7 @@
 // what they find.
 #include "host/watch/hot_plug.h"
 
+#include <cerrno>
 #include <cstdlib>
 #include <functional>
 
@@ -11,6 +12,7 @@
 #include "host/space/live_space.h"
 #include "platform/buscfg.h"
 #include "tests/live/live_machine.h"
+#include "tests/support/faults.h"
 
 namespace host::tests {
 
@@ -46,7 +48,7 @@ TEST_F(HotPlugs, AreToldBeforeAndAfterWhatHappens) {
     constexpr RoutingId PORT = at(0, 1), SWITCH = at(1), CARD = at(2);
     plug("0.1:4>1-3 0.2:4>5-5 1.0:5>2-3 2.0:0");
     poke(SWITCH, pci::SUBORDINATE_BUS_NUMBER, "\2");
-    LiveSpace space(0, sysfs.folder());
+    LiveSpace space(0, LiveSpace::Mode::READ_AND_WRITE, sysfs.folder());
     Machine machine(space);
     const Serving serving(machine);
     add_hook<1>(), add_hook<2>(), add_hook<3>(), add_hook<4>();
@@ -109,7 +111,7 @@ TEST_F(HotPlugs, BringFunctionsBelowPortsThatModulesHaveLowered) {
     for (const auto &[module, card, after] : rows) {
         plug("0.1:4>1-1=2 1.0:0=2");
         poke(PORT, DEVCTL_AT, "\x40");
-        LiveSpace space(0, sysfs.folder());
+        LiveSpace space(0, LiveSpace::Mode::READ_AND_WRITE, sysfs.folder());
         Machine machine(space);
         const Serving serving(machine);
         plug("1.0:0=2");
@@ -121,6 +123,33 @@ TEST_F(HotPlugs, BringFunctionsBelowPortsThatModulesHaveLowered) {
         hot_plug.take({.added = true, .id = CARD, .bridges = {PORT}});
         hot_plug.settle(HotPlug::Clock::now() + EventGroups::LONGEST);
         EXPECT_EQ(read(sysfs.file(CARD, "config"))[DEVCTL_AT], after);
+    }
+}
+
+// Not all files can be open at a time.
+TEST_F(HotPlugs, AreSeenThroughFilesThatAreOpenedAgain) {
+    constexpr RoutingId MANY = 70, FIRST = at(0), LAST = at(MANY - 1);
+    for (RoutingId bus = 0; bus < MANY; ++bus)
+        plug(std::to_string(bus) + ".0:0");
+    fail_calls(1, FOREVER, "getrlimit");
+    ConfigFiles files(sysfs, ConfigFiles::Mode::READ);
+    fail_calls(0);
+    const auto read_it = [&](RoutingId id) {
+        std::uint8_t byte = 0;
+        return files.read(id, 0, &byte, 1);
+    };
+    for (const unsigned opens : {unsigned{MANY}, 2U * MANY}) {
+        for (RoutingId bus = 0; bus < MANY; ++bus)
+            EXPECT_EQ(read_it(at(bus)), 0);
+        EXPECT_EQ(files.accesses().opens, opens);
+    }
+    plug("0.0:0 69.0:0");  // others; the first one's file is closed, and the last one's is open
+    for (const RoutingId id : {FIRST, LAST}) {
+        EXPECT_EQ(read_it(id), ENODEV);
+        EXPECT_EQ(read_it(at(1)), 0);
+        EXPECT_EQ(read_it(id), ENODEV);
+        files.forget(id);
+        EXPECT_EQ(read_it(id), 0);
     }
 }
 

@@ -2,6 +2,7 @@
 // events come through a pipe.
 #include "host/cli/run.h"
 
+#include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <sys/wait.h>
