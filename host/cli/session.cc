@@ -133,6 +133,8 @@ int Session::finish(std::ostream &out) {
         report_.requests = judge(feature_files_, {*machine_, report_});
     if (source_.live && has_all_facts(options_.report))
         read_drivers(report_, source_.live->sysfs());
+    if (source_.live)
+        report_.accesses = source_.live->accesses();
     select_functions(report_, options_.selection);
     const bool reported = write_report(out);
     if (!saved || !reported)

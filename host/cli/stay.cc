@@ -47,8 +47,10 @@ std::string status_text(const Stay &stay, std::time_t started) {
 
 std::string report_text(const Stay &stay) {
     Report report = report_now(stay);
-    if (stay.source.live)
+    if (stay.source.live) {
         read_drivers(report, stay.source.live->sysfs());
+        report.accesses = stay.source.live->accesses();
+    }
     return json_line(report);
 }
 

@@ -28,20 +28,31 @@ std::string busy_driver(LiveSpace &live, const Function &function) {
     return live.sysfs().driver(function.id());
 }
 
+using Drivers = std::map<RoutingId, std::string>;
+
+// Returns the drivers of the functions that may have traffic.
+Drivers busy_drivers(LiveSpace &live, const Machine &machine) {
+    Drivers drivers;
+    for (const Function *function : machine.functions())
+        if (std::string driver = busy_driver(live, *function); !driver.empty())
+            drivers[function->id()] = std::move(driver);
+    return drivers;
+}
+
 // A drive may have hundreds of virtual functions: only the first few are named.
 constexpr std::size_t MOST_NAMES = 8;
 
 // "02:00.0 (nvme)", "03:00.0 (igb)", by root port.
 using Traffic = std::map<RoutingId, std::vector<std::string>>;
 
-Traffic traffic_below(const Report &report, LiveSpace &live) {
+Traffic traffic_below(const Report &report, const Drivers &busy) {
     Traffic traffic;
     for (std::size_t i = 0; i < report.functions.size(); ++i) {
         const Function &function = report.functions[i].function;
         const auto root_port = root_port_of(report.functions, i);
-        if (const std::string driver = busy_driver(live, function); root_port && !driver.empty())
-            traffic[report.functions[*root_port].function.id()].push_back(bdf_text(function.bdf) +
-                                                                          " (" + driver + ")");
+        if (const auto driver = busy.find(function.id()); root_port && driver != busy.end())
+            traffic[report.functions[*root_port].function.id()].push_back(
+                bdf_text(function.bdf) + " (" + driver->second + ")");
     }
     return traffic;
 }
@@ -57,21 +68,19 @@ std::set<RoutingId> payloads_changed(const Report &report) {
 }
 
 // Plans on a snapshot what start-up would do to this machine.
-Report planned(const Options &options, const std::vector<ModuleEntry> &modules, LiveSpace &live) {
-    const std::unique_ptr<ConfigImage> snapshot = live.snapshot();
-    const std::unique_ptr<Machine> machine = open_machine(*snapshot);
+Report planned(const Options &options, const std::vector<ModuleEntry> &modules,
+               ConfigImage &snapshot, unsigned domain) {
+    const std::unique_ptr<Machine> machine = open_machine(snapshot);
     const ExitWatch exit_watch(EXIT_BAD_INPUT);
     const Serving serving(*machine, options.managed, options.complete);
-    Report report = begin_report(*machine, live.sysfs().domain());
+    Report report = begin_report(*machine, domain);
     end_report(report, *machine, start_up(modules));
     return report;
 }
 
 // Writes a line for each hierarchy to the pipe from the child, its root port's routing ID in front.
-std::string conflicts(const Options &options, const std::vector<ModuleEntry> &modules,
-                      LiveSpace &live) {
-    const Report report = planned(options, modules, live);
-    const Traffic traffic = traffic_below(report, live);
+std::string conflicts(const Report &report, const Drivers &busy) {
+    const Traffic traffic = traffic_below(report, busy);
     std::string text;
     for (const RoutingId root_port : payloads_changed(report))
         if (const auto found = traffic.find(root_port); found != traffic.end())
@@ -88,10 +97,14 @@ LeftAlone parse_conflicts(const std::string &text) {
     return left_alone;
 }
 
+// The snapshot is made before the child, whose accesses no report would count.
 LeftAlone conflicts_of_plan(const Options &options, const std::vector<ModuleEntry> &modules,
-                            LiveSpace &live) {
+                            const LiveSpace &live, const Drivers &busy) {
+    const std::unique_ptr<ConfigImage> snapshot = live.snapshot();
+    const unsigned domain = live.sysfs().domain();
     try {
-        return parse_conflicts(in_child_process([&] { return conflicts(options, modules, live); }));
+        return parse_conflicts(in_child_process(
+            [&] { return conflicts(planned(options, modules, *snapshot, domain), busy); }));
     } catch (const ChildError &error) {
         throw TrafficError(std::string("the plan that is made first has ") + error.what() +
                            ": nothing has been written");
@@ -114,19 +127,16 @@ LeftAlone leave_busy_alone(const Options &options, const std::vector<ModuleEntry
                            const MachineSource &source, const Machine &machine) {
     if (!source.is_written() || modules.empty())
         return {};
-    const auto is_busy = [&](const Function *function) {
-        return !busy_driver(*source.live, *function).empty();
-    };
-    const auto busy = std::ranges::count_if(machine.functions(), is_busy);
-    if (busy == 0)
+    const Drivers busy = busy_drivers(*source.live, machine);
+    if (busy.empty())
         return {};
     if (options.busy == Busy::WRITE) {
-        log_warning(functions_text(static_cast<std::size_t>(busy)) +
+        log_warning(functions_text(busy.size()) +
                     " with a driver bound and Bus Master on: no order of writes is safe for a "
                     "payload size under live traffic (hoplar(8): SAFETY)");
         return {};
     }
-    LeftAlone left_alone = conflicts_of_plan(options, modules, *source.live);
+    LeftAlone left_alone = conflicts_of_plan(options, modules, *source.live, busy);
     if (options.busy == Busy::REFUSE && !left_alone.empty())
         refuse_traffic(left_alone);
     for (const auto &[root_port, reason] : left_alone)

@@ -20,6 +20,8 @@ void add(Json &sum, Json more) {
     if (sum.is_array())
         for (Json &row : more)
             sum.push_back(std::move(row));
+    else if (sum.is_null())
+        return;  // accesses, of a dump
     else if (sum.is_number())
         sum = sum.get<std::uint64_t>() + more.get<std::uint64_t>();
     else

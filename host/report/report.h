@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
@@ -14,6 +15,7 @@
 #include "host/report/function_report.h"
 #include "host/report/hierarchy_report.h"
 #include "host/report/request_report.h"
+#include "host/space/config_files.h"
 #include "host/space/sysfs.h"
 
 namespace host {
@@ -36,6 +38,7 @@ struct Report {
     std::vector<FileChecksum> feature_files;  // that can be read, each once
     std::vector<ModuleResult> modules;
     std::vector<RequestReport> requests;  // the lines of feature files, in the order of reading
+    std::optional<Accesses> accesses;     // to this machine; a dump has none
     LogRecord messages;
     bool narrowed = false;  // to functions that are selected, see selection.h
 };

@@ -181,6 +181,12 @@ Json shown_json(const Report &report) {
             {"of", report.functions.size()}};
 }
 
+Json accesses_json(const std::optional<Accesses> &accesses) {
+    if (!accesses)
+        return nullptr;
+    return {{"reads", accesses->reads}, {"writes", accesses->writes}, {"opens", accesses->opens}};
+}
+
 void write_findings(JsonWriter &json, const Report &report) {
     const auto row = [&](const Finding &finding) { return finding_json(report, finding); };
     const auto is_written = [&](const Finding &finding) { return is_shown(report, finding); };
@@ -221,6 +227,7 @@ void write_report(JsonWriter json, const Report &report) {
                [&](const ModuleResult &module) { return module_json(report, module); });
     json.array("requests", report.requests,
                [&](const RequestReport &request) { return request_json(report, request); });
+    json.value("accesses", accesses_json(report.accesses));
     write_messages(json, report.messages);
     json.close('}');
 }

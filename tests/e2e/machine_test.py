@@ -126,7 +126,7 @@ class MachineTest(HoplarTest):
             report = self.start(DUMP, lines, "--domain", f"{domain:x}", *options, "-o", self.output,
                                 events=[f"{event} %02x:%02x.%x" % at for event, at in events])
             self.assertEqual(list(report), ["format", "shown", "functions", "hierarchies", "findings", "modules",
-                                            "requests", "messages"])
+                                            "requests", "accesses", "messages"])
             self.assertEqual([row | {"text": None} for row in report["hierarchies"]],
                              list(hierarchies(domain, machine, before)))
             self.assertEqual(len(report["functions"]), len(before))
