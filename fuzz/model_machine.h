@@ -172,12 +172,14 @@ private:
         each([&](Node &node) { node.parent = owner_[node.bus()]; });
     }
 
+    // A link leads down from root ports, downstream ports, and bridges from PCI to PCI Express.
     void choose_forms() {
         std::vector<bool> ari(256);
         for (unsigned bus = 0; bus < 256; ++bus) {
             const Node *bridge = leads_to_[bus], *first = at(bus << 8);
-            ari[bus] = bridge && first && first->ari && (bridge->type == 4 || bridge->type == 6) &&
-                       bridge->pcie && (bridge->express(2, 2).value_or(0) & 0xF) >= 2 &&
+            ari[bus] = bridge && first && first->ari && bridge->pcie &&
+                       (bridge->type == 4 || bridge->type == 6 || bridge->type == 8) &&
+                       (bridge->express(2, 2).value_or(0) & 0xF) >= 2 &&
                        (bridge->express(0x28, 2).value_or(0) & 0x20);
         }
         each([&](Node &node) { node.ari_form = ari[node.bus()]; });
