@@ -10,7 +10,8 @@ import unittest
 from hoplar import EXAMPLE, HOPLAR, OPS, PLUGIN, HoplarTest
 
 PROGRAMS = [HOPLAR, OPS, os.environ["CHECK"], os.environ["FLEET"]]
-FILES = {os.path.basename(PLUGIN): PLUGIN, "faulty.so": os.environ["FAULTY"], "server.lspci": EXAMPLE}
+FILES = {os.path.basename(PLUGIN): PLUGIN, "faulty.so": os.environ["FAULTY"],
+         "calling.so": os.environ["CALLING"], "server.lspci": EXAMPLE}
 COMMAND = "echo {0}\n{1}\nstatus=$?; ((status == 0)) || echo \"status $status\"\n"
 # For commands: `machine REGEX` makes m.lspci of these functions of the example, and `poke BDF OFFSET
 # BYTE...` changes bytes of it.
