@@ -49,8 +49,9 @@ std::string known_keyword(const std::string &keyword) {
                                        : "write MPS or ECRC";
 }
 
-// Returns how to mend a line without "=" behind the keyword.
+// Returns how to mend a line without "=" behind the keyword. A comment behind it is left out.
 std::string with_equals(std::string line) {
+    line.resize(std::min(line.find('#'), line.size()));
     if (const std::string_view text = trim(line); text.starts_with(';') || text.starts_with('/'))
         return "begin a comment with \"#\"";
     std::ranges::replace(line, ':', ' ');
