@@ -18,9 +18,10 @@ unsigned own_bus(const Function &bridge) {
 }
 
 // Phrases that `bus` of the bridge's range does not belong to the upstream bridge. One of the two
-// may be null: without a holder there is an upstream bridge, which did not get the bus itself.
+// may be null: without a holder there is an upstream bridge, which did not get the bus itself. The
+// range begins behind the bridge's own bus, which is in that of the upstream bridge.
 std::string foreign_bus(unsigned bus, const Function *parent, const Function *holder) {
-    if (!holder || (parent && (bus < parent->secondary || bus > parent->subordinate)))
+    if (!holder || (parent && bus > parent->subordinate))
         return "bus " + bus_text(bus) + " is none of those of the bridge above, " +
                bdf_text(parent->bdf);
     return "bus " + bus_text(bus) + " belongs to the bridge " + bdf_text(holder->bdf) + " already";
