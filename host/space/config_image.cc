@@ -91,7 +91,7 @@ pci_err_t ConfigImage::read(RoutingId id, unsigned offset, unsigned width, std::
     if (filter_)
         if (const pci_err_t error = filter_(access))
             return error;
-    value = access.value;
+    value = access.value & ~0U >> 8 * (4 - width);
     return PCI_OK;
 }
 

@@ -18,7 +18,9 @@ struct ImageAccess {
     unsigned offset;
     unsigned width;
     bool is_write;
-    std::uint32_t value;  // write: the value to be written; read: the value about to be returned
+    // Write: the value to be written; read: the value about to be returned, of which only the
+    // `width` low bytes are.
+    std::uint32_t value;
 };
 
 // Called under the image's lock for every access to a present function's bytes, so it must not use

@@ -5,6 +5,7 @@
 #include "module/base/buscfg_hooks.h"
 #include "platform/buscfg.h"
 #include "platform/pci_access.h"
+#include "tests/support/faults.h"
 #include "tests/support/module_test.h"
 
 namespace host::tests {
@@ -108,6 +109,8 @@ TEST_F(Registers, TakeWhatStandardsLetWriteAndResetWhatTheyLetReset) {
     machine->image.write(at(1), DEVCTL_AT, 4, 0xFF);
     EXPECT_EQ(machine->get(at(1), DEVCTL_AT), 0x00FFU);
     EXPECT_EQ(machine->image.write(at(1), DEVCTL_AT + 2, 4, 0), PCI_ERR_INVALID);
+    machine->image.set_filter(fail(of(at(1)), 1, FOREVER, PCI_OK));
+    EXPECT_EQ(machine->get(at(1), DEVCTL_AT, 2), 0xFFFFU);
 }
 
 }  // namespace host::tests
