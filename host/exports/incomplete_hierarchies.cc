@@ -124,15 +124,26 @@ private:
         return support_obstacle(bridge);
     }
 
-    // Returns true when bus numbers tell its place: its bus is a bridge's secondary bus, and its
-    // own secondary bus is no other bridge's.
+    // Returns true when bus numbers tell its place: its bus is a bridge's secondary bus, its own
+    // secondary bus is no other bridge's, and no bridge on the way or below has such a conflict. A
+    // bridge that has been removed claims nothing.
     bool has_certain_place(const Function &bridge) const {
         const BridgeTree &bridges = machine_.bridges();
         const bridge_rec *record = bridges.by_bdf(bridge.bdf);
         return bridges.by_secondary(pci::bus_of(bridge.bdf)) && record &&
                bridges.by_secondary(bridge.secondary) == record &&
-               std::ranges::find(conflicts_, record, &BridgeTree::BusConflict::holder) ==
-                   conflicts_.end();
+               std::ranges::none_of(conflicts_, [&](const BridgeTree::BusConflict &conflict) {
+                   const bridge_rec *claimant = bridges.by_bdf(conflict.bdf);
+                   return claimant && (are_in_line(*record, *claimant) ||
+                                       are_in_line(*record, *conflict.holder));
+               });
+    }
+
+    // Returns true when the bridges are the same, or one is below the other.
+    bool are_in_line(const bridge_rec &one, const bridge_rec &other) const {
+        const BridgeTree &bridges = machine_.bridges();
+        return &one == &other || bridges.buses_below(one)[pci::bus_of(other.bdf)] ||
+               bridges.buses_below(other)[pci::bus_of(one.bdf)];
     }
 
     std::string support_obstacle(const Function &function) const {

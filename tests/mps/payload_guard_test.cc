@@ -88,8 +88,6 @@ TEST_F(MpsGuard, CompletesHierarchiesOfOneSize) {
     const std::string switches =
         "0.1:4>1-10=2 1.0:5>2-10=2 2.0:6>3-3=2 2.1:6>4-4=2 2.2:6>5-8=2 2.3:6>9-10=2 3.0:0>0-0=2 "
         "4.0:0>0-0=2 5.0:5>6-8=2 6.0:6>7-7=2 6.1:6>8-8=2 9.0:7>10-10=2 10.0:-";
-    const auto whole = functions(switches);
-    const auto one_bus_twice = functions(replaced(switches, "2.1:6>4-4", "2.1:6>5-8"));
     const auto reset = [&](RoutingId id) { machine->image.reset(id); };
     const auto hook = [](std::uint32_t type, RoutingId id) {
         call_reset_hooks(BUSCFG_HOOK_POST_RESET, type, id, 0);
@@ -111,7 +109,7 @@ TEST_F(MpsGuard, CompletesHierarchiesOfOneSize) {
         std::string request = "all:max";
         unsigned unmanaged = 4;
         bool complete = true;
-        bool is_one_bus_twice = false;
+        std::pair<const char *, const char *> other = {"10.0:-", "10.0:-"};
     } rows[] = {
         {"a function below has less", "2220222022220", low},
         {"all below has as much", "2222222222220", "0000000200000"},
@@ -127,10 +125,28 @@ TEST_F(MpsGuard, CompletesHierarchiesOfOneSize) {
         {"nobody asks", "2000000000000", "2000000000000", nothing, {}, "9.0.0:max"},
         {"a bus is not managed", "2222022200020", low, nothing, {}, "all:max", 6},
         {"no option", "2220002000000", low, nothing, {}, "all:max", 4, false},
-        {"one bus twice", "2220022000020", low, nothing, {}, "all:max", 4, true, true}};
+        {"one bus twice",
+         "2220022000020",
+         low,
+         nothing,
+         {},
+         "all:max",
+         4,
+         true,
+         {"2.1:6>4-4", "2.1:6>5-8"}},
+        {"the bus above twice",
+         "2220002000002",
+         "0000000000002",
+         nothing,
+         {},
+         "all:max",
+         4,
+         true,
+         {"10.0:-", "11.0:4>2-2=2"}}};
     for (const auto &row : rows) {
         SCOPED_TRACE(row.name);
-        const auto &functions = row.is_one_bus_twice ? one_bus_twice : whole;
+        const auto functions =
+            tests::functions(replaced(switches, row.other.first, row.other.second));
         ManagedBuses managed(256, true);
         managed[row.unmanaged] = false;
         serve(functions, managed, row.complete);
