@@ -17,6 +17,7 @@ using tests::FunctionSpec;
 
 // More functions would show nothing new and take more time.
 constexpr std::size_t MOST_FUNCTIONS = 24;
+constexpr std::size_t MOST_EVENTS = 16;
 
 // Flags of a function's row.
 constexpr unsigned AER = 1;
@@ -96,6 +97,17 @@ std::uint32_t number_in(std::span<const std::uint8_t> bytes) {
     return value;
 }
 
+HostileEvent event_of(Input row, std::size_t function) {
+    constexpr std::array WORDS = {"flr", "bus-reset", "insert", "remove"};
+    const unsigned kind = row[2] % WORDS.size(), flags = row[4];
+    HostileEvent event{.function = function, .word = WORDS[kind], .value = {}, .status = 0};
+    if (kind >= 2 && flags & 7)  // STATUS stands behind VALUE
+        event.value = flags & 2 ? row[3] + 256U : row[3];
+    if (flags & 4)
+        event.status = row[5];
+    return event;
+}
+
 void add_fault(HostileMachine &machine, RoutingId id, unsigned first, pci_err_t code) {
     machine.faults = [others = std::move(machine.faults),
                       own = tests::fail(tests::of(id), first, tests::FOREVER, code)](
@@ -140,6 +152,9 @@ public:
         case 'S':
             machine_.managed[n] = false;
             break;
+        case 'C':
+            machine_.complete = true;
+            break;
         default:
             if (!machine_.functions.empty())
                 change(row, n % machine_.functions.size());
@@ -173,6 +188,8 @@ private:
             current_ = n;
         if (row[0] == 'V')
             machine_.with_events.push_back(n);
+        if (row[0] == 'P' && machine_.events.size() < MOST_EVENTS)
+            machine_.events.push_back(event_of(row, n));
         if (row[0] == 'D')
             spec.dwords.emplace_back(number_in(row.subspan(2, 2)) % (pci::EXT_CONFIG_SIZE / 4) * 4,
                                      number_in(row.subspan(4, 4)));

@@ -1,6 +1,7 @@
 // Machines that no vendor would build, from rows of bytes.
 #pragma once
 
+#include <optional>
 #include <vector>
 
 #include "fuzz/support.h"
@@ -16,6 +17,14 @@ struct HostileFunction {
     const std::vector<std::uint8_t> *example = nullptr;
 };
 
+// Something happens to a function, or below it: a line of an events file.
+struct HostileEvent {
+    std::size_t function;  // index
+    const char *word;
+    std::optional<unsigned> value;  // of insertions and removals
+    unsigned status;
+};
+
 // A machine, the faults that it is to have, and what is done with it.
 struct HostileMachine {
     std::vector<HostileFunction> functions;
@@ -23,6 +32,8 @@ struct HostileMachine {
     unsigned failing_calloc = 0;  // for start_module_with()
     std::vector<bool> managed = std::vector<bool>(256, true);
     std::vector<std::size_t> with_events;  // indexes of functions that events happen to
+    std::vector<HostileEvent> events;      // after start-up
+    bool complete = false;                 // --complete
     std::string_view features;             // empty: none are given
 
     bool is_sound() const { return !faults && failing_calloc == 0; }
@@ -41,6 +52,10 @@ struct HostileMachine {
 //   A  n: the n-th allocation of the module fails
 //   S  n: another server manages bus n
 //   V  n: every event happens to the n-th function
+//   P  n, kind, VALUE, flags, STATUS: an event happens to the n-th function, by its kind a
+//      function-level reset, a bus reset, an insertion or a removal; the flags tell which of the
+//      numbers it is given: 1 VALUE, 2 VALUE + 256, 4 STATUS
+//   C  the host completes hierarchies
 //   T  the rest of the input, after this row, is the text of the feature file
 // Rows that make no sense are passed over.
 HostileMachine hostile_machine(Input rows);

@@ -36,16 +36,40 @@ public:
         return spaces;
     }
 
-    // Returns the function that answers there, in either form; else null.
+    // Returns the function that is there and answers, in either form; else null.
     Node *at(bdf_t bdf) {
         const auto found = nodes_.find(pci::routing_id_of(bdf));
-        return found != nodes_.end() && found->second.answers ? &found->second : nullptr;
+        return found != nodes_.end() && is_seen(found->second) ? &found->second : nullptr;
     }
+
+    static bool is_seen(const Node &node) { return node.answers && node.there; }
 
     void each(const std::function<void(Node &)> &visit) {
         for (auto &[id, node] : nodes_)
-            if (node.answers)
+            if (is_seen(node))
                 visit(node);
+    }
+
+    // Functions that do not answer or have been removed are among them.
+    void each_below(const Node &bridge, const std::function<void(Node &)> &visit) {
+        for (auto &[id, node] : nodes_)
+            if (is_below(node, bridge))
+                visit(node);
+    }
+
+    bool knows_resets() const {
+        return std::ranges::all_of(nodes_,
+                                   [](const auto &each) { return knows_reset(each.second); });
+    }
+
+    // The bridge that has this secondary bus; null: none.
+    Node *leads_to(unsigned bus) const { return leads_to_[bus]; }
+
+    static Node *topmost(Node &node) {
+        Node *top = &node;
+        while (top->parent)
+            top = top->parent;
+        return top;
     }
 
     bool is_multi(const Node &node) {
@@ -57,7 +81,7 @@ public:
         return node.ari_form ? node.bus() << 8 : node.id & ~7U;
     }
 
-    // Whether the function, named in this form, is an endpoint.
+    // Returns true when the function, named in this form, is an endpoint.
     static bool is_endpoint(const Node &node, bool ari) {
         return node.pcie && (node.type == 0 || node.type == 1 || node.type == 9) &&
                (!ari || node.ari);
@@ -169,7 +193,8 @@ private:
                 owner[bus] = &node;
         });
         owner_ = owner;
-        each([&](Node &node) { node.parent = owner_[node.bus()]; });
+        for (auto &[id, node] : nodes_)
+            node.parent = owner_[node.bus()];
     }
 
     // A link leads down from root ports, downstream ports, and bridges from PCI to PCI Express.

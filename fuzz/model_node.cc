@@ -38,8 +38,6 @@ Node read_node(RoutingId id, const std::vector<std::uint8_t> &bytes) {
     Node node{.id = id, .bytes = bytes};
     const auto ids = node.get(0, 4);
     node.answers = ids && (*ids & 0xFFFF) != 0xFFFF;
-    if (!node.answers)
-        return node;
     node.layout = node.get_or_0(0x0E, 1) & 0x7F;
     node.multi = (node.get_or_0(0x0E, 1) & 0x80) != 0;
     node.class_code = node.get_or_0(8, 4) >> 8;
@@ -50,6 +48,8 @@ Node read_node(RoutingId id, const std::vector<std::uint8_t> &bytes) {
     }
     const bool has_list = (node.get_or_0(6, 2) & 0x10) != 0;
     const unsigned start = has_list ? node.get_or_0(node.layout == 2 ? 0x14 : 0x34, 1) & 0xFC : 0;
+    node.msi = find_capability(node, start, STANDARD, CAPID_MSI);
+    node.msix = find_capability(node, start, STANDARD, CAPID_MSIX);
     node.pcie = find_capability(node, start, STANDARD, CAPID_PCIE);
     if (!node.pcie)
         return node;

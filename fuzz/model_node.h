@@ -14,9 +14,11 @@ namespace host::fuzz::model {
 struct Node {
     RoutingId id = 0;
     std::vector<std::uint8_t> bytes{};
-    bool answers = false, bridge = false, multi = false, ari_form = false, written = false;
+    bool answers = false, bridge = false, multi = false, ari_form = false;
+    bool there = true;     // not removed
+    bool written = false;  // since payload sizes were last brought in bounds
     unsigned layout = 0, secondary = 0, subordinate = 0, class_code = 0;
-    unsigned pcie = 0, aer = 0, ari = 0, sriov = 0;  // offsets; 0: none
+    unsigned pcie = 0, msi = 0, msix = 0, aer = 0, ari = 0, sriov = 0;  // offsets; 0: none
     unsigned type = 0;
     Node *parent = nullptr;  // the bridge above; null on a root bus
 
@@ -56,5 +58,11 @@ struct Node {
 
 // Reads a function's own registers. What depends on other functions is left.
 Node read_node(RoutingId id, const std::vector<std::uint8_t> &bytes);
+
+// Gives a function's registers the defaults that a reset leaves, whether or not it answers.
+void reset(Node &node);
+
+// Returns false where capabilities overlap: no rule says what a reset leaves of them.
+bool knows_reset(const Node &node);
 
 }  // namespace host::fuzz::model

@@ -26,8 +26,9 @@ public:
         constexpr std::array STEPS = {
             &Mutator::add_function,    &Mutator::add_function, &Mutator::change_function,
             &Mutator::change_function, &Mutator::add_register, &Mutator::add_register,
-            &Mutator::add_register,    &Mutator::add_order,    &Mutator::remove_row,
-            &Mutator::copy_row,        &Mutator::change_bytes, &Mutator::change_text};
+            &Mutator::add_register,    &Mutator::add_order,    &Mutator::add_event,
+            &Mutator::add_event,       &Mutator::remove_row,   &Mutator::copy_row,
+            &Mutator::change_bytes,    &Mutator::change_text};
         for (unsigned n = 1 + below(4); n > 0; --n)
             (this->*pick(STEPS))();
     }
@@ -170,6 +171,8 @@ private:
             return insert({'A', n});
         case 2:
             return insert({'S', n});
+        case 4:
+            return insert({'C'});
         case 3:
             return rows_.insert(rows_.begin(), 1, Row{'E', n}), void();
         case 5:
@@ -178,6 +181,15 @@ private:
         default:
             return insert({'G', n});
         }
+    }
+
+    // Events come in the order of their rows: behind the others, or anywhere among them.
+    void add_event() {
+        const std::uint8_t flags = byte(one_of({0, 0, 0, 1, 2, 4, 5}));
+        const Row row = {
+            'P',           byte(below(one_of({4, 16}))), byte(below(4)), byte(below(8)), flags,
+            byte(below(2))};
+        below(2) == 0 ? insert(row) : rows_.push_back(row);
     }
 
     void remove_row() {
