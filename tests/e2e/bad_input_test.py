@@ -21,21 +21,6 @@ STARTED = ["info: Fast back-to-back Transfers initialization failed, Not support
            "info: Max Payload Size initialization, Nothing to do",
            "info: ECRC Generation and Checking initialization, Nothing to do",
            "info: Enable Features module init, Success"]
-BEGIN, END = (f"info: ++ Feature Config file 'input' parse {what} ++" for what in ("start", "end"))
-
-# The module's arguments, the content of the file "input", and the messages about them.
-NOTHING_TO_DO = (
-    ("", "", []),
-    (",--config=", "", ["error: No config file parameter provided"]),
-    (",--config=none", "", ["error: Unable to access file 'none' for parsing, "
-                            "No such file or directory"]),
-    (",--config=input", "# MPS=all:max\n\n \t# ECRC=all:+:+", [BEGIN, END]),
-    (",--config=input", "FOO=1\r\nMPS_=all:max\nMPS=\necrc = !\n", [
-        BEGIN, "warning: Unknown feature parameter 'FOO', ignoring",
-        "warning: Unknown feature parameter 'MPS_', ignoring",
-        "warning: No feature parameter for 'MPS', ignoring",
-        "warning: No feature parameter for 'ecrc', ignoring", END]),
-)
 
 # Names of an output, and what is said of them before anything runs.
 NO_OUTPUT = (("none/x", "No such file or directory"), ("older/x", "Not a directory"),
@@ -59,16 +44,6 @@ class BadInputTest(HoplarTest):
         found = self.hoplar("-v", "-F", EXAMPLE, *arguments, "-o", self.output, status=status)[1]
         self.assertEqual(found, messages)
         self.compare_output(read_dump(EXAMPLE))
-
-    def check_started(self, arguments, messages):
-        self.check_start(["-m", PLUGIN + arguments],
-                         [f"info: module {PLUGIN}, version 3.0", *messages, *STARTED])
-
-    def test_nothing_changes_without_a_usable_feature_line(self):
-        for arguments, content, messages in NOTHING_TO_DO:
-            with self.subTest(arguments=arguments, content=content):
-                self.file("input", content)
-                self.check_started(arguments, messages)
 
     def test_only_the_journal_is_told_priorities(self):
         for other, numbers in ((0, {"info": "<6>"}), (1, {})):
