@@ -33,6 +33,7 @@ COMMENT = re.compile(r"//[^\n]*|/\*.*?\*/", re.S)
 INTEGER = re.compile(r"(0[xX][0-9a-fA-F']+|[0-9][0-9']*)([uUlLzZ]*)$")
 CHARACTER = re.compile(r"'([ -&(-\[\]-}])'$")
 EMPTY_RETURN = re.compile(r"std::(string|vector|optional|map|set|unique_ptr|span|u?int|pair)\b")
+RETURNS_EMPTY = {"return {}", "return std::nullopt", 'return ""', "return std::string()"}
 LOG_MACRO = re.compile(r"LOG_[A-Z]+$|REPORT$")
 UNEVALUATED = {Kind.STATIC_ASSERT, Kind.ENUM_DECL, Kind.CXX_UNARY_EXPR, Kind.TYPE_ALIAS_DECL,
                Kind.TYPEDEF_DECL, Kind.TYPE_REF, Kind.TEMPLATE_REF, Kind.DECL_REF_EXPR,
@@ -230,7 +231,7 @@ class File:
                            [(f"{shown};", shown.replace("return ", "return !", 1) + ";")])
         elif kind in SCALARS and shown not in ("return 0", "return nullptr"):
             self.wrap("returned value", value, "mutants::zero(@0, ", ")", [(f"{shown};", "return 0;")])
-        elif result and EMPTY_RETURN.match(result.spelling) and shown != "return {}":
+        elif result and EMPTY_RETURN.match(result.spelling) and shown not in RETURNS_EMPTY:
             self.drop_statement(start(cursor), end(cursor), "returned value", "return {};")
 
     def without_casts(self, value):

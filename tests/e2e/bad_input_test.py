@@ -151,19 +151,6 @@ class BadInputTest(HoplarTest):
                 self.as_user(0, "sh", "-c", restore.format(name))
         self.hoplar("-F", EXAMPLE, "-m", plugin, "-c", "x.cfg")
 
-    def test_dump_comes_from_standard_input(self):
-        self.file("-", "# an events file")
-        for program in [HOPLAR, "-e", "./-"], [OPS, "fb2b", "test", "all"]:
-            subprocess.run([*program, "-F", "-", "-o", self.output], input=DUMP, check=True,
-                           cwd=self.folder.name, capture_output=True, encoding="utf-8")
-            self.compare_output(read_dump(EXAMPLE))
-
-    def test_titles_are_kept_in_any_letter_case(self):
-        text = re.sub(r"(?m)^(?=..:..\.)", "0001:", DUMP).replace(":0a.0 ", ":0A.0 ")
-        self.hoplar("-F", self.file("input", text), "--domain", "1", "-o", self.output)
-        with open(self.output, encoding="ascii") as output:
-            self.assertEqual(output.read(), text)
-
     def test_dump_without_capabilities_is_taken_with_a_warning(self):
         example = Machine(read_dump(EXAMPLE)[0])
         for lines, functions, lack in (
