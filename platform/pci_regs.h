@@ -208,6 +208,7 @@ constexpr std::uint16_t DEVCTL_AUX_POWER_PM = 0x0400;  // RWS
 constexpr std::uint16_t DEVCTL_NO_SNOOP = 0x0800;      // RW, default 1
 constexpr std::uint16_t DEVCTL_MRRS = 0x7000;  // RW, Max_Read_Request_Size, coded as in DEVCTL_MPS
 constexpr unsigned MRRS_DEFAULT = 2;           // 512 bytes
+constexpr std::uint16_t DEVCTL_INITIATE_FLR = 0x8000;  // RW, reads 0: Initiate Function Level Reset
 
 // Bytes that a value of DEVCAP_MPSS, DEVCTL_MPS or DEVCTL_MRRS stands for; 6 and 7 are reserved.
 constexpr unsigned size_bytes(unsigned value) {

@@ -124,6 +124,8 @@ void Session::stay() {
 }
 
 int Session::finish(std::ostream &out) {
+    if (service_)
+        machine_->space().look_again();
     all_done_ &= keep_payloads_in_bounds();
     const bool saved = save();
     all_done_ &= report_failures(source_) && !any_exception();

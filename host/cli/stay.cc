@@ -79,6 +79,7 @@ std::optional<std::string> answer(const LineServer::Line &line, const Stay &stay
         refuse("unknown word (flr, bus-reset, status, report, help)");
     if (said.size() > 1)
         refuse("too many words");
+    stay.machine.space().look_again();
     return found->answer(stay, started);
 }
 

@@ -22,7 +22,8 @@ namespace {
 // are left out: they have the kernel's own driver, which has no payload to send.
 std::string busy_driver(LiveSpace &live, const Function &function) {
     std::uint32_t command = 0;
-    if (function.is_bridge() || live.read(function.id(), pci::COMMAND, 2, command) != PCI_OK ||
+    if (function.is_bridge() ||
+        live.recall(function.id(), pci::COMMAND, 2, Changes::BY_WRITES, command) != PCI_OK ||
         (command & pci::COMMAND_BUS_MASTER) == 0)
         return "";
     return live.sysfs().driver(function.id());

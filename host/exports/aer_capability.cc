@@ -30,14 +30,16 @@ pci_err_t turn(const aer_cap_t *cap, bdf_token token, Switch which, bool on) {
     const std::scoped_lock guard(switch_lock);
     const unsigned offset = cap->head.offset + pci::AER_CONTROL;
     std::uint32_t control = 0;
-    if (const pci_err_t error = read_register(cap->head.bdf, offset, control))
+    if (const pci_err_t error = recall_register(cap->head.bdf, offset, Changes::BY_WRITES, control))
         return error;
     if (!(control & which.capable))
         return PCI_ERR_NOT_SUPPORTED;
     if (((control & which.enable) != 0) == on)
         return PCI_ERR_ALREADY;
-    control ^= which.enable;
-    if (const pci_err_t error = write_register(cap->head.bdf, offset, control, control))
+    if (const pci_err_t error = read_register(cap->head.bdf, offset, control))
+        return error;
+    control = on ? control | which.enable : control & ~which.enable;
+    if (const pci_err_t error = write_register_alone(cap->head.bdf, offset, control, control))
         return error;
     return ((control & which.enable) != 0) == on ? PCI_OK : PCI_ERR_IO;
 }

@@ -27,7 +27,7 @@ public:
     Raise &operator=(const Raise &) = delete;
 
     bool set(const Function &bridge) {
-        const auto bound = lowest_bound(machine_, bridge);
+        const auto bound = lowest_bound(machine_, bridge, read_devctl);
         std::uint16_t devctl = 0;
         if (!bound || bound->code < code_ || read_devctl(bridge, devctl) != PCI_OK)
             return false;

@@ -28,7 +28,8 @@ std::uint32_t enum_next_ari_func(bdf_t bdf, std::uint32_t) {
         return ARI_NO_FUNCTION;
     const auto ari = function->ext_cap(EXT_CAPID_ARI);
     std::uint16_t capability = 0;
-    if (!ari || host::read_register(bdf, *ari + pci::ARI_CAPABILITY, capability) != PCI_OK)
+    if (!ari || host::recall_register(bdf, *ari + pci::ARI_CAPABILITY, host::Changes::NEVER,
+                                      capability) != PCI_OK)
         return ARI_NO_FUNCTION;
     const std::uint32_t next = pci::get(capability, pci::ARI_CAPABILITY_NEXT_FUNCTION);
     if (next <= pci::function_of(bdf | BDF_ARI_FLAG) ||

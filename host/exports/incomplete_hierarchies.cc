@@ -21,7 +21,7 @@ const Function *root_port_of(const Machine &machine, RoutingId id) {
 
 bool is_set_to(const Function &function, unsigned code) {
     std::uint16_t devctl = 0;
-    return read_devctl(function, devctl) == PCI_OK && payload_code(devctl) == code;
+    return recall_devctl(function, devctl) == PCI_OK && payload_code(devctl) == code;
 }
 
 }  // namespace
@@ -94,7 +94,7 @@ private:
     bool is_left_out(const Function &function) const {
         std::uint16_t devctl = 0;
         return function.is_bridge() && !given_.find(function.id()) &&
-               read_devctl(function, devctl) == PCI_OK && payload_code(devctl) < hierarchy_.code;
+               recall_devctl(function, devctl) == PCI_OK && payload_code(devctl) < hierarchy_.code;
     }
 
     Branch branch_at(const Function &top) const {
@@ -155,7 +155,7 @@ private:
     // A function that is gone hinders nothing.
     std::string other_obstacle(const Function &function) const {
         std::uint16_t devctl = 0;
-        const pci_err_t error = read_devctl(function, devctl);
+        const pci_err_t error = recall_devctl(function, devctl);
         if (error == PCI_ERR_NO_DEVICE)
             return "";
         if (error != PCI_OK)

@@ -71,9 +71,9 @@ private:
     // A function that is gone, or has no such register, stands above nothing.
     bool bring_in(const Function &function, const Bound &bound, bool was_written) {
         std::uint16_t devctl = 0;
-        pci_err_t error = read_devctl(function, devctl);
+        pci_err_t error = recall_devctl(function, devctl);
         if (error == PCI_ERR_IO)
-            error = read_devctl(function, devctl);
+            error = recall_devctl(function, devctl);
         if (error == PCI_ERR_IO && was_written)
             failures_[function.id()] =
                 bdf_text(function.bdf) + ": payload size cannot be read" + port_text(bound);
@@ -88,7 +88,8 @@ private:
         const std::string excess = excess_text(function, payload_code(devctl), bound);
         const unsigned code = std::min<unsigned>(bound.code, function.mpss);
         unsigned after = 0;
-        if (write_payload(function, devctl, code, after) != PCI_OK || after > bound.code) {
+        if (read_devctl(function, devctl) != PCI_OK ||
+            write_payload(function, devctl, code, after) != PCI_OK || after > bound.code) {
             failures_[function.id()] = excess + ": cannot be lowered";
             return false;
         }
@@ -102,9 +103,10 @@ private:
     std::map<RoutingId, std::string> failures_;
 };
 
+// The port is read anew: the kernel may have changed it since the module chose the size.
 pci_err_t admit(const Function &function, unsigned code) {
     const Machine &machine = served()->machine;
-    const auto bound = lowest_bound(machine, function);
+    const auto bound = lowest_bound(machine, function, read_devctl);
     const bool is_supported = code <= function.mpss;
     if (is_supported && (!bound || code <= bound->code))
         return PCI_OK;
@@ -167,6 +169,8 @@ bool keep_payloads_in_bounds() {
         const std::scoped_lock guard(writes.lock);
         written.swap(writes.written);
     }
+    if (!written.empty())
+        now->machine.space().look_again();
     complete_hierarchies(*now, written);
     Repair repair(now->machine, std::move(written));
     repair.run();

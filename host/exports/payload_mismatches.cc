@@ -43,7 +43,7 @@ struct Setting {
 std::optional<Setting> setting_of(const Machine &machine, const Function &function) {
     std::uint16_t devctl = 0;
     const auto port = lowest_bound(machine, function);
-    if (!port || port->error || read_devctl(function, devctl) != PCI_OK)
+    if (!port || port->error || recall_devctl(function, devctl) != PCI_OK)
         return std::nullopt;
     return Setting{.code = payload_code(devctl), .port = *port};
 }

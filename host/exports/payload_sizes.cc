@@ -8,10 +8,17 @@
 namespace host {
 namespace {
 
-Bound bound_of(const Machine &machine, bdf_t port) {
+std::optional<unsigned> devctl_of(const Function &function) {
+    const auto pcie = function.cap(CAPID_PCIE);
+    if (!pcie || *pcie + pci::DEVCTL + pci::width_of(pci::DEVCTL) > pci::CONFIG_SIZE)
+        return std::nullopt;
+    return *pcie + pci::DEVCTL;
+}
+
+Bound bound_of(const Machine &machine, bdf_t port, DevctlReader read) {
     const Function *function = machine.find(port);
     std::uint16_t devctl = 0;
-    const pci_err_t error = function ? read_devctl(*function, devctl) : PCI_ERR_NO_DEVICE;
+    const pci_err_t error = function ? read(*function, devctl) : PCI_ERR_NO_DEVICE;
     return {.port = port, .code = error ? LOWEST_PAYLOAD : payload_code(devctl), .error = error};
 }
 
@@ -34,33 +41,39 @@ std::string bytes_text(unsigned code) {
     return std::to_string(pci::size_bytes(code)) + " bytes";
 }
 
+pci_err_t recall_devctl(const Function &function, std::uint16_t &devctl) {
+    const auto offset = devctl_of(function);
+    return offset ? recall_register(function.bdf, *offset, Changes::BY_WRITES, devctl)
+                  : PCI_ERR_NOT_SUPPORTED;
+}
+
 pci_err_t read_devctl(const Function &function, std::uint16_t &devctl) {
-    const auto pcie = function.cap(CAPID_PCIE);
-    if (!pcie || *pcie + pci::DEVCTL + sizeof devctl > pci::CONFIG_SIZE)
-        return PCI_ERR_NOT_SUPPORTED;
-    return read_register(function.bdf, *pcie + pci::DEVCTL, devctl);
+    const auto offset = devctl_of(function);
+    return offset ? read_register(function.bdf, *offset, devctl) : PCI_ERR_NOT_SUPPORTED;
 }
 
 pci_err_t write_payload(const Function &function, std::uint16_t devctl, unsigned code,
                         unsigned &after) {
     devctl = pci::set(devctl, pci::DEVCTL_MPS, code);
     const unsigned offset = *function.cap(CAPID_PCIE) + pci::DEVCTL;
-    if (const pci_err_t error = write_register(function.bdf, offset, devctl, devctl))
+    if (const pci_err_t error = write_register_alone(function.bdf, offset, devctl, devctl))
         return error;
     after = payload_code(devctl);
     return PCI_OK;
 }
 
-std::optional<Bound> lowest_bound(const Machine &machine, const std::vector<bdf_t> &ports) {
+std::optional<Bound> lowest_bound(const Machine &machine, const std::vector<bdf_t> &ports,
+                                  DevctlReader read) {
     std::optional<Bound> lowest;
     for (const bdf_t port : ports)
-        if (const Bound bound = bound_of(machine, port); !lowest || bound.code < lowest->code)
+        if (const Bound bound = bound_of(machine, port, read); !lowest || bound.code < lowest->code)
             lowest = bound;
     return lowest;
 }
 
-std::optional<Bound> lowest_bound(const Machine &machine, const Function &function) {
-    return lowest_bound(machine, machine.bridges().ports_above(function.bdf));
+std::optional<Bound> lowest_bound(const Machine &machine, const Function &function,
+                                  DevctlReader read) {
+    return lowest_bound(machine, machine.bridges().ports_above(function.bdf), read);
 }
 
 std::string port_text(const Bound &bound) {

@@ -21,11 +21,14 @@ unsigned payload_code(std::uint16_t devctl);
 // Returns "256 bytes".
 std::string bytes_text(unsigned code);
 
-// Reads Device Control. PCI_ERR_NOT_SUPPORTED when the function has no such register.
+// Return Device Control, as ConfigSpace::recall() does or read now. PCI_ERR_NOT_SUPPORTED when the
+// function has no such register.
+using DevctlReader = pci_err_t (*)(const Function &function, std::uint16_t &devctl);
+pci_err_t recall_devctl(const Function &function, std::uint16_t &devctl);
 pci_err_t read_devctl(const Function &function, std::uint16_t &devctl);
 
-// Writes `devctl`, as it has been read, with another payload size; `after` is the size that the
-// function then has.
+// Writes `devctl`, as it has been read right before, with another payload size; `after` is the size
+// that the function then has.
 pci_err_t write_payload(const Function &function, std::uint16_t devctl, unsigned code,
                         unsigned &after);
 
@@ -37,8 +40,10 @@ struct Bound {
 };
 
 // Returns the bound by ports_above(); nullopt without ports, on a root bus.
-std::optional<Bound> lowest_bound(const Machine &machine, const std::vector<bdf_t> &ports);
-std::optional<Bound> lowest_bound(const Machine &machine, const Function &function);
+std::optional<Bound> lowest_bound(const Machine &machine, const std::vector<bdf_t> &ports,
+                                  DevctlReader read = recall_devctl);
+std::optional<Bound> lowest_bound(const Machine &machine, const Function &function,
+                                  DevctlReader read = recall_devctl);
 
 // Returns ", while the port above, 00:01.0, is set to 128 bytes".
 std::string port_text(const Bound &bound);

@@ -69,9 +69,15 @@ pci_err_t get_port_type(pcie_cap_t *cap, std::uint8_t *port_type) {
 pci_err_t read_devcap(pcie_cap_t *cap, std::uint32_t *value) {
     const Function *function = nullptr;
     const pci_err_t error = enter(cap->head, function);
-    return error ? error : read_at(cap, pci::DEVCAP, value);
+    if (error)
+        return error;
+    if (!has_register(cap, pci::DEVCAP, sizeof *value))
+        return PCI_ERR_NOT_SUPPORTED;
+    return recall_register(cap->head.bdf, cap->head.offset + pci::DEVCAP, Changes::NEVER, *value);
 }
 
+// Read anew, because modules write what they have read with some bits changed, and drivers change
+// others.
 pci_err_t read_devctl(pcie_cap_t *cap, std::uint16_t *value) {
     const Function *function = nullptr;
     if (const pci_err_t error = enter(cap->head, function))
@@ -90,7 +96,9 @@ pci_err_t write_devctl(pcie_cap_t *cap, std::uint32_t reserved, std::uint16_t *v
         return error;
     if (const pci_err_t error = admit_payload(*function, *value))
         return error;
-    return write_at(cap, pci::DEVCTL, value);
+    if ((*value & pci::DEVCTL_INITIATE_FLR) != 0 || !has_register(cap, pci::DEVCTL, sizeof *value))
+        return write_at(cap, pci::DEVCTL, value);
+    return write_register_alone(cap->head.bdf, cap->head.offset + pci::DEVCTL, *value, *value);
 }
 
 pci_err_t read_linkcap(pcie_cap_t *cap, std::uint32_t *value) {

@@ -17,6 +17,13 @@ pci_err_t find_function(bdf_t bdf, const Function *&function);
 pci_err_t read_config(bdf_t bdf, unsigned offset, unsigned width, std::uint32_t &value);
 pci_err_t write_config(bdf_t bdf, unsigned offset, unsigned width, std::uint32_t value);
 
+// Reads like read_config(), and may return what was read before, as ConfigSpace::recall() does.
+pci_err_t recall_config(bdf_t bdf, unsigned offset, unsigned width, Changes changes,
+                        std::uint32_t &value);
+
+// Writes a register on which no other one depends, so that what is known of others stays known.
+pci_err_t write_alone(bdf_t bdf, unsigned offset, unsigned width, std::uint32_t value);
+
 // Reads a register of this type. `value` is set on success only.
 template <typename Register>
 pci_err_t read_register(bdf_t bdf, unsigned offset, Register &value) {
@@ -27,10 +34,26 @@ pci_err_t read_register(bdf_t bdf, unsigned offset, Register &value) {
     return PCI_OK;
 }
 
-// Writes `value`; `after` is what the register then reads.
+// Does the same through recall_config().
+template <typename Register>
+pci_err_t recall_register(bdf_t bdf, unsigned offset, Changes changes, Register &value) {
+    std::uint32_t read = 0;
+    if (const pci_err_t error = recall_config(bdf, offset, sizeof(Register), changes, read))
+        return error;
+    value = static_cast<Register>(read);
+    return PCI_OK;
+}
+
+// Write `value`; `after` is what the register then reads.
 template <typename Register>
 pci_err_t write_register(bdf_t bdf, unsigned offset, Register value, Register &after) {
     if (const pci_err_t error = write_config(bdf, offset, sizeof(Register), value))
+        return error;
+    return read_register(bdf, offset, after);
+}
+template <typename Register>
+pci_err_t write_register_alone(bdf_t bdf, unsigned offset, Register value, Register &after) {
+    if (const pci_err_t error = write_alone(bdf, offset, sizeof(Register), value))
         return error;
     return read_register(bdf, offset, after);
 }

@@ -11,11 +11,12 @@ class FunctionReader {
 public:
     FunctionReader(ConfigSpace &space, RoutingId id) : space_(space), id_(id) {}
 
+    // The IDs are read, and not recalled, because they show that the function is still there.
     // A function that goes, or is replaced by another one, while it is read counts as absent,
     // because the registers read may belong to two functions.
     Function read() {
         Function function = read_registers();
-        if (!function.answers || dword(pci::IDS) == ids_of(function))
+        if (!function.answers || ids() == ids_of(function))
             return function;
         Function absent{};
         absent.bdf = id_;
@@ -26,12 +27,12 @@ private:
     Function read_registers() {
         Function function{};
         function.bdf = id_;
-        const std::uint32_t ids = dword(pci::IDS).value_or(0xFFFF'FFFF);
-        if (pci::get(ids, pci::IDS_VENDOR) == pci::VENDOR_ID_NONE)
+        const std::uint32_t found = ids().value_or(0xFFFF'FFFF);
+        if (pci::get(found, pci::IDS_VENDOR) == pci::VENDOR_ID_NONE)
             return function;
         function.answers = true;
-        function.vendor = static_cast<std::uint16_t>(pci::get(ids, pci::IDS_VENDOR));
-        function.device = static_cast<std::uint16_t>(pci::get(ids, pci::IDS_DEVICE));
+        function.vendor = static_cast<std::uint16_t>(pci::get(found, pci::IDS_VENDOR));
+        function.device = static_cast<std::uint16_t>(pci::get(found, pci::IDS_DEVICE));
         function.class_code =
             pci::get(dword(pci::CLASS_REVISION).value_or(0), pci::CLASS_REVISION_CLASS_CODE);
         read_header(function);
@@ -64,9 +65,16 @@ private:
             static_cast<std::uint8_t>(pci::get(numbers, pci::BUS_NUMBERS_SUBORDINATE));
     }
 
+    std::optional<std::uint32_t> ids() {
+        std::uint32_t value = 0;
+        if (space_.read(id_, pci::IDS, 4, value) != PCI_OK)
+            return std::nullopt;
+        return value;
+    }
+
     std::optional<std::uint32_t> dword(unsigned offset) {
         std::uint32_t value = 0;
-        if (space_.read(id_, offset, 4, value) != PCI_OK)
+        if (space_.recall(id_, offset, 4, Changes::BY_WRITES, value) != PCI_OK)
             return std::nullopt;
         return value;
     }
@@ -98,9 +106,12 @@ bool forwards_ari(ConfigSpace &space, const Function &bridge) {
         return false;
     std::uint32_t caps = 0;
     std::uint32_t control = 0;
-    return space.read(bridge.id(), pcie + pci::PCIE_CAPS, 2, caps) == PCI_OK &&
+    const auto recall = [&](unsigned reg, Changes changes, std::uint32_t &value) {
+        return space.recall(bridge.id(), pcie + reg, 2, changes, value) == PCI_OK;
+    };
+    return recall(pci::PCIE_CAPS, Changes::NEVER, caps) &&
            pci::get(caps, pci::PCIE_CAPS_VERSION) >= 2 &&
-           space.read(bridge.id(), pcie + pci::DEVCTL2, 2, control) == PCI_OK &&
+           recall(pci::DEVCTL2, Changes::BY_WRITES, control) &&
            (control & pci::DEVCTL2_ARI_FORWARDING) != 0;
 }
 

@@ -144,7 +144,7 @@ void Machine::tell_virtual(std::span<const std::unique_ptr<Function>> fresh) {
         if (found == all.end() || function->header_type != 0)
             continue;
         std::uint32_t revision = 0;
-        space_.read(function->id(), pci::CLASS_REVISION, 4, revision);
+        space_.recall(function->id(), pci::CLASS_REVISION, 4, Changes::NEVER, revision);
         Function virtual_function{};
         virtual_function.bdf = function->id();
         virtual_function.vendor = found->second.vendor;

@@ -39,10 +39,13 @@ find_virtual_functions(ConfigSpace &space, std::span<const Function *const> func
         if (!offset || found.contains(function->id()))
             continue;
         const Sriov sriov(space, function->id(), *offset);
+        const unsigned count = sriov.enabled();
+        if (count == 0)
+            continue;
         const unsigned first = function->id() + sriov.read(pci::SRIOV_FIRST_VF_OFFSET);
         const unsigned stride = sriov.read(pci::SRIOV_VF_STRIDE);
         const auto device = static_cast<std::uint16_t>(sriov.read(pci::SRIOV_VF_DEVICE_ID));
-        for (unsigned n = 0, count = sriov.enabled(); n < count; ++n)
+        for (unsigned n = 0; n < count; ++n)
             found.emplace(static_cast<RoutingId>(first + n * stride),
                           VirtualFunction{function->id(), function->vendor, device});
     }

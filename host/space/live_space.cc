@@ -107,8 +107,12 @@ std::vector<RoutingId> LiveSpace::functions() const {
 std::string LiveSpace::title(RoutingId id) const {
     std::uint32_t ids = 0;
     std::uint32_t class_revision = 0;
-    if (read_register(id, pci::IDS, 4, ids) == 0 &&
-        read_register(id, pci::CLASS_REVISION, 4, class_revision) == 0)
+    const auto constant = [&](unsigned offset, std::uint32_t &value) {
+        const auto kept = find_kept(id, offset, 4, Changes::NEVER);
+        value = kept.value_or(0);
+        return kept || read_register(id, offset, 4, value) == 0;
+    };
+    if (constant(pci::IDS, ids) && constant(pci::CLASS_REVISION, class_revision))
         return title_of(id, ids, class_revision);
     return domain_ == 0 ? bdf_text(id) : kernel_address(domain_, id);
 }
@@ -135,12 +139,16 @@ int LiveSpace::read_bytes(RoutingId id, unsigned offset, std::span<std::uint8_t>
     return files_.read(id, offset, bytes.data(), static_cast<unsigned>(bytes.size()));
 }
 
+// All ones are not kept, because they may stand for a function that does not answer.
 int LiveSpace::read_register(RoutingId id, unsigned offset, unsigned width,
                              std::uint32_t &value) const {
     std::array<std::uint8_t, 4> bytes{};
-    if (const int error = read_bytes(id, offset, std::span(bytes).first(width)))
+    const std::scoped_lock guard(access_lock_);
+    if (const int error = files_.read(id, offset, bytes.data(), width))
         return error;
     value = load(bytes, width);
+    if (std::ranges::count(std::span(bytes).first(width), 0xFF) != width)
+        kept_.keep(id, offset, width, value);
     return 0;
 }
 
@@ -149,6 +157,33 @@ pci_err_t LiveSpace::read(RoutingId id, unsigned offset, unsigned width, std::ui
         return PCI_ERR_INVALID;
     const int error = read_register(id, offset, width, value);
     return error == 0 ? PCI_OK : failed(id, "read", offset, error);
+}
+
+std::optional<std::uint32_t> LiveSpace::find_kept(RoutingId id, unsigned offset, unsigned width,
+                                                  Changes changes) const {
+    const std::scoped_lock guard(access_lock_);
+    return kept_.find(id, offset, width, changes);
+}
+
+pci_err_t LiveSpace::recall(RoutingId id, unsigned offset, unsigned width, Changes changes,
+                            std::uint32_t &value) {
+    if (!is_access(offset, width))
+        return PCI_ERR_INVALID;
+    const auto kept = find_kept(id, offset, width, changes);
+    if (!kept)
+        return read(id, offset, width, value);
+    value = *kept;
+    return PCI_OK;
+}
+
+void LiveSpace::look_again() {
+    const std::scoped_lock guard(access_lock_);
+    kept_.drop_all(true);
+}
+
+void LiveSpace::rest() {
+    const std::scoped_lock guard(access_lock_);
+    kept_.drop_all(false);
 }
 
 pci_err_t LiveSpace::write(RoutingId id, unsigned offset, unsigned width, std::uint32_t value) {
@@ -160,6 +195,7 @@ pci_err_t LiveSpace::write(RoutingId id, unsigned offset, unsigned width, std::u
     int error = 0;
     {
         const std::scoped_lock guard(access_lock_);
+        kept_.drop(id, offset, width);
         error = files_.write(id, offset, bytes.data(), width);
     }
     return error == 0 ? PCI_OK : failed(id, "write", offset, error);
@@ -237,6 +273,7 @@ bool LiveSpace::is_another(RoutingId id) const {
 void LiveSpace::forget(RoutingId id) {
     const std::scoped_lock guard(access_lock_, mappings_lock_);
     files_.forget(id);
+    kept_.forget(id);
     mappings_.erase(id);
 }
 

@@ -5,6 +5,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <set>
 #include <span>
 #include <string>
@@ -15,6 +16,7 @@
 #include "host/space/config_image.h"
 #include "host/space/config_space.h"
 #include "host/space/device_names.h"
+#include "host/space/kept_registers.h"
 #include "host/space/live_error.h"
 #include "host/space/live_functions.h"
 #include "host/space/sysfs.h"
@@ -38,6 +40,10 @@ public:
     // operating system; each reason is logged as an error once.
     pci_err_t read(RoutingId id, unsigned offset, unsigned width, std::uint32_t &value) override;
     pci_err_t write(RoutingId id, unsigned offset, unsigned width, std::uint32_t value) override;
+    pci_err_t recall(RoutingId id, unsigned offset, unsigned width, Changes changes,
+                     std::uint32_t &value) override;
+    void look_again() override;
+    void rest() override;
 
     bool has_memory() const override { return true; }
     // Valid until forget(). Null also while Command, Memory Space Enable, is clear. Each reason is
@@ -71,6 +77,8 @@ private:
     std::string title_of(RoutingId id, std::uint32_t ids, std::uint32_t class_revision) const;
     int read_bytes(RoutingId id, unsigned offset, std::span<std::uint8_t> bytes) const;
     int read_register(RoutingId id, unsigned offset, unsigned width, std::uint32_t &value) const;
+    std::optional<std::uint32_t> find_kept(RoutingId id, unsigned offset, unsigned width,
+                                           Changes changes) const;
     pci_err_t failed(RoutingId id, const char *what, unsigned offset, int error);
     volatile void *no_memory(RoutingId id, unsigned bar, int error);
     bool is_new(const char *what, int error);
@@ -78,8 +86,9 @@ private:
     unsigned domain_;
     Sysfs sysfs_;
     mutable DeviceNames names_;
-    mutable std::mutex access_lock_;  // guards the files
+    mutable std::mutex access_lock_;  // guards the two below
     mutable ConfigFiles files_;
+    mutable KeptRegisters kept_;
     std::atomic<std::uint64_t> failures_ = 0;
     std::mutex said_lock_;
     // The failures that have been reported: what was tried, and the errno.

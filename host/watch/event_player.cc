@@ -101,9 +101,11 @@ void call_hooks(std::uint32_t kind, std::uint32_t reset_type, const BusEvent &ev
 
 pci_err_t EventPlayer::play(const BusEvent &event) {
     log_info("event " + event.origin);
+    machine_.space().look_again();
     const HookKinds &kinds = *std::ranges::find(HOOK_KINDS, event.kind, &HookKinds::event);
     call_hooks(kinds.before, kinds.reset_type, event, event.status);
     const pci_err_t error = apply(event);
+    machine_.space().look_again();
     call_hooks(kinds.after, kinds.reset_type, event,
                error ? static_cast<int>(error) : event.status);
     return error;

@@ -98,6 +98,7 @@ std::vector<RoutingId> HotPlug::come_below(const bridge_rec *bridge) const {
 }
 
 void HotPlug::bring_in(bridge_rec *bridge, const std::set<RoutingId> &named) {
+    machine_.space().look_again();
     if (!bridge) {
         insert_root_buses(come_below(nullptr));
         return;

@@ -59,7 +59,7 @@ LineServer::Outcome outcome_of(const std::string &answer) {
 class Service::Loop {
 public:
     Loop(Service &service, Machine &machine, LiveFunctions &functions, const Actions &actions)
-        : service_(service), hot_plug_(machine, functions, actions.hot_plug),
+        : service_(service), machine_(machine), hot_plug_(machine, functions, actions.hot_plug),
           execute_(actions.execute), status_(actions.status),
           lines_(service.socket_.get(), executed()) {
         if (service.standard_input_)
@@ -71,6 +71,7 @@ public:
     bool run() {
         show_status("READY=1\n");
         while (!told_to_end_) {
+            machine_.space().rest();
             std::vector<pollfd> waiting = descriptors();
             if (poll(waiting.data(), waiting.size(), timeout()) < 0 && errno != EINTR)
                 std::this_thread::sleep_for(std::chrono::milliseconds(100));  // memory is short
@@ -150,6 +151,7 @@ private:
     }
 
     Service &service_;
+    const Machine &machine_;
     HotPlug hot_plug_;
     const LineServer::Execute execute_;
     const decltype(Actions::status) status_;
