@@ -108,7 +108,9 @@ bool stay(Service &service, const Stay &stay) {
     read_states(stay.report, stay.machine);
     report_failures(stay.source);
     const auto started = std::time(nullptr);
-    const auto refresh = [&] { refresh_report(stay.report, stay.machine, stay.domain); };
+    const auto refresh = [&](const std::vector<RoutingId> &come) {
+        refresh_report(stay.report, stay.machine, stay.domain, come);
+    };
     const auto outcome = [&](const std::vector<RoutingId> &come) {
         return "modules changed " + changes_text(count_changes(stay.report, stay.machine, come));
     };
@@ -122,7 +124,7 @@ bool stay(Service &service, const Stay &stay) {
         {.execute = [&](const LineServer::Line &line) { return execute(line, stay, started); },
          .hot_plug = {.inserted = refresh, .outcome = outcome},
          .status = status});
-    refresh();
+    refresh({});
     return all_done;
 }
 

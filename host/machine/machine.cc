@@ -63,11 +63,19 @@ BridgeTree &Machine::bridges() {
 }
 
 void Machine::update(std::span<const RoutingId> gone, std::span<const RoutingId> come) {
+    std::vector<RoutingId> all;
+    for (const Function *function : functions())
+        all.push_back(function->id());
+    update(gone, come, all);
+}
+
+void Machine::update(std::span<const RoutingId> gone, std::span<const RoutingId> come,
+                     std::span<const RoutingId> renumbered) {
     const std::scoped_lock guard(change_lock_);
     for (const RoutingId id : gone)
         if (Place *place = places_.find(id))
             place->reachable = false;
-    std::vector<RoutingId> changed = renumbered();
+    std::vector<RoutingId> changed = with_other_numbers(renumbered);
     changed.insert(changed.end(), come.begin(), come.end());
     std::vector<std::unique_ptr<Function>> fresh = read(changed);
     tell_virtual(fresh);
@@ -118,12 +126,13 @@ std::vector<std::unique_ptr<Function>> Machine::read(std::span<const RoutingId> 
     return fresh;
 }
 
-// Returns reachable bridges whose bus numbers differ from those last read.
-std::vector<RoutingId> Machine::renumbered() const {
+// Returns the reachable ones of these bridges whose bus numbers differ from those last read.
+std::vector<RoutingId> Machine::with_other_numbers(std::span<const RoutingId> bridges) const {
     std::vector<RoutingId> found;
-    for (const Function *function : functions()) {
+    for (const RoutingId id : bridges) {
+        const Function *const function = find(id);
         std::uint32_t numbers = 0;
-        if (!function->is_bridge() || !reachable(*function) ||
+        if (!function || !function->is_bridge() ||
             space_.read(function->id(), pci::BUS_NUMBERS, 4, numbers) != PCI_OK)
             continue;
         if (pci::get(numbers, pci::BUS_NUMBERS_SECONDARY) != function->secondary ||
@@ -138,7 +147,7 @@ std::vector<RoutingId> Machine::renumbered() const {
 // back along the whole path. Virtual functions have Header Layout 0; a function with another layout
 // is none, whatever an SR-IOV capability says.
 void Machine::tell_virtual(std::span<const std::unique_ptr<Function>> fresh) {
-    const auto all = find_virtual_functions(space_, reachable_with(fresh));
+    const auto all = find_virtual_functions(space_, possible_physical(fresh));
     for (const auto &function : fresh) {
         const auto found = all.find(function->id());
         if (found == all.end() || function->header_type != 0)
@@ -155,6 +164,25 @@ void Machine::tell_virtual(std::span<const std::unique_ptr<Function>> fresh) {
     }
 }
 
+// Returns the functions that may be the physical ones of new functions: these and those below the
+// same bridge, through which the virtual functions' bus is reached too.
+std::vector<const Function *>
+Machine::possible_physical(std::span<const std::unique_ptr<Function>> fresh) const {
+    std::vector<const Function *> all = reachable_with(fresh);
+    if (!bridges_)
+        return all;
+    std::set<const bridge_rec *> above;
+    std::set<const Function *> own;
+    for (const auto &function : fresh) {
+        above.insert(bridges_->above(function->bdf));
+        own.insert(function.get());
+    }
+    std::erase_if(all, [&](const Function *function) {
+        return !own.contains(function) && !above.contains(bridges_->above(function->bdf));
+    });
+    return all;
+}
+
 // Fills in what new functions cannot tell of themselves: whether they are addressed in ARI form,
 // which depends on the bridge and on function 0, and whether their device has more functions.
 void Machine::choose_forms(std::span<const std::unique_ptr<Function>> fresh) {
@@ -166,8 +194,11 @@ void Machine::choose_forms(std::span<const std::unique_ptr<Function>> fresh) {
         const bool is_there = found != all.end() && (*found)->id() == pci::routing_id_of(bdf);
         return is_there && (*found)->answers ? *found : nullptr;
     };
+    std::set<unsigned> buses;
+    for (const auto &function : fresh)
+        buses.insert(pci::bus_of(function->bdf));
     std::array<bool, BUSES> ari{};
-    for (unsigned bus = 0; bus < BUSES; ++bus) {
+    for (const unsigned bus : buses) {
         const Function *bridge = layout.by_secondary[bus];
         const Function *function_0 = bridge ? answering(pci::plain_bdf(bus, 0, 0)) : nullptr;
         ari[bus] =

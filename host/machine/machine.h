@@ -66,6 +66,10 @@ public:
     // bridge tree.
     void update(std::span<const RoutingId> gone, std::span<const RoutingId> come);
 
+    // Does the same, where only these bridges can have got other bus numbers.
+    void update(std::span<const RoutingId> gone, std::span<const RoutingId> come,
+                std::span<const RoutingId> renumbered);
+
     // Returns every function below the bridge, bridges and removed functions included.
     std::vector<const Function *> below(const bridge_rec &bridge) const;
 
@@ -76,7 +80,9 @@ private:
     };
 
     std::vector<std::unique_ptr<Function>> read(std::span<const RoutingId> ids);
-    std::vector<RoutingId> renumbered() const;
+    std::vector<RoutingId> with_other_numbers(std::span<const RoutingId> bridges) const;
+    std::vector<const Function *>
+    possible_physical(std::span<const std::unique_ptr<Function>> fresh) const;
     void tell_virtual(std::span<const std::unique_ptr<Function>> fresh);
     void choose_forms(std::span<const std::unique_ptr<Function>> fresh);
     void publish(std::vector<std::unique_ptr<Function>> fresh);

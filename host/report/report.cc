@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <set>
 #include <span>
+#include <utility>
 
 #include "host/base/address.h"
 #include "host/base/words.h"
@@ -29,6 +30,13 @@ std::optional<std::size_t> bridge_above(Machine &machine, const Function &functi
     return positions[above->bdf & BDF_ROUTING_ID];
 }
 
+// Returns the row of this same function; null when there is none.
+const FunctionReport *row_of(const std::vector<FunctionReport> &rows, const Function &function) {
+    const auto id = [](const FunctionReport &row) { return row.function.id(); };
+    const auto found = std::ranges::lower_bound(rows, function.id(), {}, id);
+    return found != rows.end() && found->function == function ? &*found : nullptr;
+}
+
 // Returns the text behind the address, which is the first word.
 std::string name_in_title(const std::string &title) {
     return std::string(
@@ -40,37 +48,32 @@ std::string name_in_title(const std::string &title) {
 Report begin_report(Machine &machine, unsigned domain) {
     Report report;
     report.domain = domain;
-    const std::vector<const Function *> functions = machine.functions();
-    const Positions positions = positions_of(functions);
-    for (const Function *function : functions) {
-        const FeatureState state = read_feature_state(machine, *function);
-        report.functions.push_back(
-            {.function = *function,
-             .address = format_address(domain, function->id()),
-             .name = name_in_title(machine.space().title(function->id())),
-             .physical = function->physical ? format_address(domain, *function->physical) : "",
-             .bridge = bridge_above(machine, *function, positions),
-             .managed = manages(pci::bus_of(function->bdf)),
-             .before = state,
-             .after = state});
-    }
-    report.hierarchies = find_hierarchies(report.functions, machine);
+    refresh_report(report, machine, domain);
     return report;
 }
 
-void refresh_report(Report &report, Machine &machine, unsigned domain) {
-    Report now = begin_report(machine, domain);
-    const auto id = [](const FunctionReport &row) { return row.function.id(); };
-    for (FunctionReport &row : now.functions) {
-        const auto old = std::ranges::lower_bound(report.functions, id(row), {}, id);
-        if (old == report.functions.end() || !(old->function == row.function))
-            continue;
-        row.before = old->before;
-        row.name = old->name;
+void refresh_report(Report &report, Machine &machine, unsigned domain,
+                    std::span<const RoutingId> come) {
+    const std::vector<const Function *> functions = machine.functions();
+    const Positions positions = positions_of(functions);
+    const std::vector<FunctionReport> old = std::exchange(report.functions, {});
+    for (const Function *function : functions) {
+        FunctionReport &row = report.functions.emplace_back(FunctionReport{
+            .function = *function,
+            .address = format_address(domain, function->id()),
+            .name = {},
+            .physical = function->physical ? format_address(domain, *function->physical) : "",
+            .bridge = bridge_above(machine, *function, positions),
+            .managed = manages(pci::bus_of(function->bdf)),
+            .before = {},
+            .after = {}});
+        const FunctionReport *const same = row_of(old, *function);
+        const bool is_new = !same || std::ranges::find(come, function->id()) != come.end();
+        row.after = is_new ? read_feature_state(machine, *function) : same->after;
+        row.before = same ? same->before : row.after;
+        row.name = same ? same->name : name_in_title(machine.space().title(function->id()));
     }
-    now.left_alone = std::move(report.left_alone);
-    now.feature_files = std::move(report.feature_files);
-    report = std::move(now);
+    report.hierarchies = find_hierarchies(report.functions, machine);
 }
 
 void read_states(Report &report, const Machine &machine) {

@@ -47,9 +47,10 @@ struct Report {
 // belong to `domain`.
 Report begin_report(Machine &machine, unsigned domain);
 
-// Updates the functions. For a function that has come meanwhile, the state that it came with is the
-// state before.
-void refresh_report(Report &report, Machine &machine, unsigned domain);
+// Updates the functions. The state of those that have come is read, and is the state before unless
+// the same function was there earlier. The states of others stay as they were read last.
+void refresh_report(Report &report, Machine &machine, unsigned domain,
+                    std::span<const RoutingId> come = {});
 
 // Reads the present state of the functions.
 void read_states(Report &report, const Machine &machine);

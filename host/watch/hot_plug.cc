@@ -97,6 +97,18 @@ std::vector<RoutingId> HotPlug::come_below(const bridge_rec *bridge) const {
     return come;
 }
 
+// Returns the bridge, those above and those below it: the kernel gives other bus numbers to no
+// others.
+std::vector<RoutingId> HotPlug::bridges_around(const bridge_rec &bridge) const {
+    std::vector<RoutingId> around;
+    for (const bridge_rec *each = &bridge; each->parent; each = each->parent)
+        around.push_back(pci::routing_id_of(each->bdf));
+    for (const Function *function : machine_.below(bridge))
+        if (function->is_bridge())
+            around.push_back(function->id());
+    return around;
+}
+
 void HotPlug::bring_in(bridge_rec *bridge, const std::set<RoutingId> &named) {
     machine_.space().look_again();
     if (!bridge) {
@@ -113,7 +125,7 @@ void HotPlug::remove(bridge_rec *bridge, const std::vector<RoutingId> &gone) {
     log_info("removed " + place_text(*bridge) + ": " + list_text(gone));
     const std::uint32_t bus = bus_value(machine_, *bridge);
     call_bridge_hooks(BUSCFG_HOOK_PRE_REMOVAL, bridge, bus, PCI_OK);
-    machine_.update(gone, {});
+    machine_.update(gone, {}, bridges_around(*bridge));
     for (const RoutingId id : gone) {
         served()->msix_tables.forget(id);
         functions_.forget(id);
@@ -123,8 +135,8 @@ void HotPlug::remove(bridge_rec *bridge, const std::vector<RoutingId> &gone) {
 
 void HotPlug::insert(bridge_rec *bridge, const std::vector<RoutingId> &come) {
     call_bridge_hooks(BUSCFG_HOOK_PRE_INSERTION, bridge, bus_value(machine_, *bridge), PCI_OK);
-    machine_.update({}, come);
-    observer_.inserted();
+    machine_.update({}, come, bridges_around(*bridge));
+    observer_.inserted(come);
     admit_arrivals(come);
     call_bridge_hooks(BUSCFG_HOOK_POST_INSERTION, bridge, bus_value(machine_, *bridge), PCI_OK);
     report_inserted(place_text(*bridge), come);
@@ -142,7 +154,7 @@ void HotPlug::insert_root_buses(const std::vector<RoutingId> &come) {
     if (come.empty())
         return;
     machine_.update({}, come);
-    observer_.inserted();
+    observer_.inserted(come);
     admit_arrivals(come);
     std::set<bridge_rec *> roots;
     for (const RoutingId id : come)

@@ -20,7 +20,8 @@ public:
     using Clock = EventGroups::Clock;
 
     struct Observer {
-        std::function<void()> inserted;  // functions have entered the machine; the hooks come next
+        // Functions have entered the machine; the hooks come next.
+        std::function<void(const std::vector<RoutingId> &come)> inserted;
         // Describes what hooks have changed on these functions since, for the message about the
         // insertion.
         std::function<std::string(const std::vector<RoutingId> &come)> outcome;
@@ -46,6 +47,7 @@ private:
     std::vector<RoutingId> gone_below(const bridge_rec &bridge,
                                       const std::set<RoutingId> &named) const;
     std::vector<RoutingId> come_below(const bridge_rec *bridge) const;
+    std::vector<RoutingId> bridges_around(const bridge_rec &bridge) const;
     void bring_in(bridge_rec *bridge, const std::set<RoutingId> &named);
     void remove(bridge_rec *bridge, const std::vector<RoutingId> &gone);
     void insert(bridge_rec *bridge, const std::vector<RoutingId> &come);

@@ -52,9 +52,9 @@ TEST_F(HotPlugs, AreToldBeforeAndAfterWhatHappens) {
     Machine machine(space);
     const Serving serving(machine);
     add_hook<1>(), add_hook<2>(), add_hook<3>(), add_hook<4>();
-    HotPlug hot_plug(
-        machine, space,
-        {.inserted = [] { told += "inserted\n"; }, .outcome = [](const auto &) { return ""; }});
+    HotPlug hot_plug(machine, space,
+                     {.inserted = [](const auto &) { told += "inserted\n"; },
+                      .outcome = [](const auto &) { return ""; }});
     const auto card = [&](RoutingId id, std::uint32_t vendor_and_device) {
         plug(id, config_bytes({.id = id, .dwords = {{pci::VENDOR_ID, vendor_and_device}}}, false));
     };
@@ -119,7 +119,7 @@ TEST_F(HotPlugs, BringFunctionsBelowPortsThatModulesHaveLowered) {
         EXPECT_EQ(admit_payload(*machine.find(PORT), module), PCI_OK);
         keep_payloads_in_bounds();
         poke(PORT, DEVCTL_AT, {"", 1});
-        HotPlug hot_plug(machine, space, {[] {}, [](const auto &) { return ""; }});
+        HotPlug hot_plug(machine, space, {[](const auto &) {}, [](const auto &) { return ""; }});
         hot_plug.take({.added = true, .id = CARD, .bridges = {PORT}});
         hot_plug.settle(HotPlug::Clock::now() + EventGroups::LONGEST);
         EXPECT_EQ(read(sysfs.file(CARD, "config"))[DEVCTL_AT], after);

@@ -252,6 +252,50 @@ TEST_F(Runs, StayAndFollowWhatHappensUntilTheyAreToldToEnd) {
     EXPECT_EQ(report()["functions"][2]["mps"]["after"], nullptr);
 }
 
+// Half of the functions are root ports and the others cards, one below each. An insertion costs the
+// same whatever else there is: what has come, and its port.
+TEST_F(Runs, AccessAMachineNoMoreThanTheyMust) {
+    using Counts = std::array<int, 3>;  // reads, writes, opens
+    const struct {
+        unsigned ports;
+        Counts start, report, insertion;
+    } rows[] = {{25, {1101, 150, 50}, {150, 0, 0}, {22, 2, 1}},
+                {250, {11001, 1500, 500}, {1500, 0, 0}, {22, 2, 1}}};
+    constexpr RoutingId LAST_PORT = at(0, 3, 1), LAST = at(25);
+    const auto accesses = [] {
+        const auto found = nlohmann::json::parse(ask("report"))["accesses"];
+        return Counts{found["reads"], found["writes"], found["opens"]};
+    };
+    const auto minus = [](Counts all, const Counts &some) {
+        std::ranges::transform(all, some, all.begin(), std::minus());
+        return all;
+    };
+    const auto plug_it = [&](FunctionSpec spec) {
+        spec.payload_cap = 1;
+        spec.aer = GEN_CAP | CHK_CAP;
+        plug(spec.id, config_bytes(spec, false));
+    };
+    for (const auto &row : rows) {
+        for (std::uint8_t n = 1; n <= row.ports; ++n) {
+            plug_it({.id = at(0, n / 8, n % 8), .port = 4, .secondary = n});
+            plug_it({.id = at(n)});
+        }
+        start("--live --write --watch --control control -v");
+        await([&] { return fs::exists("control") && says("module init, Success"); });
+        const Counts first = accesses(), second = accesses(), report = minus(second, first);
+        EXPECT_EQ(minus(first, report), row.start);
+        EXPECT_EQ(report, row.report);
+        unplug(LAST), plug_it({.id = LAST});
+        const std::string event = "add /devices/pci0000:00/" + kernel_address(0, LAST_PORT) + "/" +
+                                  kernel_address(0, LAST);
+        EXPECT_GT(::write(kernel[1], event.data(), event.size()), 0);
+        await([&] { return says("inserted below 00:03.1: 19:00.0; modules changed ECRC on 1"); });
+        EXPECT_EQ(minus(minus(accesses(), second), report), row.insertion);
+        kill(child, SIGTERM);
+        EXPECT_EQ(finish(), EXIT_DONE);
+    }
+}
+
 TEST_F(Runs, StayAboveTheServersOfEveryDomain) {
     const Sysfs other = plug_domains();
     start("--live --write --watch -e - --control control --domain all -v");
