@@ -1,11 +1,13 @@
-// Measures the time of a start-up on machines of 1,024 to 65,536 functions, beside a bare loop over
-// the same configuration image that makes the fewest register accesses with which the same
-// programming can be done: for each function Device Capabilities and Device Control read, Device
-// Control written, and Advanced Error Capabilities and Control read and written.
+// Measures the time of a start-up on machines of 1,024 to 65,536 functions, beside two bare loops
+// over the same configuration image, each through the host's exported functions and on the image
+// itself:
+// - the same accesses: those that a start-up has been seen to make, in their order, and nothing
+//   else. What a start-up takes more is what the module and the host do between accesses;
+// - the fewest accesses with which the same programming can be done: for each function Device
+//   Capabilities and Device Control read, Device Control written, and Advanced Error Capabilities
+//   and Control read and written.
 //
-// The machines fill whole buses: all 32 devices with all 8 functions. Bus 0 has a root port for
-// each further bus, so that each is a hierarchy of its own, and integrated endpoints in the other
-// places. Every measurement has a process of its own, because a module starts once in a process.
+// Every measurement has a process of its own, because a module starts once in a process.
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -20,6 +22,7 @@
 #include <string>
 #include <vector>
 
+#include "bench/full_buses.h"
 #include "host/base/log.h"
 #include "host/exports/serve.h"
 #include "host/machine/machine.h"
@@ -31,67 +34,15 @@
 namespace host::bench {
 namespace {
 
-constexpr unsigned PCIE_AT = 0x40;
-constexpr unsigned AER_AT = 0x100;
-constexpr unsigned CAP_VERSION = 2;
-constexpr unsigned MPS_512 = 2;
-constexpr std::uint32_t ETHERNET_CLASS = 0x020000;
-constexpr std::size_t BYTES = 0x150;  // up to the end of the AER capability
-constexpr unsigned FUNCTIONS_PER_BUS = 256;
-constexpr int RUNS = 5;
-
-struct Bytes {
-    std::vector<std::uint8_t> bytes = std::vector<std::uint8_t>(BYTES);
-
-    void put(unsigned offset, unsigned width, std::uint32_t value) {
-        for (unsigned i = 0; i < width; i++)
-            bytes[offset + i] = static_cast<std::uint8_t>(value >> 8 * i);
-    }
-};
-
-std::vector<std::uint8_t> function_bytes(std::uint8_t port_type, unsigned secondary) {
-    Bytes function;
-    function.put(pci::VENDOR_ID, 4, 0x0001'1AF4);
-    function.put(pci::STATUS, 2, pci::STATUS_CAPABILITIES_LIST);
-    function.put(pci::CLASS_REVISION, 4,
-                 pci::in_field(pci::CLASS_REVISION_CLASS_CODE,
-                               secondary != 0 ? PCI_BRIDGE_CLASS : ETHERNET_CLASS));
-    function.put(pci::HEADER_TYPE, 1,
-                 pci::HEADER_TYPE_MULTI_FUNCTION |
-                     (secondary != 0 ? pci::HEADER_LAYOUT_BRIDGE : 0U));
-    if (secondary != 0) {
-        function.put(pci::SECONDARY_BUS_NUMBER, 1, secondary);
-        function.put(pci::SUBORDINATE_BUS_NUMBER, 1, secondary);
-    }
-    function.put(pci::CAPABILITIES_POINTER, 1, PCIE_AT);
-    function.put(PCIE_AT, 2, CAPID_PCIE);
-    function.put(PCIE_AT + pci::PCIE_CAPS, 2,
-                 CAP_VERSION | pci::in_field(pci::PCIE_CAPS_DEVICE_PORT_TYPE, port_type));
-    function.put(PCIE_AT + pci::DEVCAP, 4, MPS_512);
-    function.put(AER_AT, 4, pci::in_field(pci::EXT_CAP_HEADER_VERSION, 1) | EXT_CAPID_AER);
-    function.put(AER_AT + pci::AER_CONTROL, 4,
-                 pci::AER_CONTROL_ECRC_GEN_CAPABLE | pci::AER_CONTROL_ECRC_CHK_CAPABLE);
-    return function.bytes;
-}
-
-void fill(ConfigImage &image, unsigned functions) {
-    const unsigned buses = functions / FUNCTIONS_PER_BUS;
-    for (unsigned id = 0; id < functions; id++) {
-        const unsigned place = id % FUNCTIONS_PER_BUS;
-        const bool on_root_bus = id < FUNCTIONS_PER_BUS;
-        const unsigned secondary = on_root_bus && place + 1 < buses ? place + 1 : 0;
-        std::uint8_t type = on_root_bus ? PORT_TYPE_RCIEP : PORT_TYPE_ENDPOINT;
-        if (secondary != 0)
-            type = PORT_TYPE_ROOT_PORT;
-        image.add(static_cast<RoutingId>(id), std::string(), function_bytes(type, secondary));
-    }
-}
+constexpr int RUNS = 9;
 
 struct Figures {
     double seconds;
-    std::uint64_t accesses;
     long kilobytes;  // peak memory over what the machine itself takes
 };
+
+using Accesses = std::vector<ImageAccess>;
+using Work = std::function<void(ConfigImage &image)>;
 
 long peak_kilobytes() {
     rusage usage{};
@@ -99,9 +50,27 @@ long peak_kilobytes() {
     return usage.ru_maxrss;
 }
 
-enum class Work { START_UP, THROUGH_HOST, ON_IMAGE };
+void replay_through_host(const Accesses &accesses) {
+    for (const ImageAccess &access : accesses) {
+        std::uint32_t value = access.value;
+        if (access.is_write)
+            pci_hw->cfg_write(access.id, access.offset, access.width, &value, 0);
+        else
+            pci_hw->cfg_read(access.id, access.offset, access.width, &value, 0);
+    }
+}
 
-void loop_through_host(const ConfigImage &image) {
+void replay_on_image(const Accesses &accesses, ConfigImage &image) {
+    for (const ImageAccess &access : accesses) {
+        std::uint32_t value = access.value;
+        if (access.is_write)
+            image.write(access.id, access.offset, access.width, value);
+        else
+            image.read(access.id, access.offset, access.width, value);
+    }
+}
+
+void fewest_through_host(const ConfigImage &image) {
     for (const RoutingId id : image.functions()) {
         std::uint32_t devcap = 0;
         std::uint16_t devctl = 0;
@@ -116,7 +85,7 @@ void loop_through_host(const ConfigImage &image) {
     }
 }
 
-void loop_on_image(ConfigImage &image) {
+void fewest_on_image(ConfigImage &image) {
     for (const RoutingId id : image.functions()) {
         std::uint32_t devcap = 0;
         std::uint32_t devctl = 0;
@@ -131,8 +100,9 @@ void loop_on_image(ConfigImage &image) {
     }
 }
 
-void start_module(const std::string &config_argument) {
-    const char *argument = config_argument.c_str();
+void start_module(const std::string &config) {
+    const std::string option = "--config=" + config;
+    const char *argument = option.c_str();
     const mod_init_args_t args = {{3, 0}, {3, 0}, 1, &argument};
     if (enable_features::start_module(&args) != PCI_OK)
         std::abort();
@@ -151,62 +121,107 @@ void check(ConfigImage &image) {
         std::abort();
 }
 
-Figures measure(unsigned functions, Work work, bool count, const std::string &config) {
+// Does the work on a machine of its own. `prepare` comes before the time is taken.
+Figures run(unsigned functions, const Work &work, const Work &prepare) {
     ConfigImage image;
     fill(image, functions);
     Machine machine(image);
     serve(&machine);
     open_log({.verbosity = 0});
-    std::uint64_t accesses = 0;
-    if (count)
-        image.set_filter([&](ImageAccess &) {
-            accesses++;
-            return PCI_OK;
-        });
+    prepare(image);
     const long before = peak_kilobytes();
     const auto begin = std::chrono::steady_clock::now();
-    if (work == Work::START_UP)
-        start_module("--config=" + config);
-    else if (work == Work::THROUGH_HOST)
-        loop_through_host(image);
-    else
-        loop_on_image(image);
+    work(image);
     const std::chrono::duration<double> time = std::chrono::steady_clock::now() - begin;
     const long after = peak_kilobytes();
     image.set_filter({});
     check(image);
-    return {time.count(), accesses, after - before};
+    return {time.count(), after - before};
 }
 
-Figures in_child(const std::function<Figures()> &measurement) {
+// Returns what `work` returns in a process of its own.
+template <typename Item>
+std::vector<Item> in_child(const std::function<std::vector<Item>()> &work) {
     int ends[2];
     if (pipe(ends) != 0)
         std::abort();
     const pid_t child = fork();
     if (child == 0) {
-        const Figures figures = measurement();
-        _exit(write(ends[1], &figures, sizeof figures) == sizeof figures ? 0 : 1);
+        const std::vector<Item> items = work();
+        std::FILE *const out = fdopen(ends[1], "w");
+        const bool is_whole = out != nullptr && std::fwrite(items.data(), sizeof(Item),
+                                                            items.size(), out) == items.size();
+        _exit(is_whole && std::fclose(out) == 0 ? 0 : 1);
     }
     close(ends[1]);  // a child that fails must not leave the read waiting
-    Figures figures{};
+    std::vector<Item> items;
+    std::FILE *const in = fdopen(ends[0], "r");
+    for (Item item{}; in != nullptr && std::fread(&item, sizeof item, 1, in) == 1;)
+        items.push_back(item);
     int status = 0;
-    const bool got = read(ends[0], &figures, sizeof figures) == sizeof figures;
-    close(ends[0]);
-    if (waitpid(child, &status, 0) != child || status != 0 || !got)
+    if (in == nullptr || std::fclose(in) != 0 || waitpid(child, &status, 0) != child || status != 0)
         std::abort();
-    return figures;
+    return items;
 }
 
-// Returns the fastest of some runs, with the accesses counted in one more.
-Figures best(unsigned functions, Work work, const std::string &config) {
-    Figures found = in_child([&] { return measure(functions, work, true, config); });
-    found.seconds = 1e9;
-    for (int run = 0; run < RUNS; run++) {
-        const Figures figures = in_child([&] { return measure(functions, work, false, config); });
+// Returns the accesses that the image saw, with what they read or wrote.
+Accesses accesses_of(unsigned functions, const Work &work) {
+    return in_child<ImageAccess>([&] {
+        Accesses seen;
+        run(functions, work, [&](ConfigImage &image) {
+            image.set_filter([&](const ImageAccess &access) {
+                seen.push_back(access);
+                return PCI_OK;
+            });
+        });
+        return seen;
+    });
+}
+
+// Aborts unless a loop makes just the accesses that it is to make, and reads and writes the same.
+void check_same(unsigned functions, const Accesses &accesses, const Work &replay) {
+    const auto is_same = [](const ImageAccess &a, const ImageAccess &b) {
+        return a.id == b.id && a.offset == b.offset && a.width == b.width &&
+               a.is_write == b.is_write && a.value == b.value;
+    };
+    if (!std::ranges::equal(accesses, accesses_of(functions, replay), is_same))
+        std::abort();
+}
+
+// Returns the fastest of some runs.
+Figures best(unsigned functions, const Work &work) {
+    Figures found{.seconds = 1e9, .kilobytes = 0};
+    for (int i = 0; i < RUNS; i++) {
+        const Figures figures = in_child<Figures>([&] {
+                                    return std::vector{run(functions, work, [](ConfigImage &) {})};
+                                }).at(0);
         found.seconds = std::min(found.seconds, figures.seconds);
         found.kilobytes = figures.kilobytes;
     }
     return found;
+}
+
+void measure(unsigned functions, const std::string &config) {
+    const Work start_up = [&](ConfigImage &) { start_module(config); };
+    const Accesses accesses = accesses_of(functions, start_up);
+    const Work loops[] = {
+        [&](ConfigImage &) { replay_through_host(accesses); },
+        [&](ConfigImage &image) { replay_on_image(accesses, image); },
+        [](const ConfigImage &image) { fewest_through_host(image); },
+        [](ConfigImage &image) { fewest_on_image(image); },
+    };
+    check_same(functions, accesses, loops[0]);
+    check_same(functions, accesses, loops[1]);
+    const Figures start = best(functions, start_up);
+    std::printf("| %u | %.2f | %.3f | %zu | %.1f | %ld |", functions, start.seconds * 1e3,
+                start.seconds * 1e6 / functions, accesses.size(),
+                start.seconds * 1e9 / static_cast<double>(accesses.size()), start.kilobytes);
+    for (const Work &loop : loops) {
+        const double seconds = best(functions, loop).seconds;
+        std::printf(" %.2f (%.1f) |", seconds * 1e3, start.seconds / seconds);
+    }
+    std::printf("\n");
+    std::fflush(stdout);
 }
 
 }  // namespace
@@ -226,21 +241,12 @@ int main(int argc, char **argv) {
     std::ofstream(config) << "MPS=all:max\nECRC=all:+:+\n";
     if (std::freopen("/dev/null", "w", stderr) == nullptr)
         return 1;
-    std::printf("| functions | start-up ms | us a function | accesses | peak KiB | bare, host ms | "
-                "bare, image ms | bare accesses | ratio, host | ratio, image |\n"
-                "| ---: | ---: | ---: | ---: | ---: | ---: | ---: | ---: | ---: | ---: |\n");
-    for (const unsigned functions : sizes) {
-        const Figures start = best(functions, Work::START_UP, config);
-        const Figures host = best(functions, Work::THROUGH_HOST, config);
-        const Figures image = best(functions, Work::ON_IMAGE, config);
-        std::printf("| %u | %.2f | %.3f | %llu | %ld | %.2f | %.2f | %llu | %.1f | %.1f |\n",
-                    functions, start.seconds * 1e3, start.seconds * 1e6 / functions,
-                    static_cast<unsigned long long>(start.accesses), start.kilobytes,
-                    host.seconds * 1e3, image.seconds * 1e3,
-                    static_cast<unsigned long long>(image.accesses), start.seconds / host.seconds,
-                    start.seconds / image.seconds);
-        std::fflush(stdout);
-    }
+    std::printf(
+        "| functions | start-up, ms | us a function | accesses | ns an access | peak, KiB | "
+        "same, host | same, image | fewest, host | fewest, image |\n"
+        "| ---: | ---: | ---: | ---: | ---: | ---: | ---: | ---: | ---: | ---: |\n");
+    for (const unsigned functions : sizes)
+        measure(functions, config);
     std::filesystem::remove(config);
     return 0;
 }
