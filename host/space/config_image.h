@@ -5,6 +5,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <set>
 
 #include "host/base/by_routing_id.h"
 #include "host/space/config_space.h"
@@ -57,11 +58,13 @@ public:
     void set_filter(AccessFilter filter);
 
 private:
+    using Rules = std::vector<RegisterRule>;
+
     struct Entry {
-        std::string title;
-        std::vector<std::uint8_t> bytes;
-        std::vector<RegisterRule> rules;
         bool present = true;
+        std::vector<std::uint8_t> bytes;
+        const Rules *rules = nullptr;
+        std::string title;
     };
 
     // The caller holds the lock.
@@ -69,6 +72,8 @@ private:
     pci_err_t check(const Entry *entry, unsigned offset, unsigned width) const;
 
     mutable std::mutex lock_;
+    // Functions of one kind share their rules, which then stay in the processor's cache.
+    std::set<Rules> rules_;
     ByRoutingId<std::unique_ptr<Entry>> entries_;
     AccessFilter filter_;
 };

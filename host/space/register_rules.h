@@ -1,6 +1,7 @@
 // Derives the writable bits of a function's registers from its own header and capabilities.
 #pragma once
 
+#include <compare>
 #include <cstdint>
 #include <span>
 #include <vector>
@@ -15,6 +16,8 @@ struct RegisterRule {
     std::uint32_t w1c;         // bits that software clears by writing 1
     std::uint32_t reset_mask;  // bits that a reset sets to the bits of reset_value
     std::uint32_t reset_value;
+
+    auto operator<=>(const RegisterRule &) const = default;
 };
 
 // Returns the rules of the function with these bytes, ascending by offset. A register that is not
