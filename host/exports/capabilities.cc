@@ -7,6 +7,7 @@
 #include "host/exports/msix_tables.h"
 #include "host/exports/register_access.h"
 #include "platform/pci_access.h"
+#include "platform/pci_regs.h"
 
 namespace host {
 
@@ -67,8 +68,8 @@ pci_err_t enter(const pci_cap_t &head, const Function *&function) {
     if (const pci_err_t error = find_function(head.bdf, function))
         return error;
     const CapPosition position{head.id, head.offset};
-    const auto has = [&](const auto &list) { return std::ranges::count(list, position) != 0; };
-    return has(function->caps) || has(function->ext_caps) ? PCI_OK : PCI_ERR_NOT_SUPPORTED;
+    const auto &list = head.offset < pci::EXT_CAPS ? function->caps : function->ext_caps;
+    return std::ranges::find(list, position) != list.end() ? PCI_OK : PCI_ERR_NOT_SUPPORTED;
 }
 
 pci_err_t new_capability(bdf_t bdf, CapPosition position, pci_cap_t **object) {
