@@ -182,14 +182,18 @@ void deliver(const LogMessage &message, int verbosity, int &severity) {
                        log().part + safe_text(with_lspci_addresses(message.text))});
 }
 
-// Modules call this through a C interface, which no exception may cross. The texts of errors and
-// warnings are looked at whether or not they are shown.
+// The caller holds the lock. Returns true when severity_here() may look at the text.
+bool depends_on_text(int severity) {
+    return severity <= LOG_SEVERITY_ERROR || (severity == LOG_SEVERITY_WARNING && log().is_no_loss);
+}
+
+// Modules call this through a C interface, which no exception may cross.
 int take(bool debug_handle, int severity, int verbosity, int message_verbosity, const char *format,
          va_list args) {
     Log &the_log = log();
     const std::scoped_lock guard(the_log.lock);
     if (is_shown(severity, verbosity, message_verbosity) || the_log.observer ||
-        the_log.most_bytes > 0 || severity <= LOG_SEVERITY_WARNING) {
+        the_log.most_bytes > 0 || depends_on_text(severity)) {
         va_list again;
         va_copy(again, args);
         try {
