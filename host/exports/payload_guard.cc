@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <map>
 #include <new>
+#include <utility>
 #include <vector>
 
 #include "host/base/address.h"
@@ -137,7 +138,7 @@ pci_err_t admit_payload(const Function &function, std::uint16_t devctl) {
     try {
         {
             const std::scoped_lock guard(writes.lock);
-            writes.written.insert(function.id());
+            writes.written.at(function.id()) = true;
         }
         note_given_payload(function, devctl);
         return payload_code(devctl) == LOWEST_PAYLOAD ? PCI_OK
@@ -154,7 +155,7 @@ void admit_arrivals(std::span<const RoutingId> come) {
         if (!function || !is_above_given_size(*now, *function))
             continue;
         const std::scoped_lock guard(now->payload_writes.lock);
-        now->payload_writes.written.insert(id);
+        now->payload_writes.written.at(id) = true;
     }
 }
 
@@ -167,7 +168,10 @@ bool keep_payloads_in_bounds() {
     Ids written;
     {
         const std::scoped_lock guard(writes.lock);
-        written.swap(writes.written);
+        writes.written.visit_all([&](RoutingId id, bool &is_written) {
+            if (std::exchange(is_written, false))
+                written.insert(written.end(), id);
+        });
     }
     if (!written.empty())
         now->machine.space().look_again();

@@ -10,6 +10,7 @@
 #include <set>
 #include <span>
 
+#include "host/base/by_routing_id.h"
 #include "host/machine/machine.h"
 
 namespace host {
@@ -17,9 +18,9 @@ namespace host {
 // The writes of modules to a machine.
 struct PayloadWrites {
     std::mutex lock;
-    std::set<RoutingId> written;  // what the next repair is about
-    std::mutex one_repair;        // guards `failed`
-    std::set<RoutingId> failed;   // above their port when a repair ended
+    ByRoutingId<bool> written;   // what the next repair is about
+    std::mutex one_repair;       // guards `failed`
+    std::set<RoutingId> failed;  // above their port when a repair ended
 };
 
 // Checks a write of `devctl` to Device Control. Returns PCI_ERR_INVALID, with a warning, for a
