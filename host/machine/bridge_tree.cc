@@ -54,7 +54,7 @@ std::vector<BridgeTree::BusConflict> BridgeTree::conflicts() const {
 std::vector<bdf_t> BridgeTree::ports_above(bdf_t bdf) const {
     const std::vector<BusConflict> all_conflicts = conflicts();
     std::vector<bdf_t> ports;
-    std::vector<bdf_t> without_port{bdf};  // functions above which ports are still to be found
+    std::vector<bdf_t> without_port;  // bridges above which ports are still to be found
     const auto add = [&](bdf_t bridge) {
         const bridge_rec *record = by_bdf(bridge);
         if (!record)
@@ -63,15 +63,18 @@ std::vector<bdf_t> BridgeTree::ports_above(bdf_t bdf) const {
         if (std::ranges::find(found, bridge) == found.end())
             found.push_back(bridge);
     };
-    for (std::size_t i = 0; i < without_port.size(); ++i) {
-        const bridge_rec *holder = above(without_port[i]);
+    const auto add_above = [&](bdf_t below) {
+        const bridge_rec *holder = above(below);
         if (!holder || holder->bridge_kind == BRIDGE_KIND_HOST)
-            continue;
+            return;
         add(holder->bdf);
         for (const BusConflict &conflict : all_conflicts)
             if (conflict.holder == holder && !is_below(conflict.bdf, *holder))
                 add(conflict.bdf);
-    }
+    };
+    add_above(bdf);
+    for (std::size_t i = 0; i < without_port.size(); ++i)
+        add_above(bdf_t{without_port[i]});
     return ports;
 }
 

@@ -21,10 +21,6 @@ Machine::Machine(ConfigSpace &space, Warn warn) : space_(space), warn_(std::move
     give_warnings(warnings);
 }
 
-ConfigSpace &Machine::space() const {
-    return space_;
-}
-
 std::vector<const Function *> Machine::functions() const {
     std::vector<const Function *> all;
     places_.visit_all([&](RoutingId, const Place &place) {
@@ -37,13 +33,6 @@ std::vector<const Function *> Machine::functions() const {
 const Function *Machine::known(RoutingId id) const {
     const Place *place = places_.find(id);
     return place ? place->function.load() : nullptr;
-}
-
-const Function *Machine::find(bdf_t bdf) const {
-    if (bdf > BDF_HIGHEST)
-        return nullptr;
-    const Place *place = places_.find(pci::routing_id_of(bdf));
-    return place && place->reachable ? place->function.load() : nullptr;
 }
 
 bool Machine::reachable(const Function &function) const {

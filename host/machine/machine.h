@@ -102,4 +102,16 @@ private:
     std::atomic<std::uint64_t> generation_ = 0;
 };
 
+// Every access to a register begins with it.
+inline const Function *Machine::find(bdf_t bdf) const {
+    if (bdf > BDF_HIGHEST)
+        return nullptr;
+    const Place *place = places_.find(pci::routing_id_of(bdf));
+    return place && place->reachable ? place->function.load() : nullptr;
+}
+
+inline ConfigSpace &Machine::space() const {
+    return space_;
+}
+
 }  // namespace host
