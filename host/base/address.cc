@@ -25,7 +25,7 @@ std::size_t module_address(const std::string &text, std::array<char, 16> &addres
     if (std::sscanf(text.c_str(), "B%3u:D%2u:F%3u%n", &bus, &device, &function, &end) == 3)
         std::snprintf(address.data(), address.size(), "%02x:%02x.%x", bus, device + function / 8,
                       function % 8);
-    else if (std::sscanf(text.c_str(), "B%3u:D%2u:Fz%n", &bus, &device, &end) == 2 && end > 0)
+    else if (std::sscanf(text.c_str(), "B%3u:D%2u:Fz%n", &bus, &device, &end) == 2)
         std::snprintf(address.data(), address.size(), "%02x:%02x.*", bus, device);
     return static_cast<std::size_t>(end);
 }
