@@ -21,9 +21,11 @@ std::optional<std::uint32_t> recall(const Function &function, std::optional<std:
     return value;
 }
 
+// Both IDs are read, because what is kept of a function is dropped when they have changed.
 bool answers_now(const Function &function) {
-    std::uint32_t vendor = 0;
-    return read_config(function.bdf, pci::VENDOR_ID, 2, vendor) == PCI_OK;
+    std::uint32_t ids = 0;
+    return read_config(function.bdf, pci::IDS, 4, ids) == PCI_OK &&
+           pci::get(ids, pci::IDS_VENDOR) != pci::VENDOR_ID_NONE;
 }
 
 // The two registers are read one by one, as modules read them: a capability may be cut off between

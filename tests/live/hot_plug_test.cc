@@ -126,6 +126,39 @@ TEST_F(HotPlugs, BringFunctionsBelowPortsThatModulesHaveLowered) {
     }
 }
 
+TEST_F(HotPlugs, KeepRegistersAsLongAsTheyCannotHaveChanged) {
+    constexpr RoutingId CARD = at(1);
+    constexpr unsigned CONSTANT = PCIE_AT + pci::DEVCAP, SETTING = DEVCTL_AT;
+    plug("1.0:0");
+    LiveSpace space(0, LiveSpace::Mode::READ_AND_WRITE, sysfs.folder());
+    std::uint32_t value = 0;
+    space.read(CARD, pci::IDS, 4, value);
+    // Another program has just set both registers to the row's number, and then something happens.
+    const struct {
+        std::function<void()> happens;
+        unsigned constant, setting;
+    } rows[] = {{[] {}, 0, 0},
+                {[] {}, 0, 0},
+                {[&] { space.look_again(); }, 0, 2},
+                {[&] { space.write(CARD, SETTING, 2, 9); }, 0, 9},
+                {[&] { space.rest(); }, 0, 4},
+                {[] {}, 0, 5},
+                {[&] { poke(CARD, pci::DEVICE_ID, "1"), space.read(CARD, 0, 4, value); }, 6, 6},
+                {[&] { space.forget(CARD), space.look_again(); }, 7, 7},
+                {[&] { poke(CARD, SETTING, "\xFF\xFF"), space.look_again(); }, 7, 0xFFFF},
+                {[] {}, 7, 9}};
+    for (char number = 0; const auto &row : rows) {
+        poke(CARD, CONSTANT, {&number, 1}), poke(CARD, SETTING, {"\0\0", 2});
+        poke(CARD, SETTING, {&number, 1});
+        row.happens();
+        EXPECT_EQ(space.recall(CARD, CONSTANT, 1, Changes::NEVER, value), PCI_OK);
+        EXPECT_EQ(value, row.constant) << int{number};
+        EXPECT_EQ(space.recall(CARD, SETTING, 2, Changes::BY_WRITES, value), PCI_OK);
+        EXPECT_EQ(value, row.setting) << int{number};
+        ++number;
+    }
+}
+
 // Not all files can be open at a time.
 TEST_F(HotPlugs, AreSeenThroughFilesThatAreOpenedAgain) {
     constexpr RoutingId MANY = 70, FIRST = at(0), LAST = at(MANY - 1);
