@@ -23,9 +23,12 @@ std::string shortfall(const Function &function, unsigned code, const Bound &port
            ": larger packets to this function are lost";
 }
 
-// Returns the nearest port above a function that is set to more than `code`.
+// Returns the nearest port above a function that is set to more than `code`. Two bridges of which
+// each claims the bus that the other is on may be above each other.
 std::optional<Bound> larger_port(const Machine &machine, const Function &function, unsigned code) {
-    for (auto port = lowest_bound(machine, function); port && !port->error;) {
+    std::set<bdf_t> seen;
+    for (auto port = lowest_bound(machine, function);
+         port && !port->error && seen.insert(port->port).second;) {
         if (port->code > code)
             return port;
         const Function *const next = machine.find(port->port);

@@ -109,7 +109,7 @@ TEST_F(MpsGuard, CompletesHierarchiesOfOneSize) {
         std::string request = "all:max";
         unsigned unmanaged = 4;
         bool complete = true;
-        std::pair<const char *, const char *> other = {"10.0:-", "10.0:-"};
+        std::string not_this = "10.0:-", but_this = "10.0:-";
     } rows[] = {
         {"a function below has less", "2220222022220", low},
         {"all below has as much", "2222222222220", "0000000200000"},
@@ -133,7 +133,8 @@ TEST_F(MpsGuard, CompletesHierarchiesOfOneSize) {
          "all:max",
          4,
          true,
-         {"2.1:6>4-4", "2.1:6>5-8"}},
+         "2.1:6>4-4",
+         "2.1:6>5-8"},
         {"the bus above twice",
          "2220002000002",
          "0000000000002",
@@ -142,11 +143,11 @@ TEST_F(MpsGuard, CompletesHierarchiesOfOneSize) {
          "all:max",
          4,
          true,
-         {"10.0:-", "11.0:4>2-2=2"}}};
+         "10.0:-",
+         "11.0:4>2-2=2"}};
     for (const auto &row : rows) {
         SCOPED_TRACE(row.name);
-        const auto functions =
-            tests::functions(replaced(switches, row.other.first, row.other.second));
+        const auto functions = tests::functions(replaced(switches, row.not_this, row.but_this));
         ManagedBuses managed(256, true);
         managed[row.unmanaged] = false;
         serve(functions, managed, row.complete);
@@ -183,6 +184,16 @@ TEST_F(MpsGuard, ReportsFunctionsThatDifferFromTheirPorts) {
         report_payload_mismatches(std::vector{row.come});
         EXPECT_EQ(log_counts().error - before, row.errors);
     }
+}
+
+// Switch ports on two buses, of which each claims the bus of the other.
+TEST_F(MpsGuard, EndsWherePortsAreAboveEachOther) {
+    const auto all = functions("0.1:4>1-1=2 0.2:4>2-2=2 1.0:6>2-2=2 1.1:0=2 2.0:6>1-1=2");
+    serve(all);
+    set_sizes(all, "22000");
+    const auto before = log_counts().error;
+    report_payload_mismatches(std::vector{at(1, 1)});
+    EXPECT_EQ(log_counts().error, before);
 }
 
 // Its other fields can still be written.
