@@ -123,12 +123,17 @@ pci_err_t admit(const Function &function, unsigned code) {
 // Returns true when the function is above a port that still has the size that a module gave it.
 bool is_above_given_size(Served &now, const Function &function) {
     std::uint16_t devctl = 0;
-    const auto bound = lowest_bound(now.machine, function);
-    if (!bound || bound->error || read_devctl(function, devctl) != PCI_OK ||
-        payload_code(devctl) <= bound->code)
+    if (read_devctl(function, devctl) != PCI_OK)
         return false;
-    const std::scoped_lock guard(now.given_payloads.lock);
-    return now.given_payloads.by_modules.find(pci::routing_id_of(bound->port)) == bound->code;
+    const auto is_below_given_size = [&](bdf_t port) {
+        const auto bound = lowest_bound(now.machine, std::vector{port});
+        if (bound->error || payload_code(devctl) <= bound->code)
+            return false;
+        const std::scoped_lock guard(now.given_payloads.lock);
+        return now.given_payloads.by_modules.find(pci::routing_id_of(port)) == bound->code;
+    };
+    return std::ranges::any_of(now.machine.bridges().ports_above(function.bdf),
+                               is_below_given_size);
 }
 
 }  // namespace

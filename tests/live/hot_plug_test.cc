@@ -101,15 +101,20 @@ TEST_F(HotPlugs, AreToldBeforeAndAfterWhatHappens) {
 }
 
 // The card has the size that its port had when it came, before a module lowered the port to 128
-// bytes. In the other rows the module leaves 512, and the kernel lowers the port; or the card fits.
+// bytes. In the other rows the module leaves 512, and the kernel lowers the port; or the card fits;
+// or another port, which is lower still, claims the bus too.
 TEST_F(HotPlugs, BringFunctionsBelowPortsThatModulesHaveLowered) {
     constexpr RoutingId PORT = at(0, 1), CARD = at(1);
     const struct {
         std::uint16_t module;
-        char card, after;
-    } rows[] = {{0, 0x40, 0}, {2 << 5, 0x40, 0x40}, {0, 0, 0}};
-    for (const auto &[module, card, after] : rows) {
-        plug("0.1:4>1-1=2 1.0:0=2");
+        char card, port, after;
+        const char *other = "";
+    } rows[] = {{0, 0x40, 0, 0},
+                {2 << 5, 0x40, 0, 0x40},
+                {0, 0, 0, 0},
+                {1 << 5, 0x40, 0x20, 0, "0.2:4>1-1=2 "}};
+    for (const auto &[module, card, port, after, other] : rows) {
+        plug(std::string(other) + "0.1:4>1-1=2 1.0:0=2");
         poke(PORT, DEVCTL_AT, "\x40");
         LiveSpace space(0, LiveSpace::Mode::READ_AND_WRITE, sysfs.folder());
         Machine machine(space);
@@ -118,7 +123,7 @@ TEST_F(HotPlugs, BringFunctionsBelowPortsThatModulesHaveLowered) {
         poke(CARD, DEVCTL_AT, {&card, 1});
         EXPECT_EQ(admit_payload(*machine.find(PORT), module), PCI_OK);
         keep_payloads_in_bounds();
-        poke(PORT, DEVCTL_AT, {"", 1});
+        poke(PORT, DEVCTL_AT, {&port, 1});
         HotPlug hot_plug(machine, space, {[](const auto &) {}, [](const auto &) { return ""; }});
         hot_plug.take({.added = true, .id = CARD, .bridges = {PORT}});
         hot_plug.settle(HotPlug::Clock::now() + EventGroups::LONGEST);
