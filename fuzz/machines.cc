@@ -98,10 +98,13 @@ std::uint32_t number_in(std::span<const std::uint8_t> bytes) {
 }
 
 HostileEvent event_of(Input row, std::size_t function) {
-    constexpr std::array WORDS = {"flr", "bus-reset", "insert", "remove"};
+    constexpr std::array<std::string_view, 5> WORDS = {"flr", "bus-reset", "insert", "remove",
+                                                       SWAP};
     const unsigned kind = row[2] % WORDS.size(), flags = row[4];
     HostileEvent event{.function = function, .word = WORDS[kind], .value = {}, .status = 0};
-    if (kind >= 2 && flags & 7)  // STATUS stands behind VALUE
+    if (event.word == SWAP)
+        event.value = row[3];
+    else if (kind >= 2 && flags & 7)  // STATUS stands behind VALUE
         event.value = flags & 2 ? row[3] + 256U : row[3];
     if (flags & 4)
         event.status = row[5];

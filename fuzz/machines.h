@@ -17,11 +17,13 @@ struct HostileFunction {
     const std::vector<std::uint8_t> *example = nullptr;
 };
 
-// Something happens to a function, or below it: a line of an events file.
+// Something happens to a function, or below it: a line of an events file; or the function is
+// exchanged for one with the bytes that another had at first.
+constexpr std::string_view SWAP = "swap";
 struct HostileEvent {
     std::size_t function;  // index
-    const char *word;
-    std::optional<unsigned> value;  // of insertions and removals
+    std::string_view word;
+    std::optional<unsigned> value;  // of insertions and removals; of SWAP, the other's index
     unsigned status;
 };
 
@@ -53,8 +55,9 @@ struct HostileMachine {
 //   S  n: another server manages bus n
 //   V  n: every event happens to the n-th function
 //   P  n, kind, VALUE, flags, STATUS: an event happens to the n-th function, by its kind a
-//      function-level reset, a bus reset, an insertion or a removal; the flags tell which of the
-//      numbers it is given: 1 VALUE, 2 VALUE + 256, 4 STATUS
+//      function-level reset, a bus reset, an insertion or a removal, whose flags tell which of the
+//      numbers it is given: 1 VALUE, 2 VALUE + 256, 4 STATUS; or it is swapped, for the function
+//      with the number VALUE
 //   C  the host completes hierarchies
 //   T  the rest of the input, after this row, is the text of the feature file
 // Rows that make no sense are passed over.

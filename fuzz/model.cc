@@ -18,6 +18,10 @@ bool Model::play(const model::Event &event) {
     return machine_->play(event);
 }
 
+bool Model::swap(RoutingId id, const std::vector<std::uint8_t> &bytes) {
+    return machine_->swap(id, bytes);
+}
+
 Spaces Model::spaces() const {
     return machine_->spaces();
 }

@@ -39,6 +39,10 @@ public:
     // Returns false, and changes nothing, when the line has to be refused.
     bool play(const model::Event &event);
 
+    // Another function comes to an address. Returns false, and changes nothing, where the model
+    // does not know the rules.
+    bool swap(RoutingId id, const std::vector<std::uint8_t> &bytes);
+
     // Returns every function's bytes as they should be now.
     Spaces spaces() const;
 

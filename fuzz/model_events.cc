@@ -1,4 +1,6 @@
 // Events in the model: which registers are reset, and what is set again afterwards.
+#include <algorithm>
+
 #include "fuzz/model_hierarchies.h"
 #include "platform/types.h"
 
@@ -84,20 +86,65 @@ void Hierarchies::after_bus_reset(Node &node) {
 
 // The functions on a bridge's secondary side, then those of each bridge there. A bridge that claims
 // a bus that another has is on both sides.
-void Hierarchies::after_insertion(Node &bridge, unsigned value) {
+void Hierarchies::after_insertion(const Node &bridge, unsigned value) {
     const bool leads_to_a_bus = leads_to(bridge.secondary) == &bridge;
     if (value > 255 || (value == 0 && !leads_to_a_bus))
         return;
+    set_ecrc_on([&](Node &node) { return node.parent == &bridge || rival_of(node) == &bridge; });
     each([&](Node &node) {
-        if (node.parent != &bridge && rival_of(node) != &bridge)
+        if (node.bridge && node.parent == &bridge)
+            after_insertion(node, 0);
+    });
+}
+
+void Hierarchies::after_root_bus_insertion(unsigned bus) {
+    const auto is_on_bus = [&](const Node &node) { return !node.parent && node.bus() == bus; };
+    set_ecrc_on(is_on_bus);
+    each([&](Node &node) {
+        if (node.bridge && is_on_bus(node))
+            after_insertion(node, 0);
+    });
+}
+
+void Hierarchies::set_ecrc_on(const std::function<bool(Node &)> &is_there) {
+    each([&](Node &node) {
+        if (!is_there(node))
             return;
         for (const Wish &wish : wishes_)
             if (wish.bdf == bdf_of(node))
                 apply(wish);
     });
-    each([&](Node &node) {
-        if (node.bridge && node.parent == &bridge)
-            after_insertion(node, 0);
+}
+
+// Another function comes to the address of one, with whatever the kernel has set it to. Bridges and
+// devices with virtual functions change more than the model knows.
+bool Hierarchies::swap(RoutingId id, const std::vector<std::uint8_t> &bytes) {
+    Node *node = at(id);
+    const Node come = read_node(id, bytes);
+    if (!node || node->bridge || come.bridge || !come.answers || come.sriov ||
+        has_virtual_functions() || !knows_reset(come))
+        return false;
+    node->there = false;
+    settle();
+    Node *parent = node->parent;
+    *node = come;
+    node->parent = parent;
+    node->ari_form = has_ari_forms(node->bus());
+    node->written = is_above_given_size(*node);
+    if (parent)
+        after_insertion(*parent, leads_to(parent->secondary) == parent ? parent->secondary : 0);
+    else
+        after_root_bus_insertion(node->bus());
+    settle();
+    return true;
+}
+
+// It may have come while the module lowered its port.
+bool Hierarchies::is_above_given_size(const Node &node) {
+    return std::ranges::any_of(ports_above(node), [&](Node *port) {
+        const auto given = given_.find(port);
+        return given != given_.end() && port->payload() == given->second &&
+               node.payload().value_or(0) > given->second;
     });
 }
 

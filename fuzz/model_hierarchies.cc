@@ -132,19 +132,25 @@ void Hierarchies::lower_what_is_above_its_port() {
 // Both forms of an address are names of their own; the first naming gives the place.
 void Hierarchies::record(bdf_t bdf, int generation, int checking) {
     auto wish = std::ranges::find(wishes_, bdf, &Wish::bdf);
-    if (wish == wishes_.end())
-        wish = wishes_.insert(wish, {.bdf = bdf});
+    if (wish == wishes_.end()) {
+        const Node *node = at(bdf);
+        const unsigned aer = node ? node->aer : 0;
+        wish = wishes_.insert(wish, {.bdf = bdf, .aer = aer});
+        wish->capable = aer ? node->get(aer + 0x18, 4).value_or(0) : 0;
+    }
     wish->generation = generation ? generation : wish->generation;
     wish->checking = checking ? checking : wish->checking;
 }
 
+// A function that has come to an address instead of another is set where it has the capability at
+// the same place.
 void Hierarchies::apply(const Wish &wish) {
     Node *node = at(wish.bdf);
-    if (!node || !node->aer || !node->get(node->aer + 0x18, 4))
+    if (!node || !node->aer_places.contains(wish.aer) || !node->get(wish.aer + 0x18, 4))
         return;
     const auto turn = [&](int setting, unsigned capable, unsigned byte, unsigned enable) {
-        std::uint8_t &bits = node->bytes[node->aer + 0x18 + byte];
-        if (setting && (node->bytes[node->aer + 0x18] & capable))
+        std::uint8_t &bits = node->bytes[wish.aer + 0x18 + byte];
+        if (setting && (wish.capable & node->bytes[wish.aer + 0x18] & capable))
             bits = static_cast<std::uint8_t>(setting > 0 ? bits | enable : bits & ~enable);
     };
     turn(wish.generation, 0x20, 0, 0x40);

@@ -28,6 +28,7 @@ public:
 
     void start();
     bool play(const Event &event);
+    bool swap(RoutingId id, const std::vector<std::uint8_t> &bytes);
 
 private:
     struct Device {
@@ -38,6 +39,8 @@ private:
     struct Wish {
         bdf_t bdf;  // as the line names it
         int generation = 0, checking = 0;
+        unsigned aer = 0;      // where the function has the capability at first
+        unsigned capable = 0;  // of what, at first
     };
 
     void list_devices();
@@ -61,7 +64,10 @@ private:
     void reset_below(const Node &bridge);
     void after_function_reset(Node &node);
     void after_bus_reset(Node &node);
-    void after_insertion(Node &bridge, unsigned value);
+    void after_insertion(const Node &bridge, unsigned value);
+    void set_ecrc_on(const std::function<bool(Node &)> &is_there);
+    void after_root_bus_insertion(unsigned bus);
+    bool is_above_given_size(const Node &node);
     bool has_bridges(const Node &bridge);
     Node *bridge_for(Node &node);
 

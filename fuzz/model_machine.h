@@ -57,6 +57,18 @@ public:
                 visit(node);
     }
 
+    bool has_ari_forms(unsigned bus) {
+        const Node *bridge = leads_to_[bus], *first = at(bus << 8);
+        return bridge && first && first->ari && bridge->pcie &&
+               (bridge->type == 4 || bridge->type == 6 || bridge->type == 8) &&
+               (bridge->express(2, 2).value_or(0) & 0xF) >= 2 &&
+               (bridge->express(0x28, 2).value_or(0) & 0x20);
+    }
+
+    bool has_virtual_functions() const {
+        return std::ranges::any_of(nodes_, [](const auto &each) { return each.second.sriov != 0; });
+    }
+
     bool knows_resets() const {
         return std::ranges::all_of(nodes_,
                                    [](const auto &each) { return knows_reset(each.second); });
@@ -199,15 +211,7 @@ private:
 
     // A link leads down from root ports, downstream ports, and bridges from PCI to PCI Express.
     void choose_forms() {
-        std::vector<bool> ari(256);
-        for (unsigned bus = 0; bus < 256; ++bus) {
-            const Node *bridge = leads_to_[bus], *first = at(bus << 8);
-            ari[bus] = bridge && first && first->ari && bridge->pcie &&
-                       (bridge->type == 4 || bridge->type == 6 || bridge->type == 8) &&
-                       (bridge->express(2, 2).value_or(0) & 0xF) >= 2 &&
-                       (bridge->express(0x28, 2).value_or(0) & 0x20);
-        }
-        each([&](Node &node) { node.ari_form = ari[node.bus()]; });
+        each([&](Node &node) { node.ari_form = has_ari_forms(node.bus()); });
     }
 
     const std::vector<bool> managed_;

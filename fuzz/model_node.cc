@@ -16,7 +16,9 @@ struct List {
 constexpr List STANDARD = {0x40, 0xFF, 8, 0xFC};
 constexpr List EXTENDED = {0x100, 0xFFFF, 20, 0xFFC};
 
-unsigned find_capability(const Node &node, unsigned at, const List &list, unsigned wanted) {
+std::vector<unsigned> find_capabilities(const Node &node, unsigned at, const List &list,
+                                        unsigned wanted) {
+    std::vector<unsigned> found;
     std::set<unsigned> seen;
     while (at >= list.lowest && seen.insert(at).second) {
         const auto header = node.get(at, 4);
@@ -24,12 +26,17 @@ unsigned find_capability(const Node &node, unsigned at, const List &list, unsign
                           (&list == &EXTENDED && (*header == 0 || *header == ALL_ONES)) ||
                           (&list == &STANDARD && (*header & 0xFF) == 0xFF);
         if (ends)
-            return 0;
+            break;
         if ((*header & list.id_mask) == wanted)
-            return at;
+            found.push_back(at);
         at = *header >> list.next_shift & list.pointer_mask;
     }
-    return 0;
+    return found;
+}
+
+unsigned find_capability(const Node &node, unsigned at, const List &list, unsigned wanted) {
+    const auto found = find_capabilities(node, at, list, wanted);
+    return found.empty() ? 0 : found.front();
 }
 
 }  // namespace
@@ -55,6 +62,8 @@ Node read_node(RoutingId id, const std::vector<std::uint8_t> &bytes) {
         return node;
     node.type = node.get_or_0(node.pcie + 2, 2) >> 4 & 0xF;
     node.aer = find_capability(node, 0x100, EXTENDED, EXT_CAPID_AER);
+    const auto places = find_capabilities(node, 0x100, EXTENDED, EXT_CAPID_AER);
+    node.aer_places.insert(places.begin(), places.end());
     node.ari = find_capability(node, 0x100, EXTENDED, EXT_CAPID_ARI);
     node.sriov = find_capability(node, 0x100, EXTENDED, EXT_CAPID_SRIOV);
     return node;

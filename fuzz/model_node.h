@@ -4,6 +4,7 @@
 #include <bit>
 #include <cstdint>
 #include <optional>
+#include <set>
 #include <vector>
 
 #include "host/base/address.h"
@@ -20,7 +21,8 @@ struct Node {
     unsigned layout = 0, secondary = 0, subordinate = 0, class_code = 0;
     unsigned pcie = 0, msi = 0, msix = 0, aer = 0, ari = 0, sriov = 0;  // offsets; 0: none
     unsigned type = 0;
-    Node *parent = nullptr;  // the bridge above; null on a root bus
+    std::set<unsigned> aer_places{};  // offsets of all such capabilities
+    Node *parent = nullptr;           // the bridge above; null on a root bus
 
     std::optional<std::uint32_t> get(unsigned offset, unsigned width) const {
         if (offset + width > bytes.size())

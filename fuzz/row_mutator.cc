@@ -187,7 +187,7 @@ private:
     void add_event() {
         const std::uint8_t flags = byte(one_of({0, 0, 0, 1, 2, 4, 5}));
         const Row row = {
-            'P',           byte(below(one_of({4, 16}))), byte(below(4)), byte(below(8)), flags,
+            'P',           byte(below(one_of({4, 16}))), byte(below(5)), byte(below(8)), flags,
             byte(below(2))};
         below(2) == 0 ? insert(row) : rows_.push_back(row);
     }
