@@ -36,7 +36,7 @@ pci_err_t turn(const aer_cap_t *cap, bdf_token token, Switch which, bool on) {
         return PCI_ERR_NOT_SUPPORTED;
     if (((control & which.enable) != 0) == on)
         return PCI_ERR_ALREADY;
-    if (const pci_err_t error = read_register(cap->head.bdf, offset, control))
+    if (const pci_err_t error = renew_register(cap->head.bdf, offset, control))
         return error;
     control = on ? control | which.enable : control & ~which.enable;
     if (const pci_err_t error = write_register_alone(cap->head.bdf, offset, control, control))

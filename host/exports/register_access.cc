@@ -56,6 +56,11 @@ pci_err_t recall_config(bdf_t bdf, unsigned offset, unsigned width, Changes chan
     });
 }
 
+bool recalls_registers() {
+    const Served *const now = served();
+    return now && now->machine.space().keeps_registers();
+}
+
 // A write may change registers elsewhere: a reset bit changes all below a bridge.
 pci_err_t write_config(bdf_t bdf, unsigned offset, unsigned width, std::uint32_t value) {
     const pci_err_t error = write_alone(bdf, offset, width, value);

@@ -21,6 +21,9 @@ pci_err_t write_config(bdf_t bdf, unsigned offset, unsigned width, std::uint32_t
 pci_err_t recall_config(bdf_t bdf, unsigned offset, unsigned width, Changes changes,
                         std::uint32_t &value);
 
+// Returns true when recall_config() may return what was read before.
+bool recalls_registers();
+
 // Writes a register on which no other one depends, so that what is known of others stays known.
 pci_err_t write_alone(bdf_t bdf, unsigned offset, unsigned width, std::uint32_t value);
 
@@ -42,6 +45,13 @@ pci_err_t recall_register(bdf_t bdf, unsigned offset, Changes changes, Register 
         return error;
     value = static_cast<Register>(read);
     return PCI_OK;
+}
+
+// Reads a register again that recall_register() gave as `value`, unless it was read then. Call
+// right before it is written with some bits changed.
+template <typename Register>
+pci_err_t renew_register(bdf_t bdf, unsigned offset, Register &value) {
+    return recalls_registers() ? read_register(bdf, offset, value) : PCI_OK;
 }
 
 // Write `value`; `after` is what the register then reads.

@@ -51,6 +51,9 @@ public:
         return read(id, offset, width, value);
     }
 
+    // Returns true when recall() may give what was read earlier.
+    virtual bool keeps_registers() const { return false; }
+
     // Lets recall() read settings again. Call when a piece of work begins, and in it after whatever
     // may have changed registers elsewhere, such as a reset.
     virtual void look_again() {}

@@ -42,6 +42,7 @@ public:
     pci_err_t write(RoutingId id, unsigned offset, unsigned width, std::uint32_t value) override;
     pci_err_t recall(RoutingId id, unsigned offset, unsigned width, Changes changes,
                      std::uint32_t &value) override;
+    bool keeps_registers() const override { return true; }
     void look_again() override;
     void rest() override;
 
