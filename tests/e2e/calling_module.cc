@@ -115,10 +115,14 @@ std::uint32_t read_ext_cap(bdf_t bdf, int index) {
     return keep<pci_cap_t>(pcie->ops->read_ext_cap(pcie, &object, index), object)->offset;
 }
 
+void on_reset(std::uint32_t, bdf_t, int) {
+    std::puts("hook");
+}
+
 pci_err_t add_hook(std::uint32_t kind, bool has_hook) {
     auto *const block = static_cast<buscfg_hook_reg_t *>(std::calloc(1, sizeof(buscfg_hook_reg_t)));
     block->kind = kind;
-    block->hook = has_hook ? [] { std::puts("hook"); } : buscfg_hook_t{};
+    block->hook = has_hook ? reinterpret_cast<buscfg_hook_t>(on_reset) : nullptr;
     const pci_err_t error = buscfg->add_hook(block);
     if (error != PCI_OK)
         std::free(block);

@@ -16,6 +16,9 @@ void *operator new(std::size_t size) {
     void *const memory = is_short ? nullptr : std::malloc(size);
     return memory ? memory : throw std::bad_alloc();
 }
+void *operator new(std::size_t size, const std::nothrow_t &) noexcept {
+    return is_short ? nullptr : std::malloc(size);
+}
 void operator delete(void *memory) noexcept {
     std::free(memory);
 }
