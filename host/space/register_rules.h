@@ -17,7 +17,8 @@ struct RegisterRule {
     std::uint32_t reset_mask;  // bits that a reset sets to the bits of reset_value
     std::uint32_t reset_value;
 
-    auto operator<=>(const RegisterRule &) const = default;
+    // The check takes the 0 of the comparison that the compiler writes for a pointer.
+    auto operator<=>(const RegisterRule &) const = default;  // NOLINT(modernize-use-nullptr)
 };
 
 // Returns the rules of the function with these bytes, ascending by offset. A register that is not
