@@ -51,6 +51,9 @@ int ConfigFiles::write(RoutingId id, unsigned offset, const std::uint8_t *bytes,
     File *file = nullptr;
     if (const int error = open_file(id, file))
         return error;
+    if (file->write_error != 0 && mode_ == Mode::READ_AND_WRITE)
+        if (const int error = open_again(id, file))
+            return error;
     if (file->write_error != 0)
         return file->write_error;
     ++accesses_.writes;
@@ -86,6 +89,13 @@ int ConfigFiles::open_file(RoutingId id, File *&file) {
     open_.push_back(id);
     file = &(files_[id] = std::move(opened));
     return 0;
+}
+
+// The file system may be writable by now.
+int ConfigFiles::open_again(RoutingId id, File *&file) {
+    file->descriptor = {};
+    std::erase(open_, id);
+    return open_file(id, file);
 }
 
 // A file system may be mounted read only, as in a container: reads go on then.

@@ -59,6 +59,7 @@ private:
 
     std::string path(RoutingId id) const { return sysfs_.file(id, "config"); }
     int open_file(RoutingId id, File *&file);
+    int open_again(RoutingId id, File *&file);
     int open_anew(RoutingId id, File &file);
     Descriptor open_name(const std::string &name, int flags);
     void close_first();
