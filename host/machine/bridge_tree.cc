@@ -74,7 +74,7 @@ std::vector<bdf_t> BridgeTree::ports_above(bdf_t bdf) const {
     };
     add_above(bdf);
     for (std::size_t i = 0; i < without_port.size(); ++i)
-        add_above(bdf_t{without_port[i]});
+        add_above(without_port[i]);
     return ports;
 }
 
